@@ -1,0 +1,22 @@
+# Every dependency comes from Debian 12 packages (scripts/setup installs them).
+find_package(Threads REQUIRED)
+find_package(Boost 1.81 REQUIRED CONFIG COMPONENTS json url)
+find_package(fmt REQUIRED)
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
+pkg_check_modules(HTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)
+pkg_check_modules(ICU REQUIRED IMPORTED_TARGET icu-uc icu-i18n)
+pkg_check_modules(CLI11 REQUIRED IMPORTED_TARGET CLI11)
+if(OMBRINE_TESTS)
+  find_package(GTest REQUIRED)
+  include(GoogleTest)
+endif()
+if(OMBRINE_BENCH)
+  find_package(benchmark REQUIRED)
+endif()
+
+# Boost.Asio is compiled once (platform/asio_impl.cpp) instead of in every translation unit.
+add_library(ombrine_boost INTERFACE)
+target_compile_definitions(ombrine_boost INTERFACE
+  BOOST_ASIO_SEPARATE_COMPILATION BOOST_ASIO_NO_DEPRECATED BOOST_ASIO_DISABLE_BOOST_COROUTINE)
+target_link_libraries(ombrine_boost INTERFACE Boost::headers Boost::json Boost::url Threads::Threads)

@@ -1,0 +1,24 @@
+#pragma once
+// Plain logging: one line per event on stderr, no levels.
+//
+// Thread-safe; a line is written with a single write(2) so lines from several threads or
+// processes never interleave. Never pass a secret (token, key) into a log line.
+
+#include <string_view>
+
+#include <fmt/format.h>
+
+namespace ombrine {
+
+void logLine(std::string_view message) noexcept;
+
+template <class... Args>
+void logf(fmt::format_string<Args...> format, Args&&... args) noexcept {
+  try {
+    logLine(fmt::format(format, std::forward<Args>(args)...));
+  } catch (...) {
+    logLine("(unformattable log message)");
+  }
+}
+
+}  // namespace ombrine
