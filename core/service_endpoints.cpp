@@ -1,0 +1,70 @@
+#include "core/service_endpoints.hpp"
+
+#include <boost/url/parse.hpp>
+
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
+
+namespace ombrine {
+
+namespace {
+
+boost::urls::url parse(std::string_view text) {
+  auto parsed = boost::urls::parse_absolute_uri(text);
+  if (!parsed) throw std::invalid_argument("not a URL: " + std::string(text));
+  boost::urls::url url(*parsed);
+  if (url.scheme() != "http" && url.scheme() != "https") {
+    throw std::invalid_argument("not an http(s) URL: " + std::string(text));
+  }
+  return url;
+}
+
+// `base` with `path` as its path (any path of the base is replaced).
+boost::urls::url at(const boost::urls::url& base, std::string_view path) {
+  boost::urls::url url = base;
+  url.set_path(path);
+  return url;
+}
+
+}  // namespace
+
+ServiceEndpoints ServiceEndpoints::production() {
+  return ServiceEndpoints{
+      .forecaPrimary = parse("https://pfa.foreca.com/api/v1"),
+      .forecaSecondary = parse("https://fnw-ws.foreca.com/api/v1"),
+      .openWeather = parse("https://api.openweathermap.org"),
+      .bureauOfMeteorology = parse("https://api.weather.bom.gov.au"),
+      .noaaMetadata = parse("https://api.tidesandcurrents.noaa.gov"),
+      .noaaData = parse("https://api.tidesandcurrents.noaa.gov"),
+      .chsIwls = parse("https://api-iwls.dfo-mpo.gc.ca"),
+      .nationalHurricaneCenter = parse("https://www.nhc.noaa.gov"),
+      .jointTyphoonWarningCenter = parse("https://www.metoc.navy.mil"),
+      .rainViewer = parse("https://api.rainviewer.com"),
+  };
+}
+
+ServiceEndpoints ServiceEndpoints::simulator(std::string_view base) {
+  const boost::urls::url root = parse(base);
+  return ServiceEndpoints{
+      .forecaPrimary = at(root, "/foreca/api/v1"),
+      .forecaSecondary = at(root, "/foreca-alt/api/v1"),
+      .openWeather = at(root, "/openweather"),
+      .bureauOfMeteorology = at(root, "/bom"),
+      .noaaMetadata = at(root, "/noaa"),
+      .noaaData = at(root, "/noaa"),
+      .chsIwls = at(root, "/chs"),
+      .nationalHurricaneCenter = at(root, "/nhc"),
+      .jointTyphoonWarningCenter = at(root, "/jtwc"),
+      .rainViewer = at(root, "/rainviewer"),
+  };
+}
+
+ServiceEndpoints ServiceEndpoints::fromEnvironment() {
+  if (const char* services = std::getenv("OMBRINE_SERVICES"); services && *services) {
+    return simulator(services);
+  }
+  return production();
+}
+
+}  // namespace ombrine
