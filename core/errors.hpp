@@ -18,6 +18,12 @@ class NetworkError : public std::runtime_error {
   Case which_;
 };
 
+// Bytes that do not form the expected record: bad JSON, a missing required key, a value of the
+// wrong type. `what()` names where in the document the problem is and what it is.
+class DecodingError : public std::runtime_error {
+  using runtime_error::runtime_error;
+};
+
 // The domain and code of a provider request that failed for any reason other than those above.
 inline constexpr const char* kRequestErrorDomain = "Request";
 inline constexpr int kRequestErrorCode = 5001;
