@@ -1,0 +1,42 @@
+#pragma once
+// The 16-point compass of a wind direction.
+//
+// index = truncate(degrees / 22), clamped to 0...15. A sector is the integer 360 / 16 = 22
+// degrees wide, not 22.5: the sectors deliberately do not close the circle, so everything
+// from 330 degrees on is NNW and 352 degrees is NNW, not N. Pure and thread-safe.
+
+#include <array>
+#include <optional>
+#include <string_view>
+
+#include "core/measurements.hpp"
+
+namespace ombrine {
+
+// North first, clockwise.
+enum class CompassDirection {
+  north, northNorthEast, northEast, eastNorthEast,
+  east, eastSouthEast, southEast, southSouthEast,
+  south, southSouthWest, southWest, westSouthWest,
+  west, westNorthWest, northWest, northNorthWest,
+};
+
+inline constexpr int kCompassPointCount = 16;
+
+// The point abbreviations in the same order: "N", "NNE", "NE", ... "NNW".
+inline constexpr std::array<std::string_view, kCompassPointCount> kCompassAbbreviations = {
+    "N", "NNE", "NE", "ENE", "E", "ESE", "SE", "SSE", "S", "SSW", "SW", "WSW", "W", "WNW", "NW", "NNW"};
+
+// The point index (0 = N ... 15 = NNW) of a direction in degrees. A direction below 0 or not
+// a number is N; one of 330 or more is NNW.
+int compassIndex(double degrees) noexcept;
+
+CompassDirection compassDirection(Angle direction) noexcept;
+
+// "N", "NNE", ...
+std::string_view abbreviation(CompassDirection direction) noexcept;
+
+// The point an abbreviation names ("nne" too); nothing for anything else.
+std::optional<CompassDirection> compassDirection(std::string_view abbreviation) noexcept;
+
+}  // namespace ombrine
