@@ -33,8 +33,8 @@ struct HttpRequest {
   // http or https. Build it with Boost.URL setters so every part is encoded once, correctly.
   boost::urls::url url;
   // Sent in this order after the client's own (Host, User-Agent, Accept-Encoding); a header
-  // given here replaces the client's header of the same name. Names and values must not
-  // contain CR or LF.
+  // given here replaces the client's header of the same name. Names must be HTTP tokens;
+  // values must not contain CR, LF or NUL.
   HttpHeaders headers;
   // Sent as is when non-empty (or when the method is POST, PUT or PATCH). No Content-Type is
   // added: name one in `headers` when the service needs it.

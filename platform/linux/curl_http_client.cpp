@@ -16,17 +16,19 @@
 #include <optional>
 #include <stdexcept>
 #include <string_view>
+#include <thread>
 #include <unordered_map>
 #include <vector>
 
 #include "platform/errors.hpp"
+#include "platform/log.hpp"
 
 namespace ombrine {
 
 namespace {
 
 constexpr long kMaxRedirects = 10;
-constexpr long kMaxConnectionsPerHost = 8;
+constexpr long kMaxConnectionsPerHost = 6;
 constexpr std::size_t kSpareEasyHandles = 16;
 // Upper bound of one curl_multi_poll; curl shortens it to its own next timeout and a wakeup
 // ends it at once, so this only matters for an idle client.
@@ -85,8 +87,8 @@ void validate(const HttpRequest& request) {
   if (request.timeout.count() <= 0) throw std::invalid_argument("HTTP timeout must be positive");
   for (const auto& header : request.headers) {
     if (!isToken(header.name)) throw std::invalid_argument("invalid HTTP header name");
-    if (header.value.find_first_of("\r\n") != std::string::npos) {
-      throw std::invalid_argument("HTTP header value contains a line break");
+    if (header.value.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos) {
+      throw std::invalid_argument("HTTP header value contains a line break or NUL");
     }
   }
 }
@@ -327,7 +329,12 @@ class CurlHttpClient::Loop {
       int running = 0;
       curl_multi_perform(multi_, &running);
       collectFinished();
-      curl_multi_poll(multi_, nullptr, 0, kIdlePollMilliseconds, nullptr);
+      auto polled = curl_multi_poll(multi_, nullptr, 0, kIdlePollMilliseconds, nullptr);
+      if (polled != CURLM_OK) {
+        // Not expected to happen; pausing keeps a persistent failure from spinning a core.
+        logf("HTTP network thread: {}", curl_multi_strerror(polled));
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      }
     }
   }
 

@@ -5,7 +5,9 @@
 // request to that thread through a locked queue and wakes it; the finished transfer's result is
 // posted to the awaiting coroutine's executor. Connections, TLS sessions and DNS answers are
 // shared by all transfers through the multi handle, so sequential requests to one host reuse a
-// connection; at most 8 connections are opened per host and further transfers wait for one.
+// connection; at most 6 connections are opened per host (as browsers do, and within the listen
+// backlog of small servers) and further transfers wait for one. The wait counts against the
+// request's timeout.
 //
 // Every transfer asks for compressed bodies (gzip, deflate, br, zstd) and hands back the decoded
 // body, follows at most 10 redirects (http and https only), identifies itself as
@@ -15,7 +17,8 @@
 // (closing its connection) and the task resumes with CancellationError. Each send completes
 // exactly once, whether the transfer finishes, fails or is cancelled, in whatever order these
 // race. Destroying the client stops the thread; transfers still running then complete with
-// CancellationError (their executors must still run for the awaiting tasks to see it).
+// CancellationError. The executors of the awaiting tasks must outlive the client (build the
+// Runtime first, the client after it), since that last completion is posted to them.
 
 #include <memory>
 #include <thread>

@@ -525,7 +525,7 @@ TEST_F(CurlHttpClientTest, HundredConcurrentRequestsAllComplete) {
     EXPECT_EQ(response.body, "GET||" + std::to_string(i));
   }
   // Connections are shared and capped per host, not one per request.
-  EXPECT_LE(server_.clientPorts().size(), 8u);
+  EXPECT_LE(server_.clientPorts().size(), 6u);
 }
 
 TEST_F(CurlHttpClientTest, RejectsMalformedRequests) {
@@ -536,6 +536,9 @@ TEST_F(CurlHttpClientTest, RejectsMalformedRequests) {
   const Row rows[] = {
       {"header injection",
        HttpRequest{.url = server_.url("/echo"), .headers = {{"X-Test", "a\r\nX-Evil: 1"}}}},
+      // curl would cut the value at the NUL and send something else than asked.
+      {"NUL in header value",
+       HttpRequest{.url = server_.url("/echo"), .headers = {{"X-Test", std::string("a\0b", 3)}}}},
       {"header name with colon",
        HttpRequest{.url = server_.url("/echo"), .headers = {{"X:Test", "a"}}}},
       {"method with space", HttpRequest{.method = "GET /", .url = server_.url("/echo")}},
