@@ -57,8 +57,10 @@ function compileTimeZoneGrid() {
 // The lookup that places/time_zone_grid.cpp performs, in JavaScript, for the self-check.
 function lookup(grid, latitude, longitude) {
   if (latitude >= 90) return 'Etc/GMT';
-  let x = (grid.columns * (longitude + 180)) / 360;
-  let y = (grid.rows * (90 - latitude)) / 180;
+  // One ulp more than 360 and 180, as in the library: a point on a cell edge belongs to the
+  // cell west or north of it, and 180° E and 90° S stay inside the grid.
+  let x = (grid.columns * (longitude + 180)) / 360.00000000000006;
+  let y = (grid.rows * (90 - latitude)) / 180.00000000000003;
   let column = Math.min(Math.floor(x), grid.columns - 1);
   let row = Math.min(Math.floor(y), grid.rows - 1);
   let entry = grid.top[row * grid.columns + column];
@@ -90,9 +92,7 @@ function verifyAgainstLibrary(grid) {
   for (const [lat, lon] of points) {
     if (lookup(grid, lat, lon) !== library(lat, lon)) mismatches++;
   }
-  // The library maps latitudes through 180.00000000000003 and 360.00000000000006; points that
-  // land within a rounding step of a cell edge may fall on the other side. Allow a handful.
-  if (mismatches > points.length / 10000) {
+  if (mismatches > 0) {
     throw new Error(`time-zone grid disagrees with tz-lookup at ${mismatches} of ${points.length} points`);
   }
   return { points: points.length, mismatches };
