@@ -1,0 +1,297 @@
+#include "sim/sim_server.hpp"
+
+#include <httplib.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+
+#include "platform/linux/system_clock.hpp"
+#include "platform/log.hpp"
+#include "sim/foreca_routes.hpp"
+#include "sim/weather_model.hpp"
+
+namespace ombrine::sim {
+
+namespace {
+
+// Requests held by latency or hang faults occupy a worker each; a client's six concurrent
+// requests plus a few held ones must still be served.
+constexpr std::size_t kWorkers = 32;
+
+const char* kUnknownRoute = "unknown";
+
+constexpr const char* kUnknownRouteBody = R"({"error":{"code":404,"message":"No simulated service at this path"}})";
+
+const char* reasonOf(int status) {
+  switch (status) {
+    case 400: return "Bad request";
+    case 401: return "Unauthorized";
+    case 403: return "Forbidden";
+    case 404: return "Not found";
+    case 429: return "Too many requests";
+    case 500: return "Internal server error";
+    case 502: return "Bad gateway";
+    case 503: return "Service temporarily unavailable";
+    case 504: return "Gateway timeout";
+    default: return status < 500 ? "Request refused" : "Server error";
+  }
+}
+
+}  // namespace
+
+struct SimServer::Impl {
+  explicit Impl(const Options& options)
+      : clock(options.clock ? options.clock : &systemClock), logRequests(options.logRequests) {
+    const WeatherModel model(options.seed);
+    routes = forecaRoutes(model);
+  }
+
+  SystemClock systemClock;
+  const Clock* clock;
+  bool logRequests;
+  std::vector<SimRoute> routes;
+  FaultPlan faults;
+  httplib::Server server;
+  std::thread listener;
+  std::atomic<bool> listenerEnded = false;
+  std::uint16_t port = 0;
+
+  std::mutex waitMutex;
+  std::condition_variable wake;
+  bool stopping = false;
+  std::mutex stopMutex;
+  bool stopped = false;
+
+  mutable std::mutex logMutex;
+  std::vector<SimRequestRecord> log;
+  std::vector<std::uint64_t> logIds;  // parallel to `log`
+  std::uint64_t lastId = 0;
+
+  Instant now() const { return std::chrono::floor<std::chrono::seconds>(clock->now()); }
+
+  // Waits `duration` unless the server stops first; false when it stopped.
+  bool pause(std::chrono::milliseconds duration) {
+    std::unique_lock lock(waitMutex);
+    return !wake.wait_for(lock, duration, [this] { return stopping; });
+  }
+
+  SimResponse compute(const SimRoute* route, const SimRequest& request) const {
+    if (!route) return SimResponse{.status = 404, .body = kUnknownRouteBody};
+    try {
+      return route->answer(request);
+    } catch (const std::exception& error) {
+      logf("ombrine-sim: {} failed: {}", route->name, error.what());
+      return SimResponse{.status = 500, .body = route->errorBody(500, reasonOf(500))};
+    }
+  }
+
+  void handle(const httplib::Request& http, httplib::Response& out) {
+    const auto started = std::chrono::steady_clock::now();
+    SimRequest request = requestFor(http.target, now());
+    const SimRoute* route = matchRoute(routes, request.path, request.captures);
+    const std::optional<Fault> fault = route ? faults.take(route->name) : std::nullopt;
+    const std::uint64_t id = record(route, http.method, request, fault);
+    const int status = serve(route, request, fault, out);
+    complete(id, status);
+    if (logRequests) {
+      const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started);
+      logf("ombrine-sim: {} {} {} -> {}{} ({} ms)", http.method, request.path, route ? route->name : kUnknownRoute,
+           status == 0 ? std::string("no answer") : std::to_string(status),
+           fault ? " [" + describeFault(*fault) + "]" : std::string(), elapsed.count());
+    }
+  }
+
+  // Writes the answer to `out`, with `fault` applied; returns the status sent (0 for none).
+  int serve(const SimRoute* route, const SimRequest& request, const std::optional<Fault>& fault,
+            httplib::Response& out) {
+    if (fault && fault->latency.count() > 0 && !pause(fault->latency)) return shuttingDown(out);
+    const Fault::Answer kind = fault ? fault->answer : Fault::Answer::normal;
+    switch (kind) {
+      case Fault::Answer::hang: {
+        if (!pause(fault->hang)) return shuttingDown(out);
+        // Headers promising a body that never comes, then the connection closes.
+        out.status = 200;
+        out.set_content_provider(2, "application/json", [](std::size_t, std::size_t, httplib::DataSink&) { return false; });
+        return 0;
+      }
+      case Fault::Answer::status: {
+        out.status = fault->status;
+        if (fault->retryAfter) out.set_header("Retry-After", std::to_string(fault->retryAfter->count()));
+        out.set_content(route->errorBody(fault->status, reasonOf(fault->status)), "application/json");
+        return fault->status;
+      }
+      case Fault::Answer::error200: {
+        out.status = 200;
+        out.set_content(route->errorBody(503, reasonOf(503)), "application/json");
+        return 200;
+      }
+      default: break;
+    }
+    SimResponse response = compute(route, request);
+    out.status = response.status;
+    for (const auto& [name, value] : response.headers) out.set_header(name, value);
+    if (kind == Fault::Answer::truncate) {
+      // The full length is announced; half the body is sent before the connection closes.
+      auto body = std::make_shared<std::string>(std::move(response.body));
+      const std::size_t half = body->size() / 2;
+      out.set_content_provider(body->size(), response.contentType,
+                               [body, half](std::size_t offset, std::size_t, httplib::DataSink& sink) {
+                                 if (offset == 0 && half > 0) return sink.write(body->data(), half);
+                                 return false;
+                               });
+      return response.status;
+    }
+    if (kind == Fault::Answer::malformed) {
+      // A prefix of a JSON document misses at least its closing bracket, so never parses.
+      response.body.resize(std::max<std::size_t>(1, response.body.size() / 2));
+    }
+    out.set_content(response.body, response.contentType);
+    return response.status;
+  }
+
+  int shuttingDown(httplib::Response& out) {
+    out.status = 503;
+    out.set_content(R"({"error":{"code":503,"message":"Simulator stopping"}})", "application/json");
+    return 503;
+  }
+
+  // Logs a request on arrival, so a request still held by a fault already counts.
+  std::uint64_t record(const SimRoute* route, const std::string& method, const SimRequest& request,
+                       const std::optional<Fault>& fault) {
+    SimRequestRecord entry{
+        .route = route ? route->name : kUnknownRoute,
+        .method = method,
+        .path = request.path,
+        .query = request.query,
+        .status = 0,
+        .fault = fault ? describeFault(*fault) : std::string(),
+        .at = clock->now(),
+    };
+    for (auto& [key, value] : entry.query) {
+      if (key == "token") value = "(redacted)";
+    }
+    std::lock_guard lock(logMutex);
+    log.push_back(std::move(entry));
+    logIds.push_back(++lastId);
+    return lastId;
+  }
+
+  void complete(std::uint64_t id, int status) {
+    std::lock_guard lock(logMutex);
+    const auto found = std::find(logIds.rbegin(), logIds.rend(), id);
+    if (found != logIds.rend()) log[static_cast<std::size_t>(logIds.rend() - found - 1)].status = status;
+  }
+
+  bool knows(std::string_view name) const {
+    return name == "*" || std::any_of(routes.begin(), routes.end(), [&](const SimRoute& r) { return r.name == name; });
+  }
+};
+
+SimServer::SimServer(Options options) : impl_(std::make_unique<Impl>(options)) {
+  Impl& impl = *impl_;
+  impl.server.new_task_queue = [] { return new httplib::ThreadPool(kWorkers); };
+  impl.server.set_keep_alive_timeout(2);
+  // SO_REUSEADDR only: the library's default SO_REUSEPORT would let a second server share a
+  // port that is already taken instead of failing.
+  impl.server.set_socket_options([](socket_t sock) {
+    int yes = 1;
+    setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+  });
+  impl.server.Get(".*", [&impl](const httplib::Request& request, httplib::Response& response) {
+    impl.handle(request, response);
+  });
+  int bound = -1;
+  if (options.port == 0) {
+    bound = impl.server.bind_to_any_port("127.0.0.1");
+  } else if (impl.server.bind_to_port("127.0.0.1", options.port)) {
+    bound = options.port;
+  }
+  if (bound <= 0) throw std::runtime_error(fmt::format("cannot listen on 127.0.0.1:{}", options.port));
+  impl.port = static_cast<std::uint16_t>(bound);
+  impl.listener = std::thread([&impl] {
+    impl.server.listen_after_bind();
+    impl.listenerEnded = true;
+  });
+  // stop() must not run before the accept loop has started, or the loop would never end.
+  while (!impl.server.is_running() && !impl.listenerEnded) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  if (impl.listenerEnded) {
+    impl.listener.join();
+    throw std::runtime_error(fmt::format("cannot serve on 127.0.0.1:{}", impl.port));
+  }
+}
+
+SimServer::~SimServer() { stop(); }
+
+std::uint16_t SimServer::port() const { return impl_->port; }
+
+std::string SimServer::baseUrl() const { return fmt::format("http://127.0.0.1:{}", impl_->port); }
+
+void SimServer::stop() {
+  std::lock_guard stopLock(impl_->stopMutex);
+  if (impl_->stopped) return;
+  impl_->stopped = true;
+  {
+    std::lock_guard lock(impl_->waitMutex);
+    impl_->stopping = true;
+  }
+  impl_->wake.notify_all();
+  impl_->server.stop();
+  if (impl_->listener.joinable()) impl_->listener.join();
+}
+
+std::vector<std::string> SimServer::routeNames() const {
+  std::vector<std::string> names;
+  for (const auto& route : impl_->routes) names.push_back(route.name);
+  return names;
+}
+
+void SimServer::setFault(std::string_view route, Fault fault) {
+  if (!impl_->knows(route)) {
+    throw std::invalid_argument(fmt::format("unknown route \"{}\"; known: *, {}", route, fmt::join(routeNames(), ", ")));
+  }
+  impl_->faults.set(std::string(route), fault);
+}
+
+void SimServer::setFault(std::string_view routeAndSpec) {
+  const std::size_t equals = routeAndSpec.find('=');
+  if (equals == std::string_view::npos || equals == 0) {
+    throw std::invalid_argument(fmt::format("bad fault \"{}\": expected ROUTE=SPEC, e.g. foreca.hourly=status=503", routeAndSpec));
+  }
+  setFault(routeAndSpec.substr(0, equals), parseFault(routeAndSpec.substr(equals + 1)));
+}
+
+void SimServer::clearFault(std::string_view route) { impl_->faults.clear(route); }
+
+void SimServer::clearFaults() { impl_->faults.clearAll(); }
+
+std::size_t SimServer::requestCount(std::string_view route) const {
+  std::lock_guard lock(impl_->logMutex);
+  if (route == "*") return impl_->log.size();
+  return static_cast<std::size_t>(std::count_if(impl_->log.begin(), impl_->log.end(),
+                                                [&](const SimRequestRecord& r) { return r.route == route; }));
+}
+
+std::vector<SimRequestRecord> SimServer::requestLog() const {
+  std::lock_guard lock(impl_->logMutex);
+  return impl_->log;
+}
+
+void SimServer::clearRequestLog() {
+  std::lock_guard lock(impl_->logMutex);
+  impl_->log.clear();
+  impl_->logIds.clear();
+}
+
+SimResponse SimServer::answer(std::string_view target) const {
+  SimRequest request = requestFor(target, impl_->now());
+  const SimRoute* route = matchRoute(impl_->routes, request.path, request.captures);
+  return impl_->compute(route, request);
+}
+
+}  // namespace ombrine::sim
