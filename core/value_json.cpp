@@ -1,0 +1,552 @@
+#include "core/value_json.hpp"
+
+#include <boost/json/basic_parser_impl.hpp>
+#include <boost/json/value_stack.hpp>
+#include <boost/url/parse.hpp>
+
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <limits>
+
+namespace ombrine {
+
+namespace {
+
+// Boost converts a number as its decimal significand times (or divided by) a power of ten. That
+// is correctly rounded when the significand has at most 15 digits (below 2^53, so exact) and the
+// power is at most 10^22 (also exact): one operation, one rounding. `text` is a valid JSON number.
+bool boostConversionIsExact(std::string_view text) noexcept {
+  int digits = 0;
+  int fractionDigits = 0;
+  bool inFraction = false;
+  size_t i = text.empty() || text[0] != '-' ? 0 : 1;
+  for (; i < text.size(); ++i) {
+    const char c = text[i];
+    if (c == '.') {
+      inFraction = true;
+    } else if (c >= '0' && c <= '9') {
+      if (c != '0' || digits > 0) ++digits;
+      if (inFraction) ++fractionDigits;
+    } else {
+      break;
+    }
+  }
+  int exponent = 0;
+  if (i < text.size()) {  // 'e' or 'E'
+    ++i;
+    const bool negative = i < text.size() && text[i] == '-';
+    if (i < text.size() && (text[i] == '-' || text[i] == '+')) ++i;
+    for (; i < text.size(); ++i) {
+      exponent = exponent * 10 + (text[i] - '0');
+      if (exponent > 1000) return false;
+    }
+    if (negative) exponent = -exponent;
+  }
+  const int power = exponent - fractionDigits;
+  return digits <= 15 && power >= -22 && power <= 22;
+}
+
+// Builds the DOM like boost::json::parser does, except that every non-integer number is
+// converted again from its text with std::from_chars, which rounds correctly.
+class ExactHandler {
+ public:
+  static constexpr size_t max_object_size = boost::json::object::max_size();
+  static constexpr size_t max_array_size = boost::json::array::max_size();
+  static constexpr size_t max_key_size = boost::json::string::max_size();
+  static constexpr size_t max_string_size = boost::json::string::max_size();
+
+  ExactHandler(boost::json::storage_ptr storage, unsigned char* buffer, size_t size)
+      : stack(std::move(storage), buffer, size) {}
+
+  using error_code = boost::json::error_code;
+  using string_view = boost::json::string_view;
+
+  bool on_document_begin(error_code&) { return true; }
+  bool on_document_end(error_code&) { return true; }
+  bool on_object_begin(error_code&) { return true; }
+  bool on_object_end(size_t n, error_code&) {
+    stack.push_object(n);
+    return true;
+  }
+  bool on_array_begin(error_code&) { return true; }
+  bool on_array_end(size_t n, error_code&) {
+    stack.push_array(n);
+    return true;
+  }
+  bool on_key_part(string_view s, size_t, error_code&) {
+    stack.push_chars(s);
+    return true;
+  }
+  bool on_key(string_view s, size_t, error_code&) {
+    stack.push_key(s);
+    return true;
+  }
+  bool on_string_part(string_view s, size_t, error_code&) {
+    stack.push_chars(s);
+    return true;
+  }
+  bool on_string(string_view s, size_t, error_code&) {
+    stack.push_string(s);
+    return true;
+  }
+  // Only called when the input ends inside a number, which a one-shot parse never resumes; the
+  // text is kept anyway so a number is never converted from a fragment.
+  bool on_number_part(string_view s, error_code&) {
+    numberText_.append(s.data(), s.size());
+    return true;
+  }
+  bool on_int64(std::int64_t i, string_view, error_code&) {
+    numberText_.clear();
+    stack.push_int64(i);
+    return true;
+  }
+  bool on_uint64(std::uint64_t u, string_view, error_code&) {
+    numberText_.clear();
+    stack.push_uint64(u);
+    return true;
+  }
+  bool on_double(double approximate, string_view s, error_code& ec) {
+    std::string_view text(s.data(), s.size());
+    if (!numberText_.empty()) {
+      numberText_.append(text);
+      text = numberText_;
+    } else if (boostConversionIsExact(text)) {
+      stack.push_double(approximate);
+      return true;
+    }
+    double exact = 0.0;
+    auto [end, status] = std::from_chars(text.data(), text.data() + text.size(), exact);
+    numberText_.clear();
+    if (status == std::errc::result_out_of_range && std::isfinite(approximate) && std::fabs(approximate) < 1.0) {
+      exact = std::signbit(approximate) ? -0.0 : 0.0;  // underflow reads as zero
+    } else if (status != std::errc() || end != text.data() + text.size()) {
+      ec = boost::json::error::exponent_overflow;
+      return false;
+    }
+    stack.push_double(exact);
+    return true;
+  }
+  bool on_bool(bool b, error_code&) {
+    stack.push_bool(b);
+    return true;
+  }
+  bool on_null(error_code&) {
+    stack.push_null();
+    return true;
+  }
+  bool on_comment_part(string_view, error_code&) { return true; }
+  bool on_comment(string_view, error_code&) { return true; }
+
+  boost::json::value_stack stack;
+
+ private:
+  std::string numberText_;
+};
+
+void appendFormatted(std::string& out, double value, bool keepDoubleKind) {
+  if (!std::isfinite(value)) throw EncodingError("a JSON number must be finite");
+  if (value == 0.0 && std::signbit(value)) {
+    out.append("-0.0");
+    return;
+  }
+  char buffer[32];
+  auto [end, status] = std::to_chars(buffer, buffer + sizeof buffer, value);
+  out.append(buffer, end);
+  if (keepDoubleKind) {
+    // "100" would parse back as an integer; "100.0" stays a double.
+    for (const char* c = buffer; c != end; ++c) {
+      if (*c == '.' || *c == 'e') return;
+    }
+    out.append(".0");
+  }
+}
+
+// Length of the well-formed UTF-8 sequence at the start of `s` (which begins with a byte of
+// 0x80 or above), or 0 when it is not one.
+size_t utf8SequenceLength(std::string_view s) noexcept {
+  auto byte = [&](size_t i) { return static_cast<unsigned char>(s[i]); };
+  auto continuation = [&](size_t i) { return i < s.size() && (byte(i) & 0xC0) == 0x80; };
+  unsigned char lead = byte(0);
+  if (lead >= 0xC2 && lead <= 0xDF) return continuation(1) ? 2 : 0;
+  if (lead >= 0xE0 && lead <= 0xEF) {
+    if (!continuation(1) || !continuation(2)) return 0;
+    if (lead == 0xE0 && byte(1) < 0xA0) return 0;   // overlong
+    if (lead == 0xED && byte(1) >= 0xA0) return 0;  // surrogate
+    return 3;
+  }
+  if (lead >= 0xF0 && lead <= 0xF4) {
+    if (!continuation(1) || !continuation(2) || !continuation(3)) return 0;
+    if (lead == 0xF0 && byte(1) < 0x90) return 0;   // overlong
+    if (lead == 0xF4 && byte(1) >= 0x90) return 0;  // above U+10FFFF
+    return 4;
+  }
+  return 0;
+}
+
+void appendEscaped(std::string& out, std::string_view s) {
+  static constexpr char kHex[] = "0123456789abcdef";
+  out.push_back('"');
+  size_t run = 0;  // start of the pending run of bytes that need no escaping
+  size_t i = 0;
+  while (i < s.size()) {
+    unsigned char c = static_cast<unsigned char>(s[i]);
+    if (c >= 0x20 && c < 0x80 && c != '"' && c != '\\') {
+      ++i;
+      continue;
+    }
+    if (c >= 0x80) {
+      size_t length = utf8SequenceLength(s.substr(i));
+      if (length != 0) {
+        i += length;
+        continue;
+      }
+    }
+    out.append(s.data() + run, i - run);
+    switch (c) {
+      case '"': out.append("\\\""); break;
+      case '\\': out.append("\\\\"); break;
+      case '\b': out.append("\\b"); break;
+      case '\f': out.append("\\f"); break;
+      case '\n': out.append("\\n"); break;
+      case '\r': out.append("\\r"); break;
+      case '\t': out.append("\\t"); break;
+      default:
+        if (c < 0x20) {
+          const char escape[] = {'\\', 'u', '0', '0', kHex[c >> 4], kHex[c & 0xF]};
+          out.append(escape, sizeof escape);
+        } else {
+          out.append("\xEF\xBF\xBD");  // U+FFFD for a byte that starts no UTF-8 sequence
+        }
+    }
+    run = ++i;
+  }
+  out.append(s.data() + run, s.size() - run);
+  out.push_back('"');
+}
+
+constexpr std::array<std::string_view, 6> kPrecipitationKindNames = {"none", "hail", "mixed", "rain", "sleet", "snow"};
+
+[[noreturn]] void failExpected(const boost::json::value& value, const JsonPath& path, std::string_view expected) {
+  std::string problem = "expected ";
+  problem.append(expected).append(", found ").append(describeJsonKind(value));
+  path.fail(problem);
+}
+
+// A measurement: a number in the base unit, null as 0.0.
+double measurement(const boost::json::value& value, const JsonPath& path) {
+  if (value.is_null()) return 0.0;
+  return jsonNumber(value, path);
+}
+
+}  // namespace
+
+boost::json::value parseJson(std::string_view text, boost::json::storage_ptr storage) {
+  boost::json::parse_options options;
+  options.max_depth = 64;
+  unsigned char buffer[BOOST_JSON_STACK_BUFFER_SIZE];
+  boost::json::basic_parser<ExactHandler> parser(options, boost::json::storage_ptr(), buffer, sizeof buffer);
+  parser.handler().stack.reset(std::move(storage));
+  boost::json::error_code ec;
+  size_t consumed = parser.write_some(false, text.data(), text.size(), ec);
+  if (!ec && consumed < text.size()) ec = boost::json::error::extra_data;
+  if (ec) {
+    throw DecodingError("invalid JSON at byte " + std::to_string(consumed) + ": " + ec.message());
+  }
+  return parser.handler().stack.release();
+}
+
+std::string serializeJson(const boost::json::value& value) {
+  std::string out;
+  JsonWriter writer(out);
+  writer.value(value);
+  return out;
+}
+
+std::string JsonPath::text() const {
+  std::vector<const JsonPath*> chain;
+  for (const JsonPath* p = this; p->parent_ != nullptr; p = p->parent_) chain.push_back(p);
+  std::string out;
+  for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
+    const JsonPath& p = **it;
+    if (p.isIndex_) {
+      out.append("[").append(std::to_string(p.position_)).append("]");
+    } else {
+      if (!out.empty()) out.push_back('.');
+      out.append(p.name_);
+    }
+  }
+  return out;
+}
+
+void JsonPath::fail(std::string_view problem) const {
+  std::string where = text();
+  if (where.empty()) throw DecodingError(std::string(problem));
+  where.append(": ").append(problem);
+  throw DecodingError(where);
+}
+
+void JsonWriter::beginObject() {
+  separate();
+  out_.push_back('{');
+  needsComma_ = false;
+}
+
+void JsonWriter::endObject() {
+  out_.push_back('}');
+  needsComma_ = true;
+}
+
+void JsonWriter::beginArray() {
+  separate();
+  out_.push_back('[');
+  needsComma_ = false;
+}
+
+void JsonWriter::endArray() {
+  out_.push_back(']');
+  needsComma_ = true;
+}
+
+void JsonWriter::key(std::string_view name) {
+  separate();
+  appendEscaped(out_, name);
+  out_.push_back(':');
+  needsComma_ = false;
+}
+
+void JsonWriter::null() {
+  separate();
+  out_.append("null");
+}
+
+void JsonWriter::boolean(bool value) {
+  separate();
+  out_.append(value ? "true" : "false");
+}
+
+void JsonWriter::integer(std::int64_t value) {
+  separate();
+  char buffer[24];
+  auto [end, status] = std::to_chars(buffer, buffer + sizeof buffer, value);
+  out_.append(buffer, end);
+}
+
+void JsonWriter::number(double value) {
+  separate();
+  appendFormatted(out_, value, false);
+}
+
+void JsonWriter::string(std::string_view value) {
+  separate();
+  appendEscaped(out_, value);
+}
+
+void JsonWriter::value(const boost::json::value& value) {
+  switch (value.kind()) {
+    case boost::json::kind::null: null(); return;
+    case boost::json::kind::bool_: boolean(value.get_bool()); return;
+    case boost::json::kind::int64: integer(value.get_int64()); return;
+    case boost::json::kind::uint64: {
+      separate();
+      char buffer[24];
+      auto [end, status] = std::to_chars(buffer, buffer + sizeof buffer, value.get_uint64());
+      out_.append(buffer, end);
+      return;
+    }
+    case boost::json::kind::double_:
+      separate();
+      appendFormatted(out_, value.get_double(), true);
+      return;
+    case boost::json::kind::string: string(value.get_string()); return;
+    case boost::json::kind::array:
+      beginArray();
+      for (const auto& element : value.get_array()) this->value(element);
+      endArray();
+      return;
+    case boost::json::kind::object:
+      beginObject();
+      for (const auto& member : value.get_object()) {
+        key(member.key());
+        this->value(member.value());
+      }
+      endObject();
+      return;
+  }
+}
+
+JsonObjectReader::JsonObjectReader(const boost::json::value& value, const JsonPath& path)
+    : object_(jsonObject(value, path)), path_(path) {}
+
+const boost::json::value* JsonObjectReader::find(std::string_view key) noexcept {
+  const size_t size = object_.size();
+  const boost::json::key_value_pair* members = object_.begin();
+  if (next_ < size && members[next_].key() == key) return &members[next_++].value();
+  for (size_t i = 0; i < size; ++i) {
+    if (members[i].key() == key) {
+      next_ = i + 1;
+      return &members[i].value();
+    }
+  }
+  return nullptr;
+}
+
+std::string_view describeJsonKind(const boost::json::value& value) noexcept {
+  switch (value.kind()) {
+    case boost::json::kind::null: return "null";
+    case boost::json::kind::bool_: return "a boolean";
+    case boost::json::kind::int64:
+    case boost::json::kind::uint64:
+    case boost::json::kind::double_: return "a number";
+    case boost::json::kind::string: return "a string";
+    case boost::json::kind::array: return "an array";
+    case boost::json::kind::object: return "an object";
+  }
+  return "a value";
+}
+
+const boost::json::object& jsonObject(const boost::json::value& value, const JsonPath& path) {
+  if (const auto* object = value.if_object()) return *object;
+  failExpected(value, path, "an object");
+}
+
+const boost::json::array& jsonArray(const boost::json::value& value, const JsonPath& path) {
+  if (const auto* array = value.if_array()) return *array;
+  failExpected(value, path, "an array");
+}
+
+std::string_view jsonString(const boost::json::value& value, const JsonPath& path) {
+  if (const auto* string = value.if_string()) return std::string_view(string->data(), string->size());
+  failExpected(value, path, "a string");
+}
+
+double jsonNumber(const boost::json::value& value, const JsonPath& path) {
+  switch (value.kind()) {
+    case boost::json::kind::double_: return value.get_double();
+    case boost::json::kind::int64: return static_cast<double>(value.get_int64());
+    case boost::json::kind::uint64: return static_cast<double>(value.get_uint64());
+    default: failExpected(value, path, "a number");
+  }
+}
+
+std::int64_t jsonInteger(const boost::json::value& value, const JsonPath& path) {
+  switch (value.kind()) {
+    case boost::json::kind::int64: return value.get_int64();
+    case boost::json::kind::uint64:
+      if (value.get_uint64() > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
+        path.fail("integer out of range");
+      }
+      return static_cast<std::int64_t>(value.get_uint64());
+    case boost::json::kind::double_: {
+      // 2^63 is exactly representable; every double below it in magnitude converts.
+      double d = value.get_double();
+      if (d != std::trunc(d)) path.fail("expected an integer, found a number with a fraction");
+      if (d < -9223372036854775808.0 || d >= 9223372036854775808.0) path.fail("integer out of range");
+      return static_cast<std::int64_t>(d);
+    }
+    default: failExpected(value, path, "an integer");
+  }
+}
+
+void decodeJson(const boost::json::value& value, const JsonPath& path, double& out) { out = jsonNumber(value, path); }
+
+void decodeJson(const boost::json::value& value, const JsonPath& path, int& out) {
+  std::int64_t wide = jsonInteger(value, path);
+  if (wide < std::numeric_limits<int>::min() || wide > std::numeric_limits<int>::max()) {
+    path.fail("integer out of range");
+  }
+  out = static_cast<int>(wide);
+}
+
+void decodeJson(const boost::json::value& value, const JsonPath& path, std::int64_t& out) {
+  out = jsonInteger(value, path);
+}
+
+void decodeJson(const boost::json::value& value, const JsonPath& path, bool& out) {
+  if (const bool* b = value.if_bool()) {
+    out = *b;
+    return;
+  }
+  failExpected(value, path, "a boolean");
+}
+
+void decodeJson(const boost::json::value& value, const JsonPath& path, std::string& out) {
+  out.assign(jsonString(value, path));
+}
+
+void decodeJson(const boost::json::value& value, const JsonPath& path, boost::urls::url& out) {
+  std::string_view text = jsonString(value, path);
+  auto parsed = boost::urls::parse_uri_reference(text);
+  if (!parsed) path.fail("invalid URL");
+  out = boost::urls::url(*parsed);
+}
+
+void decodeJson(const boost::json::value& value, const JsonPath& path, Date& out) {
+  out = Date::fromReference(jsonNumber(value, path));
+}
+
+void decodeJson(const boost::json::value& value, const JsonPath& path, Temperature& out) {
+  out.measurement = measurement(value, path);
+}
+
+void decodeJson(const boost::json::value& value, const JsonPath& path, Speed& out) {
+  out.measurement = measurement(value, path);
+}
+
+void decodeJson(const boost::json::value& value, const JsonPath& path, Angle& out) {
+  out.measurement = measurement(value, path);
+}
+
+void decodeJson(const boost::json::value& value, const JsonPath& path, Precipitation& out) {
+  out.measurement = measurement(value, path);
+}
+
+void decodeJson(const boost::json::value& value, const JsonPath& path, PrecipitationKind& out) {
+  std::string_view name = jsonString(value, path);
+  auto kind = precipitationKindNamed(name);
+  if (!kind) path.fail("unknown precipitation kind \"" + std::string(name) + "\"");
+  out = *kind;
+}
+
+void decodeJson(const boost::json::value& value, const JsonPath& path, AirQuality& out) {
+  JsonObjectReader object(value, path);
+  object.read("time", out.time);
+  object.read("AQI", out.aqi);
+}
+
+void writeJson(JsonWriter& writer, double value) { writer.number(value); }
+void writeJson(JsonWriter& writer, int value) { writer.integer(value); }
+void writeJson(JsonWriter& writer, std::int64_t value) { writer.integer(value); }
+void writeJson(JsonWriter& writer, bool value) { writer.boolean(value); }
+void writeJson(JsonWriter& writer, std::string_view value) { writer.string(value); }
+void writeJson(JsonWriter& writer, const std::string& value) { writer.string(value); }
+void writeJson(JsonWriter& writer, const char* value) { writer.string(value); }
+void writeJson(JsonWriter& writer, const boost::urls::url& value) {
+  writer.string(std::string_view(value.buffer().data(), value.buffer().size()));
+}
+void writeJson(JsonWriter& writer, Date value) { writer.number(value.timeIntervalSinceReferenceDate); }
+void writeJson(JsonWriter& writer, Temperature value) { writer.number(value.measurement); }
+void writeJson(JsonWriter& writer, Speed value) { writer.number(value.measurement); }
+void writeJson(JsonWriter& writer, Angle value) { writer.number(value.measurement); }
+void writeJson(JsonWriter& writer, Precipitation value) { writer.number(value.measurement); }
+void writeJson(JsonWriter& writer, PrecipitationKind value) { writer.string(precipitationKindName(value)); }
+
+void writeJson(JsonWriter& writer, const AirQuality& value) {
+  writer.beginObject();
+  writeKey(writer, "time", value.time);
+  writeKey(writer, "AQI", value.aqi);
+  writer.endObject();
+}
+
+std::string_view precipitationKindName(PrecipitationKind kind) noexcept {
+  return kPrecipitationKindNames[static_cast<size_t>(kind)];
+}
+
+std::optional<PrecipitationKind> precipitationKindNamed(std::string_view name) noexcept {
+  for (size_t i = 0; i < kPrecipitationKindNames.size(); ++i) {
+    if (kPrecipitationKindNames[i] == name) return static_cast<PrecipitationKind>(i);
+  }
+  return std::nullopt;
+}
+
+}  // namespace ombrine

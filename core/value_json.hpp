@@ -1,0 +1,240 @@
+#pragma once
+// The JSON building blocks every record codec uses: an exact parser, a text writer, document
+// paths for error messages, and the codecs of the small value types.
+//
+// Reading. `parseJson` builds a boost::json DOM whose doubles are correctly rounded (Boost 1.81's
+// own conversion can be one unit in the last place off, which would break bit-exact round trips).
+// Record decoders then walk the DOM with a `JsonObjectReader` per object and the `decodeJson`
+// overloads, carrying a `JsonPath` so that a failure says where: "hourly[3].dt: missing key".
+// Every failure is a DecodingError; no input makes a decoder crash.
+//
+// Value rules. Dates are JSON numbers, seconds since 2001-01-01T00:00:00Z. Measurements are bare
+// numbers in the base unit (Celsius, m/s, degrees, millimetres); a JSON null in a measurement
+// reads as 0.0, anything else that is not a number fails. An optional key that is missing or
+// null reads as absent. Integers accept any JSON number with an integral value that fits.
+// `PrecipitationKind` is its case name. `AirQuality` is {"time": date, "AQI": integer}. URLs are
+// strings that parse as URI references.
+//
+// Writing. `JsonWriter` appends compact JSON text to a string. Numbers are the shortest text
+// that reads back as the same double (std::to_chars), -0.0 as "-0.0"; strings are escaped, and
+// bytes that are not UTF-8 are written as U+FFFD. Keys keep the order they are written in.
+//
+// All functions are reentrant and touch no shared state.
+
+#include <boost/json/object.hpp>
+#include <boost/json/storage_ptr.hpp>
+#include <boost/json/value.hpp>
+#include <boost/url/url.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/air_quality.hpp"
+#include "core/date.hpp"
+#include "core/errors.hpp"
+#include "core/measurements.hpp"
+
+namespace ombrine {
+
+// A value has no JSON form: a NaN or infinite number.
+class EncodingError : public std::invalid_argument {
+ public:
+  using std::invalid_argument::invalid_argument;
+};
+
+// Parses one JSON document (surrounding white space allowed). The DOM lives in `storage` (the
+// default resource when null); pass a boost::json::monotonic_resource for throwaway documents.
+// Raises DecodingError "invalid JSON at byte N: <reason>".
+boost::json::value parseJson(std::string_view text, boost::json::storage_ptr storage = {});
+
+// Compact JSON text of any DOM value, with the number and string rules of JsonWriter. Doubles
+// keep a fraction or exponent ("100.0"), so that the text parses back to the same kinds.
+// Raises EncodingError for a non-finite double.
+std::string serializeJson(const boost::json::value& value);
+
+// Where a decoder is in a document. Built on the stack as the decoder descends (a child refers
+// to its parent, so a path must not outlive the paths and key strings it was made from) and
+// turned into text only when something fails.
+class JsonPath {
+ public:
+  JsonPath() = default;
+
+  // Children of a named path only: a child of a temporary would dangle, so name each level.
+  JsonPath key(std::string_view name) const& noexcept { return JsonPath(this, name, 0, false); }
+  JsonPath index(size_t position) const& noexcept { return JsonPath(this, {}, position, true); }
+  JsonPath key(std::string_view name) const&& = delete;
+  JsonPath index(size_t position) const&& = delete;
+
+  // "hourly[3].dt"; empty at the root.
+  std::string text() const;
+  // Raises DecodingError "<path>: <problem>" (just the problem at the root).
+  [[noreturn]] void fail(std::string_view problem) const;
+
+ private:
+  JsonPath(const JsonPath* parent, std::string_view name, size_t position, bool isIndex) noexcept
+      : parent_(parent), name_(name), position_(position), isIndex_(isIndex) {}
+
+  const JsonPath* parent_ = nullptr;
+  std::string_view name_;
+  size_t position_ = 0;
+  bool isIndex_ = false;
+};
+
+// Appends compact JSON text to `out`. The caller writes a well-formed sequence (a key before
+// each member value, balanced begin/end); the writer adds the separators.
+class JsonWriter {
+ public:
+  explicit JsonWriter(std::string& out) : out_(out) {}
+
+  void beginObject();
+  void endObject();
+  void beginArray();
+  void endArray();
+  void key(std::string_view name);
+
+  void null();
+  void boolean(bool value);
+  void integer(std::int64_t value);
+  // Raises EncodingError for NaN or infinity.
+  void number(double value);
+  void string(std::string_view value);
+  // Any DOM value, as serializeJson writes it.
+  void value(const boost::json::value& value);
+
+ private:
+  void separate() {
+    if (needsComma_) out_.push_back(',');
+    needsComma_ = true;
+  }
+
+  std::string& out_;
+  bool needsComma_ = false;
+};
+
+// -- Reading ---------------------------------------------------------------------------------
+
+// The name of a JSON kind for messages: "a string", "an object", "null", ...
+std::string_view describeJsonKind(const boost::json::value& value) noexcept;
+
+const boost::json::object& jsonObject(const boost::json::value& value, const JsonPath& path);
+const boost::json::array& jsonArray(const boost::json::value& value, const JsonPath& path);
+std::string_view jsonString(const boost::json::value& value, const JsonPath& path);
+// Any JSON number as a double.
+double jsonNumber(const boost::json::value& value, const JsonPath& path);
+// A JSON number with an integral value that fits.
+std::int64_t jsonInteger(const boost::json::value& value, const JsonPath& path);
+
+void decodeJson(const boost::json::value& value, const JsonPath& path, double& out);
+void decodeJson(const boost::json::value& value, const JsonPath& path, int& out);
+void decodeJson(const boost::json::value& value, const JsonPath& path, std::int64_t& out);
+void decodeJson(const boost::json::value& value, const JsonPath& path, bool& out);
+void decodeJson(const boost::json::value& value, const JsonPath& path, std::string& out);
+void decodeJson(const boost::json::value& value, const JsonPath& path, boost::urls::url& out);
+void decodeJson(const boost::json::value& value, const JsonPath& path, Date& out);
+void decodeJson(const boost::json::value& value, const JsonPath& path, Temperature& out);
+void decodeJson(const boost::json::value& value, const JsonPath& path, Speed& out);
+void decodeJson(const boost::json::value& value, const JsonPath& path, Angle& out);
+void decodeJson(const boost::json::value& value, const JsonPath& path, Precipitation& out);
+void decodeJson(const boost::json::value& value, const JsonPath& path, PrecipitationKind& out);
+void decodeJson(const boost::json::value& value, const JsonPath& path, AirQuality& out);
+
+template <class T>
+void decodeJson(const boost::json::value& value, const JsonPath& path, std::vector<T>& out) {
+  const boost::json::array& array = jsonArray(value, path);
+  out.clear();
+  out.resize(array.size());
+  for (size_t i = 0; i < array.size(); ++i) decodeJson(array[i], path.index(i), out[i]);
+}
+
+// Reads the members of one JSON object for a record decoder.
+//
+// A lookup first tries the member after the previous hit, so an object written in declaration
+// order (as every encoder here writes) is read in one pass; members in any other order are still
+// found. `read` requires the key ("missing key" otherwise) and decodes its value as T; `readOptional`
+// gives nothing for a missing key or null. The reader refers to `value` and `path`: keep both
+// alive while it is used.
+class JsonObjectReader {
+ public:
+  // Raises DecodingError when `value` is not an object.
+  JsonObjectReader(const boost::json::value& value, const JsonPath& path);
+
+  // The value of `key`, or null when the object has no such member.
+  const boost::json::value* find(std::string_view key) noexcept;
+
+  template <class T>
+  void read(std::string_view key, T& out) {
+    const boost::json::value* value = find(key);
+    const JsonPath child = path_.key(key);
+    if (value == nullptr) child.fail("missing key");
+    decodeJson(*value, child, out);
+  }
+
+  template <class T>
+  void readOptional(std::string_view key, std::optional<T>& out) {
+    const boost::json::value* value = find(key);
+    if (value == nullptr || value->is_null()) {
+      out.reset();
+      return;
+    }
+    const JsonPath child = path_.key(key);
+    decodeJson(*value, child, out.emplace());
+  }
+
+  const boost::json::object& object() const noexcept { return object_; }
+  const JsonPath& path() const noexcept { return path_; }
+
+ private:
+  const boost::json::object& object_;
+  const JsonPath& path_;
+  size_t next_ = 0;
+};
+
+// -- Writing ---------------------------------------------------------------------------------
+
+void writeJson(JsonWriter& writer, double value);
+void writeJson(JsonWriter& writer, int value);
+void writeJson(JsonWriter& writer, std::int64_t value);
+void writeJson(JsonWriter& writer, bool value);
+void writeJson(JsonWriter& writer, std::string_view value);
+void writeJson(JsonWriter& writer, const std::string& value);
+void writeJson(JsonWriter& writer, const char* value);
+void writeJson(JsonWriter& writer, const boost::urls::url& value);
+void writeJson(JsonWriter& writer, Date value);
+void writeJson(JsonWriter& writer, Temperature value);
+void writeJson(JsonWriter& writer, Speed value);
+void writeJson(JsonWriter& writer, Angle value);
+void writeJson(JsonWriter& writer, Precipitation value);
+void writeJson(JsonWriter& writer, PrecipitationKind value);
+void writeJson(JsonWriter& writer, const AirQuality& value);
+
+template <class T>
+void writeJson(JsonWriter& writer, const std::vector<T>& values) {
+  writer.beginArray();
+  for (const auto& value : values) writeJson(writer, value);
+  writer.endArray();
+}
+
+template <class T>
+void writeKey(JsonWriter& writer, std::string_view key, const T& value) {
+  writer.key(key);
+  writeJson(writer, value);
+}
+
+// Leaves the key out when the value is absent.
+template <class T>
+void writeOptionalKey(JsonWriter& writer, std::string_view key, const std::optional<T>& value) {
+  if (!value) return;
+  writer.key(key);
+  writeJson(writer, *value);
+}
+
+// The case name of a precipitation kind ("none", "hail", "mixed", "rain", "sleet", "snow").
+std::string_view precipitationKindName(PrecipitationKind kind) noexcept;
+std::optional<PrecipitationKind> precipitationKindNamed(std::string_view name) noexcept;
+
+}  // namespace ombrine
