@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "app/places_command.hpp"
 #include "app/units_command.hpp"
 
 namespace ombrine::app {
@@ -10,7 +11,10 @@ namespace {
 std::atomic<int> code{0};
 }
 
-void addCommands(CLI::App& app) { addUnitsCommand(app); }
+void addCommands(CLI::App& app) {
+  addPlacesCommand(app);
+  addUnitsCommand(app);
+}
 
 int exitCode() { return code.load(); }
 void setExitCode(int value) { code.store(value); }

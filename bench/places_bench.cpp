@@ -1,0 +1,125 @@
+// Offline places: reverse geocoding, name search, time zone by coordinate and index load time.
+// Targets: reverse ≤ 5 µs, search ≤ 200 µs, load ≤ 5 ms. Besides the mean, the latency
+// benchmarks time every call and report the median and 99th percentile (p50_us, p99_us).
+// The whole `ombrine places at` process is timed by scripts/bench-places.
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "places/offline_geocoder.hpp"
+#include "places/search_key.hpp"
+#include "platform/icu_setup.hpp"
+
+namespace {
+
+using ombrine::Location;
+using ombrine::OfflineGeocoder;
+
+const OfflineGeocoder& geocoder() {
+  static const OfflineGeocoder instance;
+  return instance;
+}
+
+// Half the points near real places (where people are), half anywhere (mostly sea).
+std::vector<Location> samplePoints() {
+  std::mt19937 random(7);
+  std::vector<Location> points;
+  const auto& places = geocoder().places();
+  std::uniform_int_distribution<std::uint32_t> pick(0, places.placeCount() - 1);
+  std::uniform_real_distribution<double> jitter(-0.05, 0.05);
+  std::uniform_real_distribution<double> latitude(-90, 90);
+  std::uniform_real_distribution<double> longitude(-180, 180);
+  for (int i = 0; i < 2048; ++i) {
+    const auto place = places.place(pick(random));
+    points.emplace_back(std::clamp(place.latitude + jitter(random), -90.0, 90.0),
+                        std::clamp(place.longitude + jitter(random), -180.0, 180.0));
+    points.emplace_back(latitude(random), longitude(random));
+  }
+  return points;
+}
+
+// Times each call of `body(i)` and reports the median and 99th percentile in microseconds.
+template <class Body>
+void timed(benchmark::State& state, std::size_t count, Body body) {
+  std::vector<double> micros;
+  micros.reserve(1 << 16);
+  std::size_t i = 0;
+  for (auto _ : state) {
+    const auto start = std::chrono::steady_clock::now();
+    body(i++ % count);
+    const auto end = std::chrono::steady_clock::now();
+    if (micros.size() < micros.capacity()) micros.push_back(std::chrono::duration<double, std::micro>(end - start).count());
+  }
+  std::sort(micros.begin(), micros.end());
+  if (micros.empty()) return;
+  state.counters["p50_us"] = micros[micros.size() / 2];
+  state.counters["p99_us"] = micros[std::min(micros.size() - 1, micros.size() * 99 / 100)];
+}
+
+void BM_ReverseGeocode(benchmark::State& state) {
+  static const std::vector<Location> points = samplePoints();
+  timed(state, points.size(), [&](std::size_t i) { benchmark::DoNotOptimize(geocoder().reverseGeocode(points[i])); });
+}
+BENCHMARK(BM_ReverseGeocode);
+
+// The index work alone: nearest town and the grid's zone, without building strings.
+void BM_NearestPlaceAndZone(benchmark::State& state) {
+  static const std::vector<Location> points = samplePoints();
+  timed(state, points.size(), [&](std::size_t i) {
+    const Location& at = points[i];
+    benchmark::DoNotOptimize(geocoder().places().nearest(
+        {.latitude = at.latitude(), .longitude = at.longitude(), .radiusMeters = OfflineGeocoder::kLocalityRadiusMeters}));
+    benchmark::DoNotOptimize(geocoder().zones().zoneIndexAt(at.latitude(), at.longitude()));
+  });
+}
+BENCHMARK(BM_NearestPlaceAndZone);
+
+void BM_TimeZoneAt(benchmark::State& state) {
+  static const std::vector<Location> points = samplePoints();
+  timed(state, points.size(), [&](std::size_t i) { benchmark::DoNotOptimize(geocoder().timeZone(points[i])); });
+}
+BENCHMARK(BM_TimeZoneAt);
+
+const std::vector<std::string> kQueries = {
+    "Munich",      "zurich",   "sao paulo", "Springfield, IL", "Paris, Texas", "new york", "Москва",
+    "Lon",         "San",      "st louis",  "Frankfurt",       "kyoto",        "Springf",  "48.137,11.575",
+    "Buenos Aires", "mel",     "cologne",   "Paris, FR",       "Wellington",   "xqzvbnm",
+};
+
+void BM_Search(benchmark::State& state) {
+  timed(state, kQueries.size(), [&](std::size_t i) { benchmark::DoNotOptimize(geocoder().search(kQueries[i], 10)); });
+}
+BENCHMARK(BM_Search);
+
+// The worst case of prefix search: one letter matches a tenth of all keys.
+void BM_SearchOneLetter(benchmark::State& state) {
+  timed(state, 1, [&](std::size_t) { benchmark::DoNotOptimize(geocoder().search("s", 10)); });
+}
+BENCHMARK(BM_SearchOneLetter);
+
+void BM_SearchKey(benchmark::State& state) {
+  for (auto _ : state) benchmark::DoNotOptimize(ombrine::searchKey("Thành phố Hồ Chí Minh"));
+}
+BENCHMARK(BM_SearchKey);
+
+// Opening maps both files and validates their headers, sections, rows, regions and countries.
+void BM_IndexLoad(benchmark::State& state) {
+  const auto directory = OfflineGeocoder::defaultDirectory();
+  timed(state, 1, [&](std::size_t) { benchmark::DoNotOptimize(OfflineGeocoder(directory)); });
+}
+BENCHMARK(BM_IndexLoad)->Unit(benchmark::kMicrosecond);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  ombrine::useShippedTimeZoneData();
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}
