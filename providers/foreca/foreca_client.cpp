@@ -83,25 +83,12 @@ std::string shortestDecimal(double value) {
   return std::string(buffer.data(), end);
 }
 
-// Everything the children of one fetch deliver. Shared with the children so that it outlives
-// each of them whatever the order of teardown.
-struct Results {
-  ForecaCurrent current;
-  std::vector<ForecaHourly> hourly;
-  std::vector<ForecaDaily> daily;
-  std::vector<ForecaMinute> minutely;
-  std::vector<AirQuality> airQuality;
-  std::vector<ForecaWarning> warnings;
-};
-
 }  // namespace
 
-struct ForecaClient::FetchState {
-  Location location;
-  TimeZone zone;
-  bool useSecondaryBase = false;
-  Results results;
-};
+
+int forecaMinutelyProbability(const ForecaCurrent& current, std::span<const ForecaHourly> hourly) {
+  return std::max({current.precipProb, hourly[1].precipProb, hourly[2].precipProb});
+}
 
 std::string forecaPointText(const Location& location) {
   return shortestDecimal(location.longitude()) + "," + shortestDecimal(location.latitude());
@@ -142,46 +129,59 @@ boost::urls::url ForecaClient::requestUrl(ForecaRequest request, const Location&
   return url;
 }
 
-Task<std::string> ForecaClient::get(ForecaRequest request, const Location& location, bool useSecondaryBase) {
-  const RequestForm& form = formOf(request);
+namespace {
+
+// The answer body of `url`; raises for a transport failure or a status other than 200.
+Task<std::string> getAnswer(HttpClient& http, boost::urls::url url, std::string_view name) {
   HttpRequest httpRequest;
-  httpRequest.url = requestUrl(request, location, useSecondaryBase);
+  httpRequest.url = std::move(url);
   httpRequest.timeout = kRequestTimeout;
   HttpResponse response;
   try {
-    response = co_await http_.send(httpRequest);
+    response = co_await http.send(httpRequest);
   } catch (const HttpError& error) {
-    logf("Foreca {} request failed: {} ({})", form.name, error.what(), redactedForecaUrl(httpRequest.url));
+    logf("Foreca {} request failed: {} ({})", name, error.what(), redactedForecaUrl(httpRequest.url));
     throw DomainError(kRequestErrorDomain, kRequestErrorCode, error.what());
   }
   if (response.status == 429) {
-    logf("Foreca {} request hit the API limit (HTTP 429) ({})", form.name, redactedForecaUrl(httpRequest.url));
+    logf("Foreca {} request hit the API limit (HTTP 429) ({})", name, redactedForecaUrl(httpRequest.url));
     throw NetworkError(NetworkError::exceededApiLimit);
   }
   if (response.status != 200) {
-    logf("Foreca {} request failed: HTTP {} ({})", form.name, response.status, redactedForecaUrl(httpRequest.url));
+    logf("Foreca {} request failed: HTTP {} ({})", name, response.status, redactedForecaUrl(httpRequest.url));
     throw DomainError(kRequestErrorDomain, kRequestErrorCode, "HTTP " + std::to_string(response.status));
   }
   co_return std::move(response.body);
 }
 
-// Logs a decoding failure of `what` and raises it again.
-template <class Decode>
-auto decodeLogged(std::string_view what, Decode decode) {
+// What the children of one fetch share. Held by each child, so that it outlives every one of
+// them whatever the order of teardown.
+struct FetchState {
+  TimeZone zone;
+  ForecaWeather weather;
+};
+
+// Fetches `url`, decodes the answer with `decode(body, state)` and stores the result in
+// `state->weather.*field`. A decoding failure is logged and raised.
+template <class Field, class Decode>
+Task<void> fetchInto(HttpClient& http, boost::urls::url url, std::string_view name,
+                     std::shared_ptr<FetchState> state, Field ForecaWeather::*field, Decode decode) {
+  std::string body = co_await getAnswer(http, std::move(url), name);
   try {
-    return decode();
+    state->weather.*field = decode(body, *state);
   } catch (const DecodingError& error) {
-    logf("Foreca {} answer could not be decoded: {}", what, error.what());
+    logf("Foreca {} answer could not be decoded: {}", name, error.what());
     throw;
   }
 }
 
-Task<void> ForecaClient::fetchWarnings(FetchState& state, Location location, bool useSecondaryBase) {
-  // The one request whose failure is tolerated: a forecast without warnings beats none.
+// The warnings request: the one whose failure is tolerated, since a forecast without warnings
+// beats none. Cancellation still ends it as a cancellation.
+Task<void> fetchWarnings(HttpClient& http, boost::urls::url url, std::shared_ptr<FetchState> state) {
+  auto decode = [](std::string_view body, const FetchState&) { return decodeForecaWarnings(body).warnings; };
   try {
-    std::string body = co_await get(ForecaRequest::warnings, location, useSecondaryBase);
-    auto decode = [&body] { return decodeForecaWarnings(body).warnings; };
-    state.results.warnings = decodeLogged("warnings", decode);
+    co_await fetchInto(http, std::move(url), formOf(ForecaRequest::warnings).name, state, &ForecaWeather::warnings,
+                       decode);
   } catch (...) {
     std::exception_ptr error = std::current_exception();
     rethrowIfCancellation(error);
@@ -190,9 +190,11 @@ Task<void> ForecaClient::fetchWarnings(FetchState& state, Location location, boo
     } catch (const std::exception& e) {
       logf("Foreca warnings are left out: {}", e.what());
     }
-    state.results.warnings.clear();
+    state->weather.warnings.clear();
   }
 }
+
+}  // namespace
 
 Task<OneCallWeather> ForecaClient::fetch(Location location, GeoDetails details, bool useSecondaryBase,
                                          std::optional<OneCallWeather> freshCachedRecord) {
@@ -203,77 +205,50 @@ Task<OneCallWeather> ForecaClient::fetch(Location location, GeoDetails details, 
   }
 
   auto state = std::make_shared<FetchState>();
-  state->location = location;
   state->zone = details.timeZone;
-  state->useSecondaryBase = useSecondaryBase;
-
-  auto fetchCurrent = [this, state]() -> Task<void> {
-    std::string body = co_await get(ForecaRequest::current, state->location, state->useSecondaryBase);
-    auto decode = [&body] { return decodeForecaCurrent(body).current; };
-    state->results.current = decodeLogged("current", decode);
+  auto url = [&](ForecaRequest request) { return requestUrl(request, location, useSecondaryBase); };
+  auto name = [](ForecaRequest request) { return formOf(request).name; };
+  auto child = [&](ForecaRequest request, auto field, auto decode) {
+    return fetchInto(http_, url(request), name(request), state, field, decode);
   };
-  auto fetchHourly = [this, state]() -> Task<void> {
-    std::string body = co_await get(ForecaRequest::hourly, state->location, state->useSecondaryBase);
-    auto decode = [&body] { return decodeForecaHourly(body).forecast; };
-    state->results.hourly = decodeLogged("hourly", decode);
-  };
-  auto fetchDaily = [this, state]() -> Task<void> {
-    std::string body = co_await get(ForecaRequest::daily, state->location, state->useSecondaryBase);
-    auto decode = [&body, &state] { return decodeForecaDaily(body, state->zone).forecast; };
-    state->results.daily = decodeLogged("daily", decode);
-  };
-  auto fetchMinutely = [this, state]() -> Task<void> {
-    std::string body = co_await get(ForecaRequest::minutely, state->location, state->useSecondaryBase);
-    auto decode = [&body] { return decodeForecaMinutely(body).forecast; };
-    state->results.minutely = decodeLogged("minutely", decode);
-  };
-  auto fetchAirQuality = [this, state]() -> Task<void> {
-    std::string body = co_await get(ForecaRequest::airQuality, state->location, state->useSecondaryBase);
-    auto decode = [&body] { return decodeForecaAirQuality(body).forecast; };
-    state->results.airQuality = decodeLogged("air quality", decode);
-  };
-  auto fetchAlerts = [this, state]() -> Task<void> {
-    co_await fetchWarnings(*state, state->location, state->useSecondaryBase);
+  auto decodeCurrent = [](std::string_view body, const FetchState&) { return decodeForecaCurrent(body).current; };
+  auto decodeHourly = [](std::string_view body, const FetchState&) { return decodeForecaHourly(body).forecast; };
+  auto decodeDaily = [](std::string_view body, const FetchState& s) { return decodeForecaDaily(body, s.zone).forecast; };
+  auto decodeMinutely = [](std::string_view body, const FetchState&) { return decodeForecaMinutely(body).forecast; };
+  auto decodeAirQuality = [](std::string_view body, const FetchState&) {
+    return decodeForecaAirQuality(body).forecast;
   };
 
   // Current, hourly and daily decide whether the minutely request is needed, so they form an
   // inner group awaited first, while air quality and warnings keep running in the outer one.
   std::function<Task<void>(TaskGroup&)> firstStage = [&](TaskGroup& group) -> Task<void> {
-    group.spawn(fetchCurrent());
-    group.spawn(fetchHourly());
-    group.spawn(fetchDaily());
+    group.spawn(child(ForecaRequest::current, &ForecaWeather::current, decodeCurrent));
+    group.spawn(child(ForecaRequest::hourly, &ForecaWeather::hourly, decodeHourly));
+    group.spawn(child(ForecaRequest::daily, &ForecaWeather::daily, decodeDaily));
     co_return;
   };
   std::function<Task<void>(TaskGroup&)> allRequests = [&](TaskGroup& group) -> Task<void> {
-    group.spawn(fetchAirQuality());
-    group.spawn(fetchAlerts());
+    group.spawn(child(ForecaRequest::airQuality, &ForecaWeather::airQuality, decodeAirQuality));
+    group.spawn(fetchWarnings(http_, url(ForecaRequest::warnings), state));
     co_await withTaskGroup(firstStage);
-    const Results& results = state->results;
+    const ForecaWeather& results = state->weather;
     if (results.hourly.size() < 3 || results.daily.empty()) {
       logf("Foreca answer too short: {} hourly rows, {} daily rows", results.hourly.size(), results.daily.size());
       throw NetworkError(NetworkError::invalidResponse);
     }
-    int probability =
-        std::max({results.current.precipProb, results.hourly[1].precipProb, results.hourly[2].precipProb});
-    if (probability > kForecaMinutelyProbabilityThreshold) group.spawn(fetchMinutely());
+    if (forecaNeedsMinutely(forecaMinutelyProbability(results.current, results.hourly))) {
+      group.spawn(child(ForecaRequest::minutely, &ForecaWeather::minutely, decodeMinutely));
+    }
   };
   co_await withTaskGroup(allRequests);
 
-  ForecaWeather weather{
-      .warnings = std::move(state->results.warnings),
-      .current = std::move(state->results.current),
-      .minutely = std::move(state->results.minutely),
-      .hourly = std::move(state->results.hourly),
-      .daily = std::move(state->results.daily),
-      .airQuality = std::move(state->results.airQuality),
-  };
   ForecaConversionContext context{
       .location = location,
       .timeZone = details.timeZone,
       .now = Date::fromSystem(clock_.now()),
       .languageCode = languageCode_,
   };
-  co_return convertForecaWeather(weather, context);
+  co_return convertForecaWeather(state->weather, context);
 }
 
 Task<OneCallWeather> fetchForecaForecast(HttpClient& http, const ServiceEndpoints& endpoints,

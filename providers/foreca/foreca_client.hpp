@@ -24,6 +24,7 @@
 // HttpClient and Clock must outlive the client.
 
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -36,11 +37,18 @@
 #include "platform/clock.hpp"
 #include "platform/http_client.hpp"
 #include "platform/task.hpp"
+#include "providers/foreca/foreca_wire.hpp"
 
 namespace ombrine {
 
 // The minutely request is sent only when the precipitation probability is above this (percent).
 inline constexpr int kForecaMinutelyProbabilityThreshold = 19;
+// The probability that decides the minutely request: the largest of the current hour's and
+// those of the second and third hourly rows. Precondition: at least 3 hourly rows.
+int forecaMinutelyProbability(const ForecaCurrent& current, std::span<const ForecaHourly> hourly);
+// True when the minutely request is worth sending (probability above 19 %).
+inline bool forecaNeedsMinutely(int probability) { return probability > kForecaMinutelyProbabilityThreshold; }
+
 // A cached record this close to the requested point (metres) can stand in for a fetch.
 inline constexpr double kForecaCacheReuseDistance = 2000.0;
 
@@ -66,10 +74,6 @@ class ForecaClient {
   boost::urls::url requestUrl(ForecaRequest request, const Location& location, bool useSecondaryBase) const;
 
  private:
-  struct FetchState;
-  Task<std::string> get(ForecaRequest request, const Location& location, bool useSecondaryBase);
-  Task<void> fetchWarnings(FetchState& state, Location location, bool useSecondaryBase);
-
   HttpClient& http_;
   ServiceEndpoints endpoints_;
   Secret token_;

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <map>
 #include <optional>
 
 #include "providers/foreca/foreca_calendar.hpp"
@@ -61,6 +62,38 @@ std::optional<int> roundedInteger(const std::optional<double>& value) {
   return static_cast<int>(std::lround(std::clamp(*value, -2147483648.0, 2147483647.0)));
 }
 
+OneCallWeather::Glyph glyphWithPhrase(std::string_view symbol, std::string phrase) {
+  return OneCallWeather::Glyph{
+      .id = 0,
+      .main = phrase,
+      .description = phrase,
+      .symbolName = forecaSymbolName(symbol),
+      .isDaylight = isDaylightSymbol(symbol),
+  };
+}
+
+// The few distinct phrases of an answer repeat over hundreds of rows; each is capitalised once.
+class PhraseCapitalizer {
+ public:
+  explicit PhraseCapitalizer(std::string_view locale) : locale_(locale) {}
+
+  const std::string& operator()(std::string_view phrase) {
+    auto found = cache_.find(phrase);
+    if (found == cache_.end()) {
+      found = cache_.emplace(std::string(phrase), capitalizedFirstLetter(phrase, locale_)).first;
+    }
+    return found->second;
+  }
+
+  OneCallWeather::Glyph glyph(std::string_view symbol, std::string_view phrase) {
+    return glyphWithPhrase(symbol, (*this)(phrase));
+  }
+
+ private:
+  std::string locale_;
+  std::map<std::string, std::string, std::less<>> cache_;
+};
+
 // The air quality entries keyed by the start of their clock hour, so each row looks its hour up
 // without calendar work.
 class AirQualityByHour {
@@ -71,8 +104,10 @@ class AirQualityByHour {
   }
 
   // The first entry in the clock hour of `instant`, if any.
-  std::optional<AirQuality> at(Date instant) const {
-    Date hour = calendar_.startOfHour(instant);
+  std::optional<AirQuality> at(Date instant) const { return inHour(calendar_.startOfHour(instant)); }
+
+  // The first entry in the clock hour that starts at `hour`, if any.
+  std::optional<AirQuality> inHour(Date hour) const {
     for (const auto& [entryHour, entry] : entries_) {
       if (entryHour == hour) return entry;
     }
@@ -84,50 +119,44 @@ class AirQualityByHour {
   std::vector<std::pair<Date, AirQuality>> entries_;
 };
 
+// The fields current and hourly rows take alike.
+template <class Row, class Wire>
+void copyCommonFields(Row& row, const Wire& wire, PhraseCapitalizer& phrases) {
+  row.dt = wire.time;
+  row.temp = wire.temperature;
+  row.feelsLike = wire.feelsLikeTemp;
+  row.pressure = roundedInteger(wire.pressure);
+  row.dewPoint = wire.dewPoint;
+  row.uvi = wire.uvIndex;
+  row.humidity = wire.relHumidity;
+  row.clouds = wire.cloudiness;
+  row.visibility = roundedInteger(wire.visibility);
+  row.windSpeed = wire.windSpeed;
+  row.windGust = wire.windGust;
+  row.windDeg = wire.windDir;
+  row.weather = {phrases.glyph(wire.symbol, wire.symbolPhrase)};
+}
+
 OneCallWeather::Current convertCurrent(const ForecaWeather& weather, const ForecaConversionContext& context,
-                                       const AirQualityByHour& airQuality) {
-  const ForecaCurrent& current = weather.current;
+                                       const AirQualityByHour& airQuality, PhraseCapitalizer& phrases) {
   OneCallWeather::Current result;
-  result.dt = current.time;
+  copyCommonFields(result, weather.current, phrases);
   const ForecaDaily* today = weather.daily.empty() ? nullptr : &weather.daily.front();
   result.sunrise = today && today->sunrise ? *today->sunrise : context.now;
   result.sunset = today && today->sunset ? *today->sunset : context.now;
-  result.temp = current.temperature;
-  result.feelsLike = current.feelsLikeTemp;
-  result.pressure = roundedInteger(current.pressure);
-  result.dewPoint = current.dewPoint;
-  result.uvi = current.uvIndex;
-  result.humidity = current.relHumidity;
-  result.clouds = current.cloudiness;
-  result.visibility = roundedInteger(current.visibility);
-  result.windSpeed = current.windSpeed;
-  result.windGust = current.windGust;
-  result.windDeg = current.windDir;
-  result.weather = {forecaGlyph(current.symbol, current.symbolPhrase, context.languageCode)};
-  result.airQuality = airQuality.at(current.time);
+  result.airQuality = airQuality.at(weather.current.time);
   return result;
 }
 
-OneCallWeather::Hourly convertHour(const ForecaHourly& hour, const ForecaConversionContext& context,
-                                   const AirQualityByHour& airQuality) {
+// `hourStart` is the start of the clock hour of the row.
+OneCallWeather::Hourly convertHour(const ForecaHourly& hour, Date hourStart, const AirQualityByHour& airQuality,
+                                   PhraseCapitalizer& phrases) {
   OneCallWeather::Hourly row;
-  row.dt = hour.time;
-  row.temp = hour.temperature;
-  row.feelsLike = hour.feelsLikeTemp;
-  row.pressure = roundedInteger(hour.pressure);
-  row.humidity = hour.relHumidity;
-  row.dewPoint = hour.dewPoint;
-  row.uvi = hour.uvIndex;
-  row.clouds = hour.cloudiness;
-  row.visibility = roundedInteger(hour.visibility);
-  row.windSpeed = hour.windSpeed;
-  row.windDeg = hour.windDir;
-  row.windGust = hour.windGust;
+  copyCommonFields(row, hour, phrases);
   row.pop = hour.precipProb / 100.0;
   row.rain = OneCallWeather::Rain{hour.precipAccum};
   row.snow = OneCallWeather::Snow{hour.snowAccum};
-  row.weather = {forecaGlyph(hour.symbol, hour.symbolPhrase, context.languageCode)};
-  row.airQuality = airQuality.at(hour.time);
+  row.airQuality = airQuality.inHour(hourStart);
   return row;
 }
 
@@ -138,18 +167,46 @@ std::string nightFormOf(std::string_view symbol) {
   return night;
 }
 
-std::vector<OneCallWeather::Glyph> glyphsBetween(const std::vector<OneCallWeather::Hourly>& hourly, Date from,
-                                                 Date until) {
-  std::vector<OneCallWeather::Glyph> glyphs;
-  for (const auto& row : hourly) {
-    if (row.dt >= from && row.dt < until) glyphs.insert(glyphs.end(), row.weather.begin(), row.weather.end());
+std::string representativeOf(std::span<const std::string_view> names, std::string_view fallbackSymbolName,
+                             double wetWeight) {
+  std::vector<std::string_view> wet;
+  std::vector<std::string_view> other;
+  for (std::string_view name : names) (isWetSymbolName(name) ? wet : other).push_back(name);
+  const std::vector<std::string_view>& kept =
+      wetWeight * static_cast<double>(wet.size()) >= static_cast<double>(other.size()) ? wet : other;
+  if (kept.empty()) return std::string(fallbackSymbolName);
+
+  // Counted in order of first appearance, so a tie goes to the name seen first.
+  std::vector<std::pair<std::string_view, int>> counts;
+  for (std::string_view name : kept) {
+    auto found = std::find_if(counts.begin(), counts.end(), [&](const auto& entry) { return entry.first == name; });
+    if (found == counts.end()) {
+      counts.emplace_back(name, 1);
+    } else {
+      ++found->second;
+    }
   }
-  return glyphs;
+  auto best = counts.begin();
+  for (auto it = counts.begin(); it != counts.end(); ++it) {
+    if (it->second > best->second) best = it;
+  }
+  return std::string(best->first);
+}
+
+// The symbol names of the hourly rows in [from, until).
+std::vector<std::string_view> symbolNamesBetween(const std::vector<OneCallWeather::Hourly>& hourly, Date from,
+                                                 Date until) {
+  std::vector<std::string_view> names;
+  for (const auto& row : hourly) {
+    if (row.dt < from || row.dt >= until) continue;
+    for (const auto& glyph : row.weather) names.push_back(glyph.symbolName);
+  }
+  return names;
 }
 
 OneCallWeather::Daily convertDay(const std::vector<ForecaDaily>& days, size_t index,
                                  const std::vector<OneCallWeather::Hourly>& hourly,
-                                 const ForecaConversionContext& context, const PlaceCalendar& calendar) {
+                                 PhraseCapitalizer& phrases, const PlaceCalendar& calendar) {
   const ForecaDaily& day = days[index];
   Date start = calendar.startOfDay(day.date);
   Date end = calendar.endOfDay(day.date);
@@ -164,21 +221,21 @@ OneCallWeather::Daily convertDay(const std::vector<ForecaDaily>& days, size_t in
     morning = next.sunrise ? *next.sunrise : calendar.date(nextCivil, 7, 0);
   }
 
-  std::vector<OneCallWeather::Glyph> daytime = glyphsBetween(hourly, start, evening);
-  std::vector<OneCallWeather::Glyph> night = glyphsBetween(hourly, evening, morning);
-  std::string phrase = capitalizedFirstLetter(day.symbolPhrase, context.languageCode);
+  std::vector<std::string_view> daytime = symbolNamesBetween(hourly, start, evening);
+  std::vector<std::string_view> night = symbolNamesBetween(hourly, evening, morning);
+  const std::string& phrase = phrases(day.symbolPhrase);
   OneCallWeather::Glyph dayGlyph{
       .id = 0,
       .main = phrase,
       .description = phrase,
-      .symbolName = representativeSymbolName(daytime, forecaSymbolName(day.symbol), kDaytimeWetWeight),
+      .symbolName = representativeOf(daytime, forecaSymbolName(day.symbol), kDaytimeWetWeight),
       .isDaylight = true,
   };
   OneCallWeather::Glyph nightGlyph{
       .id = 0,
       .main = phrase,
       .description = phrase,
-      .symbolName = representativeSymbolName(night, forecaSymbolName(nightFormOf(day.symbol)), kNightWetWeight),
+      .symbolName = representativeOf(night, forecaSymbolName(nightFormOf(day.symbol)), kNightWetWeight),
       .isDaylight = false,
   };
 
@@ -264,42 +321,15 @@ std::string capitalizedFirstLetter(std::string_view text, std::string_view local
 }
 
 OneCallWeather::Glyph forecaGlyph(std::string_view symbol, std::string_view symbolPhrase, std::string_view locale) {
-  std::string phrase = capitalizedFirstLetter(symbolPhrase, locale);
-  return OneCallWeather::Glyph{
-      .id = 0,
-      .main = phrase,
-      .description = phrase,
-      .symbolName = forecaSymbolName(symbol),
-      .isDaylight = isDaylightSymbol(symbol),
-  };
+  return glyphWithPhrase(symbol, capitalizedFirstLetter(symbolPhrase, locale));
 }
 
 std::string representativeSymbolName(std::span<const OneCallWeather::Glyph> glyphs,
                                      std::string_view fallbackSymbolName, double wetWeight) {
-  std::vector<std::string_view> wet;
-  std::vector<std::string_view> other;
-  for (const auto& glyph : glyphs) {
-    (isWetSymbolName(glyph.symbolName) ? wet : other).push_back(glyph.symbolName);
-  }
-  const std::vector<std::string_view>& kept =
-      wetWeight * static_cast<double>(wet.size()) >= static_cast<double>(other.size()) ? wet : other;
-  if (kept.empty()) return std::string(fallbackSymbolName);
-
-  // Counted in order of first appearance, so a tie goes to the name seen first.
-  std::vector<std::pair<std::string_view, int>> counts;
-  for (std::string_view name : kept) {
-    auto found = std::find_if(counts.begin(), counts.end(), [&](const auto& entry) { return entry.first == name; });
-    if (found == counts.end()) {
-      counts.emplace_back(name, 1);
-    } else {
-      ++found->second;
-    }
-  }
-  auto best = counts.begin();
-  for (auto it = counts.begin(); it != counts.end(); ++it) {
-    if (it->second > best->second) best = it;
-  }
-  return std::string(best->first);
+  std::vector<std::string_view> names;
+  names.reserve(glyphs.size());
+  for (const auto& glyph : glyphs) names.push_back(glyph.symbolName);
+  return representativeOf(names, fallbackSymbolName, wetWeight);
 }
 
 OneCallWeather convertForecaWeather(const ForecaWeather& weather, const ForecaConversionContext& context) {
@@ -310,7 +340,8 @@ OneCallWeather convertForecaWeather(const ForecaWeather& weather, const ForecaCo
   record.lon = context.location.longitude();
   record.timeZone = context.timeZone;
   AirQualityByHour airQuality(weather.airQuality, calendar);
-  record.current = convertCurrent(weather, context, airQuality);
+  PhraseCapitalizer phrases(context.languageCode);
+  record.current = convertCurrent(weather, context, airQuality, phrases);
 
   std::vector<OneCallWeather::Minutely> minutely;
   minutely.reserve(weather.minutely.size());
@@ -325,13 +356,13 @@ OneCallWeather convertForecaWeather(const ForecaWeather& weather, const ForecaCo
   std::vector<Date> rowHours;
   rowHours.reserve(weather.hourly.size());
   for (const ForecaHourly& hour : weather.hourly) {
-    hourly.push_back(convertHour(hour, context, airQuality));
     rowHours.push_back(calendar.startOfHour(hour.time));
+    hourly.push_back(convertHour(hour, rowHours.back(), airQuality, phrases));
   }
 
   record.daily.reserve(weather.daily.size());
   for (size_t i = 0; i < weather.daily.size(); ++i) {
-    record.daily.push_back(convertDay(weather.daily, i, hourly, context, calendar));
+    record.daily.push_back(convertDay(weather.daily, i, hourly, phrases, calendar));
   }
 
   std::vector<OneCallWeather::Hourly> sunRows;

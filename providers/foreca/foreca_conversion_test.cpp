@@ -26,6 +26,14 @@ Date wall(const TimeZone& placeZone, int year, int month, int day, int hour, int
   return calendar.date({year, month, day}, hour, minute);
 }
 
+// The smallest weather a fetch accepts: current and three hourly rows from `start`.
+ForecaWeather threeHours(Date start) {
+  ForecaWeather weather;
+  weather.current = currentRow(start);
+  weather.hourly = {hourlyRow(start), hourlyRow(start + 3600), hourlyRow(start + 7200)};
+  return weather;
+}
+
 OneCallWeather::Glyph glyphNamed(std::string symbolName) {
   return OneCallWeather::Glyph{.symbolName = std::move(symbolName)};
 }
@@ -210,10 +218,8 @@ TEST(ForecaDailyTest, MorningEdgeIsNextSunriseOrSevenAndTheLastNightEndsAtMidnig
 
 TEST(ForecaDailyTest, DayWithoutHoursShowsTheDaySymbolInDayAndNightForm) {
   TimeZone helsinki = zone("Europe/Helsinki");
-  ForecaWeather weather;
   Date day = wall(helsinki, 2024, 6, 20, 0);
-  weather.current = currentRow(day);
-  weather.hourly = {hourlyRow(day), hourlyRow(day + 3600), hourlyRow(day + 7200)};
+  ForecaWeather weather = threeHours(day);
   weather.daily = {dailyRow(day, std::nullopt, std::nullopt, "d100"),
                    dailyRow(wall(helsinki, 2024, 6, 21, 0), std::nullopt, std::nullopt, "d220")};
   ForecaConversionContext context{.location = Location(60, 25), .timeZone = helsinki, .now = day};
@@ -298,10 +304,8 @@ TEST(ForecaSunRowsTest, AddsOneRowPerFutureEventAndSortsStably) {
 
 TEST(ForecaSunRowsTest, EventOutsideTheHourlyRowsAddsNothing) {
   TimeZone helsinki = zone("Europe/Helsinki");
-  ForecaWeather weather;
   Date day = wall(helsinki, 2024, 6, 20, 0);
-  weather.current = currentRow(day);
-  weather.hourly = {hourlyRow(day), hourlyRow(day + 3600), hourlyRow(day + 7200)};
+  ForecaWeather weather = threeHours(day);
   weather.daily = {dailyRow(day, wall(helsinki, 2024, 6, 20, 3, 50), wall(helsinki, 2024, 6, 20, 22, 50))};
   ForecaConversionContext context{.location = Location(60, 25), .timeZone = helsinki, .now = day};
   OneCallWeather record = convertForecaWeather(weather, context);
@@ -370,9 +374,7 @@ TEST(ForecaHourlyTest, MatchesAirQualityByTheClockHourOfThePlace) {
 TEST(ForecaMinutelyTest, RaisesNegativeRatesToZeroAndLeavesTheTypeOut) {
   TimeZone helsinki = zone("Europe/Helsinki");
   Date now = wall(helsinki, 2024, 6, 10, 12);
-  ForecaWeather weather;
-  weather.current = currentRow(now);
-  weather.hourly = {hourlyRow(now), hourlyRow(now + 3600), hourlyRow(now + 7200)};
+  ForecaWeather weather = threeHours(now);
   weather.daily = {dailyRow(wall(helsinki, 2024, 6, 10, 0), std::nullopt, std::nullopt)};
   for (double rate : {1.2, -0.3, 0.0}) {
     weather.minutely.push_back({.time = now, .precipRate = Speed::metersPerSecond(rate / 3.6e6)});

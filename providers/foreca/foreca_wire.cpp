@@ -250,46 +250,38 @@ std::optional<Date> dailySunEvent(const ObjectReader& reader, std::string_view k
   reader.fail(key, "expected a time of day, a date-time or a day");
 }
 
+// The keys the current and the hourly answer share.
+template <class Row>
+void readCommonFields(const ObjectReader& r, Row& row) {
+  row.time = r.dateTime("time");
+  row.symbol = r.string("symbol");
+  row.symbolPhrase = r.string("symbolPhrase");
+  row.temperature = Temperature::celsius(r.measurement("temperature"));
+  row.feelsLikeTemp = Temperature::celsius(r.measurement("feelsLikeTemp"));
+  row.relHumidity = r.integer("relHumidity");
+  row.dewPoint = Temperature::celsius(r.measurement("dewPoint"));
+  row.windSpeed = windSpeed(r, "windSpeed");
+  row.windDir = Angle::degrees(r.measurement("windDir"));
+  row.windGust = windSpeed(r, "windGust");
+  row.precipProb = r.integer("precipProb");
+  row.cloudiness = r.integer("cloudiness");
+  row.uvIndex = r.number("uvIndex");
+  row.pressure = r.optionalNumber("pressure");
+  row.visibility = r.optionalNumber("visibility");
+}
+
 ForecaCurrent decodeCurrentEntry(const ObjectReader& r) {
   ForecaCurrent current;
-  current.time = r.dateTime("time");
-  current.symbol = r.string("symbol");
-  current.symbolPhrase = r.string("symbolPhrase");
-  current.temperature = Temperature::celsius(r.measurement("temperature"));
-  current.feelsLikeTemp = Temperature::celsius(r.measurement("feelsLikeTemp"));
-  current.relHumidity = r.integer("relHumidity");
-  current.dewPoint = Temperature::celsius(r.measurement("dewPoint"));
-  current.windSpeed = windSpeed(r, "windSpeed");
-  current.windDir = Angle::degrees(r.measurement("windDir"));
-  current.windGust = windSpeed(r, "windGust");
-  current.precipProb = r.integer("precipProb");
-  current.cloudiness = r.integer("cloudiness");
-  current.uvIndex = r.number("uvIndex");
-  current.pressure = r.optionalNumber("pressure");
-  current.visibility = r.optionalNumber("visibility");
+  readCommonFields(r, current);
   return current;
 }
 
 ForecaHourly decodeHourlyEntry(const ObjectReader& r) {
   ForecaHourly hour;
-  hour.time = r.dateTime("time");
-  hour.symbol = r.string("symbol");
-  hour.symbolPhrase = r.string("symbolPhrase");
-  hour.temperature = Temperature::celsius(r.measurement("temperature"));
-  hour.feelsLikeTemp = Temperature::celsius(r.measurement("feelsLikeTemp"));
-  hour.windSpeed = windSpeed(r, "windSpeed");
-  hour.windGust = windSpeed(r, "windGust");
-  hour.windDir = Angle::degrees(r.measurement("windDir"));
+  readCommonFields(r, hour);
   hour.windDirString = r.string("windDirString");
-  hour.precipProb = r.integer("precipProb");
   hour.precipAccum = Precipitation::millimeters(r.measurement("precipAccum"));
   hour.snowAccum = Precipitation::millimeters(r.measurement("snowAccum"));
-  hour.cloudiness = r.integer("cloudiness");
-  hour.uvIndex = r.number("uvIndex");
-  hour.pressure = r.optionalNumber("pressure");
-  hour.visibility = r.optionalNumber("visibility");
-  hour.relHumidity = r.integer("relHumidity");
-  hour.dewPoint = Temperature::celsius(r.measurement("dewPoint"));
   hour.precipType = precipitationType(r, "precipType");
   return hour;
 }

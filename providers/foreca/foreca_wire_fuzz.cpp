@@ -52,45 +52,30 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string_view body(reinterpret_cast<const char*>(data) + 1, size - 1);
   const Date reference = Date::fromUnix(1718000000);
   try {
+    ForecaWeather weather = baseWeather(reference);
+    const TimeZone* zone = &helsinki;
     switch (data[0] % 6) {
-      case 0: {
-        ForecaWeather weather = baseWeather(reference);
+      case 0:
         weather.current = decodeForecaCurrent(body).current;
-        convert(weather, helsinki);
         break;
-      }
-      case 1: {
-        ForecaWeather weather = baseWeather(reference);
+      case 1:
         weather.hourly = decodeForecaHourly(body).forecast;
-        convert(weather, helsinki);
         break;
-      }
-      case 2: {
-        const TimeZone& zone = (data[0] / 6) % 2 == 0 ? helsinki : kiritimati;
-        ForecaWeather weather = baseWeather(reference);
-        weather.daily = decodeForecaDaily(body, zone).forecast;
-        convert(weather, zone);
+      case 2:
+        if ((data[0] / 6) % 2 != 0) zone = &kiritimati;
+        weather.daily = decodeForecaDaily(body, *zone).forecast;
         break;
-      }
-      case 3: {
-        ForecaWeather weather = baseWeather(reference);
+      case 3:
         weather.minutely = decodeForecaMinutely(body).forecast;
-        convert(weather, helsinki);
         break;
-      }
-      case 4: {
-        ForecaWeather weather = baseWeather(reference);
+      case 4:
         weather.airQuality = decodeForecaAirQuality(body).forecast;
-        convert(weather, helsinki);
         break;
-      }
-      default: {
-        ForecaWeather weather = baseWeather(reference);
+      default:
         weather.warnings = decodeForecaWarnings(body).warnings;
-        convert(weather, helsinki);
         break;
-      }
     }
+    convert(weather, *zone);
   } catch (const DecodingError&) {
   }
   return 0;
