@@ -66,7 +66,9 @@ boost::json::value optionalText(const std::optional<std::string>& text) {
 int search(const SearchOptions& options) {
   const OfflineGeocoder geocoder;
   const auto matches = geocoder.search(options.text, options.limit);
-  if (matches.empty()) throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place matches \"" + options.text + "\"");
+  if (matches.empty()) {
+    throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place matches \"" + options.text + "\"");
+  }
   if (options.json) {
     boost::json::array out;
     for (const PlaceMatch& m : matches) {

@@ -53,7 +53,9 @@ void timed(benchmark::State& state, std::size_t count, Body body) {
     const auto start = std::chrono::steady_clock::now();
     body(i++ % count);
     const auto end = std::chrono::steady_clock::now();
-    if (micros.size() < micros.capacity()) micros.push_back(std::chrono::duration<double, std::micro>(end - start).count());
+    if (micros.size() < micros.capacity()) {
+      micros.push_back(std::chrono::duration<double, std::micro>(end - start).count());
+    }
   }
   std::sort(micros.begin(), micros.end());
   if (micros.empty()) return;
@@ -72,8 +74,10 @@ void BM_NearestPlaceAndZone(benchmark::State& state) {
   static const std::vector<Location> points = samplePoints();
   timed(state, points.size(), [&](std::size_t i) {
     const Location& at = points[i];
-    benchmark::DoNotOptimize(geocoder().places().nearest(
-        {.latitude = at.latitude(), .longitude = at.longitude(), .radiusMeters = OfflineGeocoder::kLocalityRadiusMeters}));
+    const ombrine::NearestQuery query{.latitude = at.latitude(),
+                                      .longitude = at.longitude(),
+                                      .radiusMeters = OfflineGeocoder::kLocalityRadiusMeters};
+    benchmark::DoNotOptimize(geocoder().places().nearest(query));
     benchmark::DoNotOptimize(geocoder().zones().zoneIndexAt(at.latitude(), at.longitude()));
   });
 }

@@ -34,6 +34,26 @@ bool startsWith(std::string_view text, std::string_view prefix) noexcept {
 
 double square(double x) noexcept { return x * x; }
 
+// The first index in [low, high) for which `isBelow` is false; `isBelow` must hold for a
+// prefix of the range only.
+template <class IsBelow>
+std::uint32_t firstNotBelow(std::uint32_t low, std::uint32_t high, IsBelow isBelow) {
+  while (low < high) {
+    const std::uint32_t middle = low + (high - low) / 2;
+    if (isBelow(middle)) {
+      low = middle + 1;
+    } else {
+      high = middle;
+    }
+  }
+  return low;
+}
+
+// Offset first, scale last: the one rounding of the division gives back GeoNames' five-decimal
+// values exactly ("39.80172", not "39.80171999999999").
+double toLatitude(std::uint32_t field) noexcept { return (static_cast<double>(field) - 9'000'000.0) / kScale; }
+double toLongitude(std::uint32_t field) noexcept { return (static_cast<double>(field) - 18'000'000.0) / kScale; }
+
 }  // namespace
 
 PlaceIndex::PlaceIndex(const std::filesystem::path& file) {
@@ -102,8 +122,8 @@ IndexedPlace PlaceIndex::place(std::uint32_t index) const {
   if (region >= regionCount_) file_.fail("place " + std::to_string(index) + " names a missing region");
   return IndexedPlace{
       .name = binary::string(file_, strings_, binary::u32(record + 12)),
-      .latitude = (latitude & kLatitudeMask) / kScale - 90.0,
-      .longitude = (longitude & kLongitudeMask) / kScale - 180.0,
+      .latitude = toLatitude(latitude & kLatitudeMask),
+      .longitude = toLongitude(longitude & kLongitudeMask),
       .population = population & kPopulationMask,
       .flags = static_cast<std::uint8_t>(population >> 28),
       .region = region,
@@ -134,19 +154,10 @@ IndexedCountry PlaceIndex::country(std::uint16_t index) const {
 }
 
 std::optional<std::uint16_t> PlaceIndex::findCountry(std::string_view code) const {
-  std::uint16_t low = 0;
-  std::uint16_t high = countryCount_;
-  while (low < high) {
-    const auto middle = static_cast<std::uint16_t>(low + (high - low) / 2);
-    const std::string_view found = country(middle).code;
-    if (found == code) return middle;
-    if (found < code) {
-      low = static_cast<std::uint16_t>(middle + 1);
-    } else {
-      high = middle;
-    }
-  }
-  return std::nullopt;
+  auto codeAt = [&](std::uint32_t i) { return country(static_cast<std::uint16_t>(i)).code; };
+  const std::uint32_t found = firstNotBelow(0, countryCount_, [&](std::uint32_t i) { return codeAt(i) < code; });
+  if (found == countryCount_ || codeAt(found) != code) return std::nullopt;
+  return static_cast<std::uint16_t>(found);
 }
 
 std::uint32_t PlaceIndex::longitudeField(std::uint32_t place) const noexcept {
@@ -204,12 +215,12 @@ void PlaceIndex::scanRow(std::uint32_t row, const NearestQuery& query, double co
 
   auto consider = [&](std::uint32_t index) {
     const std::byte* record = places_.data() + kRecordSize * index;
-    const double latitude = ((binary::u32(record) & kLatitudeMask) / kScale - 90.0) * kRadians;
+    const double latitude = toLatitude(binary::u32(record) & kLatitudeMask) * kRadians;
     const double partLatitude = square(std::sin((latitude - queryLatitude) / 2));
     if (partLatitude > bestHaversine) return;
-    const double longitude = (binary::u32(record + 4) & kLongitudeMask) / kScale - 180.0;
-    const double haversine =
-        partLatitude + cosLatitude * std::cos(latitude) * square(std::sin((longitude - query.longitude) * kRadians / 2));
+    const double longitude = toLongitude(binary::u32(record + 4) & kLongitudeMask);
+    const double partLongitude = square(std::sin((longitude - query.longitude) * kRadians / 2));
+    const double haversine = partLatitude + cosLatitude * std::cos(latitude) * partLongitude;
     if (haversine > bestHaversine || (haversine == bestHaversine && best && best->place < index)) return;
     if (!admits(query, index)) return;
     best = NearestPlace{.place = index};
@@ -219,16 +230,8 @@ void PlaceIndex::scanRow(std::uint32_t row, const NearestQuery& query, double co
 
   // The first place of the row at or east of the query's longitude (wrapping to the start).
   const auto target = static_cast<std::uint32_t>(std::lround((query.longitude + 180.0) * kScale));
-  std::uint32_t low = start;
-  std::uint32_t high = start + count;
-  while (low < high) {
-    const std::uint32_t middle = low + (high - low) / 2;
-    if (longitudeField(middle) < target) {
-      low = middle + 1;
-    } else {
-      high = middle;
-    }
-  }
+  const std::uint32_t low =
+      firstNotBelow(start, start + count, [&](std::uint32_t i) { return longitudeField(i) < target; });
   const std::uint32_t first = low - start == count ? 0 : low - start;
 
   auto degreesBetween = [](double from, double to) {
@@ -239,13 +242,13 @@ void PlaceIndex::scanRow(std::uint32_t row, const NearestQuery& query, double co
   std::uint32_t east = 0;
   for (; east < count; ++east) {
     const std::uint32_t index = start + (first + east) % count;
-    const double longitude = longitudeField(index) / kScale - 180.0;
+    const double longitude = toLongitude(longitudeField(index));
     if (degreesBetween(query.longitude, longitude) > halfWidth) break;
     consider(index);
   }
   for (std::uint32_t west = 1; east + west <= count; ++west) {
     const std::uint32_t index = start + (first + count - west) % count;
-    const double longitude = longitudeField(index) / kScale - 180.0;
+    const double longitude = toLongitude(longitudeField(index));
     if (degreesBetween(longitude, query.longitude) > halfWidth) break;
     consider(index);
   }
@@ -275,7 +278,7 @@ std::optional<NearestPlace> PlaceIndex::largest(const NearestQuery& query) const
       std::clamp(std::floor((query.latitude + reach + 90.0) / rowHeight), 0.0, rowCount_ - 1.0));
   for (std::uint32_t row = firstRow; row <= lastRow; ++row) {
     for (std::uint32_t index = rowStart(row); index < rowStart(row + 1); ++index) {
-      const double longitude = longitudeField(index) / kScale - 180.0;
+      const double longitude = toLongitude(longitudeField(index));
       const double apart = std::abs(std::remainder(longitude - query.longitude, 360.0));
       if (apart > halfWidth) continue;
       const IndexedPlace candidate = place(index);
@@ -304,16 +307,8 @@ std::string_view PlaceIndex::firstKeyOfBlock(std::uint32_t block) const {
 void PlaceIndex::scanPrefix(std::string_view prefix, KeyVisitor& visitor) const {
   // The first block whose first key is not below the prefix; matches may start in the block
   // before it.
-  std::uint32_t low = 0;
-  std::uint32_t high = blockCount_;
-  while (low < high) {
-    const std::uint32_t middle = low + (high - low) / 2;
-    if (firstKeyOfBlock(middle) < prefix) {
-      low = middle + 1;
-    } else {
-      high = middle;
-    }
-  }
+  const std::uint32_t low =
+      firstNotBelow(0, blockCount_, [&](std::uint32_t block) { return firstKeyOfBlock(block) < prefix; });
   char key[2 * 255];
   for (std::uint32_t block = low == 0 ? 0 : low - 1; block < blockCount_; ++block) {
     const std::string_view first = firstKeyOfBlock(block);
@@ -323,7 +318,8 @@ void PlaceIndex::scanPrefix(std::string_view prefix, KeyVisitor& visitor) const 
     }
     std::size_t offset = binary::u32(blocks_.data() + 8 * std::size_t{block});
     std::size_t length = 0;
-    const std::uint64_t entries = std::min<std::uint64_t>(keysPerBlock_, keyCount_ - std::uint64_t{block} * keysPerBlock_);
+    const std::uint64_t entries =
+        std::min<std::uint64_t>(keysPerBlock_, keyCount_ - std::uint64_t{block} * keysPerBlock_);
     for (std::uint64_t i = 0; i < entries; ++i) {
       if (offset + 2 > keys_.size()) file_.fail("key data runs past its section");
       const auto shared = static_cast<std::size_t>(keys_[offset]);

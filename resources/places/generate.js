@@ -113,6 +113,22 @@ function readPlaces() {
   return rows;
 }
 
+// The header writer of both files: magic, version 1, header size, file size, the file's own
+// u32 fields, then {offset, size} of each section.
+function header(magic, headerSize, fields) {
+  return (out, placed, fileSize) => {
+    out.ascii(magic, 8);
+    out.u32(1);
+    out.u32(headerSize);
+    out.u32(fileSize);
+    for (const field of fields) out.u32(field);
+    for (const section of placed) {
+      out.u32(section.offset);
+      out.u32(section.size);
+    }
+  };
+}
+
 function flagsOf(featureCode) {
   if (featureCode === 'PPLX') return FLAG_SECTION;
   if (featureCode === 'PPLC') return FLAG_CAPITAL;
@@ -265,23 +281,8 @@ function buildPlaces(sourceText, options = { minPopulation: 0, alternateNames: t
     keyData.result(),
     pool.result(),
   ];
-  const file = layOut(104, sections, (out, placed, fileSize) => {
-    out.ascii('OMBPLACE', 8);
-    out.u32(1); // version
-    out.u32(104); // header size
-    out.u32(fileSize);
-    out.u32(places.length);
-    out.u32(regions.length);
-    out.u32(countries.length);
-    out.u32(keys.length);
-    out.u32(KEY_BLOCK_SIZE);
-    out.u32(ROW_COUNT);
-    out.u32(sourceRef);
-    for (const s of placed) {
-      out.u32(s.offset);
-      out.u32(s.size);
-    }
-  });
+  const counts = [places.length, regions.length, countries.length, keys.length, KEY_BLOCK_SIZE, ROW_COUNT, sourceRef];
+  const file = layOut(104, sections, header('OMBPLACE', 104, counts));
   const stats = {
     places: places.length,
     regions: regions.length,
@@ -335,21 +336,8 @@ function buildTimeZones(sourceText, places, flatten = false) {
     zones.u16(0);
   }
   const sourceRef = pool.add(sourceText);
-  const file = layOut(72, [top.result(), nodes.result(), zones.result(), pool.result()], (out, placed, fileSize) => {
-    out.ascii('OMBTZGRD', 8);
-    out.u32(1); // version
-    out.u32(72); // header size
-    out.u32(fileSize);
-    out.u32(grid.columns);
-    out.u32(grid.rows);
-    out.u32(grid.nodes.length / 4);
-    out.u32(grid.zones.length);
-    out.u32(sourceRef);
-    for (const s of placed) {
-      out.u32(s.offset);
-      out.u32(s.size);
-    }
-  });
+  const counts = [grid.columns, grid.rows, grid.nodes.length / 4, grid.zones.length, sourceRef];
+  const file = layOut(72, [top.result(), nodes.result(), zones.result(), pool.result()], header('OMBTZGRD', 72, counts));
   if (LEAF !== 0x8000) throw new Error('leaf flag changed; update the reader');
   return { file, stats: { zones: grid.zones.length, nodes: grid.nodes.length / 4, check } };
 }
