@@ -378,12 +378,23 @@ void JsonWriter::value(const boost::json::value& value) {
 JsonObjectReader::JsonObjectReader(const boost::json::value& value, const JsonPath& path)
     : object_(jsonObject(value, path)), path_(path) {}
 
+namespace {
+// Keys are short: a byte loop beats a call to memcmp.
+bool sameKey(boost::json::string_view a, std::string_view b) noexcept {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < b.size(); ++i) {
+    if (a[i] != b[i]) return false;
+  }
+  return true;
+}
+}  // namespace
+
 const boost::json::value* JsonObjectReader::find(std::string_view key) noexcept {
   const size_t size = object_.size();
   const boost::json::key_value_pair* members = object_.begin();
-  if (next_ < size && members[next_].key() == key) return &members[next_++].value();
+  if (next_ < size && sameKey(members[next_].key(), key)) return &members[next_++].value();
   for (size_t i = 0; i < size; ++i) {
-    if (members[i].key() == key) {
+    if (sameKey(members[i].key(), key)) {
       next_ = i + 1;
       return &members[i].value();
     }

@@ -26,6 +26,7 @@
 #include <boost/json/value.hpp>
 #include <boost/url/url.hpp>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -147,8 +148,10 @@ template <class T>
 void decodeJson(const boost::json::value& value, const JsonPath& path, std::vector<T>& out) {
   const boost::json::array& array = jsonArray(value, path);
   out.clear();
-  out.resize(array.size());
-  for (size_t i = 0; i < array.size(); ++i) decodeJson(array[i], path.index(i), out[i]);
+  // Bounded: a long array of bad elements must fail at its first one, not after reserving memory
+  // in proportion to its length.
+  out.reserve(std::min<size_t>(array.size(), 4096));
+  for (size_t i = 0; i < array.size(); ++i) decodeJson(array[i], path.index(i), out.emplace_back());
 }
 
 // Reads the members of one JSON object for a record decoder.
