@@ -27,8 +27,8 @@ build-test: setup
 
 demo: build-release
 	./build/release/bin/ombrine --help
-	./build/release/bin/ombrine units --locale en_US
-	./build/release/bin/ombrine units --locale de_DE
+	./build/release/bin/ombrine units --locale en_GB
+	./build/release/bin/ombrine --services sim forecast Munich
 
 test: build-test
 	cd build/test && ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 \

@@ -2,6 +2,8 @@
 
 #include <atomic>
 
+#include "app/forecast_command.hpp"
+#include "app/global_options.hpp"
 #include "app/places_command.hpp"
 #include "app/units_command.hpp"
 
@@ -12,6 +14,8 @@ std::atomic<int> code{0};
 }
 
 void addCommands(CLI::App& app) {
+  addGlobalOptions(app);
+  addForecastCommand(app);
   addPlacesCommand(app);
   addUnitsCommand(app);
 }

@@ -1,0 +1,199 @@
+#include "app/forecast_render.hpp"
+
+#include <unicode/dtfmtsym.h>
+#include <unicode/smpdtfmt.h>
+#include <unicode/timezone.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+
+#include "core/air_quality.hpp"
+#include "core/compass.hpp"
+#include "core/value_format.hpp"
+#include "core/weather_derived.hpp"
+
+namespace ombrine::app {
+
+namespace {
+
+struct Style {
+  bool on;
+  std::string bold(std::string_view text) const { return wrap("1", text); }
+  std::string dim(std::string_view text) const { return wrap("2", text); }
+  std::string warn(std::string_view text) const { return wrap("1;33", text); }
+  std::string cyan(std::string_view text) const { return wrap("36", text); }
+
+ private:
+  std::string wrap(const char* code, std::string_view text) const {
+    if (!on) return std::string(text);
+    return fmt::format("\x1b[{}m{}\x1b[0m", code, text);
+  }
+};
+
+// Formats instants in the place's own zone with a locale's pattern for a skeleton
+// ("jm" = hour and minute as the locale writes them, "EEEd" = weekday and day).
+class LocalDates {
+ public:
+  LocalDates(const icu::Locale& locale, const TimeZone& zone) {
+    std::unique_ptr<icu::TimeZone> icuZone(icu::TimeZone::createTimeZone(
+        icu::UnicodeString::fromUTF8(zone.identifier())));
+    time_ = make("jm", locale, *icuZone);
+    day_ = make("EEEd", locale, *icuZone);
+    dayTime_ = make("MMMdjm", locale, *icuZone);
+  }
+  std::string time(Date date) const { return format(*time_, date); }
+  std::string day(Date date) const { return format(*day_, date); }
+  std::string dayTime(Date date) const { return format(*dayTime_, date); }
+
+ private:
+  static std::unique_ptr<icu::DateFormat> make(const char* skeleton, const icu::Locale& locale,
+                                               const icu::TimeZone& zone) {
+    UErrorCode status = U_ZERO_ERROR;
+    std::unique_ptr<icu::DateFormat> format(
+        icu::DateFormat::createInstanceForSkeleton(icu::UnicodeString(skeleton), locale, status));
+    if (U_FAILURE(status) || !format) {
+      format.reset(icu::DateFormat::createDateTimeInstance(icu::DateFormat::kShort,
+                                                           icu::DateFormat::kShort, locale));
+    }
+    format->setTimeZone(zone);
+    return format;
+  }
+  static std::string format(const icu::DateFormat& format, Date date) {
+    icu::UnicodeString text;
+    format.format(date.unixSeconds() * 1000.0, text);
+    std::string out;
+    text.toUTF8String(out);
+    return out;
+  }
+  std::unique_ptr<icu::DateFormat> time_, day_, dayTime_;
+};
+
+// Display width of UTF-8 text, counting each code point as one column (good enough for the
+// Latin, Greek and Cyrillic phrases and the unit symbols shown here).
+size_t columns(std::string_view text) {
+  size_t count = 0;
+  for (unsigned char c : text) count += (c & 0xC0) != 0x80;
+  return count;
+}
+
+// `text` in a column of `width`: padded with spaces, or cut with an ellipsis, so that at least
+// one space always separates it from the next column.
+std::string pad(std::string_view text, size_t width) {
+  std::string out;
+  size_t used = 0;
+  const bool cut = columns(text) >= width;
+  const size_t keep = cut ? width - 2 : width;
+  for (size_t i = 0; i < text.size() && used < keep; ++used) {
+    size_t length = 1;
+    while (i + length < text.size() && (static_cast<unsigned char>(text[i + length]) & 0xC0) == 0x80) ++length;
+    out.append(text.substr(i, length));
+    i += length;
+  }
+  if (cut) {
+    out += "…";
+    ++used;
+  }
+  for (; used < width; ++used) out.push_back(' ');
+  return out;
+}
+
+std::string condition(const std::vector<OneCallWeather::Glyph>& glyphs) {
+  return glyphs.empty() ? std::string() : glyphs.front().description;
+}
+
+std::string percent(double fraction) { return fmt::format("{:.0f}%", std::round(fraction * 100.0)); }
+
+std::string_view severityWord(std::optional<WeatherSeverity> severity) {
+  return severity ? weatherSeverityName(*severity) : "unknown";
+}
+
+}  // namespace
+
+std::string renderForecast(const ForecastScreen& screen) {
+  const OneCallWeather& weather = *screen.weather;
+  const ValueFormatter& values = ValueFormatter::forLocale(screen.locale);
+  const LocalDates dates(screen.locale, weather.timeZone);
+  const Style style{screen.colour};
+  auto temperature = [&](Temperature t) { return values.temperature(t, TemperatureWidth::narrow); };
+  std::string out;
+
+  // Place and provenance.
+  out += style.bold(fmt::format("{}{}", screen.placeName,
+                                screen.regionCode.empty() ? "" : ", " + screen.regionCode));
+  out += style.dim(fmt::format("  {:.3f}, {:.3f}  {}", weather.lat, weather.lon, weather.timeZone.identifier()));
+  out += "\n";
+  std::string attribution = screen.providerName;
+  if (weather.attribution) {
+    if (auto* name = std::get_if<WeatherServiceAttribution::NameAttribution>(&weather.attribution->source)) {
+      attribution = name->serviceName;
+      if (name->url) attribution += " (" + std::string(name->url->buffer()) + ")";
+    }
+  }
+  out += style.dim(fmt::format("Data: {} · as of {}", attribution, dates.dayTime(weather.current.dt))) + "\n\n";
+
+  // Now.
+  const auto& current = weather.current;
+  out += style.bold("Now ") + style.cyan(temperature(current.temp)) + "  " + condition(current.weather) +
+         "  feels like " + temperature(current.feelsLike) + "\n";
+  std::string wind = "  Wind " + values.speed(current.windSpeed) + " " +
+                     std::string(abbreviation(compassDirection(current.windDeg)));
+  if (current.windGust) wind += ", gusts " + values.speed(*current.windGust);
+  out += wind + "\n";
+  std::string details = fmt::format("  Humidity {}%  Clouds {}%  UV {:.0f}", current.humidity, current.clouds,
+                                    current.uvi);
+  if (current.pressure) details += fmt::format("  Pressure {} hPa", *current.pressure);
+  out += details + "\n";
+  if (current.airQuality) {
+    out += fmt::format("  Air quality {} ({})\n", current.airQuality->aqi,
+                       label(airQualityRange(current.airQuality->aqi)));
+  }
+  if (current.sunrise && current.sunset) {
+    out += "  Sunrise " + dates.time(*current.sunrise) + "  Sunset " + dates.time(*current.sunset) + "\n";
+  }
+  if (expectsRainWithinHour(weather)) {
+    out += style.warn("  Precipitation expected within the hour") + "\n";
+  }
+
+  // The next hours.
+  out += "\n" + style.bold("Next hours") + "\n";
+  int shown = 0;
+  for (const auto& hour : weather.hourly) {
+    if (shown >= screen.hours) break;
+    if (hour.dt + 3600.0 <= screen.now) continue;
+    std::string what = hour.sunStateChange ? std::string(hour.sunStateChange->label()) : condition(hour.weather);
+    std::string amount;
+    if (hour.snow && hour.snow->snowVolume.measurement > 0) amount = values.snow(hour.snow->snowVolume);
+    else if (hour.rain && hour.rain->rainVolume.measurement > 0) amount = values.rain(hour.rain->rainVolume);
+    out += "  " + pad(dates.time(hour.dt), 9) + pad(temperature(hour.temp), 7) + pad(what, 24) +
+           pad(percent(hour.pop), 6) + pad(amount, 9) + values.speed(hour.windSpeed) + "\n";
+    ++shown;
+  }
+
+  // The days.
+  out += "\n" + style.bold("Days") + "\n";
+  for (const auto& day : weather.daily) {
+    std::string amount;
+    if (day.snow && day.snow->measurement > 0) amount = values.snow(*day.snow);
+    else if (day.rain && day.rain->measurement > 0) amount = values.rain(*day.rain);
+    out += "  " + pad(dates.day(day.dt), 9) +
+           pad(temperature(day.temp.min) + " / " + temperature(day.temp.max), 14) +
+           pad(condition(day.weather), 26) + pad(percent(day.pop), 6) + amount + "\n";
+  }
+
+  // Warnings.
+  if (weather.alerts && !weather.alerts->empty()) {
+    out += "\n" + style.bold("Warnings") + "\n";
+    for (const auto& alert : *weather.alerts) {
+      std::string when = dates.dayTime(alert.start);
+      if (alert.end) when += " – " + dates.dayTime(*alert.end);
+      out += style.warn("  ! " + alert.event) + fmt::format(" ({})  {}\n", severityWord(alert.severity), when);
+      if (!alert.senderName.empty()) out += style.dim("    " + alert.senderName) + "\n";
+    }
+  }
+  return out;
+}
+
+}  // namespace ombrine::app
