@@ -16,7 +16,13 @@ Task<void> SystemClock::sleep(Duration duration) {
   asio::steady_timer timer(executor, duration);
   boost::system::error_code error;
   auto token = asio::redirect_error(asio::use_awaitable, error);
-  co_await timer.async_wait(token);
+  try {
+    co_await timer.async_wait(token);
+  } catch (const boost::system::system_error& e) {
+    // A coroutine cancelled before this await fails the await itself with operation_aborted.
+    if (e.code() == asio::error::operation_aborted) throw CancellationError();
+    throw;
+  }
   if (error == asio::error::operation_aborted) throw CancellationError();
   if (error) throw boost::system::system_error(error);
 }
