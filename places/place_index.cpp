@@ -276,18 +276,35 @@ std::optional<NearestPlace> PlaceIndex::largest(const NearestQuery& query) const
       std::clamp(std::floor((query.latitude - reach + 90.0) / rowHeight), 0.0, rowCount_ - 1.0));
   const auto lastRow = static_cast<std::uint32_t>(
       std::clamp(std::floor((query.latitude + reach + 90.0) / rowHeight), 0.0, rowCount_ - 1.0));
+  // The window of longitudes as field values, split in two where it crosses the date line.
+  const auto field = [](double longitude) {
+    return static_cast<std::uint32_t>(std::clamp(std::lround((longitude + 180.0) * kScale), 0L, 36'000'000L));
+  };
+  std::pair<std::uint32_t, std::uint32_t> windows[2] = {{0, 36'000'000}, {1, 0}};
+  if (halfWidth < 180.0) {
+    const double west = query.longitude - halfWidth;
+    const double east = query.longitude + halfWidth;
+    windows[0] = {field(std::max(west, -180.0)), field(std::min(east, 180.0))};
+    if (west < -180.0) windows[1] = {field(west + 360.0), field(180.0)};
+    if (east > 180.0) windows[1] = {field(-180.0), field(east - 360.0)};
+  }
   for (std::uint32_t row = firstRow; row <= lastRow; ++row) {
-    for (std::uint32_t index = rowStart(row); index < rowStart(row + 1); ++index) {
-      const double longitude = toLongitude(longitudeField(index));
-      const double apart = std::abs(std::remainder(longitude - query.longitude, 360.0));
-      if (apart > halfWidth) continue;
-      const IndexedPlace candidate = place(index);
-      const double distance = from.distance(Location(candidate.latitude, candidate.longitude));
-      if (distance > query.radiusMeters || !admits(query, index)) continue;
-      if (!best || candidate.population > bestPopulation ||
-          (candidate.population == bestPopulation && distance < best->distanceMeters)) {
-        best = NearestPlace{.place = index, .distanceMeters = distance};
-        bestPopulation = candidate.population;
+    for (const auto& [low, high] : windows) {
+      const std::uint32_t end = rowStart(row + 1);
+      std::uint32_t index = firstNotBelow(rowStart(row), end, [&](std::uint32_t i) { return longitudeField(i) < low; });
+      for (; index < end && longitudeField(index) <= high; ++index) {
+        // Population first: it rules most places out without any trigonometry.
+        const std::byte* record = places_.data() + kRecordSize * index;
+        const std::uint32_t population = binary::u32(record + 8) & kPopulationMask;
+        if (best && population < bestPopulation) continue;
+        const double latitude = toLatitude(binary::u32(record) & kLatitudeMask);
+        if (std::abs(latitude - query.latitude) > reach) continue;
+        const double distance = from.distance(Location(latitude, toLongitude(longitudeField(index))));
+        if (distance > query.radiusMeters || !admits(query, index)) continue;
+        if (!best || population > bestPopulation || distance < best->distanceMeters) {
+          best = NearestPlace{.place = index, .distanceMeters = distance};
+          bestPopulation = population;
+        }
       }
     }
   }
