@@ -35,7 +35,9 @@ class InvalidPlaceQuery : public std::invalid_argument {
   using std::invalid_argument::invalid_argument;
 };
 
-// Thread-safe: every operation may be called from any thread at once.
+// Thread-safe: every operation may be called from any thread at once. Besides the errors each
+// operation names, an implementation raises the errors of its data (FileError when the offline
+// files turn out corrupt while being read).
 class Geocoder {
  public:
   virtual ~Geocoder() = default;
