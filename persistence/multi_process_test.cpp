@@ -1,0 +1,224 @@
+// Real processes writing one coordinated file: forked writers, readers, and writers killed with
+// SIGKILL at random moments. Children run the same code path as a program would (a Runtime and
+// performCoordinatedTransaction) and leave with _exit, never returning into the test framework.
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <random>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "persistence/coordinated_value_cache.hpp"
+#include "persistence/persistence_test_support.hpp"
+#include "platform/runtime.hpp"
+#include "platform/testing/async_testing.hpp"
+
+namespace ombrine {
+namespace {
+
+using namespace testing_support;
+using namespace std::chrono_literals;
+
+std::string keyOf(int writer, int index) { return "w" + std::to_string(writer) + "-" + std::to_string(index); }
+
+// Runs `body` in a forked child and returns its process id; the child's exit status is 0 when
+// `body` returns normally, 1 when it raises.
+template <class Body>
+pid_t forkChild(Body body) {
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    int status = 0;
+    try {
+      body();
+    } catch (...) {
+      status = 1;
+    }
+    ::_exit(status);
+  }
+  return pid;
+}
+
+int exitStatusOf(pid_t pid) {
+  int status = 0;
+  ::waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// Stores keys 0..count-1 (or forever with count < 0) of `writer`; after each store has returned
+// writes its index to `ackFd` when one is given.
+void writeKeys(const fs::path& file, int writer, int count, int ackFd) {
+  Runtime runtime(1);
+  for (int i = 0; count < 0 || i < count; ++i) {
+    runtime.runBlocking(performCoordinatedTransaction(unionStore(file, Counts{{keyOf(writer, i), i}})));
+    if (ackFd >= 0) {
+      const std::int32_t ack = i;
+      if (::write(ackFd, &ack, sizeof ack) != sizeof ack) throw std::runtime_error("ack lost");
+    }
+  }
+}
+
+// Reads `file` without any lock until `stopFile` exists. Fails when a file that exists does not
+// decode, or when its number of keys ever goes down (each write only adds keys).
+void readUntilStopped(const fs::path& file, const fs::path& stopFile) {
+  const auto codec = countsCodec();
+  std::size_t seen = 0;
+  while (!fs::exists(stopFile)) {
+    if (auto bytes = readFileIfExists(file)) {
+      const Counts counts = codec.decode(*bytes);
+      if (counts.size() < seen) throw std::runtime_error("a reader saw the file go back");
+      seen = counts.size();
+    }
+    std::this_thread::sleep_for(200us);
+  }
+}
+
+// Every index acknowledged through `fd` (read to its end).
+std::vector<std::int32_t> drainAcks(int fd) {
+  std::vector<std::int32_t> acks;
+  std::int32_t ack = 0;
+  while (::read(fd, &ack, sizeof ack) == sizeof ack) acks.push_back(ack);
+  return acks;
+}
+
+class MultiProcessTest : public ScratchFolderTest {};
+
+TEST_F(MultiProcessTest, ConcurrentWritersLoseNothingAndReadersNeverSeeATornFile) {
+  constexpr int kWriters = 8;
+  constexpr int kStores = 100;
+  const fs::path file = dir_ / "Library" / "Caches" / "stress";
+  const fs::path stop = dir_ / "stop";
+  std::vector<pid_t> readers;
+  for (int r = 0; r < 2; ++r) readers.push_back(forkChild([&] { readUntilStopped(file, stop); }));
+  std::vector<pid_t> writers;
+  for (int w = 0; w < kWriters; ++w) writers.push_back(forkChild([&, w] { writeKeys(file, w, kStores, -1); }));
+
+  for (pid_t writer : writers) EXPECT_EQ(exitStatusOf(writer), 0);
+  writeFileAtomically(stop, "");
+  for (pid_t reader : readers) EXPECT_EQ(exitStatusOf(reader), 0);
+
+  const Counts final = countsCodec().decode(*readFileIfExists(file));
+  EXPECT_EQ(final.size(), static_cast<std::size_t>(kWriters * kStores));
+  for (int w = 0; w < kWriters; ++w) {
+    for (int i = 0; i < kStores; ++i) EXPECT_EQ(final.count(keyOf(w, i)), 1u) << keyOf(w, i);
+  }
+}
+
+TEST_F(MultiProcessTest, WritersKilledAtRandomLoseNoAcknowledgedWriteAndHoldNoLock) {
+  constexpr int kConcurrent = 4;
+  constexpr int kKills = 16;
+  const fs::path file = dir_ / "crash";
+  const fs::path stop = dir_ / "stop";
+  const pid_t reader = forkChild([&] { readUntilStopped(file, stop); });
+
+  struct Writer {
+    int id;
+    pid_t pid;
+    int ackFd;
+  };
+  int nextId = 0;
+  auto startWriter = [&] {
+    int fds[2];
+    if (::pipe(fds) != 0) throw std::runtime_error("pipe");
+    const int id = nextId++;
+    const pid_t pid = forkChild([&, id] {
+      ::close(fds[0]);
+      writeKeys(file, id, -1, fds[1]);
+    });
+    ::close(fds[1]);
+    return Writer{id, pid, fds[0]};
+  };
+  std::vector<Writer> running;
+  std::vector<Writer> finished;
+  for (int i = 0; i < kConcurrent; ++i) running.push_back(startWriter());
+
+  std::mt19937 random(20261123);
+  std::uniform_int_distribution<int> pause(2, 40);
+  std::uniform_int_distribution<std::size_t> victim(0, kConcurrent - 1);
+  for (int kill = 0; kill < kKills; ++kill) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(pause(random)));
+    const std::size_t index = victim(random);
+    ::kill(running[index].pid, SIGKILL);
+    exitStatusOf(running[index].pid);
+    finished.push_back(running[index]);
+    running[index] = startWriter();
+  }
+  for (Writer& writer : running) {
+    ::kill(writer.pid, SIGKILL);
+    exitStatusOf(writer.pid);
+    finished.push_back(writer);
+  }
+  writeFileAtomically(stop, "");
+  EXPECT_EQ(exitStatusOf(reader), 0) << "a reader saw an undecodable or shrinking file";
+
+  const auto bytes = readFileIfExists(file);
+  ASSERT_TRUE(bytes);
+  const Counts final = countsCodec().decode(*bytes);
+  std::size_t acknowledged = 0;
+  for (const Writer& writer : finished) {
+    for (std::int32_t index : drainAcks(writer.ackFd)) {
+      ++acknowledged;
+      EXPECT_EQ(final.count(keyOf(writer.id, index)), 1u) << keyOf(writer.id, index);
+    }
+    ::close(writer.ackFd);
+  }
+  EXPECT_GT(acknowledged, 0u);
+  // The lock died with its holders.
+  EXPECT_TRUE(CoordinationLock::tryAcquire(coordinationFilePath(file)).has_value());
+}
+
+TEST_F(MultiProcessTest, WaitForAnotherProcessesLockIsCancellableAndTheLockDiesWithIt) {
+  const fs::path coordination = dir_ / "value.coordination";
+  int fds[2];
+  ASSERT_EQ(::pipe(fds), 0);
+  const pid_t holder = forkChild([&] {
+    prepareCoordinationFile(coordination);
+    auto lock = CoordinationLock::tryAcquire(coordination);
+    if (!lock) throw std::runtime_error("lock taken");
+    const char ready = 'r';
+    if (::write(fds[1], &ready, 1) != 1) throw std::runtime_error("pipe");
+    ::pause();
+  });
+  char ready = 0;
+  ASSERT_EQ(::read(fds[0], &ready, 1), 1);
+
+  Runtime runtime(2);
+  std::atomic<bool> ran{false};
+  auto operation = [&ran] { ran = true; };
+  auto waiting = startTask(runtime.executor(), performCoordinatedWrite<void>(coordination, operation));
+  std::this_thread::sleep_for(30ms);
+  waiting.task.cancel();
+  ASSERT_EQ(waiting.outcome.wait_for(10s), std::future_status::ready);
+  EXPECT_TRUE(isCancellationError(waiting.outcome.get()));
+  EXPECT_FALSE(ran);
+
+  // A second waiter gets the lock as soon as the holder is killed.
+  auto next = startTask(runtime.executor(), performCoordinatedWrite<void>(coordination, operation));
+  std::this_thread::sleep_for(30ms);
+  EXPECT_FALSE(ran);
+  ::kill(holder, SIGKILL);
+  exitStatusOf(holder);
+  ASSERT_EQ(next.outcome.wait_for(10s), std::future_status::ready);
+  EXPECT_EQ(next.outcome.get(), nullptr);
+  EXPECT_TRUE(ran);
+  ::close(fds[0]);
+  ::close(fds[1]);
+}
+
+TEST_F(MultiProcessTest, ProcessesCreatingTheCoordinationFileAtOnceAllSucceed) {
+  const fs::path coordination = dir_ / "deep" / "folder" / "value.coordination";
+  std::vector<pid_t> children;
+  for (int i = 0; i < 6; ++i) children.push_back(forkChild([&] { prepareCoordinationFile(coordination); }));
+  for (pid_t child : children) EXPECT_EQ(exitStatusOf(child), 0);
+  EXPECT_EQ(fs::file_size(coordination), 0u);
+}
+
+}  // namespace
+}  // namespace ombrine

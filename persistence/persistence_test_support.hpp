@@ -1,0 +1,71 @@
+#pragma once
+// Shared pieces of the persistence tests: a scratch folder per test and a small JSON value type
+// (a map from key to number) whose merge is a union, so lost writes show up as missing keys.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <boost/json.hpp>
+
+#include <filesystem>
+#include <map>
+#include <string>
+
+#include "core/date.hpp"
+#include "persistence/coordinated_value_cache.hpp"
+
+namespace ombrine::testing_support {
+
+namespace fs = std::filesystem;
+
+using Counts = std::map<std::string, int>;
+
+inline ValueCodec<Counts> countsCodec() {
+  ValueCodec<Counts> codec;
+  codec.encode = [](const Counts& counts) {
+    boost::json::object object;
+    for (const auto& [key, value] : counts) object[key] = value;
+    return boost::json::serialize(object);
+  };
+  codec.decode = [](std::string_view bytes) {
+    const boost::json::value document = boost::json::parse(bytes);
+    Counts counts;
+    for (const auto& [key, value] : document.as_object()) counts[std::string(key)] = static_cast<int>(value.as_int64());
+    return counts;
+  };
+  return codec;
+}
+
+// A store of `candidate` merged into what is on disk.
+inline CoordinatedValueCacheTransaction<Counts> unionStore(const fs::path& file, Counts candidate) {
+  CoordinatedValueCacheTransaction<Counts> transaction;
+  transaction.mutation = StoreValue<Counts>{std::move(candidate)};
+  transaction.fileURL = file;
+  transaction.codec = countsCodec();
+  transaction.preferredValue = [](const std::optional<Counts>& persisted, const Counts& candidate) {
+    Counts merged = persisted.value_or(Counts{});
+    for (const auto& [key, value] : candidate) merged[key] = value;
+    return merged;
+  };
+  transaction.now = [] { return Date::fromReference(1000.0); };
+  return transaction;
+}
+
+// A fresh scratch folder named after the running test, removed afterwards.
+class ScratchFolderTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = fs::temp_directory_path() /
+           ("ombrine-persistence-" + std::to_string(::getpid()) + "-" +
+            testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::remove_all(dir_);
+    fs::create_directories(dir_);
+  }
+  void TearDown() override {
+    std::error_code ec;
+    fs::remove_all(dir_, ec);
+  }
+  fs::path dir_;
+};
+
+}  // namespace ombrine::testing_support
