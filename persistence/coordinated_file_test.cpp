@@ -28,6 +28,7 @@ class CoordinatedFileTest : public ScratchFolderTest {
   // Takes the lock of `coordination_` as another writer would, then starts a write that must
   // wait for it; the write's operation sets `ran_`.
   StartedTask startBlockedWrite() {
+    coordination_ = dir_ / "value.coordination";
     prepareCoordinationFile(coordination_);
     held_ = CoordinationLock::tryAcquire(coordination_);
     EXPECT_TRUE(held_);
@@ -36,7 +37,7 @@ class CoordinatedFileTest : public ScratchFolderTest {
   }
 
   Runtime runtime_{2};
-  fs::path coordination_ = dir_ / "value.coordination";
+  fs::path coordination_;
   std::optional<CoordinationLock> held_;
   std::atomic<bool> ran_{false};
 };
