@@ -1,0 +1,105 @@
+#pragma once
+// The last weather shown for the device's own place, shared by every process of the container.
+//
+// File "latestWeatherCache" under the container's "Library/Caches" (no extension), coordinated
+// by "latestWeatherCache.coordination". Writers merge with what is on disk under the lock
+// (`preferredLatestWeather`); readers never lock and reload only when the file's modification
+// date has moved past the one their memory reflects, so the common read is one stat call.
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "core/date.hpp"
+#include "core/location.hpp"
+#include "core/one_call_weather.hpp"
+#include "platform/clock.hpp"
+#include "platform/task.hpp"
+
+namespace ombrine {
+
+// A forecast with the place it belongs to.
+//
+// JSON, keys in this order: "name" (string), "location" ({"latitude", "longitude"}, numbers),
+// "region" (the two-letter code, left out when absent), "weather" (the OneCallWeather form of
+// core/one_call_weather_json.hpp). Equality: `location` by coordinate (Location's own rule).
+struct CachedWeather {
+  std::string name;
+  Location location;
+  std::optional<Region> region;
+  OneCallWeather weather;
+
+  bool operator==(const CachedWeather&) const = default;
+};
+
+// Compact JSON text; `encodingMoment` fixes the zone offset written with the record.
+// Raises EncodingError for a non-finite number.
+std::string encodeCachedWeather(const CachedWeather& cached, Date encodingMoment);
+// Raises DecodingError naming the place of the fault.
+CachedWeather decodeCachedWeather(std::string_view json);
+
+// The merge radius of the latest value, in metres.
+inline constexpr double kLatestWeatherMergeRadius = 2000.0;
+
+// Which of two latest values to keep. Nothing persisted, a place at least `radius` metres away
+// or another data source: the candidate, however old. Otherwise the newer by `weather.current.dt`
+// wins whole (a late slow fetch never rolls the cache back); on a tie the candidate, with the
+// persisted tide data and region filling in where the candidate has none. Pure.
+CachedWeather preferredLatestWeather(const std::optional<CachedWeather>& persisted,
+                                     const CachedWeather& candidate, double radius);
+
+// A cached record is fresh (a fetch can be skipped) when it is under 300 seconds old by
+// `current.dt` and `current.dt` lies in the same clock hour as `now` in the record's own zone.
+bool isFreshCachedRecord(const OneCallWeather& weather, Date now);
+
+// A cached record can stand in while a fetch runs when it is under 3600 seconds old by
+// `current.dt` and under 2000 metres from `here`.
+bool isUsableBackdrop(const CachedWeather& cached, const Location& here, Date now);
+
+// The latest-weather cache of one process. Create one and share it by reference.
+//
+// Thread-safe: every member may be called from any thread; the in-memory state is guarded by one
+// mutex that is never held across file locking, an await or a callback. `latestCachedWeather`
+// blocks on a file read when another process has written since. Listeners added with
+// `onWillChange` are called on `notificationExecutor` (the presentation's context) whenever the
+// in-memory value changes.
+class WeatherCache {
+ public:
+  static constexpr std::string_view latestWeatherKey = "latestWeatherCache";
+  static constexpr std::string_view legacyTripCacheKey = "latestTripCache";
+  static constexpr std::string_view tripCacheDirectoryName = "TripCache";
+
+  // Loads the file if there is one (any failure: nothing cached). `cacheDirectory` is normally
+  // cachesDirectory() of platform/paths.hpp.
+  WeatherCache(std::filesystem::path cacheDirectory, Clock& clock, Executor notificationExecutor);
+  WeatherCache(const WeatherCache&) = delete;
+  WeatherCache& operator=(const WeatherCache&) = delete;
+  ~WeatherCache();
+
+  const std::filesystem::path& cacheDirectory() const noexcept;
+  std::filesystem::path latestWeatherFile() const;
+
+  // The newest value known: memory when the file has not moved, else the file (a file that
+  // cannot be read or decoded leaves memory as it is, which may be nothing).
+  std::optional<CachedWeather> latestCachedWeather();
+
+  // Merges `cachedWeather` into the file under the coordination lock and brings memory up to
+  // date with the outcome. Raises only CancellationError (memory then stays as it was). Any other
+  // failure is absorbed: memory still takes the merge, so this process shows the value even when
+  // the disk refused it; a later reload may replace it.
+  Task<void> storeLatest(CachedWeather cachedWeather);
+
+  // Adds a listener of changes of the in-memory value. Not removable; the cache lives as long as
+  // the process.
+  void onWillChange(std::function<void()> listener);
+
+  struct State;
+
+ private:
+  std::shared_ptr<State> state_;
+};
+
+}  // namespace ombrine
