@@ -222,3 +222,46 @@ TEST_F(MultiProcessTest, ProcessesCreatingTheCoordinationFileAtOnceAllSucceed) {
 
 }  // namespace
 }  // namespace ombrine
+
+namespace ombrine {
+namespace {
+
+TEST_F(MultiProcessTest, ProcessesMigratingAtOnceMigrateOnce) {
+  const fs::path caches = dir_ / "Library" / "Caches";
+  writeFileAtomically(caches / "legacy", R"(["A",{"v":1},"B",{"v":2},"C",{"v":3}])");
+  // Each run that finds the legacy file appends a line here; exactly one may.
+  const fs::path runs = dir_ / "runs";
+  auto migrate = [&] {
+    DictionaryCacheFileMigrationTransaction<std::string, Counts> migration;
+    migration.legacyFileURL = caches / "legacy";
+    migration.destinationDirectoryURL = caches / "per-key";
+    migration.destinationURL = [&](const std::string& key) { return caches / "per-key" / (key + ".json"); };
+    migration.codec = countsCodec();
+    migration.decodeDictionary = [&](std::string_view bytes) {
+      const int fd = ::open(runs.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+      if (fd < 0 || ::write(fd, "x\n", 2) != 2) throw std::runtime_error("runs");
+      ::close(fd);
+      const boost::json::value document = boost::json::parse(bytes);
+      const auto& array = document.as_array();
+      std::vector<std::pair<std::string, Counts>> entries;
+      for (std::size_t i = 0; i + 1 < array.size(); i += 2) {
+        entries.emplace_back(std::string(array[i].as_string()),
+                             countsCodec().decode(boost::json::serialize(array[i + 1])));
+      }
+      return entries;
+    };
+    std::function<void()> operation = [migration] { migration.commit(); };
+    Runtime runtime(1);
+    runtime.runBlocking(performCoordinatedWrite<void>(caches / "migration.coordination", operation));
+  };
+  std::vector<pid_t> children;
+  for (int i = 0; i < 4; ++i) children.push_back(forkChild(migrate));
+  for (pid_t child : children) EXPECT_EQ(exitStatusOf(child), 0);
+  EXPECT_EQ(readFileIfExists(runs), "x\n");
+  EXPECT_FALSE(fs::exists(caches / "legacy"));
+  EXPECT_EQ(readFileIfExists(caches / "per-key" / "B.json"), R"({"v":2})");
+  EXPECT_EQ(readFileIfExists(caches / "per-key" / "C.json"), R"({"v":3})");
+}
+
+}  // namespace
+}  // namespace ombrine
