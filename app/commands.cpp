@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "app/cache_command.hpp"
 #include "app/forecast_command.hpp"
 #include "app/global_options.hpp"
 #include "app/places_command.hpp"
@@ -18,6 +19,7 @@ void addCommands(CLI::App& app) {
   addForecastCommand(app);
   addPlacesCommand(app);
   addUnitsCommand(app);
+  addCacheCommand(app);
 }
 
 int exitCode() { return code.load(); }
