@@ -3,10 +3,12 @@
 #include <boost/json/monotonic_resource.hpp>
 
 #include <array>
+#include <bit>
 #include <cmath>
 #include <limits>
 #include <tuple>
-#include <type_traits>
+
+#include "core/json_stream.hpp"
 
 namespace ombrine {
 
@@ -22,8 +24,173 @@ using Minutely = OneCallWeather::Minutely;
 using Hourly = OneCallWeather::Hourly;
 using Daily = OneCallWeather::Daily;
 using Alert = OneCallWeather::Alert;
+using Apple = WeatherServiceAttribution::Apple;
 using ImageAttribution = WeatherServiceAttribution::ImageAttribution;
 using NameAttribution = WeatherServiceAttribution::NameAttribution;
+
+// The members of each nested record, in declaration order. One table per record serves the DOM
+// decoder, the streaming decoder and the writer, so keys and order cannot drift apart.
+
+constexpr auto kRainMembers = std::tuple{jsonMember("1h", &Rain::rainVolume)};
+constexpr auto kSnowMembers = std::tuple{jsonMember("1h", &Snow::snowVolume)};
+
+constexpr auto kGlyphMembers = std::tuple{
+    jsonMember("id", &Glyph::id),
+    jsonMember("main", &Glyph::main),
+    jsonMember("description", &Glyph::description),
+    jsonMember("icon", &Glyph::symbolName),
+    jsonMember("isDaylight", &Glyph::isDaylight),
+};
+
+constexpr auto kCurrentMembers = std::tuple{
+    jsonMember("dt", &Current::dt),
+    jsonMember("sunrise", &Current::sunrise),
+    jsonMember("sunset", &Current::sunset),
+    jsonMember("temp", &Current::temp),
+    jsonMember("feelsLike", &Current::feelsLike),
+    jsonMember("pressure", &Current::pressure),
+    jsonMember("dewPoint", &Current::dewPoint),
+    jsonMember("uvi", &Current::uvi),
+    jsonMember("humidity", &Current::humidity),
+    jsonMember("clouds", &Current::clouds),
+    jsonMember("visibility", &Current::visibility),
+    jsonMember("windSpeed", &Current::windSpeed),
+    jsonMember("windGust", &Current::windGust),
+    jsonMember("windDeg", &Current::windDeg),
+    jsonMember("rain", &Current::rain),
+    jsonMember("snow", &Current::snow),
+    jsonMember("weather", &Current::weather),
+    jsonMember("airQuality", &Current::airQuality),
+};
+
+constexpr auto kMinutelyMembers = std::tuple{
+    jsonMember("dt", &Minutely::dt),
+    jsonMember("precipitation", &Minutely::precipitation),
+    jsonMember("type", &Minutely::type),
+};
+
+constexpr auto kHourlyMembers = std::tuple{
+    jsonMember("dt", &Hourly::dt),
+    jsonMember("temp", &Hourly::temp),
+    jsonMember("feelsLike", &Hourly::feelsLike),
+    jsonMember("pressure", &Hourly::pressure),
+    jsonMember("humidity", &Hourly::humidity),
+    jsonMember("dewPoint", &Hourly::dewPoint),
+    jsonMember("uvi", &Hourly::uvi),
+    jsonMember("clouds", &Hourly::clouds),
+    jsonMember("visibility", &Hourly::visibility),
+    jsonMember("windSpeed", &Hourly::windSpeed),
+    jsonMember("windDeg", &Hourly::windDeg),
+    jsonMember("windGust", &Hourly::windGust),
+    jsonMember("pop", &Hourly::pop),
+    jsonMember("rain", &Hourly::rain),
+    jsonMember("snow", &Hourly::snow),
+    jsonMember("weather", &Hourly::weather),
+    jsonMember("sunStateChange", &Hourly::sunStateChange),
+    jsonMember("airQuality", &Hourly::airQuality),
+};
+
+constexpr auto kDailyTempMembers = std::tuple{jsonMember("min", &Daily::Temp::min), jsonMember("max", &Daily::Temp::max)};
+
+constexpr auto kDailyFeelsLikeMembers = std::tuple{
+    jsonMember("day", &Daily::FeelsLikeTemp::day),
+    jsonMember("night", &Daily::FeelsLikeTemp::night),
+    jsonMember("eve", &Daily::FeelsLikeTemp::eve),
+    jsonMember("morn", &Daily::FeelsLikeTemp::morn),
+};
+
+constexpr auto kDailyMembers = std::tuple{
+    jsonMember("dt", &Daily::dt),
+    jsonMember("temp", &Daily::temp),
+    jsonMember("feelsLike", &Daily::feelsLike),
+    jsonMember("pop", &Daily::pop),
+    jsonMember("rain", &Daily::rain),
+    jsonMember("snow", &Daily::snow),
+    jsonMember("uvi", &Daily::uvi),
+    jsonMember("windSpeed", &Daily::windSpeed),
+    jsonMember("windDeg", &Daily::windDeg),
+    jsonMember("windGust", &Daily::windGust),
+    jsonMember("humidity", &Daily::humidity),
+    jsonMember("dewPoint", &Daily::dewPoint),
+    jsonMember("clouds", &Daily::clouds),
+    jsonMember("weather", &Daily::weather),
+    jsonMember("sunrise", &Daily::sunrise),
+    jsonMember("sunset", &Daily::sunset),
+};
+
+constexpr auto kAlertMembers = std::tuple{
+    jsonMember("senderName", &Alert::senderName),
+    jsonMember("event", &Alert::event),
+    jsonMember("start", &Alert::start),
+    jsonMember("end", &Alert::end),
+    jsonMember("description", &Alert::description),
+    jsonMember("url", &Alert::url),
+    jsonMember("severity", &Alert::severity),
+    jsonMember("tags", &Alert::tags),
+};
+
+constexpr auto kImageAttributionMembers = std::tuple{
+    jsonMember("combinedMarkDarkURL", &ImageAttribution::combinedMarkDarkURL),
+    jsonMember("combinedMarkLightURL", &ImageAttribution::combinedMarkLightURL),
+    jsonMember("legalPageURL", &ImageAttribution::legalPageURL),
+    jsonMember("serviceName", &ImageAttribution::serviceName),
+    jsonMember("squareMarkURL", &ImageAttribution::squareMarkURL),
+};
+
+constexpr auto kNameAttributionMembers = std::tuple{
+    jsonMember("serviceName", &NameAttribution::serviceName),
+    jsonMember("url", &NameAttribution::url),
+};
+
+constexpr std::array<std::string_view, 2> kSunStateCases = {"rise", "set"};
+constexpr std::array<std::string_view, 3> kAttributionCases = {"apple", "image", "name"};
+
+}  // namespace
+
+// Found by argument-dependent lookup (so in this namespace, not the unnamed one); declared
+// before any codec use so that every record is recognised as one.
+static constexpr const auto& jsonMembers(const Rain*) { return kRainMembers; }
+static constexpr const auto& jsonMembers(const Snow*) { return kSnowMembers; }
+static constexpr const auto& jsonMembers(const Glyph*) { return kGlyphMembers; }
+static constexpr const auto& jsonMembers(const Current*) { return kCurrentMembers; }
+static constexpr const auto& jsonMembers(const Minutely*) { return kMinutelyMembers; }
+static constexpr const auto& jsonMembers(const Hourly*) { return kHourlyMembers; }
+static constexpr const auto& jsonMembers(const Daily::Temp*) { return kDailyTempMembers; }
+static constexpr const auto& jsonMembers(const Daily::FeelsLikeTemp*) { return kDailyFeelsLikeMembers; }
+static constexpr const auto& jsonMembers(const Daily*) { return kDailyMembers; }
+static constexpr const auto& jsonMembers(const Alert*) { return kAlertMembers; }
+static constexpr const auto& jsonMembers(const ImageAttribution*) { return kImageAttributionMembers; }
+static constexpr const auto& jsonMembers(const NameAttribution*) { return kNameAttributionMembers; }
+
+// The provider's generic word is never shown as an event name.
+static void finishDecoding(Alert& alert) {
+  if (alert.event == "weather") alert.event = "special weather statement";
+}
+
+static void decodeScalar(const JsonScalar& value, const JsonPath& path, WeatherSeverity& out) {
+  const std::string_view name = jsonString(value, path);
+  auto severity = weatherSeverityNamed(name);
+  if (!severity) path.fail("unknown severity \"" + std::string(name) + "\"");
+  out = *severity;
+}
+
+static void writeJson(JsonWriter& writer, WeatherSeverity severity) { writer.string(weatherSeverityName(severity)); }
+
+namespace {
+
+// The zone of a record: the identifier when known, else the fixed offset, else the device's.
+TimeZone resolveTimeZone(const std::string& identifier, std::int64_t offset) {
+  std::optional<TimeZone> zone = TimeZone::named(identifier);
+  if (!zone && offset >= std::numeric_limits<int>::min() / 2 && offset <= std::numeric_limits<int>::max() / 2) {
+    // A fixed zone is named by hours and minutes ("GMT+0530"); seconds are rounded away so that
+    // the zone written back is the zone read again.
+    const int minutes = static_cast<int>(std::lround(static_cast<double>(offset) / 60.0));
+    zone = TimeZone::fixedOffset(minutes * 60);
+  }
+  return zone ? std::move(*zone) : TimeZone::current();
+}
+
+// -- DOM decoding of the single-key unions -----------------------------------------------------
 
 // A single-key union: exactly one of `names` must be present (other keys are ignored). Returns
 // the index of that name and its payload, the value of "_0" inside it.
@@ -60,214 +227,188 @@ void writeSingleCase(JsonWriter& writer, std::string_view name, Body&& body) {
   writer.endObject();
 }
 
-// One member of a record's JSON form: its key and the field it holds. Each record has one
-// tuple of these, in declaration order, used for both decoding and encoding, so the two can
-// never disagree on keys or order. An std::optional field is an optional key (left out when
-// absent); any other field is required.
-template <class Record, class Field>
-struct Member {
-  std::string_view key;
-  Field Record::*field;
+// -- Streaming frames of the unions and the record -----------------------------------------
+
+// {"_0": payload}, other keys ignored. A payload of raw JSON is captured as it is.
+template <class Payload>
+class PayloadFrame final : public JsonStreamFrame {
+ public:
+  PayloadFrame(const JsonPath& path, Payload& target) : path_(path), target_(target) {}
+
+  bool key(JsonStream& stream, std::string_view key) override {
+    if (key != "_0") return false;
+    seen_ = true;
+    if constexpr (std::is_same_v<Payload, boost::json::value>) stream.captureNextValue(target_);
+    return true;
+  }
+  // A raw JSON payload never reaches these: the stream captures it.
+  void scalar(JsonStream& stream, const JsonScalar& value) override {
+    if constexpr (!std::is_same_v<Payload, boost::json::value>) streamScalar(stream, value, payloadPath(), target_);
+  }
+  void beginObject(JsonStream& stream) override {
+    if constexpr (!std::is_same_v<Payload, boost::json::value>) streamObject(stream, payloadPath(), target_);
+  }
+  void beginArray(JsonStream& stream) override {
+    if constexpr (!std::is_same_v<Payload, boost::json::value>) streamArray(stream, payloadPath(), target_);
+  }
+  void end(JsonStream&) override {
+    if (!seen_) path_.key("_0").fail("missing key");
+  }
+
+ private:
+  const JsonPath& payloadPath() {
+    payloadPath_ = path_.key("_0");
+    return payloadPath_;
+  }
+
+  const JsonPath& path_;
+  Payload& target_;
+  JsonPath payloadPath_;
+  bool seen_ = false;
 };
 
-template <class Record, class Field>
-constexpr Member<Record, Field> member(std::string_view key, Field Record::*field) {
-  return {key, field};
-}
+// A single-key union while it is read: each known case key opens its payload; at the end
+// exactly one case must have been given.
+template <size_t N>
+class UnionFrame : public JsonStreamFrame {
+ public:
+  UnionFrame(const JsonPath& path, const std::array<std::string_view, N>& cases) : path_(path), cases_(cases) {}
 
-template <class T>
-constexpr bool kIsOptional = false;
-template <class T>
-constexpr bool kIsOptional<std::optional<T>> = true;
+  bool key(JsonStream&, std::string_view key) override {
+    for (size_t i = 0; i < N; ++i) {
+      if (cases_[i] == key) {
+        pending_ = i;
+        seen_ |= 1u << i;
+        casePath_ = path_.key(cases_[i]);
+        return true;
+      }
+    }
+    return false;
+  }
+  void scalar(JsonStream&, const JsonScalar& value) override { failExpected(value.kind, casePath_, "an object"); }
+  void beginArray(JsonStream&) override { failExpected(boost::json::kind::array, casePath_, "an object"); }
+  void end(JsonStream&) override {
+    if (std::popcount(seen_) != 1) path_.fail(kInvalidKeyCount);
+    finish(static_cast<size_t>(std::countr_zero(seen_)));
+  }
 
-template <class Record, class... Fields>
-void decodeMembers(const boost::json::value& value, const JsonPath& path, Record& out,
-                   const std::tuple<Member<Record, Fields>...>& members) {
-  JsonObjectReader reader(value, path);
-  std::apply(
-      [&](const auto&... m) {
-        auto readOne = [&](const auto& one) {
-          auto& field = out.*(one.field);
-          if constexpr (kIsOptional<std::remove_reference_t<decltype(field)>>) {
-            reader.readOptional(one.key, field);
-          } else {
-            reader.read(one.key, field);
-          }
-        };
-        (readOne(m), ...);
-      },
-      members);
-}
+ protected:
+  // Called once the one case is known, with its index.
+  virtual void finish(size_t which) = 0;
 
-template <class Record, class... Fields>
-void writeMembers(JsonWriter& writer, const Record& record, const std::tuple<Member<Record, Fields>...>& members) {
-  writer.beginObject();
-  std::apply(
-      [&](const auto&... m) {
-        auto writeOne = [&](const auto& one) {
-          const auto& field = record.*(one.field);
-          if constexpr (kIsOptional<std::remove_cvref_t<decltype(field)>>) {
-            writeOptionalKey(writer, one.key, field);
-          } else {
-            writeKey(writer, one.key, field);
-          }
-        };
-        (writeOne(m), ...);
-      },
-      members);
-  writer.endObject();
-}
-
-const auto kRainMembers = std::tuple{member("1h", &Rain::rainVolume)};
-const auto kSnowMembers = std::tuple{member("1h", &Snow::snowVolume)};
-
-const auto kGlyphMembers = std::tuple{
-    member("id", &Glyph::id),     member("main", &Glyph::main),             member("description", &Glyph::description),
-    member("icon", &Glyph::symbolName), member("isDaylight", &Glyph::isDaylight),
+  const JsonPath& path_;
+  const std::array<std::string_view, N>& cases_;
+  JsonPath casePath_;
+  size_t pending_ = 0;
+  unsigned seen_ = 0;
 };
 
-const auto kCurrentMembers = std::tuple{
-    member("dt", &Current::dt),
-    member("sunrise", &Current::sunrise),
-    member("sunset", &Current::sunset),
-    member("temp", &Current::temp),
-    member("feelsLike", &Current::feelsLike),
-    member("pressure", &Current::pressure),
-    member("dewPoint", &Current::dewPoint),
-    member("uvi", &Current::uvi),
-    member("humidity", &Current::humidity),
-    member("clouds", &Current::clouds),
-    member("visibility", &Current::visibility),
-    member("windSpeed", &Current::windSpeed),
-    member("windGust", &Current::windGust),
-    member("windDeg", &Current::windDeg),
-    member("rain", &Current::rain),
-    member("snow", &Current::snow),
-    member("weather", &Current::weather),
-    member("airQuality", &Current::airQuality),
+class SunStateChangeFrame final : public UnionFrame<2> {
+ public:
+  SunStateChangeFrame(const JsonPath& path, SunStateChange& target) : UnionFrame(path, kSunStateCases), target_(target) {}
+  void beginObject(JsonStream& stream) override { stream.push<PayloadFrame<Date>>(casePath_, dates_[pending_]); }
+
+ private:
+  void finish(size_t which) override {
+    target_ = which == 0 ? SunStateChange::rise(dates_[0]) : SunStateChange::set(dates_[1]);
+  }
+
+  SunStateChange& target_;
+  std::array<Date, 2> dates_{};
 };
 
-const auto kMinutelyMembers = std::tuple{
-    member("dt", &Minutely::dt),
-    member("precipitation", &Minutely::precipitation),
-    member("type", &Minutely::type),
+// Each case decodes straight into the target's alternative; a second case fails at the end.
+class AttributionFrame final : public UnionFrame<3> {
+ public:
+  AttributionFrame(const JsonPath& path, WeatherServiceAttribution& target)
+      : UnionFrame(path, kAttributionCases), target_(target) {}
+  void beginObject(JsonStream& stream) override {
+    switch (pending_) {
+      case 0:
+        stream.push<PayloadFrame<boost::json::value>>(casePath_, target_.source.emplace<Apple>().attribution);
+        return;
+      case 1: stream.push<PayloadFrame<ImageAttribution>>(casePath_, target_.source.emplace<ImageAttribution>()); return;
+      default: stream.push<PayloadFrame<NameAttribution>>(casePath_, target_.source.emplace<NameAttribution>()); return;
+    }
+  }
+
+ private:
+  void finish(size_t) override {}
+
+  WeatherServiceAttribution& target_;
 };
 
-const auto kHourlyMembers = std::tuple{
-    member("dt", &Hourly::dt),
-    member("temp", &Hourly::temp),
-    member("feelsLike", &Hourly::feelsLike),
-    member("pressure", &Hourly::pressure),
-    member("humidity", &Hourly::humidity),
-    member("dewPoint", &Hourly::dewPoint),
-    member("uvi", &Hourly::uvi),
-    member("clouds", &Hourly::clouds),
-    member("visibility", &Hourly::visibility),
-    member("windSpeed", &Hourly::windSpeed),
-    member("windDeg", &Hourly::windDeg),
-    member("windGust", &Hourly::windGust),
-    member("pop", &Hourly::pop),
-    member("rain", &Hourly::rain),
-    member("snow", &Hourly::snow),
-    member("weather", &Hourly::weather),
-    member("sunStateChange", &Hourly::sunStateChange),
-    member("airQuality", &Hourly::airQuality),
+// The record itself: its fields, the zone from two keys, and tides kept as raw JSON.
+class OneCallWeatherFrame final : public JsonStreamFrame {
+  enum Member { lat, lon, timezone, timezoneOffset, current, minutely, hourly, daily, alerts, attribution, tideData };
+  static constexpr std::array<std::string_view, 11> kKeys = {
+      "lat", "lon", "timezone", "timezoneOffset", "current", "minutely", "hourly", "daily", "alerts", "attribution",
+      "tideData"};
+  static constexpr unsigned kRequired = 1u << lat | 1u << lon | 1u << timezone | 1u << timezoneOffset |
+                                        1u << current | 1u << hourly | 1u << daily;
+
+ public:
+  OneCallWeatherFrame(const JsonPath& path, OneCallWeather& target) : path_(path), target_(target) {}
+
+  bool key(JsonStream& stream, std::string_view key) override {
+    const size_t index = findJsonKey(kKeys, key, next_);
+    if (index == kKeys.size()) return false;
+    pending_ = static_cast<Member>(index);
+    next_ = index + 1;
+    seen_ |= 1u << index;
+    memberPath_ = path_.key(kKeys[index]);
+    if (pending_ == tideData) stream.captureNextValue(target_.tideData.emplace());
+    return true;
+  }
+  void scalar(JsonStream& stream, const JsonScalar& value) override {
+    withField([&](auto& field) { streamScalar(stream, value, memberPath_, field); });
+  }
+  void beginObject(JsonStream& stream) override {
+    withField([&](auto& field) { streamObject(stream, memberPath_, field); });
+  }
+  void beginArray(JsonStream& stream) override {
+    withField([&](auto& field) { streamArray(stream, memberPath_, field); });
+  }
+  void end(JsonStream&) override {
+    if (const unsigned missing = kRequired & ~seen_; missing != 0) {
+      path_.key(kKeys[static_cast<size_t>(std::countr_zero(missing))]).fail("missing key");
+    }
+    target_.timeZone = resolveTimeZone(identifier_, offset_);
+    if (target_.tideData && target_.tideData->is_null()) target_.tideData.reset();
+    target_.isPlaceholder = false;
+  }
+
+ private:
+  template <class Visit>
+  void withField(Visit&& visit) {
+    switch (pending_) {
+      case lat: visit(target_.lat); return;
+      case lon: visit(target_.lon); return;
+      case timezone: visit(identifier_); return;
+      case timezoneOffset: visit(offset_); return;
+      case current: visit(target_.current); return;
+      case minutely: visit(target_.minutely); return;
+      case hourly: visit(target_.hourly); return;
+      case daily: visit(target_.daily); return;
+      case alerts: visit(target_.alerts); return;
+      case attribution: visit(target_.attribution); return;
+      case tideData: return;  // captured
+    }
+  }
+
+  const JsonPath& path_;
+  OneCallWeather& target_;
+  JsonPath memberPath_;
+  std::string identifier_;
+  std::int64_t offset_ = 0;
+  Member pending_ = lat;
+  size_t next_ = 0;
+  unsigned seen_ = 0;
 };
-
-const auto kDailyTempMembers = std::tuple{member("min", &Daily::Temp::min), member("max", &Daily::Temp::max)};
-
-const auto kDailyFeelsLikeMembers = std::tuple{
-    member("day", &Daily::FeelsLikeTemp::day),
-    member("night", &Daily::FeelsLikeTemp::night),
-    member("eve", &Daily::FeelsLikeTemp::eve),
-    member("morn", &Daily::FeelsLikeTemp::morn),
-};
-
-const auto kDailyMembers = std::tuple{
-    member("dt", &Daily::dt),
-    member("temp", &Daily::temp),
-    member("feelsLike", &Daily::feelsLike),
-    member("pop", &Daily::pop),
-    member("rain", &Daily::rain),
-    member("snow", &Daily::snow),
-    member("uvi", &Daily::uvi),
-    member("windSpeed", &Daily::windSpeed),
-    member("windDeg", &Daily::windDeg),
-    member("windGust", &Daily::windGust),
-    member("humidity", &Daily::humidity),
-    member("dewPoint", &Daily::dewPoint),
-    member("clouds", &Daily::clouds),
-    member("weather", &Daily::weather),
-    member("sunrise", &Daily::sunrise),
-    member("sunset", &Daily::sunset),
-};
-
-const auto kAlertMembers = std::tuple{
-    member("senderName", &Alert::senderName),
-    member("event", &Alert::event),
-    member("start", &Alert::start),
-    member("end", &Alert::end),
-    member("description", &Alert::description),
-    member("url", &Alert::url),
-    member("severity", &Alert::severity),
-    member("tags", &Alert::tags),
-};
-
-const auto kImageAttributionMembers = std::tuple{
-    member("combinedMarkDarkURL", &ImageAttribution::combinedMarkDarkURL),
-    member("combinedMarkLightURL", &ImageAttribution::combinedMarkLightURL),
-    member("legalPageURL", &ImageAttribution::legalPageURL),
-    member("serviceName", &ImageAttribution::serviceName),
-    member("squareMarkURL", &ImageAttribution::squareMarkURL),
-};
-
-const auto kNameAttributionMembers = std::tuple{
-    member("serviceName", &NameAttribution::serviceName),
-    member("url", &NameAttribution::url),
-};
-
-constexpr std::array<std::string_view, 2> kSunStateCases = {"rise", "set"};
-constexpr std::array<std::string_view, 3> kAttributionCases = {"apple", "image", "name"};
 
 }  // namespace
 
-// The codecs of the nested records, found by the generic readers and writers through
-// argument-dependent lookup.
-#define OMBRINE_RECORD_JSON(Type, members)                                                          \
-  void decodeJson(const boost::json::value& value, const JsonPath& path, Type& out) {             \
-    decodeMembers(value, path, out, members);                                                     \
-  }                                                                                               \
-  void writeJson(JsonWriter& writer, const Type& value) { writeMembers(writer, value, members); }
-
-OMBRINE_RECORD_JSON(Rain, kRainMembers)
-OMBRINE_RECORD_JSON(Snow, kSnowMembers)
-OMBRINE_RECORD_JSON(Glyph, kGlyphMembers)
-OMBRINE_RECORD_JSON(Current, kCurrentMembers)
-OMBRINE_RECORD_JSON(Minutely, kMinutelyMembers)
-OMBRINE_RECORD_JSON(Hourly, kHourlyMembers)
-OMBRINE_RECORD_JSON(Daily::Temp, kDailyTempMembers)
-OMBRINE_RECORD_JSON(Daily::FeelsLikeTemp, kDailyFeelsLikeMembers)
-OMBRINE_RECORD_JSON(Daily, kDailyMembers)
-OMBRINE_RECORD_JSON(ImageAttribution, kImageAttributionMembers)
-OMBRINE_RECORD_JSON(NameAttribution, kNameAttributionMembers)
-#undef OMBRINE_RECORD_JSON
-
-void decodeJson(const boost::json::value& value, const JsonPath& path, WeatherSeverity& out) {
-  std::string_view name = jsonString(value, path);
-  auto severity = weatherSeverityNamed(name);
-  if (!severity) path.fail("unknown severity \"" + std::string(name) + "\"");
-  out = *severity;
-}
-
-void writeJson(JsonWriter& writer, WeatherSeverity severity) { writer.string(weatherSeverityName(severity)); }
-
-void decodeJson(const boost::json::value& value, const JsonPath& path, Alert& out) {
-  decodeMembers(value, path, out, kAlertMembers);
-  // The provider's generic word is never shown as an event name.
-  if (out.event == "weather") out.event = "special weather statement";
-}
-
-void writeJson(JsonWriter& writer, const Alert& alert) { writeMembers(writer, alert, kAlertMembers); }
+// -- Entry points of the unions and the record for both decoders -----------------------------
 
 void decodeJson(const boost::json::value& value, const JsonPath& path, SunStateChange& out) {
   auto [which, payload] = singleCase(value, path, kSunStateCases);
@@ -276,6 +417,10 @@ void decodeJson(const boost::json::value& value, const JsonPath& path, SunStateC
   Date date;
   decodeJson(*payload, payloadPath, date);
   out = which == 0 ? SunStateChange::rise(date) : SunStateChange::set(date);
+}
+
+void streamObject(JsonStream& stream, const JsonPath& path, SunStateChange& out) {
+  stream.push<SunStateChangeFrame>(path, out);
 }
 
 void writeJson(JsonWriter& writer, const SunStateChange& value) {
@@ -289,16 +434,20 @@ void decodeJson(const boost::json::value& value, const JsonPath& path, WeatherSe
   switch (which) {
     case 0:
       // Copied out of the (possibly throwaway) document's storage.
-      out.source = WeatherServiceAttribution::Apple{boost::json::value(*payload, boost::json::storage_ptr())};
+      out.source = Apple{boost::json::value(*payload, boost::json::storage_ptr())};
       return;
     case 1: decodeJson(*payload, payloadPath, out.source.emplace<ImageAttribution>()); return;
     default: decodeJson(*payload, payloadPath, out.source.emplace<NameAttribution>()); return;
   }
 }
 
+void streamObject(JsonStream& stream, const JsonPath& path, WeatherServiceAttribution& out) {
+  stream.push<AttributionFrame>(path, out);
+}
+
 void writeJson(JsonWriter& writer, const WeatherServiceAttribution& value) {
   writeSingleCase(writer, kAttributionCases[value.source.index()], [&] {
-    if (const auto* apple = std::get_if<WeatherServiceAttribution::Apple>(&value.source)) {
+    if (const auto* apple = std::get_if<Apple>(&value.source)) {
       writer.value(apple->attribution);
     } else if (const auto* image = std::get_if<ImageAttribution>(&value.source)) {
       writeJson(writer, *image);
@@ -312,20 +461,11 @@ void decodeJson(const boost::json::value& value, const JsonPath& path, OneCallWe
   JsonObjectReader o(value, path);
   o.read("lat", out.lat);
   o.read("lon", out.lon);
-
   std::string identifier;
   std::int64_t offset = 0;
   o.read("timezone", identifier);
   o.read("timezoneOffset", offset);
-  std::optional<TimeZone> zone = TimeZone::named(identifier);
-  if (!zone && offset >= std::numeric_limits<int>::min() / 2 && offset <= std::numeric_limits<int>::max() / 2) {
-    // A fixed zone is named by hours and minutes ("GMT+0530"); seconds are rounded away so that
-    // the zone written back is the zone read again.
-    const int minutes = static_cast<int>(std::lround(static_cast<double>(offset) / 60.0));
-    zone = TimeZone::fixedOffset(minutes * 60);
-  }
-  out.timeZone = zone ? std::move(*zone) : TimeZone::current();
-
+  out.timeZone = resolveTimeZone(identifier, offset);
   o.read("current", out.current);
   o.readOptional("minutely", out.minutely);
   o.read("hourly", out.hourly);
@@ -341,6 +481,10 @@ void decodeJson(const boost::json::value& value, const JsonPath& path, OneCallWe
   out.isPlaceholder = false;
 }
 
+void streamObject(JsonStream& stream, const JsonPath& path, OneCallWeather& out) {
+  stream.push<OneCallWeatherFrame>(path, out);
+}
+
 OneCallWeather decodeOneCallWeather(const boost::json::value& value, const JsonPath& path) {
   OneCallWeather weather;
   decodeJson(value, path, weather);
@@ -348,11 +492,12 @@ OneCallWeather decodeOneCallWeather(const boost::json::value& value, const JsonP
 }
 
 OneCallWeather decodeOneCallWeather(std::string_view json) {
-  // The DOM is thrown away after decoding: one arena, freed at once.
-  boost::json::monotonic_resource arena(json.size() * 2 + 1024);
-  const boost::json::value document = parseJson(json, &arena);
-  return decodeOneCallWeather(document, JsonPath());
+  OneCallWeather weather;
+  decodeJsonText(json, weather);
+  return weather;
 }
+
+// -- Encoding --------------------------------------------------------------------------------
 
 void writeOneCallWeather(JsonWriter& writer, const OneCallWeather& weather, Date encodingMoment) {
   writer.beginObject();
@@ -385,7 +530,7 @@ void writeOneCallWeather(JsonWriter& writer, const OneCallWeather& weather, Date
 
 std::string encodeOneCallWeather(const OneCallWeather& weather, Date encodingMoment) {
   std::string out;
-  // Roughly 560 bytes per hourly entry; one allocation for typical records.
+  // Roughly 400 bytes per hourly entry; one allocation for typical records.
   out.reserve(4096 + 600 * weather.hourly.size() + 200 * (weather.minutely ? weather.minutely->size() : 0) +
               700 * weather.daily.size());
   JsonWriter writer(out);

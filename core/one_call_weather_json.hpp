@@ -15,7 +15,8 @@
 //
 // Decoding is strict: a missing required key or a value of the wrong type fails the whole record
 // with a DecodingError that names the place ("hourly[3].dt: missing key"); unknown keys are
-// ignored. A decoded record never is a placeholder. An alert event "weather" is read as
+// ignored. Text is decoded as it is read (core/json_stream.hpp); a DOM value is walked. Both give
+// the same record, and for a document with one fault the same message. A decoded record never is a placeholder. An alert event "weather" is read as
 // "special weather statement". Sun state changes and attributions must hold exactly one known
 // key, else "Invalid number of keys found, expected one.". decode(encode(x)) == x bit for bit,
 // and encode(decode(text)) == text for any text this encoder wrote.
@@ -43,15 +44,21 @@ void writeOneCallWeather(JsonWriter& writer, const OneCallWeather& weather, Date
 boost::json::value oneCallWeatherToJson(const OneCallWeather& weather, Date encodingMoment,
                                         boost::json::storage_ptr storage = {});
 
-// Raises DecodingError.
+// Decodes while reading the text (no document is built). Raises DecodingError.
 OneCallWeather decodeOneCallWeather(std::string_view json);
 // Decodes the record from a DOM value found at `path` of a larger document (the path only names
 // the place in messages; JsonPath() for a document of its own).
 OneCallWeather decodeOneCallWeather(const boost::json::value& value, const JsonPath& path);
 
+// The codecs of the record and of its unions, for documents that embed them (DOM decoding,
+// streaming decoding with core/json_stream.hpp, writing).
+class JsonStream;
 void decodeJson(const boost::json::value& value, const JsonPath& path, OneCallWeather& out);
 void decodeJson(const boost::json::value& value, const JsonPath& path, SunStateChange& out);
 void decodeJson(const boost::json::value& value, const JsonPath& path, WeatherServiceAttribution& out);
+void streamObject(JsonStream& stream, const JsonPath& path, OneCallWeather& out);
+void streamObject(JsonStream& stream, const JsonPath& path, SunStateChange& out);
+void streamObject(JsonStream& stream, const JsonPath& path, WeatherServiceAttribution& out);
 void writeJson(JsonWriter& writer, const SunStateChange& value);
 void writeJson(JsonWriter& writer, const WeatherServiceAttribution& value);
 

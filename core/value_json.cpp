@@ -15,36 +15,14 @@ namespace {
 
 // Boost converts a number as its decimal significand times (or divided by) a power of ten. That
 // is correctly rounded when the significand has at most 15 digits (below 2^53, so exact) and the
-// power is at most 10^22 (also exact): one operation, one rounding. `text` is a valid JSON number.
+// power is at most 10^22 (also exact): one operation, one rounding. A number of at most 16
+// characters without an exponent is such a number (at least one character is its point).
 bool boostConversionIsExact(std::string_view text) noexcept {
-  int digits = 0;
-  int fractionDigits = 0;
-  bool inFraction = false;
-  size_t i = text.empty() || text[0] != '-' ? 0 : 1;
-  for (; i < text.size(); ++i) {
-    const char c = text[i];
-    if (c == '.') {
-      inFraction = true;
-    } else if (c >= '0' && c <= '9') {
-      if (c != '0' || digits > 0) ++digits;
-      if (inFraction) ++fractionDigits;
-    } else {
-      break;
-    }
+  if (text.size() > 16) return false;
+  for (char c : text) {
+    if (c == 'e' || c == 'E') return false;
   }
-  int exponent = 0;
-  if (i < text.size()) {  // 'e' or 'E'
-    ++i;
-    const bool negative = i < text.size() && text[i] == '-';
-    if (i < text.size() && (text[i] == '-' || text[i] == '+')) ++i;
-    for (; i < text.size(); ++i) {
-      exponent = exponent * 10 + (text[i] - '0');
-      if (exponent > 1000) return false;
-    }
-    if (negative) exponent = -exponent;
-  }
-  const int power = exponent - fractionDigits;
-  return digits <= 15 && power >= -22 && power <= 22;
+  return true;
 }
 
 // Builds the DOM like boost::json::parser does, except that every non-integer number is
@@ -111,16 +89,11 @@ class ExactHandler {
     if (!numberText_.empty()) {
       numberText_.append(text);
       text = numberText_;
-    } else if (boostConversionIsExact(text)) {
-      stack.push_double(approximate);
-      return true;
     }
     double exact = 0.0;
-    auto [end, status] = std::from_chars(text.data(), text.data() + text.size(), exact);
+    const bool representable = exactJsonNumber(text, approximate, exact);
     numberText_.clear();
-    if (status == std::errc::result_out_of_range && std::isfinite(approximate) && std::fabs(approximate) < 1.0) {
-      exact = std::signbit(approximate) ? -0.0 : 0.0;  // underflow reads as zero
-    } else if (status != std::errc() || end != text.data() + text.size()) {
+    if (!representable) {
       ec = boost::json::error::exponent_overflow;
       return false;
     }
@@ -227,15 +200,9 @@ void appendEscaped(std::string& out, std::string_view s) {
 
 constexpr std::array<std::string_view, 6> kPrecipitationKindNames = {"none", "hail", "mixed", "rain", "sleet", "snow"};
 
-[[noreturn]] void failExpected(const boost::json::value& value, const JsonPath& path, std::string_view expected) {
-  std::string problem = "expected ";
-  problem.append(expected).append(", found ").append(describeJsonKind(value));
-  path.fail(problem);
-}
-
 // A measurement: a number in the base unit, null as 0.0.
-double measurement(const boost::json::value& value, const JsonPath& path) {
-  if (value.is_null()) return 0.0;
+double measurement(const JsonScalar& value, const JsonPath& path) {
+  if (value.kind == boost::json::kind::null) return 0.0;
   return jsonNumber(value, path);
 }
 
@@ -378,23 +345,12 @@ void JsonWriter::value(const boost::json::value& value) {
 JsonObjectReader::JsonObjectReader(const boost::json::value& value, const JsonPath& path)
     : object_(jsonObject(value, path)), path_(path) {}
 
-namespace {
-// Keys are short: a byte loop beats a call to memcmp.
-bool sameKey(boost::json::string_view a, std::string_view b) noexcept {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < b.size(); ++i) {
-    if (a[i] != b[i]) return false;
-  }
-  return true;
-}
-}  // namespace
-
 const boost::json::value* JsonObjectReader::find(std::string_view key) noexcept {
   const size_t size = object_.size();
   const boost::json::key_value_pair* members = object_.begin();
-  if (next_ < size && sameKey(members[next_].key(), key)) return &members[next_++].value();
+  if (next_ < size && jsonKeyEquals(members[next_].key(), key)) return &members[next_++].value();
   for (size_t i = 0; i < size; ++i) {
-    if (sameKey(members[i].key(), key)) {
+    if (jsonKeyEquals(members[i].key(), key)) {
       next_ = i + 1;
       return &members[i].value();
     }
@@ -402,8 +358,21 @@ const boost::json::value* JsonObjectReader::find(std::string_view key) noexcept 
   return nullptr;
 }
 
-std::string_view describeJsonKind(const boost::json::value& value) noexcept {
-  switch (value.kind()) {
+bool exactJsonNumber(std::string_view text, double approximate, double& out) noexcept {
+  if (boostConversionIsExact(text)) {
+    out = approximate;
+    return true;
+  }
+  auto [end, status] = std::from_chars(text.data(), text.data() + text.size(), out);
+  if (status == std::errc::result_out_of_range && std::isfinite(approximate) && std::fabs(approximate) < 1.0) {
+    out = std::signbit(approximate) ? -0.0 : 0.0;  // underflow reads as zero
+    return true;
+  }
+  return status == std::errc() && end == text.data() + text.size();
+}
+
+std::string_view describeJsonKind(boost::json::kind kind) noexcept {
+  switch (kind) {
     case boost::json::kind::null: return "null";
     case boost::json::kind::bool_: return "a boolean";
     case boost::json::kind::int64:
@@ -416,113 +385,136 @@ std::string_view describeJsonKind(const boost::json::value& value) noexcept {
   return "a value";
 }
 
+std::string_view describeJsonKind(const boost::json::value& value) noexcept { return describeJsonKind(value.kind()); }
+
+JsonScalar JsonScalar::of(const boost::json::value& value) noexcept {
+  JsonScalar scalar;
+  scalar.kind = value.kind();
+  switch (value.kind()) {
+    case boost::json::kind::bool_: scalar.boolean = value.get_bool(); break;
+    case boost::json::kind::int64: scalar.int64 = value.get_int64(); break;
+    case boost::json::kind::uint64: scalar.uint64 = value.get_uint64(); break;
+    case boost::json::kind::double_: scalar.number = value.get_double(); break;
+    case boost::json::kind::string:
+      scalar.string = std::string_view(value.get_string().data(), value.get_string().size());
+      break;
+    default: break;
+  }
+  return scalar;
+}
+
+void failExpected(boost::json::kind found, const JsonPath& path, std::string_view expected) {
+  std::string problem = "expected ";
+  problem.append(expected).append(", found ").append(describeJsonKind(found));
+  path.fail(problem);
+}
+
 const boost::json::object& jsonObject(const boost::json::value& value, const JsonPath& path) {
   if (const auto* object = value.if_object()) return *object;
-  failExpected(value, path, "an object");
+  failExpected(value.kind(), path, "an object");
 }
 
 const boost::json::array& jsonArray(const boost::json::value& value, const JsonPath& path) {
   if (const auto* array = value.if_array()) return *array;
-  failExpected(value, path, "an array");
+  failExpected(value.kind(), path, "an array");
 }
 
-std::string_view jsonString(const boost::json::value& value, const JsonPath& path) {
-  if (const auto* string = value.if_string()) return std::string_view(string->data(), string->size());
-  failExpected(value, path, "a string");
+std::string_view jsonString(const JsonScalar& value, const JsonPath& path) {
+  if (value.kind != boost::json::kind::string) failExpected(value.kind, path, "a string");
+  return value.string;
 }
 
-double jsonNumber(const boost::json::value& value, const JsonPath& path) {
-  switch (value.kind()) {
-    case boost::json::kind::double_: return value.get_double();
-    case boost::json::kind::int64: return static_cast<double>(value.get_int64());
-    case boost::json::kind::uint64: return static_cast<double>(value.get_uint64());
-    default: failExpected(value, path, "a number");
+double jsonNumber(const JsonScalar& value, const JsonPath& path) {
+  switch (value.kind) {
+    case boost::json::kind::double_: return value.number;
+    case boost::json::kind::int64: return static_cast<double>(value.int64);
+    case boost::json::kind::uint64: return static_cast<double>(value.uint64);
+    default: failExpected(value.kind, path, "a number");
   }
 }
 
-std::int64_t jsonInteger(const boost::json::value& value, const JsonPath& path) {
-  switch (value.kind()) {
-    case boost::json::kind::int64: return value.get_int64();
+std::int64_t jsonInteger(const JsonScalar& value, const JsonPath& path) {
+  switch (value.kind) {
+    case boost::json::kind::int64: return value.int64;
     case boost::json::kind::uint64:
-      if (value.get_uint64() > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
+      if (value.uint64 > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
         path.fail("integer out of range");
       }
-      return static_cast<std::int64_t>(value.get_uint64());
+      return static_cast<std::int64_t>(value.uint64);
     case boost::json::kind::double_: {
       // 2^63 is exactly representable; every double below it in magnitude converts.
-      double d = value.get_double();
+      const double d = value.number;
       if (d != std::trunc(d)) path.fail("expected an integer, found a number with a fraction");
       if (d < -9223372036854775808.0 || d >= 9223372036854775808.0) path.fail("integer out of range");
       return static_cast<std::int64_t>(d);
     }
-    default: failExpected(value, path, "an integer");
+    default: failExpected(value.kind, path, "an integer");
   }
 }
 
-void decodeJson(const boost::json::value& value, const JsonPath& path, double& out) { out = jsonNumber(value, path); }
+std::string_view jsonString(const boost::json::value& value, const JsonPath& path) {
+  return jsonString(JsonScalar::of(value), path);
+}
 
-void decodeJson(const boost::json::value& value, const JsonPath& path, int& out) {
-  std::int64_t wide = jsonInteger(value, path);
+double jsonNumber(const boost::json::value& value, const JsonPath& path) { return jsonNumber(JsonScalar::of(value), path); }
+
+std::int64_t jsonInteger(const boost::json::value& value, const JsonPath& path) {
+  return jsonInteger(JsonScalar::of(value), path);
+}
+
+void decodeScalar(const JsonScalar& value, const JsonPath& path, double& out) { out = jsonNumber(value, path); }
+
+void decodeScalar(const JsonScalar& value, const JsonPath& path, int& out) {
+  const std::int64_t wide = jsonInteger(value, path);
   if (wide < std::numeric_limits<int>::min() || wide > std::numeric_limits<int>::max()) {
     path.fail("integer out of range");
   }
   out = static_cast<int>(wide);
 }
 
-void decodeJson(const boost::json::value& value, const JsonPath& path, std::int64_t& out) {
-  out = jsonInteger(value, path);
+void decodeScalar(const JsonScalar& value, const JsonPath& path, std::int64_t& out) { out = jsonInteger(value, path); }
+
+void decodeScalar(const JsonScalar& value, const JsonPath& path, bool& out) {
+  if (value.kind != boost::json::kind::bool_) failExpected(value.kind, path, "a boolean");
+  out = value.boolean;
 }
 
-void decodeJson(const boost::json::value& value, const JsonPath& path, bool& out) {
-  if (const bool* b = value.if_bool()) {
-    out = *b;
-    return;
-  }
-  failExpected(value, path, "a boolean");
-}
-
-void decodeJson(const boost::json::value& value, const JsonPath& path, std::string& out) {
+void decodeScalar(const JsonScalar& value, const JsonPath& path, std::string& out) {
   out.assign(jsonString(value, path));
 }
 
-void decodeJson(const boost::json::value& value, const JsonPath& path, boost::urls::url& out) {
-  std::string_view text = jsonString(value, path);
+void decodeScalar(const JsonScalar& value, const JsonPath& path, boost::urls::url& out) {
+  const std::string_view text = jsonString(value, path);
   auto parsed = boost::urls::parse_uri_reference(text);
   if (!parsed) path.fail("invalid URL");
   out = boost::urls::url(*parsed);
 }
 
-void decodeJson(const boost::json::value& value, const JsonPath& path, Date& out) {
+void decodeScalar(const JsonScalar& value, const JsonPath& path, Date& out) {
   out = Date::fromReference(jsonNumber(value, path));
 }
 
-void decodeJson(const boost::json::value& value, const JsonPath& path, Temperature& out) {
+void decodeScalar(const JsonScalar& value, const JsonPath& path, Temperature& out) {
   out.measurement = measurement(value, path);
 }
 
-void decodeJson(const boost::json::value& value, const JsonPath& path, Speed& out) {
+void decodeScalar(const JsonScalar& value, const JsonPath& path, Speed& out) {
   out.measurement = measurement(value, path);
 }
 
-void decodeJson(const boost::json::value& value, const JsonPath& path, Angle& out) {
+void decodeScalar(const JsonScalar& value, const JsonPath& path, Angle& out) {
   out.measurement = measurement(value, path);
 }
 
-void decodeJson(const boost::json::value& value, const JsonPath& path, Precipitation& out) {
+void decodeScalar(const JsonScalar& value, const JsonPath& path, Precipitation& out) {
   out.measurement = measurement(value, path);
 }
 
-void decodeJson(const boost::json::value& value, const JsonPath& path, PrecipitationKind& out) {
-  std::string_view name = jsonString(value, path);
+void decodeScalar(const JsonScalar& value, const JsonPath& path, PrecipitationKind& out) {
+  const std::string_view name = jsonString(value, path);
   auto kind = precipitationKindNamed(name);
   if (!kind) path.fail("unknown precipitation kind \"" + std::string(name) + "\"");
   out = *kind;
-}
-
-void decodeJson(const boost::json::value& value, const JsonPath& path, AirQuality& out) {
-  JsonObjectReader object(value, path);
-  object.read("time", out.time);
-  object.read("AQI", out.aqi);
 }
 
 void writeJson(JsonWriter& writer, double value) { writer.number(value); }
@@ -541,13 +533,6 @@ void writeJson(JsonWriter& writer, Speed value) { writer.number(value.measuremen
 void writeJson(JsonWriter& writer, Angle value) { writer.number(value.measurement); }
 void writeJson(JsonWriter& writer, Precipitation value) { writer.number(value.measurement); }
 void writeJson(JsonWriter& writer, PrecipitationKind value) { writer.string(precipitationKindName(value)); }
-
-void writeJson(JsonWriter& writer, const AirQuality& value) {
-  writer.beginObject();
-  writeKey(writer, "time", value.time);
-  writeKey(writer, "AQI", value.aqi);
-  writer.endObject();
-}
 
 std::string_view precipitationKindName(PrecipitationKind kind) noexcept {
   return kPrecipitationKindNames[static_cast<size_t>(kind)];

@@ -29,10 +29,13 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <tuple>
+#include <type_traits>
 #include <vector>
 
 #include "core/air_quality.hpp"
@@ -119,30 +122,67 @@ class JsonWriter {
 
 // -- Reading ---------------------------------------------------------------------------------
 
+// Reads the JSON number `text` (as the parser delivered it) correctly rounded. `approximate` is
+// the parser's own conversion, kept when it is known to be exact. False when the number is
+// beyond the range of a double.
+bool exactJsonNumber(std::string_view text, double approximate, double& out) noexcept;
+
 // The name of a JSON kind for messages: "a string", "an object", "null", ...
+std::string_view describeJsonKind(boost::json::kind kind) noexcept;
 std::string_view describeJsonKind(const boost::json::value& value) noexcept;
+
+// A JSON value as the decoder of one field sees it: a scalar with its content, or only the kind
+// of an object or array. The DOM decoders and the streaming decoder (core/json_stream.hpp) both
+// decode scalars through it, so they apply one set of rules.
+struct JsonScalar {
+  boost::json::kind kind = boost::json::kind::null;
+  bool boolean = false;
+  std::int64_t int64 = 0;
+  std::uint64_t uint64 = 0;
+  double number = 0.0;
+  std::string_view string;  // valid while the event or DOM value it came from is
+
+  static JsonScalar of(const boost::json::value& value) noexcept;
+};
+
+// Raises DecodingError "<path>: expected <expected>, found <kind>".
+[[noreturn]] void failExpected(boost::json::kind found, const JsonPath& path, std::string_view expected);
+
+std::string_view jsonString(const JsonScalar& value, const JsonPath& path);
+// Any JSON number as a double.
+double jsonNumber(const JsonScalar& value, const JsonPath& path);
+// A JSON number with an integral value that fits.
+std::int64_t jsonInteger(const JsonScalar& value, const JsonPath& path);
 
 const boost::json::object& jsonObject(const boost::json::value& value, const JsonPath& path);
 const boost::json::array& jsonArray(const boost::json::value& value, const JsonPath& path);
 std::string_view jsonString(const boost::json::value& value, const JsonPath& path);
-// Any JSON number as a double.
 double jsonNumber(const boost::json::value& value, const JsonPath& path);
-// A JSON number with an integral value that fits.
 std::int64_t jsonInteger(const boost::json::value& value, const JsonPath& path);
 
-void decodeJson(const boost::json::value& value, const JsonPath& path, double& out);
-void decodeJson(const boost::json::value& value, const JsonPath& path, int& out);
-void decodeJson(const boost::json::value& value, const JsonPath& path, std::int64_t& out);
-void decodeJson(const boost::json::value& value, const JsonPath& path, bool& out);
-void decodeJson(const boost::json::value& value, const JsonPath& path, std::string& out);
-void decodeJson(const boost::json::value& value, const JsonPath& path, boost::urls::url& out);
-void decodeJson(const boost::json::value& value, const JsonPath& path, Date& out);
-void decodeJson(const boost::json::value& value, const JsonPath& path, Temperature& out);
-void decodeJson(const boost::json::value& value, const JsonPath& path, Speed& out);
-void decodeJson(const boost::json::value& value, const JsonPath& path, Angle& out);
-void decodeJson(const boost::json::value& value, const JsonPath& path, Precipitation& out);
-void decodeJson(const boost::json::value& value, const JsonPath& path, PrecipitationKind& out);
-void decodeJson(const boost::json::value& value, const JsonPath& path, AirQuality& out);
+void decodeScalar(const JsonScalar& value, const JsonPath& path, double& out);
+void decodeScalar(const JsonScalar& value, const JsonPath& path, int& out);
+void decodeScalar(const JsonScalar& value, const JsonPath& path, std::int64_t& out);
+void decodeScalar(const JsonScalar& value, const JsonPath& path, bool& out);
+void decodeScalar(const JsonScalar& value, const JsonPath& path, std::string& out);
+void decodeScalar(const JsonScalar& value, const JsonPath& path, boost::urls::url& out);
+void decodeScalar(const JsonScalar& value, const JsonPath& path, Date& out);
+void decodeScalar(const JsonScalar& value, const JsonPath& path, Temperature& out);
+void decodeScalar(const JsonScalar& value, const JsonPath& path, Speed& out);
+void decodeScalar(const JsonScalar& value, const JsonPath& path, Angle& out);
+void decodeScalar(const JsonScalar& value, const JsonPath& path, Precipitation& out);
+void decodeScalar(const JsonScalar& value, const JsonPath& path, PrecipitationKind& out);
+
+// Types whose JSON form is one scalar.
+template <class T>
+concept JsonScalarType = requires(const JsonScalar& value, const JsonPath& path, T& out) {
+  decodeScalar(value, path, out);
+};
+
+template <JsonScalarType T>
+void decodeJson(const boost::json::value& value, const JsonPath& path, T& out) {
+  decodeScalar(JsonScalar::of(value), path, out);
+}
 
 template <class T>
 void decodeJson(const boost::json::value& value, const JsonPath& path, std::vector<T>& out) {
@@ -152,6 +192,36 @@ void decodeJson(const boost::json::value& value, const JsonPath& path, std::vect
   // in proportion to its length.
   out.reserve(std::min<size_t>(array.size(), 4096));
   for (size_t i = 0; i < array.size(); ++i) decodeJson(array[i], path.index(i), out.emplace_back());
+}
+
+// Key comparison for decoders. Keys are short: comparing them a word at a time (overlapping
+// loads for the tail) beats a call to memcmp and a byte loop.
+inline bool jsonKeyEquals(std::string_view a, std::string_view b) noexcept {
+  const size_t n = a.size();
+  if (n != b.size()) return false;
+  const char* p = a.data();
+  const char* q = b.data();
+  auto load8 = [](const char* s) {
+    std::uint64_t v;
+    std::memcpy(&v, s, sizeof v);
+    return v;
+  };
+  auto load4 = [](const char* s) {
+    std::uint32_t v;
+    std::memcpy(&v, s, sizeof v);
+    return v;
+  };
+  if (n >= 8) {
+    for (size_t i = 0; i + 8 <= n; i += 8) {
+      if (load8(p + i) != load8(q + i)) return false;
+    }
+    return load8(p + n - 8) == load8(q + n - 8);
+  }
+  if (n >= 4) return load4(p) == load4(q) && load4(p + n - 4) == load4(q + n - 4);
+  for (size_t i = 0; i < n; ++i) {
+    if (p[i] != q[i]) return false;
+  }
+  return true;
 }
 
 // Reads the members of one JSON object for a record decoder.
@@ -197,6 +267,58 @@ class JsonObjectReader {
   size_t next_ = 0;
 };
 
+// -- Records ---------------------------------------------------------------------------------
+
+// One member of a record's JSON form: its key and the field that holds it.
+//
+// A record describes its form once, as a tuple of members in declaration order (the order they
+// are written in), returned by a constexpr `jsonMembers(const Record*)` found by argument-
+// dependent lookup. The DOM decoder, the streaming decoder (core/json_stream.hpp) and the writer
+// all work from that one tuple. An std::optional field is an optional key (missing or null reads
+// as absent; left out when absent); any other field is required. Declare `jsonMembers` before
+// the first use of the record's codec.
+template <class Record, class Field>
+struct JsonMember {
+  std::string_view key;
+  Field Record::*field;
+};
+
+template <class Record, class Field>
+constexpr JsonMember<Record, Field> jsonMember(std::string_view key, Field Record::*field) {
+  return {key, field};
+}
+
+template <class T>
+concept JsonRecord = requires(const T* record) { jsonMembers(record); };
+
+template <class T>
+inline constexpr bool kIsJsonOptional = false;
+template <class T>
+inline constexpr bool kIsJsonOptional<std::optional<T>> = true;
+
+// Runs after a record was decoded; a record that normalises a field overloads it.
+template <class T>
+void finishDecoding(T&) {}
+
+template <JsonRecord T>
+void decodeJson(const boost::json::value& value, const JsonPath& path, T& out) {
+  JsonObjectReader reader(value, path);
+  std::apply(
+      [&](const auto&... members) {
+        auto readMember = [&](const auto& member) {
+          auto& field = out.*(member.field);
+          if constexpr (kIsJsonOptional<std::remove_cvref_t<decltype(field)>>) {
+            reader.readOptional(member.key, field);
+          } else {
+            reader.read(member.key, field);
+          }
+        };
+        (readMember(members), ...);
+      },
+      jsonMembers(static_cast<const T*>(nullptr)));
+  finishDecoding(out);
+}
+
 // -- Writing ---------------------------------------------------------------------------------
 
 void writeJson(JsonWriter& writer, double value);
@@ -213,7 +335,6 @@ void writeJson(JsonWriter& writer, Speed value);
 void writeJson(JsonWriter& writer, Angle value);
 void writeJson(JsonWriter& writer, Precipitation value);
 void writeJson(JsonWriter& writer, PrecipitationKind value);
-void writeJson(JsonWriter& writer, const AirQuality& value);
 
 template <class T>
 void writeJson(JsonWriter& writer, const std::vector<T>& values) {
@@ -235,6 +356,30 @@ void writeOptionalKey(JsonWriter& writer, std::string_view key, const std::optio
   writer.key(key);
   writeJson(writer, *value);
 }
+
+template <JsonRecord T>
+void writeJson(JsonWriter& writer, const T& record) {
+  writer.beginObject();
+  std::apply(
+      [&](const auto&... members) {
+        auto writeMember = [&](const auto& member) {
+          const auto& field = record.*(member.field);
+          if constexpr (kIsJsonOptional<std::remove_cvref_t<decltype(field)>>) {
+            writeOptionalKey(writer, member.key, field);
+          } else {
+            writeKey(writer, member.key, field);
+          }
+        };
+        (writeMember(members), ...);
+      },
+      jsonMembers(static_cast<const T*>(nullptr)));
+  writer.endObject();
+}
+
+// AirQuality: {"time": date, "AQI": integer}.
+inline constexpr auto kAirQualityJsonMembers =
+    std::tuple{jsonMember("time", &AirQuality::time), jsonMember("AQI", &AirQuality::aqi)};
+constexpr const auto& jsonMembers(const AirQuality*) { return kAirQualityJsonMembers; }
 
 // The case name of a precipitation kind ("none", "hail", "mixed", "rain", "sleet", "snow").
 std::string_view precipitationKindName(PrecipitationKind kind) noexcept;
