@@ -38,12 +38,7 @@ class JsonStreamHandler {
   }
 
   bool on_key_part(string_view s, size_t, error_code&) {
-    if (s_.skipDepth_ > 0) return true;
-    if (s_.captureDepth_ > 0) {
-      s_.capture_.push_chars(s);
-    } else {
-      s_.text_.append(s.data(), s.size());
-    }
+    part(s);
     return true;
   }
   bool on_key(string_view s, size_t, error_code&) {
@@ -52,19 +47,13 @@ class JsonStreamHandler {
       s_.capture_.push_key(s);
       return true;
     }
-    std::string_view key = assemble(s);
-    if (!s_.frames_[s_.depth_]->key(s_, key)) s_.skipNext_ = true;
+    if (!s_.frames_[s_.depth_]->key(s_, assemble(s))) s_.skipNext_ = true;
     s_.text_.clear();
     return true;
   }
 
   bool on_string_part(string_view s, size_t, error_code&) {
-    if (s_.skipDepth_ > 0) return true;
-    if (s_.captureDepth_ > 0) {
-      s_.capture_.push_chars(s);
-    } else {
-      s_.text_.append(s.data(), s.size());
-    }
+    part(s);
     return true;
   }
   bool on_string(string_view s, size_t, error_code&) {
@@ -81,88 +70,73 @@ class JsonStreamHandler {
     return true;
   }
 
-  // A one-shot parse never resumes inside a number; the text is kept anyway so a number is
-  // never converted from a fragment.
   bool on_number_part(string_view s, error_code&) {
-    numberText_.append(s.data(), s.size());
+    number_.part(s);
     return true;
   }
   bool on_int64(std::int64_t i, string_view, error_code&) {
-    numberText_.clear();
-    if (s_.skipDepth_ > 0) return true;
-    if (s_.captureDepth_ > 0) {
-      s_.capture_.push_int64(i);
-      return true;
-    }
+    number_.clear();
     JsonScalar value;
     value.kind = boost::json::kind::int64;
     value.int64 = i;
-    s_.deliver(value);
+    scalar(value, [&](boost::json::value_stack& capture) { capture.push_int64(i); });
     return true;
   }
   bool on_uint64(std::uint64_t u, string_view, error_code&) {
-    numberText_.clear();
-    if (s_.skipDepth_ > 0) return true;
-    if (s_.captureDepth_ > 0) {
-      s_.capture_.push_uint64(u);
-      return true;
-    }
+    number_.clear();
     JsonScalar value;
     value.kind = boost::json::kind::uint64;
     value.uint64 = u;
-    s_.deliver(value);
+    scalar(value, [&](boost::json::value_stack& capture) { capture.push_uint64(u); });
     return true;
   }
   bool on_double(double approximate, string_view s, error_code& ec) {
-    std::string_view text(s.data(), s.size());
-    if (!numberText_.empty()) {
-      numberText_.append(text);
-      text = numberText_;
-    }
     // Converted even inside skipped values: a number out of range is bad JSON wherever it is.
-    double exact = 0.0;
-    const bool representable = exactJsonNumber(text, approximate, exact);
-    numberText_.clear();
-    if (!representable) {
+    JsonScalar value;
+    value.kind = boost::json::kind::double_;
+    if (!number_.finish(s, approximate, value.number)) {
       ec = boost::json::error::exponent_overflow;
       return false;
     }
-    if (s_.skipDepth_ > 0) return true;
-    if (s_.captureDepth_ > 0) {
-      s_.capture_.push_double(exact);
-      return true;
-    }
-    JsonScalar value;
-    value.kind = boost::json::kind::double_;
-    value.number = exact;
-    s_.deliver(value);
+    scalar(value, [&](boost::json::value_stack& capture) { capture.push_double(value.number); });
     return true;
   }
   bool on_bool(bool b, error_code&) {
-    if (s_.skipDepth_ > 0) return true;
-    if (s_.captureDepth_ > 0) {
-      s_.capture_.push_bool(b);
-      return true;
-    }
     JsonScalar value;
     value.kind = boost::json::kind::bool_;
     value.boolean = b;
-    s_.deliver(value);
+    scalar(value, [&](boost::json::value_stack& capture) { capture.push_bool(b); });
     return true;
   }
   bool on_null(error_code&) {
-    if (s_.skipDepth_ > 0) return true;
-    if (s_.captureDepth_ > 0) {
-      s_.capture_.push_null();
-      return true;
-    }
-    s_.deliver(JsonScalar{});
+    scalar(JsonScalar{}, [](boost::json::value_stack& capture) { capture.push_null(); });
     return true;
   }
   bool on_comment_part(string_view, error_code&) { return true; }
   bool on_comment(string_view, error_code&) { return true; }
 
  private:
+  // A number, boolean or null: dropped, captured, or delivered to the innermost frame.
+  template <class Capture>
+  void scalar(const JsonScalar& value, Capture&& capture) {
+    if (s_.skipDepth_ > 0) return;
+    if (s_.captureDepth_ > 0) {
+      capture(s_.capture_);
+      return;
+    }
+    s_.deliver(value);
+  }
+
+  // Part of a key or string that continues in the next event.
+  void part(string_view s) {
+    if (s_.skipDepth_ > 0) return;
+    if (s_.captureDepth_ > 0) {
+      s_.capture_.push_chars(s);
+    } else {
+      s_.text_.append(s.data(), s.size());
+    }
+  }
+
   // The whole key or string: the last part, or all parts joined.
   std::string_view assemble(string_view last) {
     if (s_.text_.empty()) return std::string_view(last.data(), last.size());
@@ -171,7 +145,7 @@ class JsonStreamHandler {
   }
 
   JsonStream& s_;
-  std::string numberText_;
+  JsonNumberText number_;
 };
 
 JsonStream::~JsonStream() {

@@ -68,32 +68,23 @@ class ExactHandler {
     stack.push_string(s);
     return true;
   }
-  // Only called when the input ends inside a number, which a one-shot parse never resumes; the
-  // text is kept anyway so a number is never converted from a fragment.
   bool on_number_part(string_view s, error_code&) {
-    numberText_.append(s.data(), s.size());
+    number_.part(s);
     return true;
   }
   bool on_int64(std::int64_t i, string_view, error_code&) {
-    numberText_.clear();
+    number_.clear();
     stack.push_int64(i);
     return true;
   }
   bool on_uint64(std::uint64_t u, string_view, error_code&) {
-    numberText_.clear();
+    number_.clear();
     stack.push_uint64(u);
     return true;
   }
   bool on_double(double approximate, string_view s, error_code& ec) {
-    std::string_view text(s.data(), s.size());
-    if (!numberText_.empty()) {
-      numberText_.append(text);
-      text = numberText_;
-    }
     double exact = 0.0;
-    const bool representable = exactJsonNumber(text, approximate, exact);
-    numberText_.clear();
-    if (!representable) {
+    if (!number_.finish(s, approximate, exact)) {
       ec = boost::json::error::exponent_overflow;
       return false;
     }
@@ -114,7 +105,7 @@ class ExactHandler {
   boost::json::value_stack stack;
 
  private:
-  std::string numberText_;
+  JsonNumberText number_;
 };
 
 void appendFormatted(std::string& out, double value, bool keepDoubleKind) {

@@ -127,6 +127,25 @@ class JsonWriter {
 // beyond the range of a double.
 bool exactJsonNumber(std::string_view text, double approximate, double& out) noexcept;
 
+// The text of a number a parser delivers, for parser handlers: parts are kept until the last one
+// (a one-shot parse never splits a number, but a fragment must never be converted alone).
+class JsonNumberText {
+ public:
+  void part(std::string_view text) { text_.append(text); }
+  void clear() noexcept { text_.clear(); }
+  // Converts the whole number ending with `last`; false when it is beyond the range of a double.
+  bool finish(std::string_view last, double approximate, double& out) {
+    if (text_.empty()) return exactJsonNumber(last, approximate, out);
+    text_.append(last);
+    const bool representable = exactJsonNumber(text_, approximate, out);
+    text_.clear();
+    return representable;
+  }
+
+ private:
+  std::string text_;
+};
+
 // The name of a JSON kind for messages: "a string", "an object", "null", ...
 std::string_view describeJsonKind(boost::json::kind kind) noexcept;
 std::string_view describeJsonKind(const boost::json::value& value) noexcept;
