@@ -1,12 +1,15 @@
 #pragma once
 // The JSON building blocks every record codec uses: an exact parser, a text writer, document
-// paths for error messages, and the codecs of the small value types.
+// paths for error messages, member tables for records, and the codecs of the small value types.
 //
 // Reading. `parseJson` builds a boost::json DOM whose doubles are correctly rounded (Boost 1.81's
 // own conversion can be one unit in the last place off, which would break bit-exact round trips).
 // Record decoders then walk the DOM with a `JsonObjectReader` per object and the `decodeJson`
 // overloads, carrying a `JsonPath` so that a failure says where: "hourly[3].dt: missing key".
-// Every failure is a DecodingError; no input makes a decoder crash.
+// A record described by a `jsonMembers` table needs no decoder of its own, and the same table
+// drives its writer and its streaming decoder (core/json_stream.hpp). Scalars are decoded from a
+// `JsonScalar`, so both decoders apply the same rules. Every failure is a DecodingError; no input
+// makes a decoder crash.
 //
 // Value rules. Dates are JSON numbers, seconds since 2001-01-01T00:00:00Z. Measurements are bare
 // numbers in the base unit (Celsius, m/s, degrees, millimetres); a JSON null in a measurement
