@@ -42,7 +42,7 @@ struct Fault {
 // was expected.
 Fault parseFault(std::string_view spec);
 
-// The SPEC text of `fault` (parseFault(describeFault(f)) == f).
+// The textual form of `fault` (parseFault(describeFault(f)) == f).
 std::string describeFault(const Fault& fault);
 
 // The faults of all routes. Thread-safe: tests change it while requests are served.
