@@ -15,9 +15,14 @@
 // held, on the thread that noticed the change (the caller of `synchronize`, or the watcher).
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/key_value_store.hpp"
@@ -52,6 +57,88 @@ class CloudKeyValueStore : public KeyValueStore {
   // Registers an observer of external changes; it stays registered while the returned token
   // lives. Dropping the token unregisters it (blocking until a running call has returned).
   virtual std::shared_ptr<void> observeExternalChanges(Observer observer) = 0;
+};
+
+// Why writing `value` (nothing: removing) under `key` would break a limit of the cloud store,
+// or nothing when it would not. `values` is the dictionary before the write and `totalBytes`
+// its size by `cloudStoreEntryBytes`.
+std::optional<std::string> cloudStoreLimitViolation(const StoreDictionary& values, std::size_t totalBytes,
+                                                    std::string_view key, const std::optional<StoreValue>& value);
+
+// What one entry counts toward `kMaximumTotalBytes`: the key's bytes and the value's JSON text
+// (platform/key_value_store_json.hpp).
+std::size_t cloudStoreEntryBytes(std::string_view key, const StoreValue& value);
+
+// The behaviour every cloud store shares, over a remote dictionary that a subclass provides
+// (a file in a sync folder, or memory in tests).
+//
+// Memory holds the values; a local write changes memory at once and is remembered as pending
+// until a `synchronize` has written it to the remote. `synchronize` (and `refresh`, which only
+// reads) compares the remote with what this store last saw of it: keys that moved there and have
+// no pending local write are applied to memory, and observers hear of those whose value in
+// memory changed, as `serverChange`. A pending local write wins over the remote's value (last
+// writer wins per key). When the remote turns out unreadable (the subclass has set the garbage
+// aside), memory is written back whole, so nothing is lost and no key reads as removed.
+//
+// Thread-safe. Observers run without any lock held, on the thread of `synchronize`/`refresh`.
+class SynchronizingCloudKeyValueStore : public CloudKeyValueStore {
+ public:
+  ~SynchronizingCloudKeyValueStore() override;
+
+  std::optional<StoreValue> value(std::string_view key) const override;
+  // Refused (memory unchanged, observers told `quotaViolation` naming the key, one log line)
+  // when a limit would be broken.
+  void setValue(std::string_view key, std::optional<StoreValue> value) override;
+  StoreDictionary dictionaryRepresentation() const override;
+  bool synchronize() override;
+  std::shared_ptr<void> observeExternalChanges(Observer observer) override;
+
+  // Reads external changes in without writing pending local ones out. Same result as
+  // `synchronize`.
+  bool refresh();
+
+ protected:
+  SynchronizingCloudKeyValueStore();
+
+  // Given the remote's dictionary (null when it was unreadable and has been set aside), the
+  // dictionary to write to the remote, or nothing to leave it as it is.
+  using Merge = std::function<std::optional<StoreDictionary>(const StoreDictionary* remote)>;
+
+  // Under the remote's exclusive lock: reads it, calls `merge` once, writes its result if any,
+  // and returns what the remote holds afterwards (an unreadable remote that was not rewritten
+  // holds nothing). Raises FileError when the remote cannot be read or written; it is then as it
+  // was. Called by one thread at a time.
+  virtual StoreDictionary exchange(const Merge& merge) = 0;
+
+  // Reads the remote as the starting values; call once from the subclass's constructor, before
+  // anything else can call in. A failure is logged and leaves the store empty.
+  void load();
+
+ private:
+  struct PendingWrite {
+    std::optional<StoreValue> value;
+    std::uint64_t sequence = 0;
+  };
+  using PendingWrites = std::map<std::string, PendingWrite, std::less<>>;
+  struct Observers;
+
+  bool exchangeAndApply(bool writeOut);
+  // Precondition: mutex_ held.
+  void assign(const std::string& key, const std::optional<StoreValue>& value);
+  void notify(const CloudStoreChange& change);
+
+  // Serialises exchanges (and so the remote's lock) within this process; never taken while
+  // mutex_ is held.
+  std::mutex exchangeMutex_;
+  mutable std::mutex mutex_;
+  StoreDictionary values_;
+  std::map<std::string, std::size_t, std::less<>> entryBytes_;
+  std::size_t totalBytes_ = 0;
+  // The remote as last read or written.
+  StoreDictionary baseline_;
+  PendingWrites pending_;
+  std::uint64_t nextSequence_ = 1;
+  std::shared_ptr<Observers> observers_;
 };
 
 }  // namespace ombrine

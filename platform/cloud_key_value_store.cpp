@@ -1,0 +1,222 @@
+#include "platform/cloud_key_value_store.hpp"
+
+#include <exception>
+#include <set>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "platform/key_value_store_json.hpp"
+#include "platform/log.hpp"
+
+namespace ombrine {
+
+namespace {
+
+const StoreValue* find(const StoreDictionary& values, std::string_view key) {
+  auto it = values.find(key);
+  return it == values.end() ? nullptr : &it->second;
+}
+
+bool same(const StoreValue* a, const StoreValue* b) {
+  if (a == nullptr || b == nullptr) return a == b;
+  return *a == *b;
+}
+
+std::optional<StoreValue> copyOf(const StoreValue* value) {
+  return value ? std::optional<StoreValue>(*value) : std::nullopt;
+}
+
+}  // namespace
+
+std::size_t cloudStoreEntryBytes(std::string_view key, const StoreValue& value) {
+  return key.size() + encodeStoreValueJson(value).size();
+}
+
+std::optional<std::string> cloudStoreLimitViolation(const StoreDictionary& values, std::size_t totalBytes,
+                                                    std::string_view key, const std::optional<StoreValue>& value) {
+  if (!value) return std::nullopt;
+  if (key.size() > CloudKeyValueStore::kMaximumKeyBytes) {
+    return fmt::format("the key is {} bytes long, more than {}", key.size(), CloudKeyValueStore::kMaximumKeyBytes);
+  }
+  const StoreValue* old = find(values, key);
+  if (old == nullptr && values.size() >= CloudKeyValueStore::kMaximumKeyCount) {
+    return fmt::format("the store already holds {} keys", CloudKeyValueStore::kMaximumKeyCount);
+  }
+  const std::size_t oldBytes = old ? cloudStoreEntryBytes(key, *old) : 0;
+  const std::size_t newTotal = totalBytes - oldBytes + cloudStoreEntryBytes(key, *value);
+  if (newTotal > CloudKeyValueStore::kMaximumTotalBytes) {
+    return fmt::format("the store would hold {} bytes, more than {}", newTotal, CloudKeyValueStore::kMaximumTotalBytes);
+  }
+  return std::nullopt;
+}
+
+// Observers outlive the store while a token does; a token's release waits for a running call
+// (the recursive mutex lets an observer drop its own token from inside the call).
+struct SynchronizingCloudKeyValueStore::Observers {
+  struct Entry {
+    std::recursive_mutex calling;
+    bool active = true;
+    Observer observer;
+  };
+  std::mutex mutex;
+  std::uint64_t nextId = 0;
+  std::map<std::uint64_t, std::shared_ptr<Entry>> entries;
+};
+
+SynchronizingCloudKeyValueStore::SynchronizingCloudKeyValueStore() : observers_(std::make_shared<Observers>()) {}
+
+SynchronizingCloudKeyValueStore::~SynchronizingCloudKeyValueStore() = default;
+
+void SynchronizingCloudKeyValueStore::load() {
+  const Merge keepRemote = [](const StoreDictionary*) { return std::optional<StoreDictionary>(); };
+  try {
+    StoreDictionary remote = exchange(keepRemote);
+    std::lock_guard guard(mutex_);
+    for (const auto& [key, value] : remote) assign(key, value);
+    baseline_ = std::move(remote);
+  } catch (const std::exception& error) {
+    logf("Cloud key-value store could not be read: {}", error.what());
+  }
+}
+
+std::optional<StoreValue> SynchronizingCloudKeyValueStore::value(std::string_view key) const {
+  std::lock_guard guard(mutex_);
+  return copyOf(find(values_, key));
+}
+
+StoreDictionary SynchronizingCloudKeyValueStore::dictionaryRepresentation() const {
+  std::lock_guard guard(mutex_);
+  return values_;
+}
+
+void SynchronizingCloudKeyValueStore::setValue(std::string_view key, std::optional<StoreValue> value) {
+  std::optional<std::string> violation;
+  {
+    std::lock_guard guard(mutex_);
+    violation = cloudStoreLimitViolation(values_, totalBytes_, key, value);
+    if (!violation) {
+      const std::string name(key);
+      assign(name, value);
+      pending_.insert_or_assign(name, PendingWrite{std::move(value), nextSequence_++});
+    }
+  }
+  if (violation) {
+    logf("Cloud key-value store refused \"{}\": {}", key, *violation);
+    notify(CloudStoreChange{CloudStoreChangeReason::quotaViolation, {std::string(key)}});
+  }
+}
+
+bool SynchronizingCloudKeyValueStore::synchronize() { return exchangeAndApply(true); }
+
+bool SynchronizingCloudKeyValueStore::refresh() { return exchangeAndApply(false); }
+
+bool SynchronizingCloudKeyValueStore::exchangeAndApply(bool writeOut) {
+  std::lock_guard exchanging(exchangeMutex_);
+  PendingWrites sent;
+  const Merge merge = [&](const StoreDictionary* remote) -> std::optional<StoreDictionary> {
+    std::lock_guard guard(mutex_);
+    if (remote == nullptr) {
+      // The remote lost its content to garbage: memory is the best copy there is.
+      sent = pending_;
+      return values_;
+    }
+    if (!writeOut || pending_.empty()) return std::nullopt;
+    sent = pending_;
+    StoreDictionary merged = *remote;
+    for (const auto& [key, write] : sent) {
+      if (write.value) {
+        merged.insert_or_assign(key, *write.value);
+      } else if (auto it = merged.find(key); it != merged.end()) {
+        merged.erase(it);
+      }
+    }
+    return merged;
+  };
+
+  StoreDictionary remote;
+  try {
+    remote = exchange(merge);
+  } catch (const std::exception& error) {
+    logf("Cloud key-value store could not synchronize: {}", error.what());
+    return false;
+  }
+
+  std::vector<std::string> changed;
+  {
+    std::lock_guard guard(mutex_);
+    std::set<std::string, std::less<>> keys;
+    for (const auto& entry : remote) keys.insert(entry.first);
+    for (const auto& entry : baseline_) keys.insert(entry.first);
+    for (const std::string& key : keys) {
+      // A local write, sent now or still pending, wins over the remote.
+      if (sent.contains(key) || pending_.contains(key)) continue;
+      const StoreValue* now = find(remote, key);
+      if (same(now, find(baseline_, key)) || same(now, find(values_, key))) continue;
+      assign(key, copyOf(now));
+      changed.push_back(key);
+    }
+    for (const auto& [key, write] : sent) {
+      auto it = pending_.find(key);
+      if (it != pending_.end() && it->second.sequence == write.sequence) pending_.erase(it);
+    }
+    baseline_ = std::move(remote);
+  }
+  if (!changed.empty()) notify(CloudStoreChange{CloudStoreChangeReason::serverChange, std::move(changed)});
+  return true;
+}
+
+void SynchronizingCloudKeyValueStore::assign(const std::string& key, const std::optional<StoreValue>& value) {
+  if (auto it = entryBytes_.find(key); it != entryBytes_.end()) {
+    totalBytes_ -= it->second;
+    entryBytes_.erase(it);
+  }
+  if (value) {
+    const std::size_t bytes = cloudStoreEntryBytes(key, *value);
+    entryBytes_.emplace(key, bytes);
+    totalBytes_ += bytes;
+    values_.insert_or_assign(key, *value);
+  } else if (auto it = values_.find(key); it != values_.end()) {
+    values_.erase(it);
+  }
+}
+
+std::shared_ptr<void> SynchronizingCloudKeyValueStore::observeExternalChanges(Observer observer) {
+  auto entry = std::make_shared<Observers::Entry>();
+  entry->observer = std::move(observer);
+  std::uint64_t id = 0;
+  {
+    std::lock_guard guard(observers_->mutex);
+    id = observers_->nextId++;
+    observers_->entries.emplace(id, entry);
+  }
+  std::weak_ptr<Observers> weak = observers_;
+  auto release = [weak, id, entry](void*) {
+    if (auto observers = weak.lock()) {
+      std::lock_guard guard(observers->mutex);
+      observers->entries.erase(id);
+    }
+    std::lock_guard calling(entry->calling);
+    entry->active = false;
+  };
+  return std::shared_ptr<void>(static_cast<void*>(entry.get()), release);
+}
+
+void SynchronizingCloudKeyValueStore::notify(const CloudStoreChange& change) {
+  std::vector<std::shared_ptr<Observers::Entry>> entries;
+  {
+    std::lock_guard guard(observers_->mutex);
+    for (const auto& [id, entry] : observers_->entries) entries.push_back(entry);
+  }
+  for (const auto& entry : entries) {
+    std::lock_guard calling(entry->calling);
+    if (!entry->active) continue;
+    try {
+      entry->observer(change);
+    } catch (const std::exception& error) {
+      logf("Cloud key-value store observer failed: {}", error.what());
+    }
+  }
+}
+
+}  // namespace ombrine

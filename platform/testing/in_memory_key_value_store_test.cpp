@@ -1,0 +1,159 @@
+#include "platform/testing/in_memory_key_value_store.hpp"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/errors.hpp"
+
+namespace ombrine {
+namespace {
+
+StoreValue integer(std::int64_t i) { return StoreValue{i}; }
+
+// Records what observers are told.
+struct Recorder {
+  std::vector<CloudStoreChange> changes;
+  std::shared_ptr<void> token;
+  explicit Recorder(CloudKeyValueStore& store) {
+    token = store.observeExternalChanges([this](const CloudStoreChange& change) { changes.push_back(change); });
+  }
+};
+
+TEST(InMemoryKeyValueStoreTest, StoresRemovesAndFailsWithoutChange) {
+  InMemoryKeyValueStore store;
+  store.setValue("a", integer(1));
+  store.setValue("b", integer(2));
+  store.removeValue("a");
+  EXPECT_EQ(store.dictionaryRepresentation(), (StoreDictionary{{"b", integer(2)}}));
+  store.failWrites(true);
+  EXPECT_THROW(store.setValue("b", integer(3)), FileError);
+  EXPECT_EQ(store.integerValue("b"), 2);
+  EXPECT_EQ(store.writeCount(), 3u);
+}
+
+TEST(InMemoryCloudKeyValueStoreTest, WritesReachTheServerOnlyOnSynchronize) {
+  auto server = std::make_shared<InMemoryCloudServer>();
+  InMemoryCloudKeyValueStore store(server);
+  store.setValue("a", integer(1));
+  EXPECT_EQ(store.integerValue("a"), 1);  // memory at once
+  EXPECT_TRUE(server->values().empty());
+  EXPECT_TRUE(store.synchronize());
+  EXPECT_EQ(server->values(), (StoreDictionary{{"a", integer(1)}}));
+  store.removeValue("a");
+  EXPECT_TRUE(store.synchronize());
+  EXPECT_TRUE(server->values().empty());
+}
+
+TEST(InMemoryCloudKeyValueStoreTest, ExternalChangesNameExactlyTheKeysThatDiffer) {
+  auto server = std::make_shared<InMemoryCloudServer>();
+  server->replaceAll({{"same", integer(1)}, {"moved", integer(1)}, {"gone", integer(1)}});
+  InMemoryCloudKeyValueStore phone(server);
+  InMemoryCloudKeyValueStore laptop(server);
+  Recorder heard(phone);
+
+  laptop.setValue("same", integer(1));   // written again, equal: no change for the phone
+  laptop.setValue("moved", integer(2));
+  laptop.removeValue("gone");
+  laptop.setValue("new", integer(3));
+  ASSERT_TRUE(laptop.synchronize());
+  ASSERT_TRUE(phone.refresh());
+
+  ASSERT_EQ(heard.changes.size(), 1u);
+  EXPECT_EQ(heard.changes[0].reason, CloudStoreChangeReason::serverChange);
+  EXPECT_EQ(heard.changes[0].changedKeys, (std::vector<std::string>{"gone", "moved", "new"}));
+  EXPECT_EQ(phone.dictionaryRepresentation(),
+            (StoreDictionary{{"same", integer(1)}, {"moved", integer(2)}, {"new", integer(3)}}));
+
+  // Nothing moved since: no notification.
+  ASSERT_TRUE(phone.refresh());
+  EXPECT_EQ(heard.changes.size(), 1u);
+}
+
+TEST(InMemoryCloudKeyValueStoreTest, PendingLocalWriteWinsOverTheServer) {
+  auto server = std::make_shared<InMemoryCloudServer>();
+  InMemoryCloudKeyValueStore phone(server);
+  Recorder heard(phone);
+  phone.setValue("k", integer(1));
+  server->setValue("k", integer(2));
+  server->setValue("other", integer(9));
+  ASSERT_TRUE(phone.refresh());  // reads in without writing out: the pending write stays
+  EXPECT_EQ(phone.integerValue("k"), 1);
+  EXPECT_EQ(server->values().at("k"), integer(2));
+  ASSERT_TRUE(phone.synchronize());
+  EXPECT_EQ(server->values().at("k"), integer(1));
+  EXPECT_EQ(server->values().at("other"), integer(9));  // the server's other key is kept
+  ASSERT_EQ(heard.changes.size(), 1u);
+  EXPECT_EQ(heard.changes[0].changedKeys, std::vector<std::string>{"other"});
+}
+
+TEST(InMemoryCloudKeyValueStoreTest, UnreachableServerKeepsPendingWrites) {
+  auto server = std::make_shared<InMemoryCloudServer>();
+  InMemoryCloudKeyValueStore store(server);
+  store.setValue("k", integer(1));
+  server->setReachable(false);
+  EXPECT_FALSE(store.synchronize());
+  EXPECT_EQ(store.integerValue("k"), 1);
+  server->setReachable(true);
+  EXPECT_TRUE(store.synchronize());
+  EXPECT_EQ(server->values().at("k"), integer(1));
+  EXPECT_EQ(store.synchronizeCount(), 2u);
+}
+
+TEST(InMemoryCloudKeyValueStoreTest, LimitsRefuseTheWriteAndTellObservers) {
+  InMemoryCloudKeyValueStore store;
+  Recorder heard(store);
+  struct Row {
+    const char* why;
+    std::string key;
+    StoreValue value;
+  };
+  const std::string big(CloudKeyValueStore::kMaximumTotalBytes, 'x');
+  const Row rows[] = {
+      {"key one byte too long", std::string(CloudKeyValueStore::kMaximumKeyBytes + 1, 'k'), integer(1)},
+      {"value beyond the total", "big", StoreValue{big}},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.why);
+    heard.changes.clear();
+    store.setValue(row.key, row.value);
+    EXPECT_EQ(store.value(row.key), std::nullopt);
+    ASSERT_EQ(heard.changes.size(), 1u);
+    EXPECT_EQ(heard.changes[0].reason, CloudStoreChangeReason::quotaViolation);
+    EXPECT_EQ(heard.changes[0].changedKeys, std::vector<std::string>{row.key});
+  }
+  // At the limits exactly, writes pass.
+  store.setValue(std::string(CloudKeyValueStore::kMaximumKeyBytes, 'k'), integer(1));
+  for (std::size_t i = 1; i < CloudKeyValueStore::kMaximumKeyCount; ++i) store.setValue(std::to_string(i), integer(1));
+  heard.changes.clear();
+  store.setValue("1", integer(2));  // replacing a key never counts as one more
+  EXPECT_TRUE(heard.changes.empty());
+  store.setValue("one too many", integer(1));
+  ASSERT_EQ(heard.changes.size(), 1u);
+  EXPECT_EQ(heard.changes[0].reason, CloudStoreChangeReason::quotaViolation);
+  EXPECT_EQ(store.dictionaryRepresentation().size(), CloudKeyValueStore::kMaximumKeyCount);
+}
+
+TEST(InMemoryCloudKeyValueStoreTest, DroppedTokenStopsNotifications) {
+  InMemoryCloudKeyValueStore store;
+  int calls = 0;
+  auto token = store.observeExternalChanges([&](const CloudStoreChange&) { ++calls; });
+  store.changeExternally("a", integer(1));
+  token.reset();
+  store.changeExternally("a", integer(2));
+  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(store.integerValue("a"), 2);
+  // An observer may drop its own token from inside the call.
+  std::shared_ptr<void> self;
+  self = store.observeExternalChanges([&](const CloudStoreChange&) {
+    ++calls;
+    self.reset();
+  });
+  store.changeExternally("a", integer(3));
+  store.changeExternally("a", integer(4));
+  EXPECT_EQ(calls, 2);
+}
+
+}  // namespace
+}  // namespace ombrine
