@@ -1,0 +1,42 @@
+#pragma once
+// Turns a place and a data source into one OneCallWeather.
+//
+// The service is chosen by source and region (core/provider_dispatch.hpp); with no source given
+// the stored preference is used. `dynamic` in the system-weather regions tries system weather
+// and falls back to Foreca on any failure but cancellation. When tides are asked for and a tide
+// fetcher is plugged in, the tide task runs concurrently with the forecast as a child task and
+// is always awaited before returning; its data is set on a record that is not a placeholder, and
+// its failure (other than cancellation) leaves the record as the provider gave it.
+//
+// One instance per process, shared by reference. `fetchOneCall` may run on any executor, several
+// at once. Raises what the providers raise (NetworkError, DomainError) and CancellationError for
+// a cancellation at any step.
+
+#include <optional>
+
+#include "core/fetch_dependencies.hpp"
+#include "core/provider_settings.hpp"
+
+namespace ombrine {
+
+class NetworkManager {
+ public:
+  // Request time-out of the shared session; provider clients may set their own per request.
+  static constexpr double kTimeoutIntervalForRequest = 45.0;
+
+  // `tides` may be null: no tide service is built in then, and no tide task starts.
+  NetworkManager(ForecastProviders& providers, ProviderSettings& settings, TideFetcher* tides = nullptr);
+
+  Task<OneCallWeather> fetchOneCall(Location location, Region region, TimeZone timeZone,
+                                    std::optional<WeatherDataSource> source, bool includeTides);
+
+ private:
+  Task<OneCallWeather> fetchFromProvider(Location location, Region region, TimeZone timeZone,
+                                         WeatherDataSource source);
+
+  ForecastProviders& providers_;
+  ProviderSettings& settings_;
+  TideFetcher* tides_;
+};
+
+}  // namespace ombrine
