@@ -12,11 +12,12 @@
 #include "core/value_json.hpp"
 #include "core/weather_derived.hpp"
 #include "persistence/coordinated_file.hpp"
+#include "persistence/trip_cache_store.hpp"
 #include "platform/atomic_file.hpp"
 
 namespace ombrine {
 
-std::string encodeCachedWeather(const CachedWeather& cached, Date encodingMoment) {
+boost::json::object cachedWeatherToJson(const CachedWeather& cached, Date encodingMoment) {
   boost::json::object location;
   location["latitude"] = cached.location.latitude();
   location["longitude"] = cached.location.longitude();
@@ -25,12 +26,14 @@ std::string encodeCachedWeather(const CachedWeather& cached, Date encodingMoment
   object["location"] = std::move(location);
   if (cached.region) object["region"] = cached.region->identifier;
   object["weather"] = oneCallWeatherToJson(cached.weather, encodingMoment);
-  return serializeJson(object);
+  return object;
 }
 
-CachedWeather decodeCachedWeather(std::string_view json) {
-  const boost::json::value document = parseJson(json);
-  const JsonPath root;
+std::string encodeCachedWeather(const CachedWeather& cached, Date encodingMoment) {
+  return serializeJson(cachedWeatherToJson(cached, encodingMoment));
+}
+
+CachedWeather decodeCachedWeather(const boost::json::value& document, const JsonPath& root) {
   JsonObjectReader reader(document, root);
   CachedWeather cached;
   reader.read("name", cached.name);
@@ -51,6 +54,12 @@ CachedWeather decodeCachedWeather(std::string_view json) {
   if (weather == nullptr) weatherPath.fail("missing key");
   cached.weather = decodeOneCallWeather(*weather, weatherPath);
   return cached;
+}
+
+CachedWeather decodeCachedWeather(std::string_view json) {
+  const boost::json::value document = parseJson(json);
+  const JsonPath root;
+  return decodeCachedWeather(document, root);
 }
 
 CachedWeather preferredLatestWeather(const std::optional<CachedWeather>& persisted,
@@ -123,6 +132,16 @@ struct WeatherCache::State {
     }
   }
 
+  // Posts every listener; takes the mutex itself, so call it without holding it.
+  void notifyAll() {
+    std::vector<std::shared_ptr<const std::function<void()>>> targets;
+    {
+      std::lock_guard guard(mutex);
+      targets = listeners;
+    }
+    notify(targets);
+  }
+
   // Posts every listener to the notification executor; never runs one under the mutex.
   void notify(const std::vector<std::shared_ptr<const std::function<void()>>>& targets) {
     for (const auto& listener : targets) {
@@ -174,6 +193,15 @@ WeatherCache::WeatherCache(std::filesystem::path cacheDirectory, Clock& clock, E
   state_->notificationExecutor = std::move(notificationExecutor);
   state_->latestCache = State::readFile(state_->file);
   state_->lastCacheUpdate = state_->fileDate();
+  detail::TripCacheContext tripContext;
+  tripContext.mutex = std::shared_ptr<std::mutex>(state_, &state_->mutex);
+  std::weak_ptr<State> weak = state_;
+  tripContext.notifyWillChange = [weak] {
+    if (auto state = weak.lock()) state->notifyAll();
+  };
+  tripContext.cacheDirectory = state_->cacheDirectory;
+  tripContext.clock = &clock;
+  trips_ = detail::makeTripCacheCore(std::move(tripContext));
 }
 
 WeatherCache::~WeatherCache() = default;

@@ -16,10 +16,20 @@
 #include "core/date.hpp"
 #include "core/location.hpp"
 #include "core/one_call_weather.hpp"
+#include "core/uuid.hpp"
+#include "core/value_json.hpp"
+#include "core/weather_data_source.hpp"
 #include "platform/clock.hpp"
 #include "platform/task.hpp"
 
 namespace ombrine {
+
+// Trip records hosted by the weather cache: persistence/trip_cache_store.hpp.
+struct TripCacheEntry;
+struct TripCacheWrite;
+namespace detail {
+class TripCacheCore;
+}
 
 // A forecast with the place it belongs to.
 //
@@ -40,6 +50,9 @@ struct CachedWeather {
 std::string encodeCachedWeather(const CachedWeather& cached, Date encodingMoment);
 // Raises DecodingError naming the place of the fault.
 CachedWeather decodeCachedWeather(std::string_view json);
+// The same forms as DOM values, for records that embed a CachedWeather.
+boost::json::object cachedWeatherToJson(const CachedWeather& cached, Date encodingMoment);
+CachedWeather decodeCachedWeather(const boost::json::value& value, const JsonPath& path);
 
 // The merge radius of the latest value, in metres.
 inline constexpr double kLatestWeatherMergeRadius = 2000.0;
@@ -96,10 +109,39 @@ class WeatherCache {
   // the process.
   void onWillChange(std::function<void()> listener);
 
+  // -- Trip records (persistence/trip_cache_store.hpp; include it to call these) --------------
+  // They share this cache's lock, listeners and folder. Trip files are "TripCache/<UUID>.json".
+
+  // The entry stored for `cacheID` whose requested and observed places both lie within 200 m of
+  // `location` and, when `requestedProvider` is given, that was requested from it (an entry
+  // with no provider never matches a given one); the latest observation wins, then the later
+  // stamp. `includeFallback` adds what this process failed to write. Reads the file only when
+  // its date moved past memory's; a corrupt file reads as missing. Blocks; any thread.
+  std::optional<TripCacheEntry> cachedWeather(const Uuid& cacheID, const Location& location, bool includeFallback,
+                                              std::optional<WeatherDataSource> requestedProvider);
+
+  // Merges finished fetches into memory at once (listeners hear of it) and then into each
+  // identifier's file under its lock, identifiers in parallel. A failure other than
+  // cancellation keeps the weather visible in this process as a fallback and is raised; a
+  // cancellation drops it and raises CancellationError. Raises FileError and the like.
+  Task<void> store(std::vector<TripCacheWrite> writes);
+
+  // Leaves a tombstone stamped now for `cacheID`, in memory and on disk (a file is written even
+  // where none existed): no fetch that began before it can bring an entry back. Raises as store.
+  Task<void> removeTripCache(Uuid cacheID);
+
+  // Moves the legacy dictionary "latestTripCache" into per-trip files, once, under the lock of
+  // "TripCache/migration.coordination"; a file already there wins. Does nothing without a legacy
+  // file. Raises FileError (the legacy file and memory stay for the next attempt).
+  Task<void> migrateLegacyTripCacheIfNeeded();
+
+  class TripCacheStore;
+
   struct State;
 
  private:
   std::shared_ptr<State> state_;
+  std::shared_ptr<detail::TripCacheCore> trips_;
 };
 
 }  // namespace ombrine
