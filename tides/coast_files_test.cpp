@@ -1,5 +1,9 @@
+#include <unistd.h>
+
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -357,9 +361,19 @@ class CoastResourceFilesTest : public ::testing::Test {
               ("coast-resource-test-" + std::to_string(::getpid()) + "-" +
                ::testing::UnitTest::GetInstance()->current_test_info()->name());
     std::filesystem::create_directories(folder_);
+    for (const char* name : {kGeospatialResourceDirVariable, "OMBRINE_RESOURCE_DIR"}) {
+      const char* value = std::getenv(name);
+      saved_.emplace_back(name, value ? std::optional<std::string>(value) : std::nullopt);
+    }
   }
   void TearDown() override {
-    ::unsetenv(kGeospatialResourceDirVariable);
+    for (const auto& [name, value] : saved_) {
+      if (value) {
+        ::setenv(name, value->c_str(), 1);
+      } else {
+        ::unsetenv(name);
+      }
+    }
     std::filesystem::remove_all(folder_);
   }
   std::filesystem::path write(const std::string& name, const Bytes& bytes) {
@@ -368,6 +382,7 @@ class CoastResourceFilesTest : public ::testing::Test {
     return path;
   }
   std::filesystem::path folder_;
+  std::vector<std::pair<const char*, std::optional<std::string>>> saved_;
 };
 
 TEST_F(CoastResourceFilesTest, LoadsFromDiskOrIsAbsent) {
@@ -382,14 +397,37 @@ TEST_F(CoastResourceFilesTest, LoadsFromDiskOrIsAbsent) {
 }
 
 TEST_F(CoastResourceFilesTest, TheEnvironmentFolderComesFirstWhenItHoldsTheFile) {
-  write("coastline_tiles.bin", tilesFile(sampleTiles()));
-  ::setenv(kGeospatialResourceDirVariable, folder_.c_str(), 1);
-  EXPECT_EQ(findCoastResource("coastline_tiles"), folder_ / "coastline_tiles.bin");
-  // Not in the folder: the installed resources answer.
-  const auto mask = findCoastResource("coastline_candidate_mask");
-  ASSERT_TRUE(mask);
-  EXPECT_EQ(mask->parent_path().filename(), "coastline");
-  EXPECT_EQ(findCoastResource("no_such_resource"), std::nullopt);
+  const auto installed = folder_ / "resources" / "coastline";
+  const auto preferred = folder_ / "preferred";
+  std::filesystem::create_directories(installed);
+  std::filesystem::create_directories(preferred);
+  write("resources/coastline/coastline_tiles.bin", tilesFile(sampleTiles()));
+  write("resources/coastline/coastline_candidate_mask.bin", maskFile(sampleMask()));
+  write("preferred/coastline_tiles.bin", tilesFile(sampleTiles()));
+  ::setenv("OMBRINE_RESOURCE_DIR", (folder_ / "resources").c_str(), 1);
+  struct Row {
+    const char* environment;  // nullptr: unset
+    const char* name;
+    std::optional<std::filesystem::path> expected;
+    const char* why;
+  };
+  const Row rows[] = {
+      {preferred.c_str(), "coastline_tiles", preferred / "coastline_tiles.bin", "the folder of the variable first"},
+      {preferred.c_str(), "coastline_candidate_mask", installed / "coastline_candidate_mask.bin",
+       "a file the folder lacks comes from the resources"},
+      {nullptr, "coastline_tiles", installed / "coastline_tiles.bin", "no variable: the resources"},
+      {"", "coastline_tiles", installed / "coastline_tiles.bin", "an empty variable counts as unset"},
+      {preferred.c_str(), "no_such_resource", std::nullopt, "in neither place: absent"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.why);
+    if (row.environment) {
+      ::setenv(kGeospatialResourceDirVariable, row.environment, 1);
+    } else {
+      ::unsetenv(kGeospatialResourceDirVariable);
+    }
+    EXPECT_EQ(findCoastResource(row.name), row.expected);
+  }
 }
 
 using CoastResourceFilesDeathTest = CoastResourceFilesTest;
