@@ -1,6 +1,7 @@
 #include "platform/atomic_file.hpp"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -66,6 +67,9 @@ void writeFileAtomically(const std::filesystem::path& path, std::string_view byt
   Fd fd(::mkstemp(temp.data()));
   if (fd.get() < 0) fail("cannot create temporary file for", path, errno);
   try {
+    // Marks the temporary file as in use, so that removeStaleTemporaryFiles in another process
+    // never takes a slow writer's file for a dead one. A fresh file is locked by nobody else.
+    if (::flock(fd.get(), LOCK_EX | LOCK_NB) != 0) fail("cannot lock temporary file for", path, errno);
     if (::fchmod(fd.get(), static_cast<mode_t>(mode)) != 0) fail("cannot set mode of", path, errno);
     writeAll(fd.get(), bytes, path);
     if (::fsync(fd.get()) != 0) fail("cannot sync", path, errno);
@@ -77,6 +81,47 @@ void writeFileAtomically(const std::filesystem::path& path, std::string_view byt
   }
   Fd dir(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (dir.get() < 0 || ::fsync(dir.get()) != 0) fail("cannot sync folder", folder, errno);
+}
+
+namespace {
+
+constexpr std::size_t kTemporarySuffixLength = 6;  // mkstemp's "XXXXXX"
+
+bool isTemporaryNameOf(const std::string& candidate, const std::string& target) {
+  return candidate.size() == target.size() + 2 + kTemporarySuffixLength && candidate[0] == '.' &&
+         candidate.compare(1, target.size(), target) == 0 && candidate[target.size() + 1] == '.';
+}
+
+// Removes the file when nobody holds its lock. A writer locks its temporary file right after
+// creating it; the short unlocked moment in between is covered by the age test of the caller,
+// since a file that young is never looked at.
+bool removeIfUnheld(const std::filesystem::path& file) {
+  Fd fd(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+  if (fd.get() < 0) return false;
+  if (::flock(fd.get(), LOCK_EX | LOCK_NB) != 0) return false;
+  return ::unlink(file.c_str()) == 0;
+}
+
+}  // namespace
+
+std::size_t removeStaleTemporaryFiles(const std::filesystem::path& path, std::filesystem::file_time_type now,
+                                      std::chrono::seconds minimumAge) {
+  std::filesystem::path folder = path.parent_path();
+  if (folder.empty()) folder = ".";
+  const std::string target = path.filename().string();
+  std::size_t removed = 0;
+  std::error_code ec;
+  std::filesystem::directory_iterator entries(folder, ec);
+  if (ec) return 0;
+  for (auto entry = entries; entry != std::filesystem::directory_iterator(); entry.increment(ec)) {
+    if (ec) break;
+    if (!isTemporaryNameOf(entry->path().filename().string(), target)) continue;
+    std::error_code timeError;
+    const auto modified = std::filesystem::last_write_time(entry->path(), timeError);
+    if (timeError || now - modified < minimumAge) continue;
+    if (removeIfUnheld(entry->path())) ++removed;
+  }
+  return removed;
 }
 
 std::optional<std::string> readFileIfExists(const std::filesystem::path& path) {

@@ -1,6 +1,8 @@
 #pragma once
 // Whole-file reads and crash-safe replacement.
 
+#include <chrono>
+#include <cstddef>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -18,6 +20,18 @@ namespace ombrine {
 // and no temporary file is left behind.
 void writeFileAtomically(const std::filesystem::path& path, std::string_view bytes,
                          unsigned mode = 0644);
+
+// The temporary files that writeFileAtomically leaves beside `path` when its process is killed
+// between creating and renaming one (".<name>.XXXXXX", six random characters): removes those
+// whose modification date lies `minimumAge` or more before `now` (file-system time, the clock
+// modification dates come from) and that no live writer holds. A writer holds an exclusive
+// `flock` on its temporary file for as long as the file carries the temporary name, so a file
+// that can be locked without waiting belongs to nobody. Returns how many were removed. Never
+// raises: a folder that cannot be listed, or a file that cannot be examined or removed, is left
+// alone, since cleaning up must never fail the write that triggered it.
+std::size_t removeStaleTemporaryFiles(const std::filesystem::path& path,
+                                      std::filesystem::file_time_type now,
+                                      std::chrono::seconds minimumAge = std::chrono::minutes(1));
 
 // Reads the whole file; nothing when it does not exist. Raises FileError on any other failure.
 std::optional<std::string> readFileIfExists(const std::filesystem::path& path);

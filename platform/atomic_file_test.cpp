@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -93,6 +94,72 @@ TEST_F(AtomicFileTest, KilledWriterNeverLeavesATornFile) {
     ASSERT_EQ(content->size(), 200000u);
     EXPECT_EQ(content->find_first_not_of(content->front()), std::string::npos);
   }
+}
+
+// Leftovers of killed writers of "value" go once they are a minute old and nobody holds them;
+// a live writer's file, a young file and every other name stay.
+TEST_F(AtomicFileTest, StaleTemporaryFilesOfTheTargetAreRemoved) {
+  struct Case {
+    const char* name;
+    int ageSeconds;
+    bool heldByAWriter;
+    bool removed;
+  };
+  const Case cases[] = {
+      {".value.Ab12cD", 61, false, true},
+      {".value.Ab12cD", 3600, false, true},
+      {".value.Ab12cD", 50, false, false},      // may still be mid-write, unlocked for a moment
+      {".value.Ab12cD", 3600, true, false},     // a slow writer is alive
+      {".value.json.Ab12cD", 3600, false, false},  // another file's
+      {"value.Ab12cD", 3600, false, false},
+      {".value.Ab12c", 3600, false, false},
+      {".value.Ab12cDe", 3600, false, false},
+      {".valuex.Ab12cD", 3600, false, false},
+      {"value", 3600, false, false},            // the target itself
+  };
+  const auto now = fs::file_time_type::clock::now();
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.name) + " age " + std::to_string(c.ageSeconds));
+    const fs::path leftover = dir_ / c.name;
+    writeFileAtomically(leftover, "partial");
+    fs::last_write_time(leftover, now - std::chrono::seconds(c.ageSeconds));
+    const int writer = ::open(leftover.c_str(), O_RDONLY);
+    ASSERT_GE(writer, 0);
+    if (c.heldByAWriter) ASSERT_EQ(::flock(writer, LOCK_EX), 0);
+    EXPECT_EQ(removeStaleTemporaryFiles(dir_ / "value", now), c.removed ? 1u : 0u);
+    EXPECT_EQ(fs::exists(leftover), !c.removed);
+    ::close(writer);
+    fs::remove(leftover);
+  }
+  EXPECT_EQ(removeStaleTemporaryFiles(dir_ / "missing-folder" / "value", now), 0u);
+}
+
+// A writer killed between creating and renaming its temporary file leaves it behind; it is found
+// and removed (after the minimum age, here zero) while a concurrently running writer's is not.
+TEST_F(AtomicFileTest, LeftoverOfAKilledWriterIsFoundAndRemoved) {
+  const fs::path file = dir_ / "value";
+  const std::string big(32 << 20, 'x');
+  std::mt19937 random(7);
+  auto leftovers = [&] {
+    size_t count = 0;
+    for (const auto& entry : fs::directory_iterator(dir_)) count += entry.path().filename() != "value";
+    return count;
+  };
+  for (int round = 0; round < 20 && leftovers() == 0; ++round) {
+    pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      for (;;) writeFileAtomically(file, big);
+    }
+    ::usleep(5000 + random() % 20000);
+    ::kill(child, SIGKILL);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+  }
+  const size_t left = leftovers();
+  ASSERT_GT(left, 0u) << "no writer was killed mid-write";
+  EXPECT_EQ(removeStaleTemporaryFiles(file, fs::file_time_type::clock::now(), std::chrono::seconds(0)), left);
+  EXPECT_EQ(leftovers(), 0u);
 }
 
 }  // namespace
