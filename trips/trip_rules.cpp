@@ -78,25 +78,25 @@ Date localEndDay(const Trip& trip, const TripCalendar& calendar) {
   return next == lastDay ? lastDay : next - 1.0;
 }
 
-std::optional<DateInterval> occupiedInterval(const Trip& trip, const TripCalendar& calendar) {
-  std::optional<DateInterval> interval;
+std::optional<TripInterval> occupiedInterval(const Trip& trip, const TripCalendar& calendar) {
+  std::optional<TripInterval> interval;
   if (isTimed(trip)) {
     const Date end = endBase(trip.dates);
     if (trip.dates.from < end) {
       // A trip ending at midnight does not occupy the day that begins then.
       const Date lastDay = calendarDay(end - kTripExclusiveEndOffset, trip.destination, calendar);
-      interval = DateInterval{localStartDay(trip, calendar), calendar.startOfDay(lastDay)};
+      interval = TripInterval{localStartDay(trip, calendar), calendar.startOfDay(lastDay)};
     }
   } else if (trip.dates.from <= trip.dates.to) {
-    interval = DateInterval{localStartDay(trip, calendar), calendar.startOfDay(localEndDay(trip, calendar))};
+    interval = TripInterval{localStartDay(trip, calendar), calendar.startOfDay(localEndDay(trip, calendar))};
   }
   if (interval && interval->end < interval->start) return std::nullopt;
   return interval;
 }
 
 bool conflicts(const Trip& a, const Trip& b, const TripCalendar& calendar) {
-  const std::optional<DateInterval> first = occupiedInterval(a, calendar);
-  const std::optional<DateInterval> second = occupiedInterval(b, calendar);
+  const std::optional<TripInterval> first = occupiedInterval(a, calendar);
+  const std::optional<TripInterval> second = occupiedInterval(b, calendar);
   if (!first || !second) return false;
   if (isTimed(a) && isTimed(b)) {
     return a.dates.from < endBase(b.dates) && b.dates.from < endBase(a.dates);
@@ -115,7 +115,7 @@ TripState tripState(const Trip& trip, Date today, const TripCalendar& calendar) 
 
 bool tripContainsDay(const Trip& trip, Date day, const TripCalendar& calendar) {
   if (!isTimed(trip)) {
-    const std::optional<DateInterval> interval = occupiedInterval(trip, calendar);
+    const std::optional<TripInterval> interval = occupiedInterval(trip, calendar);
     return interval && interval->contains(calendar.startOfDay(day));
   }
   const TripCalendar destination(trip.destination.timeZone);
@@ -240,8 +240,8 @@ std::string formatConflictDates(const Trip& existing, TripConflictKind kind, con
 
 TripConflictKind conflictKind(const Trip& candidate, const Trip& existing, const TripCalendar& calendar) {
   if (candidate.dates.hasTimes && existing.dates.hasTimes) return TripConflictKind::times;
-  const std::optional<DateInterval> mine = occupiedInterval(candidate, calendar);
-  const std::optional<DateInterval> theirs = occupiedInterval(existing, calendar);
+  const std::optional<TripInterval> mine = occupiedInterval(candidate, calendar);
+  const std::optional<TripInterval> theirs = occupiedInterval(existing, calendar);
   if (!mine || !theirs) return TripConflictKind::dates;
   const bool startInside = theirs->contains(mine->start);
   const bool endInside = theirs->contains(mine->end);
@@ -271,7 +271,7 @@ Trip validateNewTrip(const NewTripRequest& request, const std::optional<Location
   const TripLocation& destination = *request.destination;
   const Date start = calendar.startOfDay(request.startDate);
   const Date end = calendar.settingTime(request.endDate.value_or(request.startDate), WallTime{23, 59, 59});
-  if (start < calendar.startOfDay(now)) {
+  if (!request.keepsStart && start < calendar.startOfDay(now)) {
     throw TripRejectedError({TripShortcutsError::StartsInPast{}, kStartsInPastMessage});
   }
   if (end < start) throw TripRejectedError({TripShortcutsError::EndBeforeStart{}, kEndBeforeStartMessage});

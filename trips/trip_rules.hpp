@@ -33,12 +33,12 @@ inline constexpr double kTripConnectionGap = 86'400.0;
 // Both destinations of a connection must be at least this far (metres) from home.
 inline constexpr double kTripConnectionDistanceFromHome = 500'000.0;
 
-// A closed interval of instants.
-struct DateInterval {
+// A closed interval of instants: the days a trip occupies.
+struct TripInterval {
   Date start;
   Date end;
   bool contains(Date date) const noexcept { return start <= date && date <= end; }
-  bool operator==(const DateInterval&) const = default;
+  bool operator==(const TripInterval&) const = default;
 };
 
 struct TripState {
@@ -63,7 +63,7 @@ Date localStartDay(const Trip& trip, const TripCalendar& calendar);
 Date localEndDay(const Trip& trip, const TripCalendar& calendar);
 // From the start of the first to the start of the last occupied day; nothing for a trip that
 // ends before it starts.
-std::optional<DateInterval> occupiedInterval(const Trip& trip, const TripCalendar& calendar);
+std::optional<TripInterval> occupiedInterval(const Trip& trip, const TripCalendar& calendar);
 
 // Whether two trips claim the same time. Two timed trips compare as half-open intervals (one
 // may arrive at the moment the other ends); otherwise their occupied days compare as closed
@@ -180,6 +180,8 @@ struct NewTripRequest {
   std::optional<TripLocation> destination;  // nothing: no place could be read
   Date startDate;                            // any instant of the first day, in the calendar
   std::optional<Date> endDate;               // any instant of the last day; nothing: one day
+  // An edit that keeps the trip's start: a trip under way may keep a start before today.
+  bool keepsStart = false;
 };
 
 // Applies the rules of adding a trip in order (home, destination, start today or later, end not

@@ -50,7 +50,7 @@ TEST(TripRulesTest, AllDayTripKeepsItsWallClockDaysOnEveryDevice) {
   for (const char* device : devices) {
     SCOPED_TRACE(device);
     const TripCalendar calendar(zone(device));
-    const std::optional<DateInterval> interval = occupiedInterval(trip, calendar);
+    const std::optional<TripInterval> interval = occupiedInterval(trip, calendar);
     ASSERT_TRUE(interval);
     EXPECT_EQ(interval->start, at(device, {2027, 3, 30}));
     EXPECT_EQ(interval->end, at(device, {2027, 4, 6}));
@@ -85,7 +85,7 @@ TEST(TripRulesTest, TimedTripDaysAreTheDestinationsDays) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.why);
-    const std::optional<DateInterval> interval = occupiedInterval(row.trip, lisbon);
+    const std::optional<TripInterval> interval = occupiedInterval(row.trip, lisbon);
     ASSERT_TRUE(interval);
     EXPECT_EQ(lisbon.day(interval->start), row.first);
     EXPECT_EQ(lisbon.day(interval->end), row.last);
@@ -324,7 +324,7 @@ TEST(TripRulesTest, NewTripValidationInOrder) {
       EXPECT_FALSE(trip.dates.hasTimes || trip.dates.hasArrivalTime || trip.dates.infersEndTime);
       EXPECT_FALSE(trip.dates.returnHomeAt || trip.dates.returnHomeTimeZone);
       // Stored in the destination's zone, read back in the device's as the requested days.
-      const std::optional<DateInterval> interval = occupiedInterval(trip, lisbon);
+      const std::optional<TripInterval> interval = occupiedInterval(trip, lisbon);
       ASSERT_TRUE(interval);
       EXPECT_EQ(interval->start, lisbon.startOfDay(row.start));
       EXPECT_EQ(interval->end, lisbon.startOfDay(std::max(row.end.value_or(row.start), row.start)));
