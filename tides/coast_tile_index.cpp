@@ -101,15 +101,14 @@ std::optional<CoastTileIndex::SegmentRange> CoastTileIndex::segmentRange(TileKey
   return it->second;
 }
 
-std::vector<CoastTileIndex::Segment> CoastTileIndex::segmentsNear(double latitude, double longitude,
-                                                                   double radiusKilometers) const {
-  std::vector<Segment> result;
-  if (tileSegmentRanges_.empty()) return result;
-  if (!std::isfinite(latitude) || !std::isfinite(longitude) || !(radiusKilometers >= 0.0)) return result;
+void CoastTileIndex::forEachTileNear(double latitude, double longitude, double radiusKilometers,
+                                     const std::function<void(std::span<const Segment>)>& visit) const {
+  if (tileSegmentRanges_.empty()) return;
+  if (!std::isfinite(latitude) || !std::isfinite(longitude) || !(radiusKilometers >= 0.0)) return;
   const auto& bounds = filterBounds_.latitudeRange;
   const double minLatitude = std::max(bounds.lower, latitude - radiusKilometers / 111.0);
   const double maxLatitude = std::min(bounds.upper, latitude + radiusKilometers / 111.0);
-  if (minLatitude > maxLatitude) return result;
+  if (minLatitude > maxLatitude) return;
   const double cosine = std::cos(latitude * std::numbers::pi / 180.0);
   const double longitudeSpan = radiusKilometers / (std::max(cosine, 0.1) * 111.32);
 
@@ -126,9 +125,8 @@ std::vector<CoastTileIndex::Segment> CoastTileIndex::segmentsNear(double latitud
       columns.push_back({std::floor((a + 180.0) / tileSizeDegrees_), std::floor((b + 180.0) / tileSizeDegrees_)});
     }
   }
-  if (columns.empty()) return result;
+  if (columns.empty()) return;
 
-  result.reserve(kSegmentsReserved);
   const double firstRow = std::floor((minLatitude + 90.0) / tileSizeDegrees_);
   const double lastRow = std::floor((maxLatitude + 90.0) / tileSizeDegrees_);
   // Walks the rows that hold tiles rather than every index in between, so that the work stays
@@ -145,11 +143,19 @@ std::vector<CoastTileIndex::Segment> CoastTileIndex::segmentsNear(double latitud
     const std::span<const std::pair<TileKey, SegmentRange>> rowEntries(row, rowEnd);
     for (const auto& column : columns) {
       visitRow(rowEntries, column.first, column.last, [&](const SegmentRange& range) {
-        result.insert(result.end(), allSegments_.begin() + range.begin, allSegments_.begin() + range.end);
+        visit(std::span<const Segment>(allSegments_).subspan(range.begin, range.end - range.begin));
       });
     }
     row = rowEnd;
   }
+}
+
+std::vector<CoastTileIndex::Segment> CoastTileIndex::segmentsNear(double latitude, double longitude,
+                                                                   double radiusKilometers) const {
+  std::vector<Segment> result;
+  result.reserve(kSegmentsReserved);
+  forEachTileNear(latitude, longitude, radiusKilometers,
+                  [&](std::span<const Segment> tile) { result.insert(result.end(), tile.begin(), tile.end()); });
   return result;
 }
 

@@ -20,6 +20,7 @@
 #include <compare>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -84,6 +85,11 @@ class CoastTileIndex {
   // then longitude range, then longitude; a tile reached through two overlapping ranges comes
   // twice. Empty for non-finite input or a negative radius.
   std::vector<Segment> segmentsNear(double latitude, double longitude, double radiusKilometers) const;
+
+  // The same tiles in the same order, handed to `visit` one tile at a time as views into
+  // allSegments, without copying: for callers that only measure.
+  void forEachTileNear(double latitude, double longitude, double radiusKilometers,
+                       const std::function<void(std::span<const Segment>)>& visit) const;
 
   // The segments of one tile; nothing for a tile without segments.
   std::optional<SegmentRange> segmentRange(TileKey key) const noexcept;

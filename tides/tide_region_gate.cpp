@@ -1,5 +1,6 @@
 #include "tides/tide_region_gate.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -21,9 +22,14 @@ TideGateDecision TideRegionGate::decide(double latitude, double longitude) const
   }
   const auto index = coastTileIndex ? coastTileIndex() : nullptr;
   if (!index) return {.admitted = true, .step = Step::unchecked};
-  const auto segments = index->segmentsNear(latitude, longitude, tileRadiusKilometers);
-  if (segments.empty()) return {.admitted = false, .step = Step::noShoreNearby};
-  const double distance = distanceMeters(latitude, longitude, segments);
+  // Measured tile by tile in place: the same minimum as over segmentsNear, without the copy.
+  bool anySegment = false;
+  double distance = std::numeric_limits<double>::max();
+  index->forEachTileNear(latitude, longitude, tileRadiusKilometers, [&](std::span<const CoastTileIndex::Segment> tile) {
+    anySegment = anySegment || !tile.empty();
+    distance = std::min(distance, distanceMeters(latitude, longitude, tile));
+  });
+  if (!anySegment) return {.admitted = false, .step = Step::noShoreNearby};
   const bool within = distance <= thresholdMeters;
   return {.admitted = within, .step = within ? Step::withinThreshold : Step::beyondThreshold, .distanceMeters = distance};
 }
@@ -31,8 +37,9 @@ TideGateDecision TideRegionGate::decide(double latitude, double longitude) const
 double TideRegionGate::distanceMeters(double latitude, double longitude,
                                       std::span<const CoastTileIndex::Segment> segments) noexcept {
   const MapPoint p = mapPointForCoordinate(latitude, longitude);
-  // The smallest distance in map points first; one scale at the query's latitude serves all.
-  double nearest = std::numeric_limits<double>::max();
+  // The nearest by squared distance in map points, one square root and one scale at the end:
+  // map points stay below 2^29, so the squares are exact enough and never overflow.
+  double nearestSquared = std::numeric_limits<double>::infinity();
   for (const auto& segment : segments) {
     const double dx = segment.end.x - segment.start.x;
     const double dy = segment.end.y - segment.start.y;
@@ -46,11 +53,14 @@ double TideRegionGate::distanceMeters(double latitude, double longitude,
         t = 0.0;
       }
     }
-    const double d = std::hypot(segment.start.x + t * dx - p.x, segment.start.y + t * dy - p.y);
-    if (d < nearest) nearest = d;
+    const double ex = segment.start.x + t * dx - p.x;
+    const double ey = segment.start.y + t * dy - p.y;
+    const double squared = ex * ex + ey * ey;
+    if (squared < nearestSquared) nearestSquared = squared;
   }
-  if (nearest == std::numeric_limits<double>::max()) return nearest;
-  return nearest * metersPerMapPointAtLatitude(latitude);
+  const double meters = std::sqrt(nearestSquared) * metersPerMapPointAtLatitude(latitude);
+  // Nothing measured (or only segments with non-finite points) stays the largest finite double.
+  return meters < std::numeric_limits<double>::max() ? meters : std::numeric_limits<double>::max();
 }
 
 }  // namespace ombrine
