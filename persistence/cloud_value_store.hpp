@@ -1,0 +1,211 @@
+#pragma once
+// One published value kept as JSON data under one key of the cloud key-value store: the pattern
+// of the favourites, home and trip stores.
+//
+// Write-through: `setValue`/`update` change memory, then (unless an external change is being
+// applied on this thread, see below) encode the value, set it in the cloud store as data, and
+// synchronise at once. An encoding failure is logged and leaves the cloud store as it was; the
+// value in memory stays changed. Setting a value equal to the current one does nothing.
+//
+// External change: when the cloud store reports keys changed elsewhere and they include this
+// store's key, the stored data is read and decoded and assigned to memory without being written
+// back (`isApplyingExternalKeyValueStoreUpdate` is true meanwhile on the applying thread, so an
+// observer that sets the value in response does not write back either). A decoding failure is
+// logged and keeps memory. A removed key reads as `Codec::absent` when the codec has one, else
+// memory is kept. An equal value sends no change notification.
+//
+// Loading: the constructor reads the key (a decoding failure is logged and gives `initial`).
+//
+// Thread-safe. Observers run after each change of the value, with the new value, on the thread
+// that made the change (the caller of a setter, or the cloud store's watcher), with no lock
+// held. The cloud store must outlive this object.
+//
+// Use: `CloudValueStore<std::vector<Trip>> trips(cloud, {"trips", encode, decode, {}}, {});`
+
+#include <exception>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "core/debouncer.hpp"
+#include "platform/cloud_key_value_store.hpp"
+#include "platform/log.hpp"
+
+namespace ombrine {
+
+template <class T>
+struct CloudValueCodec {
+  // The cloud key, e.g. "favorites".
+  std::string key;
+  // The bytes to store, or nothing to remove the key. May raise (EncodingError, ...).
+  std::function<std::optional<std::string>(const T&)> encode;
+  // May raise (DecodingError, ...) for bytes it cannot read.
+  std::function<T(std::string_view)> decode;
+  // What a missing key reads as; nothing: a missing key leaves memory as it is.
+  std::optional<T> absent;
+};
+
+template <class T>
+class CloudValueStore {
+ public:
+  using Observer = std::function<void(const T&)>;
+
+  CloudValueStore(CloudKeyValueStore& cloud, CloudValueCodec<T> codec, T initial)
+      : cloud_(cloud), codec_(std::move(codec)), state_(std::make_shared<State>()) {
+    state_->value = initial;
+    if (auto stored = storedBytes()) {
+      try {
+        state_->value = codec_.decode(*stored);
+      } catch (const std::exception& error) {
+        logf("Stored \"{}\" could not be decoded: {}", codec_.key, error.what());
+      }
+    } else if (codec_.absent) {
+      state_->value = *codec_.absent;
+    }
+    // The destructor drops this observation first, and that waits for a call in progress.
+    cloudObservation_ =
+        cloud_.observeExternalChanges([this](const CloudStoreChange& change) { applyExternalChange(change); });
+  }
+  CloudValueStore(const CloudValueStore&) = delete;
+  CloudValueStore& operator=(const CloudValueStore&) = delete;
+  // Stops the cloud observation first (waiting for an external change being applied).
+  ~CloudValueStore() { cloudObservation_.reset(); }
+
+  T value() const {
+    std::lock_guard guard(state_->mutex);
+    return state_->value;
+  }
+
+  bool isApplyingExternalKeyValueStoreUpdate() const {
+    std::lock_guard guard(state_->mutex);
+    return state_->applyingThread == std::this_thread::get_id();
+  }
+
+  void setValue(T next) {
+    update([&](T& value) { value = std::move(next); });
+  }
+
+  // Changes the value in place, atomically with respect to other setters of this process.
+  void update(const std::function<void(T&)>& change) {
+    // Only this thread sets or clears its own applying mark, so the answer holds throughout.
+    const bool applying = isApplyingExternalKeyValueStoreUpdate();
+    std::unique_lock writing(writeMutex_, std::defer_lock);
+    if (!applying) writing.lock();
+    T changed;
+    {
+      std::lock_guard guard(state_->mutex);
+      T next = state_->value;
+      change(next);
+      if (next == state_->value) return;
+      state_->value = next;
+      changed = std::move(next);
+    }
+    if (!applying) {
+      bool written = false;
+      try {
+        if (auto bytes = codec_.encode(changed)) {
+          cloud_.setValue(codec_.key, StoreValue{StoreData{std::move(*bytes)}});
+        } else {
+          cloud_.removeValue(codec_.key);
+        }
+        written = true;
+      } catch (const std::exception& error) {
+        logf("\"{}\" could not be encoded: {}", codec_.key, error.what());
+      }
+      writing.unlock();
+      if (written) cloud_.synchronize();
+    }
+    notify(changed);
+  }
+
+  [[nodiscard]] Observation observe(Observer observer) {
+    std::uint64_t id = 0;
+    {
+      std::lock_guard guard(state_->mutex);
+      id = state_->nextObserver++;
+      state_->observers.emplace(id, std::move(observer));
+    }
+    std::weak_ptr<State> weak = state_;
+    return Observation([weak, id] {
+      if (auto state = weak.lock()) {
+        std::lock_guard guard(state->mutex);
+        state->observers.erase(id);
+      }
+    });
+  }
+
+  const std::string& key() const noexcept { return codec_.key; }
+
+ private:
+  struct State {
+    mutable std::mutex mutex;
+    T value{};
+    std::thread::id applyingThread;
+    std::uint64_t nextObserver = 0;
+    std::map<std::uint64_t, Observer> observers;
+  };
+
+  std::optional<std::string> storedBytes() const {
+    const std::optional<StoreValue> stored = cloud_.value(codec_.key);
+    if (!stored) return std::nullopt;
+    if (const auto* data = std::get_if<StoreData>(&stored->value)) return data->bytes;
+    // Text is accepted too: a hand-edited store may hold the JSON as a string.
+    if (const auto* text = std::get_if<std::string>(&stored->value)) return *text;
+    return std::string();  // another kind: fails to decode, and is logged as such
+  }
+
+  void applyExternalChange(const CloudStoreChange& change) {
+    if (change.reason == CloudStoreChangeReason::quotaViolation) return;
+    bool named = false;
+    for (const std::string& key : change.changedKeys) named = named || key == codec_.key;
+    if (!named) return;
+    T next{};
+    if (auto stored = storedBytes()) {
+      try {
+        next = codec_.decode(*stored);
+      } catch (const std::exception& error) {
+        logf("External change of \"{}\" could not be decoded; keeping the value in memory: {}", codec_.key,
+             error.what());
+        return;
+      }
+    } else if (codec_.absent) {
+      next = *codec_.absent;
+    } else {
+      return;
+    }
+    {
+      std::lock_guard guard(state_->mutex);
+      if (next == state_->value) return;
+      state_->value = next;
+      state_->applyingThread = std::this_thread::get_id();
+    }
+    notify(next);
+    std::lock_guard guard(state_->mutex);
+    state_->applyingThread = std::thread::id();
+  }
+
+  void notify(const T& value) {
+    std::vector<Observer> observers;
+    {
+      std::lock_guard guard(state_->mutex);
+      for (const auto& [id, observer] : state_->observers) observers.push_back(observer);
+    }
+    for (auto& observer : observers) observer(value);
+  }
+
+  CloudKeyValueStore& cloud_;
+  const CloudValueCodec<T> codec_;
+  // Keeps the order of cloud writes that of memory changes; never held while observers run.
+  std::mutex writeMutex_;
+  std::shared_ptr<State> state_;
+  std::shared_ptr<void> cloudObservation_;
+};
+
+}  // namespace ombrine

@@ -1,0 +1,73 @@
+#include "persistence/favorite_location.hpp"
+
+namespace ombrine {
+
+void writeJson(JsonWriter& writer, const FavoriteLocation& favorite) {
+  writer.beginObject();
+  writer.key("id");
+  writeJson(writer, favorite.id);
+  writer.key("location");
+  writer.beginObject();
+  writeKey(writer, "latitude", favorite.location.latitude());
+  writeKey(writer, "longitude", favorite.location.longitude());
+  writer.endObject();
+  writeKey(writer, "name", favorite.name);
+  writeOptionalKey(writer, "displayName", favorite.displayName);
+  if (favorite.timeZone) writeKey(writer, "timeZone", favorite.timeZone->identifier());
+  if (favorite.region) writeKey(writer, "region", favorite.region->identifier);
+  writer.endObject();
+}
+
+void decodeJson(const boost::json::value& value, const JsonPath& path, FavoriteLocation& out) {
+  JsonObjectReader reader(value, path);
+  reader.read("id", out.id);
+  const boost::json::value* location = reader.find("location");
+  const JsonPath locationPath = path.key("location");
+  if (location == nullptr) locationPath.fail("missing key");
+  JsonObjectReader coordinate(*location, locationPath);
+  double latitude = 0.0;
+  double longitude = 0.0;
+  coordinate.read("latitude", latitude);
+  coordinate.read("longitude", longitude);
+  out.location = Location(latitude, longitude);
+  reader.read("name", out.name);
+  reader.readOptional("displayName", out.displayName);
+  std::optional<std::string> zone;
+  reader.readOptional("timeZone", zone);
+  out.timeZone = zone ? TimeZone::named(*zone) : std::nullopt;
+  std::optional<std::string> region;
+  reader.readOptional("region", region);
+  out.region = region ? std::optional<Region>(Region{*region}) : std::nullopt;
+}
+
+std::string encodeFavoriteLocation(const FavoriteLocation& favorite) {
+  std::string out;
+  JsonWriter writer(out);
+  writeJson(writer, favorite);
+  return out;
+}
+
+std::string encodeFavoriteLocations(const std::vector<FavoriteLocation>& favorites) {
+  std::string out;
+  JsonWriter writer(out);
+  writeJson(writer, favorites);
+  return out;
+}
+
+FavoriteLocation decodeFavoriteLocation(std::string_view json) {
+  const boost::json::value document = parseJson(json);
+  const JsonPath root;
+  FavoriteLocation out;
+  decodeJson(document, root, out);
+  return out;
+}
+
+std::vector<FavoriteLocation> decodeFavoriteLocations(std::string_view json) {
+  const boost::json::value document = parseJson(json);
+  const JsonPath root;
+  std::vector<FavoriteLocation> out;
+  decodeJson(document, root, out);
+  return out;
+}
+
+}  // namespace ombrine
