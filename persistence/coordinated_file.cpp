@@ -7,7 +7,15 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <condition_variable>
 #include <cstring>
+#include <mutex>
+#include <unordered_set>
+
+#include <fmt/format.h>
+
+#include "core/async_deadline_coordinator.hpp"
+#include "platform/atomic_file.hpp"
 
 namespace ombrine {
 
@@ -96,5 +104,125 @@ std::optional<CoordinationLock> CoordinationLock::acquire(const std::filesystem:
   }
   return std::nullopt;
 }
+
+CoordinationTimeoutError::CoordinationTimeoutError(const std::filesystem::path& coordinationFile,
+                                                   Clock::Duration limit)
+    : std::runtime_error(fmt::format(
+          "gave up after {} ms waiting for the lock on {}: another writer holds it",
+          std::chrono::duration_cast<std::chrono::milliseconds>(limit).count(), coordinationFile.string())) {}
+
+namespace detail {
+
+namespace {
+
+// The request threads of one execution context, shared with the threads themselves so that a
+// thread finishing after the context is gone touches nothing that is gone with it.
+struct RequestRegistry {
+  std::mutex mutex;
+  std::condition_variable idle;
+  std::unordered_set<std::shared_ptr<std::atomic<bool>>> waiting;
+  bool closed = false;
+
+  // False once the context shuts down: the request then starts already cancelled.
+  void enter(const std::shared_ptr<std::atomic<bool>>& cancelled) {
+    std::lock_guard guard(mutex);
+    if (closed) cancelled->store(true);
+    waiting.insert(cancelled);
+  }
+
+  void leave(const std::shared_ptr<std::atomic<bool>>& cancelled) {
+    std::lock_guard guard(mutex);
+    waiting.erase(cancelled);
+    if (waiting.empty()) idle.notify_all();
+  }
+
+  void closeAndWait() {
+    std::unique_lock guard(mutex);
+    closed = true;
+    for (const auto& cancelled : waiting) cancelled->store(true);
+    idle.wait(guard, [this] { return waiting.empty(); });
+  }
+};
+
+// Lives as long as the execution context; Asio shuts services down in the reverse order of
+// their creation, so this one (created by the first write, after the context's scheduler and
+// strands) waits for its threads while their resumptions can still be queued.
+class RequestThreads : public asio::execution_context::service {
+ public:
+  using key_type = RequestThreads;
+  static asio::execution_context::id id;
+
+  explicit RequestThreads(asio::execution_context& context)
+      : asio::execution_context::service(context), registry_(std::make_shared<RequestRegistry>()) {}
+
+  const std::shared_ptr<RequestRegistry>& registry() const noexcept { return registry_; }
+
+ private:
+  void shutdown() override { registry_->closeAndWait(); }
+
+  std::shared_ptr<RequestRegistry> registry_;
+};
+
+asio::execution_context::id RequestThreads::id;
+
+}  // namespace
+
+void startRequestThread(asio::execution_context& context, std::shared_ptr<std::atomic<bool>> cancelled,
+                        std::function<void()> body) {
+  std::shared_ptr<RequestRegistry> registry = asio::use_service<RequestThreads>(context).registry();
+  registry->enter(cancelled);
+  try {
+    std::thread([registry, cancelled, body = std::move(body)] {
+      body();
+      registry->leave(cancelled);
+    }).detach();
+  } catch (...) {
+    registry->leave(cancelled);
+    throw;
+  }
+}
+
+CoordinationLock lockForWrite(const std::filesystem::path& coordinationFile, const std::atomic<bool>& cancelled) {
+  prepareCoordinationFile(coordinationFile);
+  if (cancelled.load()) throw CancellationError();
+  auto lock = CoordinationLock::acquire(coordinationFile, cancelled);
+  if (!lock) throw CancellationError();
+  return std::move(*lock);
+}
+
+void removeStaleTemporaryFilesOfValue(const std::filesystem::path& coordinationFile) noexcept {
+  try {
+    if (coordinationFile.extension() != ".coordination") return;
+    std::filesystem::path valueFile = coordinationFile;
+    valueFile.replace_extension();
+    removeStaleTemporaryFiles(valueFile, std::filesystem::file_time_type::clock::now());
+  } catch (const std::exception&) {
+    // Cleaning up is a courtesy to the disk; it never fails the write.
+  }
+}
+
+Task<std::shared_ptr<CoordinationLock>> lockForWriteWithin(std::filesystem::path coordinationFile,
+                                                           CoordinatedWriteLimit limit) {
+  using LockHandle = std::shared_ptr<CoordinationLock>;
+  if (limit.clock == nullptr) throw std::invalid_argument("a lock wait limit needs a clock");
+  // A lock granted after the deadline won reaches nobody: the coordinator drops that outcome,
+  // and with it the last reference to the lock, which releases it.
+  std::function<Task<LockHandle>()> wait = [coordinationFile] {
+    std::function<LockHandle(const std::atomic<bool>&)> body = [coordinationFile](const std::atomic<bool>& cancelled) {
+      return std::make_shared<CoordinationLock>(lockForWrite(coordinationFile, cancelled));
+    };
+    return onRequestThread<LockHandle>(std::move(body));
+  };
+  bool timedOut = false;
+  try {
+    co_return co_await withDeadline<LockHandle>(*limit.clock, limit.lockWait, wait);
+  } catch (const AsyncDeadlineError&) {
+    timedOut = true;
+  }
+  if (timedOut) throw CoordinationTimeoutError(coordinationFile, limit.lockWait);
+  co_return nullptr;
+}
+
+}  // namespace detail
 
 }  // namespace ombrine

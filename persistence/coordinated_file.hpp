@@ -17,12 +17,18 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <type_traits>
 #include <utility>
 
+#include <boost/asio/execution/context.hpp>
+#include <boost/asio/execution_context.hpp>
+#include <boost/asio/query.hpp>
+
 #include "core/date.hpp"
+#include "platform/clock.hpp"
 #include "platform/coroutines.hpp"
 #include "platform/errors.hpp"
 #include "platform/task.hpp"
@@ -72,63 +78,120 @@ class CoordinationLock {
   int fd_ = -1;
 };
 
+// A coordinated write gave up waiting for its lock: another writer held it for longer than the
+// caller's limit. No lock is held and the operation did not run.
+class CoordinationTimeoutError : public std::runtime_error {
+ public:
+  CoordinationTimeoutError(const std::filesystem::path& coordinationFile, Clock::Duration limit);
+};
+
+// How long a coordinated write may wait for its lock. Without a limit it waits until the lock is
+// granted or the caller is cancelled. The limit bounds the wait only: once the lock is held the
+// operation always runs to its end. `clock` (continuous time) must outlive the write.
+struct CoordinatedWriteLimit {
+  Clock* clock = nullptr;
+  Clock::Duration lockWait{};
+};
+
 namespace detail {
 
-// One write request: the private one-at-a-time worker that prepares the coordination file, waits
-// for the lock and runs the operation, off the caller's thread.
-template <class T>
-struct CoordinatedWriteRequest {
-  std::filesystem::path coordinationFile;
-  std::function<T()> operation;
-  std::atomic<bool> cancelled{false};
+// Runs `body` on a thread of its own that the execution context of the caller knows about:
+// destroying that context (the end of a Runtime) first sets `cancelled`, so waits for a lock end
+// promptly, and then waits for every such thread to finish, so none of them resumes a caller on
+// a context that is gone. An operation that already holds its lock is waited for, not cut short.
+// `body` must resume its continuation before it returns.
+void startRequestThread(asio::execution_context& context, std::shared_ptr<std::atomic<bool>> cancelled,
+                        std::function<void()> body);
 
-  void run(Continuation<T> continuation) {
-    try {
-      prepareCoordinationFile(coordinationFile);
-      if (cancelled.load()) throw CancellationError();
-      auto lock = CoordinationLock::acquire(coordinationFile, cancelled);
-      if (!lock) throw CancellationError();
-      // Once the lock is held the operation always runs to the end; a late cancellation no
-      // longer interrupts it.
-      if constexpr (std::is_void_v<T>) {
-        operation();
-        continuation.resume(Outcome<T>::success());
-      } else {
-        auto result = operation();
-        continuation.resume(Outcome<T>::success(std::move(result)));
+// Suspends the caller while `body(cancelled)` runs on a request thread (startRequestThread) and
+// yields what it returns or raises. Cancelling the caller sets the flag; `body` decides what
+// that means.
+template <class T>
+Task<T> onRequestThread(std::function<T(const std::atomic<bool>& cancelled)> body) {
+  auto executor = co_await asio::this_coro::executor;
+  asio::execution_context& context = asio::query(executor, asio::execution::context);
+  auto cancelled = std::make_shared<std::atomic<bool>>(false);
+  std::function<void(Continuation<T>)> install = [&context, cancelled, body](Continuation<T> continuation) {
+    auto shared = std::make_shared<Continuation<T>>(std::move(continuation));
+    std::function<void()> work = [cancelled, body, shared] {
+      try {
+        if constexpr (std::is_void_v<T>) {
+          body(*cancelled);
+          shared->resume(Outcome<T>::success());
+        } else {
+          auto result = body(*cancelled);
+          shared->resume(Outcome<T>::success(std::move(result)));
+        }
+      } catch (...) {
+        shared->resume(Outcome<T>::failure(std::current_exception()));
       }
-    } catch (...) {
-      continuation.resume(Outcome<T>::failure(std::current_exception()));
-    }
+    };
+    startRequestThread(context, cancelled, std::move(work));
+  };
+  std::function<void()> onCancel = [cancelled] { cancelled->store(true); };
+  if constexpr (std::is_void_v<T>) {
+    co_await suspend<T>(install, onCancel);
+  } else {
+    co_return co_await suspend<T>(install, onCancel);
   }
-};
+}
+
+// Prepares the coordination file and waits for its lock; CancellationError when `cancelled` is
+// set before the lock is granted. Blocks the calling thread.
+CoordinationLock lockForWrite(const std::filesystem::path& coordinationFile, const std::atomic<bool>& cancelled);
+
+// Removes what writers of the value file killed mid-replacement left behind. Runs under the lock,
+// before the operation; never raises.
+void removeStaleTemporaryFilesOfValue(const std::filesystem::path& coordinationFile) noexcept;
+
+// The lock of `coordinationFile`, waited for at most `limit`. Raises CoordinationTimeoutError,
+// CancellationError, or FileError of the preparation.
+Task<std::shared_ptr<CoordinationLock>> lockForWriteWithin(std::filesystem::path coordinationFile,
+                                                           CoordinatedWriteLimit limit);
 
 }  // namespace detail
 
 // Runs `operation` while holding the exclusive lock of `coordinationFile` and yields its result.
 //
-// The coordination file (and its folder) is created first if missing. The wait and the operation
+// The coordination file (and its folder) is created first if missing. Temporary files that a
+// killed writer of the value file (the coordination file's path without ".coordination") left
+// beside it are removed under the lock (removeStaleTemporaryFiles). The wait and the operation
 // run on a thread of the request's own, never on the caller's executor; `operation` may block on
 // file input and output and may run on any thread. Cancellation of the awaiting task before the
 // lock is granted ends the wait without running `operation` and raises CancellationError; an
-// operation that has started is never interrupted, and its outcome is delivered. Errors of `operation` and FileError of the preparation reach
-// the caller unchanged. Writes to different coordination files never wait for each other.
+// operation that has started is never interrupted, and its outcome is delivered. With `limit`,
+// a wait longer than `limit.lockWait` raises CoordinationTimeoutError and leaves no lock held.
+// Errors of `operation` and FileError of the preparation reach the caller unchanged. Writes to
+// different coordination files never wait for each other. Destroying the caller's io_context
+// cancels writes still waiting and waits for those that run (see startRequestThread).
 template <class T>
-Task<T> performCoordinatedWrite(std::filesystem::path coordinationFile, std::function<T()> operation) {
-  auto request = std::make_shared<detail::CoordinatedWriteRequest<T>>();
-  request->coordinationFile = std::move(coordinationFile);
-  request->operation = std::move(operation);
-  std::function<void(Continuation<T>)> install = [request](Continuation<T> continuation) {
-    auto work = [request, continuation = std::move(continuation)]() mutable {
-      request->run(std::move(continuation));
+Task<T> performCoordinatedWrite(std::filesystem::path coordinationFile, std::function<T()> operation,
+                                std::optional<CoordinatedWriteLimit> limit = std::nullopt) {
+  if (!limit) {
+    // One thread does it all: the common case costs one thread start.
+    std::function<T(const std::atomic<bool>&)> body = [coordinationFile, operation](
+                                                          const std::atomic<bool>& cancelled) {
+      const CoordinationLock lock = detail::lockForWrite(coordinationFile, cancelled);
+      detail::removeStaleTemporaryFilesOfValue(coordinationFile);
+      return operation();
     };
-    std::thread(std::move(work)).detach();
+    if constexpr (std::is_void_v<T>) {
+      co_await detail::onRequestThread<T>(std::move(body));
+      co_return;
+    } else {
+      co_return co_await detail::onRequestThread<T>(std::move(body));
+    }
+  }
+  std::shared_ptr<CoordinationLock> lock = co_await detail::lockForWriteWithin(coordinationFile, *limit);
+  // The lock is held: the operation runs whatever happens to the caller from here on.
+  std::function<T(const std::atomic<bool>&)> body = [coordinationFile, operation, lock](const std::atomic<bool>&) {
+    detail::removeStaleTemporaryFilesOfValue(coordinationFile);
+    return operation();
   };
-  std::function<void()> onCancel = [request] { request->cancelled.store(true); };
   if constexpr (std::is_void_v<T>) {
-    co_await suspend<T>(install, onCancel);
+    co_await detail::onRequestThread<T>(std::move(body));
   } else {
-    co_return co_await suspend<T>(install, onCancel);
+    co_return co_await detail::onRequestThread<T>(std::move(body));
   }
 }
 
