@@ -2,48 +2,26 @@
 
 #include <boost/json.hpp>
 
-#include <charconv>
 #include <cstdlib>
-#include <system_error>
-#include <vector>
 
 #include "core/value_json.hpp"
+#include "persistence/coordinate_file_cache.hpp"
 #include "platform/atomic_file.hpp"
 #include "platform/errors.hpp"
+#include "platform/log.hpp"
 
 namespace ombrine {
 
 namespace {
 
-std::string shortestText(double value) {
-  char buffer[64];
-  const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
-  return std::string(buffer, result.ptr);
-}
-
-// The number a whole piece of a file name spells, or 0 when it spells none.
-double pieceValue(std::string_view piece) {
-  double value = 0.0;
-  const auto result = std::from_chars(piece.data(), piece.data() + piece.size(), value);
-  if (result.ec != std::errc() || result.ptr != piece.data() + piece.size()) return 0.0;
-  return value;
-}
-
-// The coordinate a cache file name stands for; nothing for a name with fewer than two pieces,
-// which this cache never writes.
+// The coordinate a cache file name stands for: every ".data" deleted, split at "_", the first two
+// pieces read as numbers (one that does not parse counts as 0). Nothing for a name with fewer
+// than two pieces, which this cache never writes.
 std::optional<Location> coordinateOfFileName(std::string name) {
   for (auto at = name.find(".data"); at != std::string::npos; at = name.find(".data")) name.erase(at, 5);
-  std::vector<std::string_view> pieces;
-  std::string_view rest = name;
-  while (!rest.empty()) {
-    const auto cut = rest.find('_');
-    const std::string_view piece = rest.substr(0, cut);
-    if (!piece.empty()) pieces.push_back(piece);
-    if (cut == std::string_view::npos) break;
-    rest.remove_prefix(cut + 1);
-  }
+  const auto pieces = fileNamePieces(name);
   if (pieces.size() < 2) return std::nullopt;
-  return Location(pieceValue(pieces[0]), pieceValue(pieces[1]));
+  return Location(numberOfPiece(pieces[0]).value_or(0.0), numberOfPiece(pieces[1]).value_or(0.0));
 }
 
 }  // namespace
@@ -57,7 +35,7 @@ std::filesystem::path GeocodeCache::defaultDirectory() {
 }
 
 std::string GeocodeCache::fileName(double latitude, double longitude) {
-  return shortestText(latitude) + "_" + shortestText(longitude) + ".data";
+  return coordinateFileName(latitude, longitude);
 }
 
 std::string GeocodeCache::encode(const GeoDetails& geoDetails) {
@@ -69,7 +47,9 @@ std::string GeocodeCache::encode(const GeoDetails& geoDetails) {
 }
 
 GeoDetails GeocodeCache::decode(std::string_view json) {
-  const boost::json::value document = parseJson(json);
+  // Keys are read as snake case converted to camel case, so both "timeZone" (what this cache
+  // writes) and "time_zone" name the zone.
+  const boost::json::value document = withKeysFromSnakeCase(parseJson(json));
   const JsonPath root;
   JsonObjectReader reader(document, root);
   GeoDetails details;
@@ -106,6 +86,18 @@ std::optional<GeoDetails> GeocodeCache::cachedGeoDetails(const std::filesystem::
 void GeocodeCache::store(const std::filesystem::path& directory, const GeoDetails& geoDetails, double latitude,
                          double longitude) {
   writeFileAtomically(directory / fileName(latitude, longitude), encode(geoDetails));
+}
+
+GeoDetails GeocodeCache::cachedOrGeocoded(const std::filesystem::path& directory, const Location& location,
+                                          const std::function<GeoDetails(const Location&)>& geocode) {
+  if (auto cached = cachedGeoDetails(directory, location.latitude(), location.longitude())) return *cached;
+  GeoDetails details = geocode(location);
+  try {
+    store(directory, details, location.latitude(), location.longitude());
+  } catch (const std::exception& error) {
+    logf("Failed to write geocode cache {}: {}", directory.string(), error.what());
+  }
+  return details;
 }
 
 }  // namespace ombrine

@@ -7,11 +7,13 @@
 
 #include <boost/json.hpp>
 
+#include <cmath>
 #include <filesystem>
 #include <map>
 #include <string>
 
 #include "core/date.hpp"
+#include "core/location.hpp"
 #include "persistence/coordinated_value_cache.hpp"
 
 namespace ombrine::testing_support {
@@ -49,6 +51,15 @@ inline CoordinatedValueCacheTransaction<Counts> unionStore(const fs::path& file,
   };
   transaction.now = [] { return Date::fromReference(1000.0); };
   return transaction;
+}
+
+// The first latitude at least `metres` north of (latitude, longitude) along its meridian: the
+// exact edge of a lookup radius.
+inline double latitudeNorthBy(double latitude, double longitude, double metres) {
+  const Location origin(latitude, longitude);
+  double north = latitude + metres / 6371009.0 * 180.0 / 3.14159265358979323846;
+  while (Location(north, longitude).distance(origin) < metres) north = std::nextafter(north, 90.0);
+  return north;
 }
 
 // A fresh scratch folder named after the running test, removed afterwards.
