@@ -24,6 +24,7 @@
 #include "core/date.hpp"
 #include "core/measurements.hpp"
 #include "core/time_zone.hpp"
+#include "tides/tide_records.hpp"
 
 namespace ombrine {
 
@@ -208,9 +209,8 @@ struct OneCallWeather {
   double lon = 0.0;
   TimeZone timeZone;
   // The tides for the place, set by the fetch pipeline after a provider built the record, never
-  // by a provider. Its typed form belongs to the tide subsystem; here it is the JSON that
-  // subsystem produced, held unchanged so that a cache writes back exactly what it read.
-  std::optional<boost::json::value> tideData;
+  // by a provider (tides/tide_records.hpp).
+  std::optional<TideData> tideData;
   Current current;
   std::optional<std::vector<Minutely>> minutely;
   std::vector<Hourly> hourly;

@@ -9,6 +9,7 @@
 #include <tuple>
 
 #include "core/json_stream.hpp"
+#include "tides/tide_records_json.hpp"
 
 namespace ombrine {
 
@@ -338,7 +339,7 @@ class AttributionFrame final : public UnionFrame<3> {
   WeatherServiceAttribution& target_;
 };
 
-// The record itself: its fields, the zone from two keys, and tides kept as raw JSON.
+// The record itself: its fields, the zone from two keys, and tides read from their captured JSON.
 class OneCallWeatherFrame final : public JsonStreamFrame {
   enum Member { lat, lon, timezone, timezoneOffset, current, minutely, hourly, daily, alerts, attribution, tideData };
   static constexpr std::array<std::string_view, 11> kKeys = {
@@ -357,7 +358,7 @@ class OneCallWeatherFrame final : public JsonStreamFrame {
     next_ = index + 1;
     seen_ |= 1u << index;
     memberPath_ = path_.key(kKeys[index]);
-    if (pending_ == tideData) stream.captureNextValue(target_.tideData.emplace());
+    if (pending_ == tideData) stream.captureNextValue(tideJson_);
     return true;
   }
   void scalar(JsonStream& stream, const JsonScalar& value) override {
@@ -374,7 +375,12 @@ class OneCallWeatherFrame final : public JsonStreamFrame {
       path_.key(kKeys[static_cast<size_t>(std::countr_zero(missing))]).fail("missing key");
     }
     target_.timeZone = resolveTimeZone(identifier_, offset_);
-    if (target_.tideData && target_.tideData->is_null()) target_.tideData.reset();
+    if ((seen_ & (1u << tideData)) != 0 && !tideJson_.is_null()) {
+      const JsonPath tidePath = path_.key("tideData");
+      target_.tideData = decodeTideData(tideJson_, tidePath.text());
+    } else {
+      target_.tideData.reset();
+    }
     target_.isPlaceholder = false;
   }
 
@@ -401,6 +407,7 @@ class OneCallWeatherFrame final : public JsonStreamFrame {
   JsonPath memberPath_;
   std::string identifier_;
   std::int64_t offset_ = 0;
+  boost::json::value tideJson_;
   Member pending_ = lat;
   size_t next_ = 0;
   unsigned seen_ = 0;
@@ -474,7 +481,8 @@ void decodeJson(const boost::json::value& value, const JsonPath& path, OneCallWe
   o.readOptional("attribution", out.attribution);
   const auto* tides = o.find("tideData");
   if (tides != nullptr && !tides->is_null()) {
-    out.tideData.emplace(*tides, boost::json::storage_ptr());
+    const JsonPath tidePath = path.key("tideData");
+    out.tideData = decodeTideData(*tides, tidePath.text());
   } else {
     out.tideData.reset();
   }
@@ -523,7 +531,7 @@ void writeOneCallWeather(JsonWriter& writer, const OneCallWeather& weather, Date
   }
   if (weather.tideData) {
     writer.key("tideData");
-    writer.value(*weather.tideData);
+    writer.value(tideDataToJson(*weather.tideData));
   }
   writer.endObject();
 }

@@ -163,8 +163,15 @@ inline OneCallWeather makeForecastRecord(const RecordShape& shape = {}) {
   weather.attribution = WeatherServiceAttribution{
       WeatherServiceAttribution::NameAttribution{"Foreca", boost::urls::url("https://www.foreca.com")}};
   if (shape.tides) {
-    // Opaque to this record: any JSON the tide subsystem writes must come back unchanged.
-    weather.tideData = parseJson(R"({"opaque":[1,2.5,-0.0,1e+300,"text",{"nested":true},null]})");
+    TideData tides;
+    tides.station = TideStation{.id = "9414290", .name = "San Francisco", .latitude = 37.8063, .longitude = -122.4659,
+                                .state = "CA", .type = "R", .referenceStationID = std::nullopt};
+    tides.distance = 1234.5;
+    tides.extremes = {{start + 3600.0, Length::meters(1.716), TideExtreme::Kind::high},
+                      {start + 26100.0, Length::meters(-0.0), TideExtreme::Kind::low}};
+    tides.chartPoints = {{start, Length::meters(1.25)}, {start + 900.0, Length::meters(1.3125)}};
+    tides.fetchedAt = start - 60.5;
+    weather.tideData = tides;
   }
   return weather;
 }

@@ -86,7 +86,7 @@ TEST(PreferredLatestWeatherTest, MergeRules) {
 
 TEST(PreferredLatestWeatherTest, TieTakesTheCandidateWithPersistedTidesAndRegionAsFallbacks) {
   CachedWeather persisted = berlin();
-  persisted.weather.tideData = boost::json::value{{"heights", boost::json::array{1.5, 2.0}}};
+  persisted.weather.tideData = TideData{.distance = 1.5};
   CachedWeather candidate = berlin();
   candidate.name = "Mitte";
   candidate.region.reset();
@@ -97,7 +97,7 @@ TEST(PreferredLatestWeatherTest, TieTakesTheCandidateWithPersistedTidesAndRegion
   EXPECT_EQ(merged.weather.tideData, persisted.weather.tideData);
   EXPECT_EQ(merged.region, persisted.region);
 
-  candidate.weather.tideData = boost::json::value{{"heights", boost::json::array{0.5}}};
+  candidate.weather.tideData = TideData{.distance = 0.5};
   EXPECT_EQ(preferredLatestWeather(persisted, candidate, kLatestWeatherMergeRadius).weather.tideData,
             candidate.weather.tideData);
 }

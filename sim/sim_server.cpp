@@ -14,6 +14,7 @@
 #include "platform/linux/system_clock.hpp"
 #include "platform/log.hpp"
 #include "sim/foreca_routes.hpp"
+#include "sim/tide_routes.hpp"
 #include "sim/weather_model.hpp"
 
 namespace ombrine::sim {
@@ -50,6 +51,7 @@ struct SimServer::Impl {
       : clock(options.clock ? options.clock : &systemClock), logRequests(options.logRequests) {
     const WeatherModel model(options.seed);
     routes = forecaRoutes(model);
+    for (auto& route : tideRoutes(model)) routes.push_back(std::move(route));
   }
 
   SystemClock systemClock;

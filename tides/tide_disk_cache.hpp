@@ -1,0 +1,94 @@
+#pragma once
+// Tide predictions and the two station catalogues as small JSON files, so that a cold start or
+// a widget can answer without the network.
+//
+// Files lie in "Library/Caches/Tides" of the shared container, one "<name>.json" each: the
+// catalogues in "noaaStations.json" and "chsStations.json" ({"stations": [...], "expiresAt"}),
+// predictions in a file named from their cache key ({"station", "distance", "extremes":
+// [{"date", "heightMeters", "kind"}], "chartPoints": [{"date", "heightMeters"}], "fetchedAt",
+// "expiresAt"}). Dates are ISO 8601 text in UTC ("2026-11-23T14:05:09Z"), heights plain metres.
+// There is no version field: a changed cache key simply never finds the old file.
+//
+// The cache only stores and loads; what is fresh is the caller's decision, so nothing is ever
+// deleted and an expired file stays until overwritten. Every file operation runs on the serial
+// context "com.quillfernhollowarts.Weather.tides.disk-cache" (a strand): saves are queued there
+// and return at once, loads run there after every earlier save. A save that cannot encode or
+// write is dropped silently (the old file stays); a load of a missing, unreadable or
+// undecodable file gives nothing and leaves the file in place. Nothing is raised but
+// CancellationError from a cancelled load.
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/date.hpp"
+#include "platform/clock.hpp"
+#include "platform/task.hpp"
+#include "tides/tide_feeds.hpp"
+#include "tides/tide_records.hpp"
+
+namespace ombrine {
+
+class TideDiskCache {
+ public:
+  static constexpr const char* kQueueLabel = "com.quillfernhollowarts.Weather.tides.disk-cache";
+  static constexpr const char* kNOAAStationsName = "noaaStations";
+  static constexpr const char* kCHSStationsName = "chsStations";
+
+  struct LoadedTideData {
+    TideData data;
+    Date expiresAt;
+    bool operator==(const LoadedTideData&) const = default;
+  };
+  struct LoadedNOAAStations {
+    std::vector<TideStation> stations;
+    Date expiresAt;
+    bool operator==(const LoadedNOAAStations&) const = default;
+  };
+  struct LoadedCHSStations {
+    std::vector<CHSStation> stations;
+    Date expiresAt;
+    bool operator==(const LoadedCHSStations&) const = default;
+  };
+
+  // Creates `directory` (default: cachesDirectory()/"Tides") with its parents; a failure shows
+  // later as failed saves. `strand` is the cache's own serial context; `clock` must outlive it.
+  TideDiskCache(Strand strand, const Clock& clock, std::filesystem::path directory);
+  TideDiskCache(Strand strand, const Clock& clock);
+
+  const std::filesystem::path& cacheDirectory() const noexcept { return directory_; }
+
+  // Writes `data` with expiresAt = now + validity seconds.
+  void saveTideData(const TideData& data, std::string_view key, double validitySeconds);
+  // The stored entry with `distance` in place of the stored one.
+  Task<std::optional<LoadedTideData>> loadTideData(std::string key, double distance);
+
+  void saveNOAAStations(std::vector<TideStation> stations, Date expiresAt);
+  Task<std::optional<LoadedNOAAStations>> loadNOAAStations();
+  void saveCHSStations(std::vector<CHSStation> stations, Date expiresAt);
+  Task<std::optional<LoadedCHSStations>> loadCHSStations();
+
+  // The file of a key: letters, digits, "-" and "_" stay, every other character becomes "_".
+  std::filesystem::path fileURL(std::string_view key) const;
+  static std::string fileName(std::string_view key);
+
+ private:
+  void enqueueWrite(std::filesystem::path file, std::function<std::string()> encode);
+  Task<std::optional<std::string>> read(std::filesystem::path file);
+  template <class Loaded, class DecodeList>
+  Task<std::optional<Loaded>> loadCatalogue(const char* name, DecodeList decodeList);
+
+  Strand strand_;
+  const Clock& clock_;
+  std::filesystem::path directory_;
+};
+
+// The payload texts, for tests and tools that inspect the files.
+std::string encodeTideDataPayload(const TideData& data, Date expiresAt);
+// The stored entry; raises DecodingError for a file that does not hold one.
+TideDiskCache::LoadedTideData decodeTideDataPayload(std::string_view text, double distance);
+
+}  // namespace ombrine

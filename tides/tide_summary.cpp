@@ -1,0 +1,88 @@
+#include "tides/tide_summary.hpp"
+
+#include <memory>
+#include <stdexcept>
+
+#include <fmt/format.h>
+#include <unicode/datefmt.h>
+#include <unicode/measunit.h>
+#include <unicode/numberformatter.h>
+#include <unicode/timezone.h>
+
+#include "core/unit_rules.hpp"
+
+namespace ombrine {
+
+namespace {
+
+std::string utf8(const icu::UnicodeString& text) {
+  std::string out;
+  text.toUTF8String(out);
+  return out;
+}
+
+// A date formatter for `skeleton` in `zone`, falling back to the locale's short style.
+std::unique_ptr<icu::DateFormat> dateFormat(const char* skeleton, const icu::Locale& locale, const TimeZone& zone) {
+  UErrorCode status = U_ZERO_ERROR;
+  std::unique_ptr<icu::DateFormat> format(
+      icu::DateFormat::createInstanceForSkeleton(icu::UnicodeString(skeleton), locale, status));
+  if (U_FAILURE(status) || !format) {
+    format.reset(icu::DateFormat::createDateTimeInstance(icu::DateFormat::kShort, icu::DateFormat::kShort, locale));
+  }
+  if (!format) throw std::runtime_error("ICU could not build a date format");
+  format->adoptTimeZone(icu::TimeZone::createTimeZone(icu::UnicodeString::fromUTF8(zone.identifier())));
+  return format;
+}
+
+std::string formatted(const icu::DateFormat& format, Date date) {
+  icu::UnicodeString text;
+  format.format(date.unixSeconds() * 1000.0, text);
+  return utf8(text);
+}
+
+const char* kindWord(TideExtreme::Kind kind) { return kind == TideExtreme::Kind::high ? "high" : "low"; }
+
+}  // namespace
+
+TideHeightUnit tideHeightUnit(const icu::Locale& locale) {
+  return measurementSystem(locale) == MeasurementSystem::us ? TideHeightUnit::feet : TideHeightUnit::meters;
+}
+
+std::string describeTideStation(const TideData& data, const icu::Locale& locale) {
+  if (data.distance == 0.0) return data.station.displayName() + " · chosen directly";
+  const bool miles = measurementSystem(locale) != MeasurementSystem::metric && measurementSystem(locale).has_value();
+  const double value = miles ? data.distance / 1609.344 : data.distance / 1000.0;
+  const auto formatter = icu::number::NumberFormatter::withLocale(locale)
+                             .unit(miles ? icu::MeasureUnit::getMile() : icu::MeasureUnit::getKilometer())
+                             .unitWidth(UNUM_UNIT_WIDTH_SHORT)
+                             .precision(icu::number::Precision::fixedFraction(1));
+  UErrorCode status = U_ZERO_ERROR;
+  const std::string distance = utf8(formatter.formatDouble(value, status).toString(status));
+  if (U_FAILURE(status)) throw std::runtime_error(std::string("ICU number formatting failed: ") + u_errorName(status));
+  return data.station.displayName() + " · " + distance + " away";
+}
+
+std::vector<std::string> tideExtremeLines(const TideData& data, Date now, int hours, const TimeZone& zone,
+                                          const icu::Locale& locale) {
+  const auto day = dateFormat("EEEdMMM", locale, zone);
+  const auto time = dateFormat("jmm", locale, zone);
+  const TideHeightUnit unit = tideHeightUnit(locale);
+  std::vector<std::string> lines;
+  for (const auto& extreme : data.extremesIn({now, now + hours * 3600.0})) {
+    lines.push_back(fmt::format("{:<12} {:>8}  {:<4}  {:>7}", formatted(*day, extreme.date), formatted(*time, extreme.date),
+                                kindWord(extreme.kind), formattedTideHeight(extreme.height, unit, locale)));
+  }
+  return lines;
+}
+
+std::optional<std::string> describeNextTide(const TideData& data, Date now, const TimeZone& zone,
+                                            const icu::Locale& locale) {
+  const auto next = data.nextExtreme(now);
+  if (!next) return std::nullopt;
+  const auto time = dateFormat(next->date - now < 86'400.0 && next->date >= now ? "jmm" : "EEEdMMMjmm", locale, zone);
+  return fmt::format("Next tide: {} {} at {} ({})", kindWord(next->kind),
+                     formattedTideHeight(next->height, tideHeightUnit(locale), locale), formatted(*time, next->date),
+                     data.station.displayName());
+}
+
+}  // namespace ombrine
