@@ -6,6 +6,7 @@
 #include "core/geo_naming.hpp"
 #include "core/provider_dispatch.hpp"
 #include "core/unit_rules.hpp"
+#include "persistence/geocode_cache.hpp"
 #include "places/offline_geocoder.hpp"
 #include "platform/linux/curl_http_client.hpp"
 #include "platform/log.hpp"
@@ -51,8 +52,10 @@ std::optional<std::string> Services::simulatorUrl() const {
 }
 
 GeoDetails Services::name(const Location& location) const {
-  const auto placemarks = geocoder_->reverseGeocode(location);
-  return geoDetailsOfFirst(placemarks);
+  const std::function<GeoDetails(const Location&)> geocode = [this](const Location& place) {
+    return geoDetailsOfFirst(geocoder_->reverseGeocode(place));
+  };
+  return GeocodeCache::cachedOrGeocoded(GeocodeCache::defaultDirectory(), location, geocode);
 }
 
 Task<OneCallWeather> Services::fetchOneCall(Location location, GeoDetails details, WeatherDataSource source) {

@@ -53,7 +53,8 @@ class Services {
   // The embedded simulator's base URL, when one runs.
   std::optional<std::string> simulatorUrl() const;
 
-  // Names a coordinate with the offline geocoder. Raises DomainError("No result", 6000) when
+  // Names a coordinate: from the geocode cache when a record lies under 200 m away, else with
+  // the offline geocoder, whose answer is cached. Raises DomainError("No result", 6000) when
   // nothing names it.
   GeoDetails name(const Location& location) const;
 
