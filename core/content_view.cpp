@@ -118,6 +118,8 @@ void ContentView::changed() const {
 
 // Events -------------------------------------------------------------------------------------
 
+void ContentView::setLocationInputs(LocationInputs inputs) { state_.location = std::move(inputs); }
+
 void ContentView::locationChanged(Location location) {
   const auto previous = state_.location.lastLocation;
   state_.location.lastLocation = location;
@@ -236,9 +238,11 @@ void ContentView::setActiveFetchRequest(std::optional<WeatherFetchRequest> reque
   // The running task belongs to the request being replaced: changing the key cancels it.
   if (activeTask_) activeTask_.cancel();
   activeTask_ = SpawnedTask();
+  const bool wasActive = state_.activeFetchRequest.has_value();
   state_.activeFetchRequest = request;
   if (!request || shutDown_) {
     state_.activeFetchRequest.reset();
+    if (wasActive && hooks_.requestEnded) hooks_.requestEnded();
     return;
   }
   ++runningTasks_;
@@ -410,6 +414,7 @@ Task<void> ContentView::performFetch(WeatherFetchRequest request) {
     if (widgetReload_) widgetReload_.cancel();
     if (deps_.widgets && !shutDown_) {
       ++runningTasks_;
+      widgetReloadPending_ = true;
       auto reloaded = [this](std::exception_ptr) { --runningTasks_; };
       widgetReload_ = spawnCancellable(main_, reloadWidgetsLater(), reloaded);
     }
@@ -455,13 +460,21 @@ void ContentView::handleFetchError(const WeatherFetchRequest& request, std::exce
 
 Task<void> ContentView::reloadWidgetsLater() {
   co_await deps_.clock.sleep(kWidgetReloadDelay);
+  if (!widgetReloadPending_) co_return;
+  widgetReloadPending_ = false;
   trace("widgets: reloading all timelines");
   deps_.widgets->reloadAllTimelines();
 }
 
 void ContentView::shutdown() {
   shutDown_ = true;
-  if (widgetReload_) widgetReload_.cancel();
+  if (widgetReload_ && widgetReloadPending_) {
+    // A process that ends before the delay tells the widgets now rather than never.
+    widgetReload_.cancel();
+    widgetReloadPending_ = false;
+    trace("widgets: reloading all timelines (shutting down)");
+    deps_.widgets->reloadAllTimelines();
+  }
   if (state_.activeFetchRequest) handleFetchCancelled(*state_.activeFetchRequest);
   if (activeTask_) activeTask_.cancel();
 }

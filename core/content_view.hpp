@@ -14,8 +14,8 @@
 //
 // Context: every member must be called on the main context (the strand given to the
 // constructor), except `post` and `snapshot`, which any other thread may call. Hooks are called
-// on the main context. `shutdown` (on the main context) cancels the running fetch and the
-// pending widget reload; destroy the object only after their tasks have ended (`idle`).
+// on the main context. `shutdown` (on the main context) cancels the running fetch and runs a
+// pending widget reload at once; destroy the object only after their tasks have ended (`idle`).
 
 #include <cstdint>
 #include <exception>
@@ -147,6 +147,8 @@ class ContentView {
     std::function<void()> fetchHappened;
     // Changes of the day's data sources so far (the change tracker). Default: none.
     std::function<int()> changesToday;
+    // The active request ended (finished, failed or cancelled) and none replaced it.
+    std::function<void()> requestEnded;
     // The location service is asked for permission or a location.
     std::function<void(LocationServiceAsk)> askLocationService;
   };
@@ -164,6 +166,9 @@ class ContentView {
   bool idle() const;
 
   const ContentViewState& state() const { return state_; }
+
+  // What the location side knows at start, before any event (no fetch starts).
+  void setLocationInputs(LocationInputs inputs);
 
   // Events.
   void locationChanged(Location location);
@@ -184,7 +189,7 @@ class ContentView {
   void resetLastFetchIfOwned(const WeatherFetchRequest& request);
   void clearLastFetchOwner(const WeatherFetchRequest& request);
 
-  // Cancels the running fetch and the pending widget reload.
+  // Cancels the running fetch; a widget reload still pending runs at once.
   void shutdown();
 
  private:
@@ -208,6 +213,7 @@ class ContentView {
   SpawnedTask activeTask_;
   std::uint64_t runningTasks_ = 0;
   SpawnedTask widgetReload_;
+  bool widgetReloadPending_ = false;
   bool shutDown_ = false;
 };
 
