@@ -47,7 +47,8 @@ class FavoriteWeatherCache {
 
   // Loads the file (any failure: the empty dictionary) and takes it through `setWeather`, so a
   // non-empty file is written back once after the delay. Saves run on a new serial context on
-  // `executor`; delays are measured on `clock`, which must outlive the cache.
+  // `executor`, whose io_context must outlive the cache; delays are measured on `clock`, which
+  // must outlive the cache too.
   FavoriteWeatherCache(std::filesystem::path cacheDirectory, Clock& clock, Executor executor);
   FavoriteWeatherCache(const FavoriteWeatherCache&) = delete;
   FavoriteWeatherCache& operator=(const FavoriteWeatherCache&) = delete;
