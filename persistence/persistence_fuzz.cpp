@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "core/errors.hpp"
+#include "persistence/favorite_weather_cache.hpp"
 #include "persistence/geocode_cache.hpp"
 #include "persistence/weather_cache.hpp"
 
@@ -14,6 +15,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   try {
     const ombrine::CachedWeather cached = ombrine::decodeCachedWeather(text);
     (void)ombrine::encodeCachedWeather(cached, cached.weather.current.dt);
+  } catch (const ombrine::DecodingError&) {
+  }
+  try {
+    const ombrine::FavoriteWeather favorites = ombrine::decodeFavoriteWeather(text);
+    (void)ombrine::encodeFavoriteWeather(favorites, ombrine::Date{});
   } catch (const ombrine::DecodingError&) {
   }
   try {
