@@ -6,6 +6,7 @@
 #include "app/forecast_command.hpp"
 #include "app/global_options.hpp"
 #include "app/places_command.hpp"
+#include "app/settings_command.hpp"
 #include "app/units_command.hpp"
 
 namespace ombrine::app {
@@ -18,6 +19,7 @@ void addCommands(CLI::App& app) {
   addGlobalOptions(app);
   addForecastCommand(app);
   addPlacesCommand(app);
+  addSettingsCommand(app);
   addUnitsCommand(app);
   addCacheCommand(app);
 }

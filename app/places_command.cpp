@@ -4,16 +4,21 @@
 #include <boost/json/object.hpp>
 #include <fmt/format.h>
 
+#include <cctype>
 #include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "app/commands.hpp"
+#include "app/user_stores.hpp"
 #include "core/errors.hpp"
 #include "core/geo_naming.hpp"
 #include "core/value_json.hpp"
+#include "persistence/favorite_store.hpp"
 #include "places/coordinate_text.hpp"
 #include "places/offline_geocoder.hpp"
 #include "platform/errors.hpp"
@@ -33,6 +38,20 @@ struct SearchOptions {
 struct AtOptions {
   std::string coordinate;
   bool json = false;
+};
+
+struct SavedOptions {
+  std::string place;  // a name to geocode, or an id or name of a saved place
+  std::string at;
+  std::string name;   // the user's own name (`displayName`)
+  bool clear = false;
+  bool json = false;
+};
+
+// A name or id that matches no saved place, or more than one.
+class SavedPlaceNotFound : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
 };
 
 // "UTC+05:45", "UTC−03:00", "UTC".
@@ -140,6 +159,145 @@ int at(const AtOptions& options) {
   return 0;
 }
 
+// A new saved place for PLACE (search by name, best match) or --at LAT,LON (named by the
+// reverse geocoder), with the time zone and region of the place.
+FavoriteLocation resolveFavorite(const SavedOptions& options) {
+  if (options.place.empty() == options.at.empty()) {
+    throw InvalidPlaceQuery("name a place (e.g. \"Bergen, NO\") or give --at LAT,LON, not both");
+  }
+  const OfflineGeocoder geocoder;
+  FavoriteLocation favorite;
+  favorite.id = Uuid::random();
+  if (!options.name.empty()) favorite.displayName = options.name;
+  if (!options.at.empty()) {
+    favorite.location = parseCoordinate(options.at);
+    const GeoDetails details = geoDetailsOfFirst(geocoder.reverseGeocode(favorite.location));
+    favorite.name = details.name;
+    favorite.timeZone = details.timeZone;
+    if (details.region != Region::unknown()) favorite.region = details.region;
+    return favorite;
+  }
+  const auto matches = geocoder.search(options.place, 1);
+  if (matches.empty()) {
+    throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place matches \"" + options.place + "\"");
+  }
+  const PlaceMatch& match = matches.front();
+  favorite.location = match.coordinate;
+  favorite.name = match.name;
+  favorite.timeZone = TimeZone::named(match.timeZoneIdentifier);
+  if (!match.countryCode.empty()) favorite.region = Region{match.countryCode};
+  return favorite;
+}
+
+std::string lowered(std::string_view text) {
+  std::string out(text);
+  for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return out;
+}
+
+// The saved place whose id is `text`, or whose shown name or place name equals it (ignoring
+// case). Raises SavedPlaceNotFound when none or several match.
+FavoriteLocation savedPlace(const std::vector<FavoriteLocation>& favorites, std::string_view text) {
+  const auto id = Uuid::parse(text);
+  std::vector<const FavoriteLocation*> found;
+  for (const FavoriteLocation& f : favorites) {
+    if (id ? f.id == *id : lowered(f.shownName()) == lowered(text) || lowered(f.name) == lowered(text)) {
+      found.push_back(&f);
+    }
+  }
+  if (found.size() == 1) return *found.front();
+  if (found.empty()) throw SavedPlaceNotFound("no saved place is named \"" + std::string(text) + "\"");
+  std::string ids;
+  for (const FavoriteLocation* f : found) ids += " " + f->id.text();
+  throw SavedPlaceNotFound("several saved places are named \"" + std::string(text) + "\"; give one of the ids:" + ids);
+}
+
+boost::json::object favoriteJson(const FavoriteLocation& favorite) {
+  return parseJson(encodeFavoriteLocation(favorite)).as_object();
+}
+
+std::string favoriteLine(const FavoriteLocation& f) {
+  std::string line = f.shownName();
+  if (f.displayName && !f.displayName->empty() && *f.displayName != f.name) line += " (" + f.name + ")";
+  line += fmt::format("  {:.4f}, {:.4f}", f.location.latitude(), f.location.longitude());
+  if (f.region) line += "  " + f.region->identifier;
+  if (f.timeZone) line += "  " + f.timeZone->identifier();
+  return line;
+}
+
+int save(const SavedOptions& options) {
+  const FavoriteLocation favorite = resolveFavorite(options);
+  UserStores stores;
+  FavoriteStore favorites(stores.cloud);
+  favorites.save(favorite);
+  if (options.json) {
+    std::cout << serializeJson(favoriteJson(favorite)) << "\n";
+  } else {
+    std::cout << "saved " << favoriteLine(favorite) << "\n  id " << favorite.id.text() << "\n";
+  }
+  return 0;
+}
+
+int listSaved(const SavedOptions& options) {
+  UserStores stores;
+  const auto favorites = FavoriteStore(stores.cloud).locations();
+  const auto home = HomeStore(stores.cloud).home();
+  if (options.json) {
+    boost::json::array list;
+    for (const FavoriteLocation& f : favorites) list.push_back(favoriteJson(f));
+    boost::json::object out;
+    out["favorites"] = std::move(list);
+    out["home"] = home ? boost::json::value(favoriteJson(*home)) : boost::json::value(nullptr);
+    std::cout << serializeJson(out) << "\n";
+    return 0;
+  }
+  if (home) std::cout << "home  " << favoriteLine(*home) << "\n";
+  int number = 0;
+  for (const FavoriteLocation& f : favorites) std::cout << fmt::format("{:>4}  {}\n", ++number, favoriteLine(f));
+  if (!home && favorites.empty()) std::cout << "no saved places; add one with: ombrine places save NAME\n";
+  return 0;
+}
+
+int removeSaved(const SavedOptions& options) {
+  UserStores stores;
+  FavoriteStore favorites(stores.cloud);
+  const FavoriteLocation gone = savedPlace(favorites.locations(), options.place);
+  favorites.remove(gone.id);
+  if (options.json) {
+    std::cout << serializeJson(favoriteJson(gone)) << "\n";
+  } else {
+    std::cout << "removed " << favoriteLine(gone) << "\n";
+  }
+  return 0;
+}
+
+// `places home`: shows the home place; with PLACE or --at sets it (a saved place by name or
+// id first, else a geocoded one); with --clear removes it.
+int home(const SavedOptions& options) {
+  UserStores stores;
+  HomeStore homes(stores.cloud);
+  if (options.clear) {
+    homes.setHome(std::nullopt);
+  } else if (!options.place.empty() || !options.at.empty()) {
+    std::optional<FavoriteLocation> chosen;
+    if (!options.place.empty()) {
+      try {
+        chosen = savedPlace(FavoriteStore(stores.cloud).locations(), options.place);
+        if (!options.name.empty()) chosen->displayName = options.name;
+      } catch (const SavedPlaceNotFound&) {
+      }
+    }
+    homes.setHome(chosen ? *chosen : resolveFavorite(options));
+  }
+  const auto current = homes.home();
+  if (options.json) {
+    std::cout << serializeJson(current ? boost::json::value(favoriteJson(*current)) : boost::json::value(nullptr)) << "\n";
+  } else {
+    std::cout << (current ? "home  " + favoriteLine(*current) : std::string("no home place")) << "\n";
+  }
+  return 0;
+}
+
 // Runs a subcommand and turns its failures into one line on stderr and the exit code.
 template <class Run>
 void report(const char* name, Run run) {
@@ -151,8 +309,11 @@ void report(const char* name, Run run) {
   } catch (const DomainError& error) {
     logf("ombrine places {}: {}", name, error.what());
     setExitCode(1);
+  } catch (const SavedPlaceNotFound& error) {
+    logf("ombrine places {}: {}", name, error.what());
+    setExitCode(1);
   } catch (const FileError& error) {
-    logf("ombrine places {}: the place data cannot be read: {}", name, error.what());
+    logf("ombrine places {}: a file cannot be read or written: {}", name, error.what());
     setExitCode(1);
   }
 }
@@ -180,6 +341,31 @@ void addPlacesCommand(CLI::App& app) {
       ->required();
   atCommand->add_flag("--json", atOptions->json, "Print the result as JSON");
   atCommand->callback([atOptions] { report("at", [&] { return at(*atOptions); }); });
+
+  auto saved = std::make_shared<SavedOptions>();
+  CLI::App* saveCommand = places->add_subcommand("save", "Save a place (found by name, or --at LAT,LON)");
+  saveCommand->add_option("place", saved->place, "A place name, e.g. \"Bergen, NO\"");
+  saveCommand->add_option("--at", saved->at, "LAT,LON instead of a name");
+  saveCommand->add_option("--name", saved->name, "Your own name for the place");
+  saveCommand->add_flag("--json", saved->json, "Print the saved place as JSON");
+  saveCommand->callback([saved] { report("save", [&] { return save(*saved); }); });
+
+  CLI::App* listCommand = places->add_subcommand("list", "The saved places and the home place");
+  listCommand->add_flag("--json", saved->json, "Print {\"favorites\": [...], \"home\": ...}");
+  listCommand->callback([saved] { report("list", [&] { return listSaved(*saved); }); });
+
+  CLI::App* removeCommand = places->add_subcommand("remove", "Remove a saved place");
+  removeCommand->add_option("place", saved->place, "Its name or id (see places list --json)")->required();
+  removeCommand->add_flag("--json", saved->json, "Print the removed place as JSON");
+  removeCommand->callback([saved] { report("remove", [&] { return removeSaved(*saved); }); });
+
+  CLI::App* homeCommand = places->add_subcommand("home", "Show, set (PLACE or --at) or --clear the home place");
+  homeCommand->add_option("place", saved->place, "A saved place's name or id, or a place name to look up");
+  homeCommand->add_option("--at", saved->at, "LAT,LON instead of a name");
+  homeCommand->add_option("--name", saved->name, "Your own name for the place");
+  homeCommand->add_flag("--clear", saved->clear, "Remove the home place");
+  homeCommand->add_flag("--json", saved->json, "Print the home place as JSON (null when none)");
+  homeCommand->callback([saved] { report("home", [&] { return home(*saved); }); });
 }
 
 }  // namespace ombrine::app
