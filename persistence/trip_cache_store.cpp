@@ -332,19 +332,18 @@ class TripCacheCore : public std::enable_shared_from_this<TripCacheCore> {
 
   std::optional<TripCacheEntry> cachedWeather(const Uuid& id, const Location& location, bool includeFallback,
                                               std::optional<WeatherDataSource> provider) {
-    std::optional<TripCacheRecord> record;
-    {
-      std::lock_guard guard(*context_.mutex);
-      record = refreshRecord(id);
-      if (includeFallback) {
-        if (auto fallback = tripPresentationFallbacks_.find(id); fallback != tripPresentationFallbacks_.end()) {
-          TripCacheRecord merged = mergedRecord(record, fallback->second);
-          if (record == merged) tripPresentationFallbacks_.erase(fallback);
-          record = std::move(merged);
-        }
+    // The record is read in place under the lock; only the chosen entry is copied out.
+    std::lock_guard guard(*context_.mutex);
+    const TripCacheRecord* record = refreshRecord(id);
+    std::optional<TripCacheRecord> merged;
+    if (includeFallback) {
+      if (auto fallback = tripPresentationFallbacks_.find(id); fallback != tripPresentationFallbacks_.end()) {
+        merged = mergedRecord(optionalOf(record), fallback->second);
+        if (record != nullptr && *record == *merged) tripPresentationFallbacks_.erase(fallback);
+        record = &*merged;
       }
     }
-    if (!record) return std::nullopt;
+    if (record == nullptr) return std::nullopt;
     const TripCacheEntry* best = nullptr;
     for (const TripCacheEntry& entry : record->entries) {
       if (!near(entry.requestedLocation, location) || !near(entry.cachedWeather.location, location)) continue;
@@ -389,7 +388,7 @@ class TripCacheCore : public std::enable_shared_from_this<TripCacheCore> {
       std::lock_guard guard(*context_.mutex);
       const Date stamp = now();
       for (const auto& [id, record] : incoming) {
-        TripCacheRecord merged = mergedRecord(refreshRecord(id), record);
+        TripCacheRecord merged = mergedRecord(optionalOf(refreshRecord(id)), record);
         const Uuid mutation = Uuid::random();
         pending.push_back(PendingTripCacheStore{id, record, mutation});
         pendingTripCacheMutationIDs_[id] = mutation;
@@ -423,7 +422,7 @@ class TripCacheCore : public std::enable_shared_from_this<TripCacheCore> {
       std::lock_guard guard(*context_.mutex);
       const Date stamp = now();
       removal = PendingTripCacheStore{id, TripCacheRecord{{}, TripCacheOperationOrder::begin(stamp)}, Uuid::random()};
-      TripCacheRecord merged = mergedRecord(refreshRecord(id), removal.record);
+      TripCacheRecord merged = mergedRecord(optionalOf(refreshRecord(id)), removal.record);
       tripCacheTimestamps_[id] = stamp;
       pendingTripCacheMutationIDs_[id] = removal.mutation;
       changed = setRecord(id, std::move(merged));
@@ -497,14 +496,20 @@ class TripCacheCore : public std::enable_shared_from_this<TripCacheCore> {
     return true;
   }
 
-  std::optional<TripCacheRecord> memory(const Uuid& id) const {
-    auto found = tripCache_.find(id);
-    if (found == tripCache_.end()) return std::nullopt;
-    return found->second;
+  static std::optional<TripCacheRecord> optionalOf(const TripCacheRecord* record) {
+    if (record == nullptr) return std::nullopt;
+    return *record;
   }
 
-  // Memory brought up to date with the file of `id`. Caller holds the lock.
-  std::optional<TripCacheRecord> refreshRecord(const Uuid& id) {
+  // What memory holds for `id`; valid until memory changes. Caller holds the lock.
+  const TripCacheRecord* memory(const Uuid& id) const {
+    auto found = tripCache_.find(id);
+    return found == tripCache_.end() ? nullptr : &found->second;
+  }
+
+  // Memory brought up to date with the file of `id`, in place (valid until memory changes).
+  // Caller holds the lock.
+  const TripCacheRecord* refreshRecord(const Uuid& id) {
     // A change of this process is in flight: memory is ahead of the disk.
     if (pendingTripCacheMutationIDs_.contains(id)) return memory(id);
     const std::filesystem::path file = recordFile(id);
@@ -522,22 +527,19 @@ class TripCacheCore : public std::enable_shared_from_this<TripCacheCore> {
     } catch (const std::exception&) {
     }
     if (!decoded) return legacyFallback(id);
-    tripCache_[id] = *decoded;
     tripCacheTimestamps_[id] = date;
-    return decoded;
+    return &(tripCache_[id] = std::move(*decoded));
   }
 
-  std::optional<TripCacheRecord> legacyFallback(const Uuid& id) {
+  const TripCacheRecord* legacyFallback(const Uuid& id) {
     std::error_code ec;
     auto legacy = legacyTripCache_.find(id);
+    tripCacheTimestamps_.erase(id);
     if (legacy != legacyTripCache_.end() && std::filesystem::exists(legacyFile_, ec)) {
-      tripCache_[id] = legacy->second;
-      tripCacheTimestamps_.erase(id);
-      return legacy->second;
+      return &(tripCache_[id] = legacy->second);
     }
     tripCache_.erase(id);
-    tripCacheTimestamps_.erase(id);
-    return std::nullopt;
+    return nullptr;
   }
 
   // The coordinated commit of one pending store or removal.
@@ -611,10 +613,10 @@ class TripCacheCore : public std::enable_shared_from_this<TripCacheCore> {
         }
         auto pending = pendingTripCacheMutationIDs_.find(store.cacheID);
         if (pending != pendingTripCacheMutationIDs_.end() && pending->second == store.mutation) {
-          const std::optional<TripCacheRecord> before = memory(store.cacheID);
+          const std::optional<TripCacheRecord> before = optionalOf(memory(store.cacheID));
           pendingTripCacheMutationIDs_.erase(pending);
           tripCacheTimestamps_[store.cacheID] = Date::distantPast();
-          if (refreshRecord(store.cacheID) != before) changed = true;
+          if (optionalOf(refreshRecord(store.cacheID)) != before) changed = true;
         }
       }
     }
