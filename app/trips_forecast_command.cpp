@@ -1,0 +1,306 @@
+#include "app/trips_forecast_command.hpp"
+
+#include <fmt/format.h>
+#include <unicode/datefmt.h>
+#include <unicode/timezone.h>
+#include <unicode/unistr.h>
+
+#include <algorithm>
+#include <cctype>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "app/commands.hpp"
+#include "app/global_options.hpp"
+#include "core/one_call_weather_json.hpp"
+#include "core/provider_dispatch.hpp"
+#include "core/unit_rules.hpp"
+#include "core/value_format.hpp"
+#include "core/value_json.hpp"
+#include "core/weather_derived.hpp"
+#include "persistence/trip_cache_store.hpp"
+#include "persistence/weather_cache.hpp"
+#include "platform/linux/file_cloud_key_value_store.hpp"
+#include "platform/log.hpp"
+#include "platform/paths.hpp"
+#include "trips/trip_calendar.hpp"
+#include "trips/trip_forecast.hpp"
+#include "trips/trip_rules.hpp"
+#include "trips/trip_store.hpp"
+
+namespace ombrine::app {
+
+namespace {
+
+struct TripsForecastOptions {
+  std::string trip;
+  std::string provider = "dynamic";
+  bool noFetch = false;
+  bool json = false;
+};
+
+// The trip the user named cannot be found: a usage error.
+class UnknownTrip : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+std::string lowered(std::string_view text) {
+  std::string result(text);
+  std::transform(result.begin(), result.end(), result.begin(), [](unsigned char c) { return std::tolower(c); });
+  return result;
+}
+
+// Trips in date order.
+std::vector<Trip> byStart(std::vector<Trip> trips) {
+  std::stable_sort(trips.begin(), trips.end(),
+                   [](const Trip& a, const Trip& b) { return a.dates.from < b.dates.from; });
+  return trips;
+}
+
+// The trip `query` names (an id, an id prefix of 4 or more characters, or a name, in any case),
+// else the current trip, else the next.
+Trip chooseTrip(const std::vector<Trip>& trips, const std::string& query, Date now) {
+  const std::vector<Trip> ordered = byStart(trips);
+  const TripCalendar calendar = TripCalendar::current();
+  if (!query.empty()) {
+    if (const auto id = Uuid::parse(query)) {
+      for (const Trip& trip : ordered) {
+        if (trip.id == *id) return trip;
+      }
+      throw UnknownTrip("no trip has the id " + id->text());
+    }
+    const std::string wanted = lowered(query);
+    std::vector<Trip> named;
+    for (const Trip& trip : ordered) {
+      const bool idPrefix = wanted.size() >= 4 && lowered(trip.id.text()).starts_with(wanted);
+      if (idPrefix || lowered(trip.destination.shownName()) == wanted || lowered(trip.destination.name) == wanted) {
+        named.push_back(trip);
+      }
+    }
+    if (named.empty()) throw UnknownTrip("no trip is named \"" + query + "\" (see ombrine trips list)");
+    // Several trips to one place: the one that is not over yet, else the last.
+    for (const Trip& trip : named) {
+      if (tripState(trip, now, calendar).value != TripStateValue::past) return trip;
+    }
+    return named.back();
+  }
+  for (const Trip& trip : ordered) {
+    if (tripState(trip, now, calendar).value == TripStateValue::active) return trip;
+  }
+  for (const Trip& trip : ordered) {
+    if (tripState(trip, now, calendar).value == TripStateValue::upcoming) return trip;
+  }
+  throw UnknownTrip("there is no current or upcoming trip; name one (see ombrine trips list)");
+}
+
+std::string_view providerLabel(WeatherDataSource source) {
+  switch (source) {
+    case WeatherDataSource::dynamic: return "unknown service";
+    case WeatherDataSource::apple: return "system weather";
+    case WeatherDataSource::foreca: return "Foreca";
+    case WeatherDataSource::ow: return "OpenWeather";
+  }
+  return "unknown service";
+}
+
+std::string_view providerKey(WeatherDataSource source) {
+  switch (source) {
+    case WeatherDataSource::dynamic: return "dynamic";
+    case WeatherDataSource::apple: return "apple";
+    case WeatherDataSource::foreca: return "foreca";
+    case WeatherDataSource::ow: return "ow";
+  }
+  return "dynamic";
+}
+
+// Dates in the reader's locale, on the wall clock of one zone.
+class DayFormatter {
+ public:
+  DayFormatter(const icu::Locale& locale, const TimeZone& zone, const char* skeleton) {
+    UErrorCode status = U_ZERO_ERROR;
+    format_.reset(icu::DateFormat::createInstanceForSkeleton(icu::UnicodeString(skeleton), locale, status));
+    if (U_FAILURE(status) || !format_) throw std::runtime_error("cannot format dates in this locale");
+    format_->adoptTimeZone(icu::TimeZone::createTimeZone(icu::UnicodeString::fromUTF8(zone.identifier())));
+  }
+  std::string operator()(Date date) const {
+    icu::UnicodeString text;
+    format_->format(date.unixSeconds() * 1000.0, text);
+    std::string result;
+    return text.toUTF8String(result);
+  }
+
+ private:
+  std::unique_ptr<icu::DateFormat> format_;
+};
+
+std::string isoDay(const CivilDay& day) { return fmt::format("{:04}-{:02}-{:02}", day.year, day.month, day.day); }
+
+struct DayLine {
+  CivilDay day;
+  Date noon;
+  const OneCallWeather::Daily* weather = nullptr;
+};
+
+// Every calendar day of the trip in the destination's zone, each with its forecast row if any.
+std::vector<DayLine> tripDays(const LoadedTripForecast& loaded) {
+  const Trip& trip = loaded.forecast.trip;
+  const TripCalendar calendar(trip.destination.timeZone);
+  std::vector<DayLine> days;
+  const CivilDay last = calendar.day(endMoment(trip));
+  Date noon = calendar.date(calendar.day(trip.dates.from), WallTime{12, 0, 0});
+  // A trip is days, not months; the bound only guards against a corrupt record.
+  for (int guard = 0; calendar.day(noon) <= last && guard < 3660; ++guard) {
+    DayLine line{calendar.day(noon), noon, nullptr};
+    for (const OneCallWeather::Daily& row : loaded.forecast.weather) {
+      if (calendar.day(row.dt) == line.day) line.weather = &row;
+    }
+    days.push_back(line);
+    noon = calendar.addingDays(noon, 1);
+  }
+  return days;
+}
+
+void printJson(const LoadedTripForecast& loaded, Date now) {
+  const Trip& trip = loaded.forecast.trip;
+  boost::json::object document;
+  document["trip"] = parseJson(encodeTrip(trip));
+  boost::json::value daily = nullptr;
+  if (loaded.entry) {
+    const CachedWeather& cached = loaded.entry->cachedWeather;
+    boost::json::object source;
+    source["place"] = cached.name;
+    source["provider"] = providerKey(weatherDataSource(cached.weather));
+    if (loaded.entry->requestedProvider) source["requestedProvider"] = providerKey(*loaded.entry->requestedProvider);
+    source["observedAt"] = cached.weather.current.dt.timeIntervalSinceReferenceDate;
+    source["fetched"] = loaded.fetched;
+    document["source"] = std::move(source);
+    daily = oneCallWeatherToJson(cached.weather, now).as_object().at("daily");
+  } else {
+    document["source"] = nullptr;
+  }
+  if (loaded.fetchError) document["fetchError"] = *loaded.fetchError;
+  if (loaded.storeError) document["storeError"] = *loaded.storeError;
+  boost::json::array days;
+  for (const DayLine& line : tripDays(loaded)) {
+    boost::json::object day;
+    day["date"] = isoDay(line.day);
+    day["place"] = trip.destination.shownName();
+    day["weather"] = nullptr;
+    if (line.weather && loaded.entry) {
+      const auto& rows = loaded.entry->cachedWeather.weather.daily;
+      const auto index = static_cast<std::size_t>(line.weather - loaded.forecast.weather.data());
+      // The cut rows keep the record's order: find the same row in the record's JSON.
+      for (std::size_t i = 0; i < rows.size(); ++i) {
+        if (rows[i] == loaded.forecast.weather[index]) day["weather"] = daily.as_array().at(i);
+      }
+    }
+    days.push_back(std::move(day));
+  }
+  document["days"] = std::move(days);
+  std::cout << serializeJson(document) << "\n";
+}
+
+void printReadable(const LoadedTripForecast& loaded, Date now) {
+  const Trip& trip = loaded.forecast.trip;
+  const icu::Locale locale = currentLocale();
+  const DayFormatter dayText(locale, trip.destination.timeZone, "EEEdMMMy");
+  const DayFormatter timeText(locale, trip.destination.timeZone, "EEEdMMMjmm");
+  std::cout << fmt::format("Trip to {} · {} – {} ({})\n", trip.destination.shownName(), dayText(trip.dates.from),
+                           dayText(endMoment(trip)), trip.destination.timeZone.identifier());
+  std::string source;
+  if (loaded.entry) {
+    const CachedWeather& cached = loaded.entry->cachedWeather;
+    const double ageMinutes = (now - cached.weather.current.dt) / 60.0;
+    source = fmt::format("{} forecast for {}, observed {} ({})", providerLabel(weatherDataSource(cached.weather)),
+                         cached.name, timeText(cached.weather.current.dt),
+                         loaded.fetched ? std::string("fetched now")
+                                        : fmt::format("from the trip cache, {:.0f} min old", std::max(0.0, ageMinutes)));
+  } else {
+    source = "no forecast stored for this trip";
+  }
+  std::cout << "Source: " << source << "\n";
+  if (loaded.fetchError) std::cout << "Refresh failed (" << *loaded.fetchError << "); showing what is stored.\n";
+  if (loaded.storeError) std::cout << "Not saved to the trip cache (" << *loaded.storeError << ").\n";
+  std::optional<Date> lastForecastDay;
+  if (loaded.entry && !loaded.entry->cachedWeather.weather.daily.empty()) {
+    lastForecastDay = loaded.entry->cachedWeather.weather.daily.back().dt;
+  }
+  std::cout << "\n";
+  for (const DayLine& line : tripDays(loaded)) {
+    std::string text;
+    if (line.weather) {
+      const OneCallWeather::Daily& row = *line.weather;
+      const std::string condition = row.weather.empty() ? std::string() : row.weather.front().description;
+      text = fmt::format("{:>5} / {:<5}  {:<22} rain {:>3.0f}%   {}",
+                         formattedTemperature(row.temp.min, TemperatureWidth::narrow, locale),
+                         formattedTemperature(row.temp.max, TemperatureWidth::narrow, locale), condition,
+                         row.pop * 100.0, trip.destination.shownName());
+    } else if (line.noon < now - 86400.0) {
+      text = "no forecast kept for this past day";
+    } else if (lastForecastDay && line.noon > *lastForecastDay) {
+      text = fmt::format("no forecast yet (the forecast reaches {})", dayText(*lastForecastDay));
+    } else {
+      text = "no forecast";
+    }
+    std::cout << fmt::format("  {:<18} {}\n", dayText(line.noon), text);
+  }
+}
+
+int run(const TripsForecastOptions& options) {
+  Services services(servicesOptions());
+  FileCloudKeyValueStore cloud(FileCloudKeyValueStore::defaultSyncDirectory(), false);
+  TripStore store(cloud);
+  const Date now = Date::fromSystem(services.clock().now());
+  const Trip trip = chooseTrip(store.trips(), options.trip, now);
+
+  WeatherCache cache(cachesDirectory(), services.clock(), services.runtime().executor());
+  TripWeatherFetcher fetcher;
+  fetcher.name = [&services](const Location& location) { return services.name(location); };
+  fetcher.fetchOneCall = [&services](Location location, GeoDetails details, WeatherDataSource source) {
+    return services.fetchOneCall(location, std::move(details), source);
+  };
+  TripForecastRefreshID key{!options.noFetch, weatherDataSourceNamed(options.provider)};
+  std::vector<Trip> trips{trip};
+  auto load = loadTripForecasts(std::move(trips), cache, std::move(fetcher), key, services.clock());
+  const std::vector<LoadedTripForecast> loaded = services.runtime().runBlocking(std::move(load));
+  const LoadedTripForecast& result = loaded.front();
+  if (options.json) {
+    printJson(result, now);
+  } else {
+    printReadable(result, now);
+  }
+  if (!result.entry && result.fetchError) {
+    logf("ombrine trips forecast: no forecast for the trip: {}", *result.fetchError);
+    return 1;
+  }
+  return 0;
+}
+
+}  // namespace
+
+void addTripsForecastCommand(CLI::App& trips) {
+  auto options = std::make_shared<TripsForecastOptions>();
+  CLI::App* command = trips.add_subcommand("forecast", "The forecast of a trip, day by day");
+  command->add_option("trip", options->trip, "The trip's id or name (default: the current trip, else the next)");
+  command->add_option("--provider", options->provider, "dynamic (by region), apple, foreca or ow")
+      ->check(CLI::IsMember({"dynamic", "apple", "foreca", "ow"}));
+  command->add_flag("--no-fetch", options->noFetch, "Show only what the trip cache holds");
+  command->add_flag("--json", options->json, "Print the trip, the source and the days as JSON");
+  command->callback([options] {
+    try {
+      setExitCode(run(*options));
+    } catch (const UnknownTrip& error) {
+      logf("ombrine trips forecast: {}", error.what());
+      setExitCode(2);
+    } catch (const std::exception& error) {
+      logf("ombrine trips forecast: {}", error.what());
+      setExitCode(1);
+    }
+  });
+}
+
+}  // namespace ombrine::app
