@@ -7,6 +7,7 @@
 #include "app/global_options.hpp"
 #include "app/places_command.hpp"
 #include "app/settings_command.hpp"
+#include "app/trips_command.hpp"
 #include "app/units_command.hpp"
 
 namespace ombrine::app {
@@ -22,6 +23,7 @@ void addCommands(CLI::App& app) {
   addSettingsCommand(app);
   addUnitsCommand(app);
   addCacheCommand(app);
+  addTripsCommand(app);
 }
 
 int exitCode() { return code.load(); }
