@@ -8,6 +8,7 @@
 #include "app/places_command.hpp"
 #include "app/settings_command.hpp"
 #include "app/trips_command.hpp"
+#include "app/trips_forecast_command.hpp"
 #include "app/units_command.hpp"
 
 namespace ombrine::app {
@@ -23,7 +24,7 @@ void addCommands(CLI::App& app) {
   addSettingsCommand(app);
   addUnitsCommand(app);
   addCacheCommand(app);
-  addTripsCommand(app);
+  addTripsForecastCommand(*addTripsCommand(app));
 }
 
 int exitCode() { return code.load(); }
