@@ -2,9 +2,18 @@
 
 #include <unistd.h>
 
+#include <boost/asio/signal_set.hpp>
+
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
 #include <cstdlib>
+#include <fstream>
+#include <future>
 #include <iostream>
 #include <memory>
+#include <mutex>
+#include <thread>
 
 #include "app/commands.hpp"
 #include "app/forecast_render.hpp"
@@ -15,23 +24,30 @@
 #include "core/unit_rules.hpp"
 #include "platform/errors.hpp"
 #include "platform/http_client.hpp"
+#include "platform/linux/network_path.hpp"
 #include "platform/log.hpp"
+#include "wiring/fetch_pipeline.hpp"
 
 namespace ombrine::app {
 
 namespace {
+
+using SteadyTime = std::chrono::steady_clock::time_point;
+
+// Taken while the program's static objects are built, as close to process start as this file
+// can see: the start-up share of OMBRINE_TIMINGS.
+const SteadyTime kProgramStart = std::chrono::steady_clock::now();
 
 struct ForecastOptions {
   std::string place;
   std::string at;
   std::string provider = "dynamic";
   bool json = false;
+  bool force = false;
+  bool watch = false;
+  bool verbose = false;
+  std::string locationFile;
 };
-
-const char* kApiLimitMessage =
-    "There are currently way more people (trying) to check the weather with Ombrine than we "
-    "expected, and we're over capacity. We are working on it and hope to be back in an hour or "
-    "two.\nSorry again!";
 
 struct Place {
   Location location;
@@ -47,30 +63,260 @@ Place resolvePlace(const ForecastOptions& options, const Geocoder& geocoder) {
   return Place{matches.front().coordinate, matches.front().name};
 }
 
+// The split of OMBRINE_TIMINGS=1, printed to stderr at the end.
+class Timings {
+ public:
+  Timings() : enabled_(std::getenv("OMBRINE_TIMINGS") != nullptr), last_(kProgramStart) {}
+  void mark(const char* phase) {
+    const auto now = std::chrono::steady_clock::now();
+    text_ += fmt::format("{}{} {:.2f} ms", text_.empty() ? "" : ", ", phase,
+                         std::chrono::duration<double, std::milli>(now - last_).count());
+    last_ = now;
+  }
+  ~Timings() {
+    if (enabled_ && !text_.empty()) logf("timings: {}", text_);
+  }
+
+ private:
+  bool enabled_;
+  SteadyTime last_;
+  std::string text_;
+};
+
+// The one line that says what went wrong, without the pipeline's own log text.
+std::string failureLine(const std::exception_ptr& error) {
+  try {
+    std::rethrow_exception(error);
+  } catch (const NetworkError& failure) {
+    if (failure.which() == NetworkError::exceededApiLimit) {
+      return fmt::format("{} {}", kAPILimitSorryTitle, kAPILimitSorryMessage);
+    }
+    return fmt::format("ombrine forecast: the forecast service's answer could not be used ({})", failure.what());
+  } catch (const HttpError& failure) {
+    return fmt::format("ombrine forecast: could not reach the forecast service: {}", failure.what());
+  } catch (const std::exception& failure) {
+    return fmt::format("ombrine forecast: {}", failure.what());
+  }
+}
+
+// Writes screens to stdout and event lines to stderr, one whole line or screen at a time.
+class Printer {
+ public:
+  Printer(const ForecastOptions& options, WeatherDataSource source) : options_(options), source_(source) {}
+
+  void line(std::string_view text) {
+    std::lock_guard lock(mutex_);
+    logf("ombrine: {}", text);
+  }
+  // Prints the record unless it is the one printed last.
+  void screen(const OneCallWeather& weather, const std::optional<std::string>& name, const std::optional<Region>& region,
+              Date now) {
+    std::lock_guard lock(mutex_);
+    if (printed_ && printed_->first == weather.current.dt && printed_->second == name.value_or("")) return;
+    printed_ = std::make_pair(weather.current.dt, name.value_or(""));
+    if (options_.json) {
+      std::cout << encodeOneCallWeather(weather, now) << "\n" << std::flush;
+      return;
+    }
+    const Region shownRegion = region.value_or(Region::unknown());
+    ForecastScreen screen;
+    screen.placeName = name.value_or("");
+    screen.regionCode = shownRegion.identifier == "XX" ? "" : shownRegion.identifier;
+    screen.providerName = std::string(providerPathName(providerPath(source_, shownRegion)));
+    screen.weather = &weather;
+    screen.now = now;
+    screen.locale = currentLocale();
+    screen.colour = ::isatty(STDOUT_FILENO) && !std::getenv("NO_COLOR");
+    std::cout << renderForecast(screen) << std::flush;
+  }
+  void setSource(WeatherDataSource source) {
+    std::lock_guard lock(mutex_);
+    source_ = source;
+  }
+
+ private:
+  const ForecastOptions& options_;
+  WeatherDataSource source_;
+  std::mutex mutex_;
+  std::optional<std::pair<Date, std::string>> printed_;
+};
+
+// The last good record of the place, of any age, when the fetch gave none.
+std::optional<PlacedWeather> lastGoodRecord(LatestWeatherStore& cache, const Location& place) {
+  auto cached = cache.latest();
+  if (!cached || place.distance(cached->location) >= ContentView::kCachedRecordReuseDistance) return std::nullopt;
+  return cached;
+}
+
+// Polls what has no notification of its own: the network path and the location file.
+class Pollers {
+ public:
+  Pollers(FetchPipeline& pipeline, std::string locationFile, Location start)
+      : pipeline_(pipeline), locationFile_(std::move(locationFile)), location_(start) {
+    thread_ = std::thread([this] { run(); });
+  }
+  ~Pollers() {
+    {
+      std::lock_guard lock(mutex_);
+      stop_ = true;
+    }
+    wake_.notify_all();
+    thread_.join();
+  }
+
+ private:
+  void run() {
+    bool satisfied = networkPathSatisfied();
+    std::unique_lock lock(mutex_);
+    while (!wake_.wait_for(lock, std::chrono::seconds(1), [this] { return stop_; })) {
+      const bool now = networkPathSatisfied();
+      if (now != satisfied) {
+        satisfied = now;
+        pipeline_.view().post([now](ContentView& view) { view.networkPathChanged(now); });
+      }
+      if (auto moved = readLocation(); moved && !(*moved == location_)) {
+        location_ = *moved;
+        pipeline_.view().post([moved = *moved](ContentView& view) { view.locationChanged(moved); });
+      }
+    }
+  }
+  std::optional<Location> readLocation() const {
+    if (locationFile_.empty()) return std::nullopt;
+    std::ifstream in(locationFile_);
+    double latitude = 0, longitude = 0;
+    char comma = 0;
+    if (!(in >> latitude >> comma >> longitude) || comma != ',') return std::nullopt;
+    if (std::abs(latitude) > 90 || std::abs(longitude) > 180) return std::nullopt;
+    return Location(latitude, longitude);
+  }
+
+  FetchPipeline& pipeline_;
+  std::string locationFile_;
+  Location location_;
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  bool stop_ = false;
+  std::thread thread_;
+};
+
+WeatherDataSource nextSource(WeatherDataSource source) {
+  return static_cast<WeatherDataSource>((static_cast<int>(source) + 1) % 4);
+}
+
 int run(const ForecastOptions& options) {
+  Timings timings;
   Services services(servicesOptions());
   const WeatherDataSource source = weatherDataSourceNamed(options.provider);
+  timings.mark("startup");
   const Place place = resolvePlace(options, services.geocoder());
-  GeoDetails details = services.name(place.location);
-  if (!place.name.empty()) details.name = place.name;
+  timings.mark("geocode");
 
-  auto fetch = services.fetchOneCall(place.location, details, source);
-  const OneCallWeather weather = services.runtime().runBlocking(std::move(fetch));
-  const Date now = Date::fromSystem(services.clock().now());
+  Printer printer(options, source);
+  const bool chatty = options.watch || options.verbose;
+  std::mutex failureMutex;
+  std::exception_ptr failure;
+  auto ended = std::make_shared<std::promise<void>>();
+  auto endedOnce = std::make_shared<std::once_flag>();
 
-  if (options.json) {
-    std::cout << encodeOneCallWeather(weather, now) << "\n";
-    return 0;
+  FetchPipelineOptions pipelineOptions;
+  pipelineOptions.dataSource = source;
+  if (chatty) {
+    pipelineOptions.hooks.trace = [&printer](std::string_view line) { printer.line(line); };
+    pipelineOptions.hooks.log = [&printer](std::string_view line) { printer.line(line); };
+  } else {
+    pipelineOptions.hooks.log = [](std::string_view) {};  // the command reports the outcome itself
   }
-  ForecastScreen screen;
-  screen.placeName = details.name;
-  screen.regionCode = details.region.identifier == "XX" ? "" : details.region.identifier;
-  screen.providerName = std::string(providerPathName(providerPath(source, details.region)));
-  screen.weather = &weather;
-  screen.now = now;
-  screen.locale = currentLocale();
-  screen.colour = ::isatty(STDOUT_FILENO) && !std::getenv("NO_COLOR");
-  std::cout << renderForecast(screen);
+  pipelineOptions.hooks.fetchFailed = [&](std::exception_ptr error) {
+    std::lock_guard lock(failureMutex);
+    failure = error;
+    if (options.watch) printer.line(failureLine(error));
+  };
+  // Set once the pipeline exists; hooks run on its main context only after the first event.
+  FetchPipeline* running = nullptr;
+  Clock& clock = services.clock();
+  if (options.watch) {
+    pipelineOptions.hooks.stateChanged = [&printer, &clock, &running] {
+      const auto& state = running->view().state();
+      if (state.currentWeather) printer.screen(*state.currentWeather, state.name, state.region, Date::fromSystem(clock.now()));
+    };
+  }
+  pipelineOptions.hooks.requestEnded = [ended, endedOnce] { std::call_once(*endedOnce, [&] { ended->set_value(); }); };
+  FetchPipeline pipeline(services, pipelineOptions);
+  running = &pipeline;
+  if (!place.name.empty()) pipeline.nameExactly(place.location, place.name);
+
+  const Location here = place.location;
+  const bool force = options.force;
+  pipeline.view().post([here, force](ContentView& view) {
+    view.setLocationInputs(LocationInputs{LocationAuthorization::authorized, here, std::nullopt, std::nullopt});
+    if (force) view.refreshGesture();
+    view.sceneBecameActive();
+  });
+
+  if (!options.watch) {
+    ended->get_future().wait();
+    timings.mark("fetch");
+    const auto state = pipeline.view().snapshot();
+    const Date now = Date::fromSystem(clock.now());
+    if (state.currentWeather) {
+      printer.screen(*state.currentWeather, state.name, state.region, now);
+      timings.mark("render");
+      return 0;
+    }
+    std::exception_ptr error;
+    {
+      std::lock_guard lock(failureMutex);
+      error = failure;
+    }
+    logLine(error ? failureLine(error) : "ombrine forecast: the fetch ended without a forecast");
+    if (auto last = lastGoodRecord(pipeline.cache(), here)) {
+      logf("ombrine forecast: showing the last good record, from {:.0f} minutes ago",
+           std::max(0.0, (now - last->weather.current.dt) / 60.0));
+      printer.screen(last->weather, last->name, last->region, now);
+    }
+    return 1;
+  }
+
+  // --watch: redraw on every change until Ctrl-C.
+  std::promise<void> stop;
+  auto stopped = stop.get_future();
+  auto sourceToken = pipeline.settings().observeProviderChanges([&pipeline, &printer](ProviderSettingsChange change) {
+    if (change != ProviderSettingsChange::dataSource) return;
+    const auto chosen = pipeline.settings().dataSource();
+    printer.setSource(chosen);
+    pipeline.view().post([chosen](ContentView& view) { view.dataSourceChanged(chosen); });
+  });
+  Pollers pollers(pipeline, options.locationFile, here);
+
+  asio::signal_set signals(services.runtime().context(), SIGINT, SIGTERM, SIGUSR1);
+  signals.add(SIGUSR2);
+  std::function<void(const boost::system::error_code&, int)> onSignal;
+  bool stopping = false;
+  onSignal = [&](const boost::system::error_code& error, int number) {
+    if (error) return;
+    if (number == SIGUSR1) {
+      printer.line("signal: SIGUSR1 (refresh gesture)");
+      pipeline.view().post([](ContentView& view) { view.refreshGesture(); });
+    } else if (number == SIGUSR2) {
+      const auto next = nextSource(pipeline.settings().dataSource());
+      printer.line(fmt::format("signal: SIGUSR2 (data source: {})", weatherDataSourceName(next)));
+      pipeline.settings().setDataSource(next);
+    } else if (!stopping) {
+      stopping = true;
+      stop.set_value();
+      return;
+    }
+    signals.async_wait(onSignal);
+  };
+  signals.async_wait(onSignal);
+  printer.line(fmt::format("watching (pid {}): SIGUSR1 refreshes, SIGUSR2 selects the next data source, Ctrl-C ends",
+                           ::getpid()));
+  stopped.wait();
+  printer.line("stopping");
+  sourceToken.reset();
+  pipeline.shutdown();
+  boost::system::error_code ignored;
+  signals.cancel(ignored);
   return 0;
 }
 
@@ -84,24 +330,22 @@ void addForecastCommand(CLI::App& app) {
   command->add_option("--provider", options->provider, "dynamic (by region), apple, foreca or ow")
       ->check(CLI::IsMember({"dynamic", "apple", "foreca", "ow"}));
   command->add_flag("--json", options->json, "Print the unified forecast record as JSON");
+  command->add_flag("--force", options->force,
+                    "Fetch from the service even when a fresh cached record or the 300 s interval would hold it back");
+  command->add_flag("--watch", options->watch,
+                    "Keep running: redraw on every new record, one line per event on stderr; SIGUSR1 refreshes, "
+                    "SIGUSR2 selects the next data source, Ctrl-C ends");
+  command->add_option("--location-file", options->locationFile,
+                      "With --watch: a file holding LAT,LON, polled each second; a change moves the place");
+  command->add_flag("--verbose,-v", options->verbose, "Print the pipeline's events and gate decisions to stderr");
   command->callback([options] {
     try {
       setExitCode(run(*options));
     } catch (const InvalidPlaceQuery& error) {
       logf("ombrine forecast: {}", error.what());
       setExitCode(2);
-    } catch (const NetworkError& error) {
-      if (error.which() == NetworkError::exceededApiLimit) {
-        logf("Sorry! {}", kApiLimitMessage);
-      } else {
-        logf("ombrine forecast: the forecast service's answer could not be used ({})", error.what());
-      }
-      setExitCode(1);
-    } catch (const HttpError& error) {
-      logf("ombrine forecast: could not reach the forecast service: {}", error.what());
-      setExitCode(1);
     } catch (const std::exception& error) {
-      logf("ombrine forecast: {}", error.what());
+      logLine(failureLine(std::current_exception()));
       setExitCode(1);
     }
   });

@@ -3,9 +3,19 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <signal.h>
+#include <spawn.h>
+#include <unistd.h>
+
 #include <array>
+#include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <string>
+#include <thread>
 
 #include "core/one_call_weather_json.hpp"
 #include "platform/icu_setup.hpp"
@@ -16,11 +26,41 @@ namespace {
 struct ProgramRun {
   int exitCode = -1;
   std::string out;
+  std::string err;
 };
 
-// Runs the program with `arguments` (shell words), stdout captured, stderr discarded.
+std::string readFile(const std::filesystem::path& path) {
+  std::ifstream in(path);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+// A container, caches and sync folder of the test's own, so runs never see the user's files
+// (or another test's) and a test can look at what a run left behind.
+class Scratch {
+ public:
+  Scratch() {
+    char pattern[] = "/tmp/ombrine-forecast-test-XXXXXX";
+    root_ = ::mkdtemp(pattern);
+  }
+  ~Scratch() { std::filesystem::remove_all(root_); }
+  const std::filesystem::path& root() const { return root_; }
+  std::string environment() const {
+    return "OMBRINE_CONTAINER=" + (root_ / "group").string() + " XDG_CACHE_HOME=" + (root_ / "cache").string() +
+           " OMBRINE_SYNC_DIR=" + (root_ / "sync").string() + " XDG_CONFIG_HOME=" + (root_ / "config").string();
+  }
+
+ private:
+  std::filesystem::path root_;
+};
+
+// Runs the program with `arguments` (shell words), stdout captured, stderr into `run.err`.
 ProgramRun runOmbrine(const std::string& arguments, const std::string& environment = "") {
-  const std::string command = environment + " NO_COLOR=1 " OMBRINE_PROGRAM " " + arguments + " 2>/dev/null";
+  const Scratch defaultScratch;
+  const std::string errFile = (defaultScratch.root() / "stderr").string();
+  const std::string command = defaultScratch.environment() + " " + environment + " NO_COLOR=1 " OMBRINE_PROGRAM " " +
+                              arguments + " 2>" + errFile;
   ProgramRun run;
   FILE* pipe = ::popen(command.c_str(), "r");
   if (!pipe) return run;
@@ -29,7 +69,109 @@ ProgramRun runOmbrine(const std::string& arguments, const std::string& environme
   while ((n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0) run.out.append(buffer.data(), n);
   const int status = ::pclose(pipe);
   run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  run.err = readFile(errFile);
   return run;
+}
+
+bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+// Runs within one container: the second run sees what the first cached.
+TEST(ForecastCommandTest, CachedRecordGatesRepeatedRunsAndStandsInForAFailedFetch) {
+  useShippedTimeZoneData();
+  const Scratch scratch;
+  const std::string arguments = "--services sim forecast --provider foreca --at 48.137,11.575 --json -v";
+  struct Row {
+    const char* why;
+    const char* extraArguments;
+    const char* faults;
+    int exitCode;
+    const char* expectInErr;
+    bool expectRequest;
+    bool expectRecord;
+  };
+  const Row rows[] = {
+      {"the first run fetches", "", "", 0, "fetch: ", true, true},
+      {"a second run within 300 s ends with the cached record", "", "", 0, "fresh cached record", false, true},
+      {"--force fetches past the cached record", "--force", "", 0, "fetch: ", true, true},
+      {"429: the limit message, and the last good record is shown", "--force", "foreca.current=status=429", 1,
+       "Sorry! There are currently way more people", true, true},
+      {"no service: what failed, and the last good record", "--force", "*=status=503", 1,
+       "showing the last good record", true, true},
+      {"a place 3 km away has no fresh record: it fetches", "--at 48.164,11.575", "", 0, "fetch: ", true, true},
+  };
+  double firstDt = 0;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.why);
+    std::string args = arguments;
+    if (std::string(row.extraArguments).starts_with("--at")) {
+      args = "--services sim forecast --provider foreca --json -v " + std::string(row.extraArguments);
+    } else {
+      args += " " + std::string(row.extraArguments);
+    }
+    const std::string environment = scratch.environment() + " OMBRINE_SIM_FAULTS='" + row.faults + "'";
+    const ProgramRun run = runOmbrine(args, environment);
+    EXPECT_EQ(run.exitCode, row.exitCode) << run.err;
+    EXPECT_TRUE(contains(run.err, row.expectInErr)) << run.err;
+    EXPECT_EQ(contains(run.err, "fetch: "), row.expectRequest) << run.err;
+    ASSERT_EQ(!run.out.empty(), row.expectRecord) << run.err;
+    const OneCallWeather weather = decodeOneCallWeather(run.out);
+    if (firstDt == 0) firstDt = weather.current.dt.timeIntervalSinceReferenceDate;
+    if (!row.expectRequest) EXPECT_EQ(weather.current.dt.timeIntervalSinceReferenceDate, firstDt) << "the cached record";
+  }
+  EXPECT_TRUE(std::filesystem::exists(scratch.root() / "group/Library/Application Support/WidgetCenter/reloadAllTimelines"))
+      << "a good fetch reloads the widgets";
+}
+
+TEST(ForecastCommandTest, FailureWithoutCacheIsOneLineAndNoOutput) {
+  const ProgramRun run = runOmbrine("--services sim forecast --provider foreca --at 48.1,11.5",
+                                    "OMBRINE_SIM_FAULTS='foreca.current=status=429'");
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_EQ(run.out, "");
+  EXPECT_TRUE(contains(run.err, "Sorry! There are currently way more people")) << run.err;
+  EXPECT_FALSE(contains(run.err, "showing the last good record"));
+}
+
+// --watch as a user drives it: signals for the refresh gesture and the data source, a file
+// for the place, Ctrl-C to end.
+TEST(ForecastCommandTest, WatchFollowsEventsAndEndsCleanlyOnInterrupt) {
+  const Scratch scratch;
+  const auto errFile = scratch.root() / "watch.err";
+  const auto outFile = scratch.root() / "watch.out";
+  const auto locationFile = scratch.root() / "place";
+  std::ofstream(locationFile) << "48.137,11.575\n";
+  const std::string command = "exec env " + scratch.environment() + " NO_COLOR=1 " OMBRINE_PROGRAM
+                              " --services sim forecast --provider foreca --at 48.137,11.575 --watch --location-file " +
+                              locationFile.string() + " >" + outFile.string() + " 2>" + errFile.string();
+  const char* argv[] = {"/bin/sh", "-c", command.c_str(), nullptr};
+  pid_t child = 0;
+  ASSERT_EQ(::posix_spawn(&child, "/bin/sh", nullptr, nullptr, const_cast<char* const*>(argv), environ), 0);
+  auto waitFor = [&](const std::string& text, int occurrences = 1) {
+    for (int i = 0; i < 3000; ++i) {
+      const auto err = readFile(errFile);
+      int found = 0;
+      for (auto at = err.find(text); at != std::string::npos; at = err.find(text, at + 1)) ++found;
+      if (found >= occurrences) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return false;
+  };
+  EXPECT_TRUE(waitFor("watching (pid")) << readFile(errFile);
+  EXPECT_TRUE(waitFor("published the new record")) << readFile(errFile);
+  ::kill(child, SIGUSR1);
+  EXPECT_TRUE(waitFor("event: refresh gesture: forced fetch")) << readFile(errFile);
+  EXPECT_TRUE(waitFor("fetch: ", 2)) << readFile(errFile);
+  // Move only after the forced fetch is done, so the interval gate (not the running request) decides.
+  EXPECT_TRUE(waitFor("published the new record", 2)) << readFile(errFile);
+  std::ofstream(locationFile) << "48.157,11.575\n";  // 2.2 km north: unforced, held back by the interval
+  EXPECT_TRUE(waitFor("event: location moved")) << readFile(errFile);
+  EXPECT_TRUE(waitFor("no fetch")) << readFile(errFile);
+  ::kill(child, SIGUSR2);
+  EXPECT_TRUE(waitFor("event: data source changed to ow")) << readFile(errFile);
+  ::kill(child, SIGINT);
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << readFile(errFile);
+  EXPECT_TRUE(contains(readFile(outFile), "Munich") || !readFile(outFile).empty());
 }
 
 TEST(ForecastCommandTest, JsonIsACompleteRecordForTheAskedPlace) {
