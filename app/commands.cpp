@@ -9,6 +9,7 @@
 #include "app/settings_command.hpp"
 #include "app/trips_command.hpp"
 #include "app/trips_forecast_command.hpp"
+#include "app/tides_command.hpp"
 #include "app/units_command.hpp"
 
 namespace ombrine::app {
@@ -25,6 +26,7 @@ void addCommands(CLI::App& app) {
   addUnitsCommand(app);
   addCacheCommand(app);
   addTripsForecastCommand(*addTripsCommand(app));
+  addTidesCommand(app);
 }
 
 int exitCode() { return code.load(); }

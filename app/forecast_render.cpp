@@ -14,6 +14,7 @@
 #include "core/compass.hpp"
 #include "core/value_format.hpp"
 #include "core/weather_derived.hpp"
+#include "tides/tide_summary.hpp"
 
 namespace ombrine::app {
 
@@ -192,6 +193,9 @@ std::string renderForecast(const ForecastScreen& screen) {
       out += style.warn("  ! " + alert.event) + fmt::format(" ({})  {}\n", severityWord(alert.severity), when);
       if (!alert.senderName.empty()) out += style.dim("    " + alert.senderName) + "\n";
     }
+  }
+  if (weather.tideData) {
+    if (auto tide = describeNextTide(*weather.tideData, screen.now, weather.timeZone, screen.locale)) out += "\n" + *tide + "\n";
   }
   return out;
 }

@@ -2,6 +2,8 @@
 
 #include <unicode/locid.h>
 
+#include <cstdlib>
+
 #include "core/errors.hpp"
 #include "core/geo_naming.hpp"
 #include "core/provider_dispatch.hpp"
@@ -12,6 +14,8 @@
 #include "platform/log.hpp"
 #include "providers/foreca/foreca_client.hpp"
 #include "sim/sim_server.hpp"
+#include "tides/tide_fetch.hpp"
+#include "tides/tide_service.hpp"
 
 namespace ombrine {
 
@@ -19,6 +23,20 @@ namespace {
 
 // The simulator checks that a token is sent, never which one.
 constexpr const char* kSimulatorToken = "simulator-token";
+
+// OMBRINE_SIM_FAULTS="ROUTE=SPEC;ROUTE=SPEC" sets faults of the embedded simulator, so a user or
+// a test can watch the program meet a failing service. Raises std::invalid_argument.
+void applySimulatorFaults(sim::SimServer& simulator) {
+  const char* faults = std::getenv("OMBRINE_SIM_FAULTS");
+  if (!faults) return;
+  std::string_view rest(faults);
+  while (!rest.empty()) {
+    const auto end = rest.find(';');
+    const auto fault = rest.substr(0, end);
+    if (!fault.empty()) simulator.setFault(fault);
+    rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
+  }
+}
 
 }  // namespace
 
@@ -28,6 +46,7 @@ Services::Services(ServicesOptions options) {
     simOptions.seed = options.simulatorSeed;
     simOptions.clock = &clock_;
     simulator_ = std::make_unique<sim::SimServer>(simOptions);
+    applySimulatorFaults(*simulator_);
   }
   runtime_ = std::make_unique<Runtime>(2);
   http_ = std::make_unique<CurlHttpClient>();
@@ -37,9 +56,15 @@ Services::Services(ServicesOptions options) {
   geocoder_ = std::make_unique<OfflineGeocoder>();
   languageCode_ = options.languageCode.empty() ? currentLocale().getLanguage() : options.languageCode;
   if (languageCode_.empty()) languageCode_ = "en";
+  hideTides_ = options.hideTides;
+  tideDiskCache_ = std::make_unique<TideDiskCache>(runtime_->makeStrand(), clock_);
+  tides_ = std::make_unique<TideService>(runtime_->makeStrand(), *http_, clock_, endpoints_, *tideDiskCache_,
+                                         TideRegionGate::processWide());
 }
 
 Services::~Services() {
+  tides_.reset();
+  tideDiskCache_.reset();
   // The HTTP client first: it completes its outstanding transfers on the runtime's executors.
   http_.reset();
   runtime_.reset();
@@ -70,8 +95,9 @@ Task<OneCallWeather> Services::fetchOneCall(Location location, GeoDetails detail
     throw DomainError(kRequestErrorDomain, kRequestErrorCode,
                       std::string(providerPathName(path)) + " is not available in this build");
   }
-  co_return co_await fetchForecaForecast(*http_, endpoints_, credentials_, clock_, languageCode_, location,
-                                         details);
+  auto forecast = fetchForecaForecast(*http_, endpoints_, credentials_, clock_, languageCode_, location, details);
+  co_return co_await withTideData(hideTides_ ? nullptr : tides_.get(), location, details.region.identifier,
+                                  std::move(forecast));
 }
 
 }  // namespace ombrine

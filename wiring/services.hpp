@@ -25,6 +25,8 @@ namespace ombrine {
 namespace sim {
 class SimServer;
 }
+class TideDiskCache;
+class TideService;
 
 struct ServicesOptions {
   // Start the service simulator in this process and send every request to it.
@@ -32,6 +34,8 @@ struct ServicesOptions {
   std::uint64_t simulatorSeed = 0;
   // The device language ("en", "de", ...); empty: from the reader's locale.
   std::string languageCode;
+  // The user setting `hideTides`: forecasts carry no tides and no tide request is made.
+  bool hideTides = false;
 };
 
 class Services {
@@ -50,6 +54,7 @@ class Services {
   const Credentials& credentials() const noexcept { return credentials_; }
   const Geocoder& geocoder() const noexcept { return *geocoder_; }
   const std::string& languageCode() const noexcept { return languageCode_; }
+  TideService& tides() noexcept { return *tides_; }
   // The embedded simulator's base URL, when one runs.
   std::optional<std::string> simulatorUrl() const;
 
@@ -71,6 +76,9 @@ class Services {
   Credentials credentials_;
   std::unique_ptr<Geocoder> geocoder_;
   std::string languageCode_;
+  bool hideTides_ = false;
+  std::unique_ptr<TideDiskCache> tideDiskCache_;
+  std::unique_ptr<TideService> tides_;
 };
 
 }  // namespace ombrine

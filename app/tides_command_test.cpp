@@ -1,0 +1,77 @@
+// `ombrine tides` run as a user runs it: a real process against the embedded simulator, with
+// its own empty container so that no earlier run's cache answers.
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <string>
+
+#include "core/value_json.hpp"
+#include "tides/tide_records_json.hpp"
+
+namespace ombrine {
+namespace {
+
+struct TidesRun {
+  int exitCode = -1;
+  std::string out;
+};
+
+TidesRun runTides(const std::string& arguments) {
+  static const std::string container =
+      (std::filesystem::temp_directory_path() / ("ombrine-tides-e2e-" + std::to_string(::getpid()))).string();
+  const std::string command = "OMBRINE_CONTAINER=" + container + " NO_COLOR=1 LANG=en_US.UTF-8 " OMBRINE_PROGRAM
+                              " --services sim tides " + arguments + " 2>/dev/null";
+  TidesRun run;
+  FILE* pipe = ::popen(command.c_str(), "r");
+  if (!pipe) return run;
+  std::array<char, 4096> buffer;
+  size_t n;
+  while ((n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0) run.out.append(buffer.data(), n);
+  const int status = ::pclose(pipe);
+  run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return run;
+}
+
+TEST(TidesCommandTest, StationDistanceAndComingTides) {
+  struct Row {
+    const char* arguments;
+    int exitCode;
+    const char* expectInOutput;
+  };
+  const Row rows[] = {
+      {"--at 38.78,-75.12", 0, "Station: Lewes, DE"},
+      {"--at 38.78,-75.12", 0, "America/New_York"},
+      {"--station 8557380", 0, "chosen directly"},
+      {"--station 07795", 0, "Point Atkinson, BC"},      // a CHS station by its code
+      {"--at 38.78,-75.12 --hours 24", 0, "high"},
+      {"Dover", 1, ""},                                  // Dover, England: no tide service there
+      {"--at 48.137,11.575", 1, ""},                     // Munich: inland and outside the regions
+      {"--station 123", 2, ""},                          // no such station
+      {"", 2, ""},                                       // nothing asked
+      {"--at 38.78,-75.12 --hours 0", 2, ""},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.arguments);
+    const TidesRun run = runTides(row.arguments);
+    EXPECT_EQ(run.exitCode, row.exitCode);
+    EXPECT_NE(run.out.find(row.expectInOutput), std::string::npos) << run.out;
+  }
+}
+
+TEST(TidesCommandTest, JsonIsTheTideRecord) {
+  const TidesRun run = runTides("--at 38.78,-75.12 --json");
+  ASSERT_EQ(run.exitCode, 0);
+  const TideData data = decodeTideData(parseJson(run.out), "");
+  EXPECT_EQ(data.station.id, "8557380");
+  EXPECT_GT(data.distance, 0.0);
+  EXPECT_FALSE(data.extremes.empty());
+  EXPECT_TRUE(std::is_sorted(data.chartPoints.begin(), data.chartPoints.end(), tideChartPointLess));
+}
+
+}  // namespace
+}  // namespace ombrine
