@@ -10,9 +10,7 @@
 // counts. A count whose date is not today (in the user's time zone) counts 0 and is left in
 // place; negative counts and values of the wrong kind count as missing.
 //
-// The per-device keys are longer than the 64 bytes a hosted key-value store accepts per key; a
-// store enforcing that limit refuses them (and reports a quota violation), so on such a store
-// only the older device-less pair, written by earlier versions, is counted.
+// The per-device keys are up to 85 bytes long; CloudKeyValueStore's key limit is sized for them.
 //
 // Up to `kDailyLimit` - 1 changes a day still force a refetch; a settings screen refusing a
 // change shows `kLimitReachedMessage`.

@@ -10,8 +10,7 @@ namespace ombrine {
 namespace {
 
 // One shared dictionary standing for the cloud, and a store per device that synchronises with
-// it key by key. Unlike the hosted store's stand-in it accepts keys longer than 64 bytes, which
-// the per-device keys are (see the tracker's header).
+// it key by key, so several devices can share one cloud.
 struct Cloud {
   std::mutex mutex;
   StoreDictionary values;
@@ -116,6 +115,17 @@ TEST(DataSourceChangeTrackerTest, DevicesAddUpAndOldCountsStayInPlace) {
       << "yesterday's count is not deleted";
   phone.recordChange(tomorrow, phoneCloud);
   EXPECT_EQ(laptop.changesToday(tomorrow, laptopCloud), 1) << "a new day starts at 1";
+}
+
+// The real store's key limit must admit the per-device keys, or every count would be refused.
+TEST(DataSourceChangeTrackerTest, PerDeviceKeysFitTheCloudStore) {
+  InMemoryKeyValueStore defaults;
+  InMemoryCloudKeyValueStore cloud;
+  DataSourceChangeTracker tracker(defaults, *TimeZone::named("Europe/Berlin"));
+  tracker.recordChange(utc(8), cloud);
+  tracker.recordChange(utc(9), cloud);
+  EXPECT_EQ(tracker.changesToday(utc(10), cloud), 2);
+  EXPECT_EQ(cloud.integerValue(std::string(DataSourceChangeTracker::kCountKeyPrefix) + tracker.deviceID()), 2);
 }
 
 TEST(DataSourceChangeTrackerTest, LegacyKeysCountAndBadValuesCountAsMissing) {

@@ -44,7 +44,9 @@ struct CloudStoreChange {
 class CloudKeyValueStore : public KeyValueStore {
  public:
   static constexpr std::size_t kMaximumKeyCount = 1024;
-  static constexpr std::size_t kMaximumKeyBytes = 64;
+  // Wider than a hosted store's 64 bytes: the per-device counters of provider changes
+  // ("DataSourceChangeTracker.lastDataSourceChangeDate." + a device UUID) are 85 bytes long.
+  static constexpr std::size_t kMaximumKeyBytes = 128;
   static constexpr std::size_t kMaximumTotalBytes = 1024 * 1024;
 
   using Observer = std::function<void(const CloudStoreChange&)>;
