@@ -249,8 +249,14 @@ int run(const ForecastOptions& options) {
   const bool force = options.force;
   pipeline.view().post([here, force](ContentView& view) {
     view.setLocationInputs(LocationInputs{LocationAuthorization::authorized, here, std::nullopt, std::nullopt});
-    if (force) view.refreshGesture();
-    view.sceneBecameActive();
+    // One start event: with --force the refresh gesture alone. Sending the scene activation as
+    // well would queue a recovery fetch behind the forced one, and a one-shot run would then race
+    // between the forced fetch's outcome and that second fetch's.
+    if (force) {
+      view.refreshGesture();
+    } else {
+      view.sceneBecameActive();
+    }
   });
 
   if (!options.watch) {
