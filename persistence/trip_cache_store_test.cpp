@@ -302,12 +302,12 @@ class TripCacheStoreTest : public ScratchFolderTest {
   fs::path caches() const { return dir_ / "Library" / "Caches"; }
   fs::path fileOf(const Uuid& id) const { return caches() / "TripCache" / (id.text() + ".json"); }
   std::unique_ptr<WeatherCache> makeCache() {
-    return std::make_unique<WeatherCache>(caches(), clock_, runtime_.executor());
+    return std::make_unique<WeatherCache>(caches(), clock_, runtime().executor());
   }
   std::exception_ptr store(WeatherCache& cache, std::vector<TripCacheWrite> writes) {
-    return errorOf(runtime_, cache.store(std::move(writes)));
+    return errorOf(runtime(), cache.store(std::move(writes)));
   }
-  std::exception_ptr remove(WeatherCache& cache, const Uuid& id) { return errorOf(runtime_, cache.removeTripCache(id)); }
+  std::exception_ptr remove(WeatherCache& cache, const Uuid& id) { return errorOf(runtime(), cache.removeTripCache(id)); }
   std::optional<TripCacheRecord> onDisk(const Uuid& id) const {
     auto bytes = readFileIfExists(fileOf(id));
     if (!bytes) return std::nullopt;
@@ -315,7 +315,14 @@ class TripCacheStoreTest : public ScratchFolderTest {
   }
   TripCacheOperationOrder now() const { return TripCacheOperationOrder::begin(Date::fromSystem(clock_.now())); }
 
-  Runtime runtime_{2};
+  // Made on first use: the tests that fork must fork before any runtime thread exists, as a
+  // thread still starting up can hold the allocator's lock that the child then waits on forever.
+  Runtime& runtime() {
+    if (!runtime_) runtime_.emplace(2);
+    return *runtime_;
+  }
+
+  std::optional<Runtime> runtime_;
   FakeClock clock_;
   const Uuid trip_ = idOf("E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
 };
@@ -475,7 +482,7 @@ TEST_F(TripCacheStoreTest, CancelledStoreKeepsNoFallbackAndStaysACancellation) {
   prepareCoordinationFile(coordinationFilePath(fileOf(trip_)));
   auto held = CoordinationLock::tryAcquire(coordinationFilePath(fileOf(trip_)));
   ASSERT_TRUE(held);
-  auto started = startTask(runtime_.executor(), cache->store({TripCacheWrite{trip_, weatherAt(kLisbon, 1000.0),
+  auto started = startTask(runtime().executor(), cache->store({TripCacheWrite{trip_, weatherAt(kLisbon, 1000.0),
                                                                              WeatherDataSource::ow, now()}}));
   // Memory runs ahead of the disk while the write waits.
   EXPECT_TRUE(eventually([&] { return cache->cachedWeather(trip_, kLisbon, false, {}).has_value(); }));
