@@ -7,21 +7,12 @@
 #include "core/errors.hpp"
 #include "core/provider_dispatch.hpp"
 #include "core/weather_derived.hpp"
+#include "platform/exception_message.hpp"
 #include "platform/log.hpp"
 
 namespace ombrine {
 
 namespace {
-
-std::string describe(const std::exception_ptr& error) {
-  try {
-    std::rethrow_exception(error);
-  } catch (const std::exception& failure) {
-    return failure.what();
-  } catch (...) {
-    return "unknown error";
-  }
-}
 
 bool isAPILimit(const std::exception_ptr& error) {
   try {
@@ -405,7 +396,7 @@ Task<void> ContentView::performFetch(WeatherFetchRequest request) {
     } catch (...) {
       const auto error = std::current_exception();
       rethrowIfCancellation(error);
-      log("Could not write the weather cache: " + describe(error));
+      log("Could not write the weather cache: " + exceptionMessage(error));
     }
 
     completeImmediateRequest(request);
@@ -431,7 +422,7 @@ Task<void> ContentView::performFetch(WeatherFetchRequest request) {
 void ContentView::handleFetchError(const WeatherFetchRequest& request, std::exception_ptr error, bool cancelled) {
   if (isAPILimit(error) && !cancelled) {
     if (!isActive(request)) return;
-    log(describe(error));
+    log(exceptionMessage(error));
     trace("provider answered 429: API-limit alert; no unforced fetch for 300 s");
     state_.hasHitAPILimit = true;
     state_.isShowingAPILimitSorryMessage = true;
@@ -444,12 +435,12 @@ void ContentView::handleFetchError(const WeatherFetchRequest& request, std::exce
     return;
   }
   if (isCancellation(error) || cancelled) {
-    log("Fetch was cancelled: " + describe(error));
+    log("Fetch was cancelled: " + exceptionMessage(error));
     handleFetchCancelled(request);
     return;
   }
   if (!isActive(request)) return;
-  log("Error fetching weather data: " + describe(error));
+  log("Error fetching weather data: " + exceptionMessage(error));
   resetLastFetchIfOwned(request);
   state_.isFetchingData = false;
   completeImmediateRequest(request);

@@ -13,21 +13,12 @@
 #include <mutex>
 #include <stdexcept>
 
+#include "platform/exception_message.hpp"
 #include "platform/log.hpp"
 
 namespace ombrine {
 
 namespace {
-
-std::string describe(const std::exception_ptr& error) {
-  try {
-    std::rethrow_exception(error);
-  } catch (const std::exception& e) {
-    return e.what();
-  } catch (...) {
-    return "unknown error";
-  }
-}
 
 // True when `executor` leads to an io_context that has been stopped (the runtime is shutting
 // down and destroys suspended coroutines instead of resuming them).
@@ -48,7 +39,7 @@ bool contextStopped(const Executor& executor) {
 void spawn(Executor executor, Task<void> task, std::string name) {
   auto completion = [name = std::move(name)](std::exception_ptr error) {
     if (!error || isCancellation(error)) return;
-    logf("{} failed: {}", name, describe(error));
+    logf("{} failed: {}", name, exceptionMessage(error));
   };
   asio::co_spawn(executor, std::move(task), std::move(completion));
 }

@@ -1,5 +1,7 @@
 #include "platform/errors.hpp"
 
+#include "platform/exception_message.hpp"
+
 #include <boost/asio/error.hpp>
 #include <boost/system/system_error.hpp>
 
@@ -16,6 +18,16 @@ std::string describe(const std::string& domain, int code, const std::string& det
 
 DomainError::DomainError(std::string domain, int code, std::string detail)
     : std::runtime_error(describe(domain, code, detail)), domain_(std::move(domain)), code_(code) {}
+
+std::string exceptionMessage(const std::exception_ptr& error) noexcept {
+  try {
+    std::rethrow_exception(error);
+  } catch (const std::exception& failure) {
+    return failure.what();
+  } catch (...) {
+    return "unknown error";
+  }
+}
 
 bool isCancellation(const std::exception_ptr& error) noexcept {
   if (!error) return false;

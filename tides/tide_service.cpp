@@ -13,21 +13,12 @@
 #include "core/iso8601.hpp"
 #include "platform/coroutines.hpp"
 #include "platform/errors.hpp"
+#include "platform/exception_message.hpp"
 #include "platform/log.hpp"
 
 namespace ombrine {
 
 namespace {
-
-std::string messageOf(const std::exception_ptr& error) {
-  try {
-    std::rethrow_exception(error);
-  } catch (const std::exception& failure) {
-    return failure.what();
-  } catch (...) {
-    return "unknown error";
-  }
-}
 
 const char* caseName(TideServiceError::Case which) {
   return which == TideServiceError::invalidURL ? "TideServiceError.invalidURL" : "TideServiceError.invalidResponse";
@@ -493,7 +484,7 @@ Task<std::optional<TideData>> TideService::throughCaches(std::string key, const 
     if (isCancellation(failure) || co_await taskIsCancelled()) throw CancellationError();
   }
   if (stale) {
-    logf("Tide predictions for {} could not be fetched ({}); serving the stored ones", key, messageOf(failure));
+    logf("Tide predictions for {} could not be fetched ({}); serving the stored ones", key, exceptionMessage(failure));
     // Dated by its own fetch, so the memory check lets the next call try the network at once.
     cache_[key] = CachedEntry{*stale, stale->fetchedAt};
     co_return served(std::move(*stale));
