@@ -1,16 +1,14 @@
 #include "persistence/favorite_location.hpp"
 
+#include "core/location_json.hpp"
+
 namespace ombrine {
 
 void writeJson(JsonWriter& writer, const FavoriteLocation& favorite) {
   writer.beginObject();
   writer.key("id");
   writeJson(writer, favorite.id);
-  writer.key("location");
-  writer.beginObject();
-  writeKey(writer, "latitude", favorite.location.latitude());
-  writeKey(writer, "longitude", favorite.location.longitude());
-  writer.endObject();
+  writeKey(writer, "location", favorite.location);
   writeKey(writer, "name", favorite.name);
   writeOptionalKey(writer, "displayName", favorite.displayName);
   if (favorite.timeZone) writeKey(writer, "timeZone", favorite.timeZone->identifier());
@@ -21,15 +19,7 @@ void writeJson(JsonWriter& writer, const FavoriteLocation& favorite) {
 void decodeJson(const boost::json::value& value, const JsonPath& path, FavoriteLocation& out) {
   JsonObjectReader reader(value, path);
   reader.read("id", out.id);
-  const boost::json::value* location = reader.find("location");
-  const JsonPath locationPath = path.key("location");
-  if (location == nullptr) locationPath.fail("missing key");
-  JsonObjectReader coordinate(*location, locationPath);
-  double latitude = 0.0;
-  double longitude = 0.0;
-  coordinate.read("latitude", latitude);
-  coordinate.read("longitude", longitude);
-  out.location = Location(latitude, longitude);
+  reader.read("location", out.location);
   reader.read("name", out.name);
   reader.readOptional("displayName", out.displayName);
   std::optional<std::string> zone;

@@ -6,6 +6,7 @@
 #include <exception>
 #include <unordered_map>
 
+#include "core/location_json.hpp"
 #include "core/value_json.hpp"
 #include "persistence/coordinated_value_cache.hpp"
 #include "platform/atomic_file.hpp"
@@ -181,12 +182,9 @@ TripCacheOperationOrder decodeOrder(const boost::json::value& value, const JsonP
 }
 
 boost::json::object entryToJson(const TripCacheEntry& entry, Date encodingMoment) {
-  boost::json::object location;
-  location["latitude"] = entry.requestedLocation.latitude();
-  location["longitude"] = entry.requestedLocation.longitude();
   boost::json::object object;
   object["cachedWeather"] = cachedWeatherToJson(entry.cachedWeather, encodingMoment);
-  object["requestedLocation"] = std::move(location);
+  object["requestedLocation"] = locationToJson(entry.requestedLocation);
   if (entry.requestedProvider) object["requestedProvider"] = providerName(*entry.requestedProvider);
   object["operationOrder"] = orderToJson(entry.operationOrder);
   return object;
@@ -198,13 +196,7 @@ TripCacheEntry decodeEntry(const boost::json::value& value, const JsonPath& path
   const JsonPath weatherPath = path.key("cachedWeather");
   entry.cachedWeather = decodeCachedWeather(member(reader, weatherPath, "cachedWeather"), weatherPath);
   if (const boost::json::value* location = reader.find("requestedLocation")) {
-    const JsonPath locationPath = path.key("requestedLocation");
-    JsonObjectReader coordinate(*location, locationPath);
-    double latitude = 0.0;
-    double longitude = 0.0;
-    coordinate.read("latitude", latitude);
-    coordinate.read("longitude", longitude);
-    entry.requestedLocation = Location(latitude, longitude);
+    decodeJson(*location, path.key("requestedLocation"), entry.requestedLocation);
   } else {
     entry.requestedLocation = entry.cachedWeather.location;
   }

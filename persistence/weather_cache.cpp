@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "core/location_json.hpp"
 #include "core/one_call_weather_json.hpp"
 #include "core/value_json.hpp"
 #include "core/weather_derived.hpp"
@@ -18,12 +19,9 @@
 namespace ombrine {
 
 boost::json::object cachedWeatherToJson(const CachedWeather& cached, Date encodingMoment) {
-  boost::json::object location;
-  location["latitude"] = cached.location.latitude();
-  location["longitude"] = cached.location.longitude();
   boost::json::object object;
   object["name"] = cached.name;
-  object["location"] = std::move(location);
+  object["location"] = locationToJson(cached.location);
   if (cached.region) object["region"] = cached.region->identifier;
   object["weather"] = oneCallWeatherToJson(cached.weather, encodingMoment);
   return object;
@@ -37,15 +35,7 @@ CachedWeather decodeCachedWeather(const boost::json::value& document, const Json
   JsonObjectReader reader(document, root);
   CachedWeather cached;
   reader.read("name", cached.name);
-  const boost::json::value* location = reader.find("location");
-  const JsonPath locationPath = root.key("location");
-  if (location == nullptr) locationPath.fail("missing key");
-  JsonObjectReader coordinate(*location, locationPath);
-  double latitude = 0.0;
-  double longitude = 0.0;
-  coordinate.read("latitude", latitude);
-  coordinate.read("longitude", longitude);
-  cached.location = Location(latitude, longitude);
+  reader.read("location", cached.location);
   std::optional<std::string> region;
   reader.readOptional("region", region);
   if (region) cached.region = Region{*region};

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "core/location_json.hpp"
+
 namespace ombrine {
 
 namespace {
@@ -15,15 +17,6 @@ void decodeTimeZone(const boost::json::value& value, const JsonPath& path, TimeZ
   std::optional<TimeZone> zone = TimeZone::named(jsonString(value, path));
   if (!zone) path.fail("unknown time zone");
   out = std::move(*zone);
-}
-
-void decodeCoordinate(const boost::json::value& value, const JsonPath& path, Location& out) {
-  JsonObjectReader reader(value, path);
-  double latitude = 0.0;
-  double longitude = 0.0;
-  reader.read("latitude", latitude);
-  reader.read("longitude", longitude);
-  out = Location(latitude, longitude);
 }
 
 bool optionalFlag(JsonObjectReader& reader, std::string_view key, bool absent) {
@@ -88,10 +81,7 @@ void decodeJson(const boost::json::value& value, const JsonPath& path, TripLocat
   reader.read("name", out.name);
   reader.readOptional("displayName", out.displayName);
   reader.read("symbolName", out.symbolName);
-  const boost::json::value* location = reader.find("location");
-  const JsonPath locationPath = path.key("location");
-  if (location == nullptr) locationPath.fail("missing key");
-  decodeCoordinate(*location, locationPath, out.location);
+  reader.read("location", out.location);
   const boost::json::value* zone = reader.find("timeZone");
   const JsonPath zonePath = path.key("timeZone");
   if (zone == nullptr) zonePath.fail("missing key");
@@ -130,11 +120,7 @@ void writeJson(JsonWriter& writer, const TripLocation& location) {
   writeKey(writer, "name", location.name);
   writeOptionalKey(writer, "displayName", location.displayName);
   writeKey(writer, "symbolName", location.symbolName);
-  writer.key("location");
-  writer.beginObject();
-  writeKey(writer, "latitude", location.location.latitude());
-  writeKey(writer, "longitude", location.location.longitude());
-  writer.endObject();
+  writeKey(writer, "location", location.location);
   writeKey(writer, "timeZone", location.timeZone.identifier());
   writer.endObject();
 }
