@@ -84,7 +84,11 @@ bool isFreshCachedRecord(const OneCallWeather& weather, Date now) {
 }
 
 bool isUsableBackdrop(const CachedWeather& cached, const Location& here, Date now) {
-  return now - cached.weather.current.dt < 3600.0 && cached.location.distance(here) < 2000.0;
+  return isUsableBackdrop(cached.location, cached.weather.current.dt, here, now);
+}
+
+bool isUsableBackdrop(const Location& cachedLocation, Date observedAt, const Location& here, Date now) {
+  return now - observedAt < 3600.0 && cachedLocation.distance(here) < 2000.0;
 }
 
 // Everything behind the mutex, and what the coordinated write needs after the cache is gone.

@@ -71,6 +71,8 @@ bool isFreshCachedRecord(const OneCallWeather& weather, Date now);
 // A cached record can stand in while a fetch runs when it is under 3600 seconds old by
 // `current.dt` and under 2000 metres from `here`.
 bool isUsableBackdrop(const CachedWeather& cached, const Location& here, Date now);
+// The same rule on the two parts it reads, for callers that hold the record in another shape.
+bool isUsableBackdrop(const Location& cachedLocation, Date observedAt, const Location& here, Date now);
 
 // The latest-weather cache of one process. Create one and share it by reference.
 //

@@ -76,8 +76,8 @@ class SharedLatestWeather final : public LatestWeatherStore {
   }
   bool isFresh(const OneCallWeather& weather, Date now) const override { return isFreshCachedRecord(weather, now); }
   bool isUsableBackdrop(const PlacedWeather& placed, const Location& here, Date now) const override {
-    const CachedWeather cached{placed.name, placed.location, placed.region, placed.weather};
-    return ombrine::isUsableBackdrop(cached, here, now);
+    // The rule reads two fields: no copy of the whole record for it.
+    return ombrine::isUsableBackdrop(placed.location, placed.weather.current.dt, here, now);
   }
   Task<void> storeLatest(PlacedWeather placed) override {
     CachedWeather cached{std::move(placed.name), placed.location, std::move(placed.region), std::move(placed.weather)};
