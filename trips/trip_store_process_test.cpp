@@ -2,7 +2,6 @@
 // another one that is already running sees without a restart.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -13,6 +12,7 @@
 #include <thread>
 
 #include "platform/linux/file_cloud_key_value_store.hpp"
+#include "platform/testing/forked_child.hpp"
 #include "trips/trip_store.hpp"
 
 namespace ombrine {
@@ -33,22 +33,6 @@ std::filesystem::path scratchFolder() {
   return pattern;
 }
 
-// Runs `body` in a forked process; true when it exited 0.
-template <class Body>
-bool inChild(Body body) {
-  const pid_t pid = ::fork();
-  if (pid == 0) {
-    int code = 1;
-    try {
-      code = body() ? 0 : 1;
-    } catch (...) {
-    }
-    ::_exit(code);
-  }
-  int status = 0;
-  return pid > 0 && ::waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
 // Waits until `store` holds `count` trips, as its watcher delivers changes from the folder.
 bool waitForCount(TripStore& store, size_t count) {
   std::mutex mutex;
@@ -63,27 +47,32 @@ bool waitForCount(TripStore& store, size_t count) {
 
 TEST(TripStoreProcessTest, TripsAddedElsewhereAppearWithoutRestart) {
   const std::filesystem::path folder = scratchFolder();
-  FileCloudKeyValueStore cloud(folder, true);
-  TripStore store(cloud);
-  store.save(makeTrip(1, "Sydney"));
-
-  // A second process (the widget, another terminal) starts, reads the list, adds to it.
-  ASSERT_TRUE(inChild([&] {
+  // The other processes (the widget, another terminal) are forked before this one starts its
+  // watcher thread; each runs its part when released below.
+  ForkedChild adder([&] {
     FileCloudKeyValueStore otherCloud(folder, false);
     TripStore other(otherCloud);
     if (other.trips() != std::vector<Trip>{makeTrip(1, "Sydney")}) return false;
     other.save(makeTrip(2, "Hobart"));
     return true;
-  }));
+  });
+  ForkedChild remover([&] {
+    FileCloudKeyValueStore otherCloud(folder, false);
+    TripStore other(otherCloud);
+    return other.remove(makeTrip(1, "Sydney").id);
+  });
+
+  FileCloudKeyValueStore cloud(folder, true);
+  TripStore store(cloud);
+  store.save(makeTrip(1, "Sydney"));
+
+  // The second process reads the list and adds to it.
+  ASSERT_TRUE(adder.runAndWait());
   ASSERT_TRUE(waitForCount(store, 2));
   EXPECT_EQ(store.trips(), (std::vector<Trip>{makeTrip(1, "Sydney"), makeTrip(2, "Hobart")}));
 
   // And a removal made there is seen here too; nothing is written back by applying it.
-  ASSERT_TRUE(inChild([&] {
-    FileCloudKeyValueStore otherCloud(folder, false);
-    TripStore other(otherCloud);
-    return other.remove(makeTrip(1, "Sydney").id);
-  }));
+  ASSERT_TRUE(remover.runAndWait());
   ASSERT_TRUE(waitForCount(store, 1));
   EXPECT_EQ(store.trips(), std::vector<Trip>{makeTrip(2, "Hobart")});
   FileCloudKeyValueStore reader(folder, false);
@@ -93,14 +82,15 @@ TEST(TripStoreProcessTest, TripsAddedElsewhereAppearWithoutRestart) {
 
 TEST(TripStoreProcessTest, CorruptListFromElsewhereKeepsMemoryUntilTheNextChange) {
   const std::filesystem::path folder = scratchFolder();
-  FileCloudKeyValueStore cloud(folder, true);
-  TripStore store(cloud);
-  store.save(makeTrip(1, "Sydney"));
-  ASSERT_TRUE(inChild([&] {
+  ForkedChild corrupter([&] {
     FileCloudKeyValueStore otherCloud(folder, false);
     otherCloud.setValue(TripStore::key, StoreValue{StoreData{"[{\"id\":\"broken\"}]"}});
     return otherCloud.synchronize();
-  }));
+  });
+  FileCloudKeyValueStore cloud(folder, true);
+  TripStore store(cloud);
+  store.save(makeTrip(1, "Sydney"));
+  ASSERT_TRUE(corrupter.runAndWait());
   // Give the watcher time to read the change in; memory must not move.
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
   EXPECT_EQ(store.trips(), std::vector<Trip>{makeTrip(1, "Sydney")});
