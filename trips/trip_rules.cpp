@@ -261,31 +261,80 @@ std::optional<TripShortcutsError> findConflict(const Trip& candidate, const std:
   return std::nullopt;
 }
 
+namespace {
+
+// The rules every new trip passes first, timed or not: a home, then a destination.
+const TripLocation& requireHomeAndDestination(const std::optional<Location>& home,
+                                              const std::optional<TripLocation>& destination) {
+  if (!home) throw TripRejectedError({TripShortcutsError::NoHomeLocation{}, kNoHomeLocationMessage});
+  if (!destination) {
+    throw TripRejectedError({TripShortcutsError::NoDestinationLocation{}, kNoDestinationLocationMessage});
+  }
+  return *destination;
+}
+
+void requireDistanceFromHome(const Location& home, const TripLocation& destination, const std::string& locale) {
+  const double distance = home.distance(destination.location);
+  if (distance < kTripMinimumDistanceFromHome) {
+    throw TripRejectedError(
+        {TripShortcutsError::TooCloseToHome{distance}, tooCloseToHomeMessage(formatMinimumTripDistance(locale))});
+  }
+}
+
+}  // namespace
+
 Trip validateNewTrip(const NewTripRequest& request, const std::optional<Location>& home,
                      const std::vector<Trip>& existing, Date now, const TripCalendar& calendar, Uuid id,
                      const std::string& locale) {
-  if (!home) throw TripRejectedError({TripShortcutsError::NoHomeLocation{}, kNoHomeLocationMessage});
-  if (!request.destination) {
-    throw TripRejectedError({TripShortcutsError::NoDestinationLocation{}, kNoDestinationLocationMessage});
-  }
-  const TripLocation& destination = *request.destination;
+  const TripLocation& destination = requireHomeAndDestination(home, request.destination);
   const Date start = calendar.startOfDay(request.startDate);
   const Date end = calendar.settingTime(request.endDate.value_or(request.startDate), WallTime{23, 59, 59});
   if (!request.keepsStart && start < calendar.startOfDay(now)) {
     throw TripRejectedError({TripShortcutsError::StartsInPast{}, kStartsInPastMessage});
   }
   if (end < start) throw TripRejectedError({TripShortcutsError::EndBeforeStart{}, kEndBeforeStartMessage});
-  const double distance = home->distance(destination.location);
-  if (distance < kTripMinimumDistanceFromHome) {
-    throw TripRejectedError(
-        {TripShortcutsError::TooCloseToHome{distance}, tooCloseToHomeMessage(formatMinimumTripDistance(locale))});
-  }
+  requireDistanceFromHome(*home, destination, locale);
   // Stored in the destination's zone: the same wall-clock day there, whatever zone the device
   // that reads it is in.
   auto toDestination = [&](Date date) {
     return date + static_cast<double>(calendar.timeZone().secondsFromGMT(date) - destination.timeZone.secondsFromGMT(date));
   };
   Trip trip{id, destination, TripDates{.from = toDestination(start), .to = toDestination(end)}};
+  if (std::optional<TripShortcutsError> conflict = findConflict(trip, existing, calendar, locale)) {
+    throw TripRejectedError(std::move(*conflict));
+  }
+  return trip;
+}
+
+Trip validateNewTimedTrip(const NewTimedTripRequest& request, const std::optional<Location>& home,
+                          const std::vector<Trip>& existing, Date now, const TripCalendar& calendar, Uuid id,
+                          const std::string& locale) {
+  const TripLocation& destination = requireHomeAndDestination(home, request.destination);
+  const TripCalendar local(destination.timeZone);
+  auto exists = [&](CivilDay day, WallTime time) {
+    if (!local.exists(day, time)) {
+      throw TripRejectedError(
+          {TripShortcutsError::TimeUnavailableAtDestination{}, kTimeUnavailableAtDestinationMessage});
+    }
+    return local.date(day, time);
+  };
+  const Date from = exists(request.arrivalDay, request.arrivalTime);
+  std::optional<Date> to;
+  if (request.departure) to = exists(request.departure->first, request.departure->second);
+  // Only the day counts, and it is the destination's day: arriving there this evening is today.
+  if (!request.keepsStart && local.day(from) < local.day(now)) {
+    throw TripRejectedError({TripShortcutsError::StartsInPast{}, kStartsInPastMessage});
+  }
+  if (to && *to <= from) {
+    throw TripRejectedError({TripShortcutsError::ReturnBeforeArrival{}, kReturnBeforeArrivalMessage});
+  }
+  requireDistanceFromHome(*home, destination, locale);
+  TripDates dates{.from = from, .to = to ? *to : local.endOfDay(from), .hasTimes = true, .hasArrivalTime = true};
+  if (!to) {
+    dates.infersEndTime = true;
+    dates.hasExclusiveEnd = true;
+  }
+  Trip trip{id, destination, dates};
   if (std::optional<TripShortcutsError> conflict = findConflict(trip, existing, calendar, locale)) {
     throw TripRejectedError(std::move(*conflict));
   }

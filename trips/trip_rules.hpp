@@ -13,6 +13,7 @@
 // thread rule) and raise nothing unless stated.
 
 #include <optional>
+#include <utility>
 #include <string>
 #include <variant>
 #include <vector>
@@ -121,8 +122,15 @@ struct TripShortcutsError {
     Trip existing;
     bool operator==(const Conflict&) const = default;
   };
+  // The editor's rules for trips with times.
+  struct TimeUnavailableAtDestination {
+    bool operator==(const TimeUnavailableAtDestination&) const = default;
+  };
+  struct ReturnBeforeArrival {
+    bool operator==(const ReturnBeforeArrival&) const = default;
+  };
   using Case = std::variant<NoHomeLocation, NoDestinationLocation, StartsInPast, EndBeforeStart, TooCloseToHome,
-                            Conflict>;
+                            Conflict, TimeUnavailableAtDestination, ReturnBeforeArrival>;
 
   Case which;
   // The text shown to the user.
@@ -190,5 +198,29 @@ struct NewTripRequest {
 Trip validateNewTrip(const NewTripRequest& request, const std::optional<Location>& home,
                      const std::vector<Trip>& existing, Date now, const TripCalendar& calendar, Uuid id,
                      const std::string& locale = {});
+
+// What the user asks for when adding a trip with times: wall-clock times at the destination.
+struct NewTimedTripRequest {
+  std::optional<TripLocation> destination;  // nothing: no place could be read
+  CivilDay arrivalDay;
+  WallTime arrivalTime;
+  // The departure; nothing: the user gave none, and the trip lasts to the end of its arrival day
+  // unless it goes straight on to a next trip (the end is inferred, see normalizedTrips).
+  std::optional<std::pair<CivilDay, WallTime>> departure;
+  // An edit that keeps the trip's start: a trip under way may keep an arrival before today.
+  bool keepsStart = false;
+};
+
+// The rules of adding a trip with times, in order: home; destination; both times exist at the
+// destination (a time its clocks skip is refused with "This time is unavailable at your
+// destination. Choose another time."; a time that happens twice is its first occurrence); the
+// arrival's day at the destination is today or later there; the departure is after the arrival
+// ("The return time must be after your arrival."); distance from home; conflicts. Returns the
+// timed trip to store (hasTimes and hasArrivalTime true; without a departure, infersEndTime and
+// hasExclusiveEnd true with `to` at the start of the day after the arrival's). Raises
+// TripRejectedError with the first rule that fails.
+Trip validateNewTimedTrip(const NewTimedTripRequest& request, const std::optional<Location>& home,
+                          const std::vector<Trip>& existing, Date now, const TripCalendar& calendar, Uuid id,
+                          const std::string& locale = {});
 
 }  // namespace ombrine

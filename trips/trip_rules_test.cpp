@@ -334,6 +334,79 @@ TEST(TripRulesTest, NewTripValidationInOrder) {
   }
 }
 
+TEST(TripRulesTest, NewTimedTripValidationInOrder) {
+  const TripCalendar lisbon(zone("Europe/Lisbon"));
+  // 2027-03-27 20:00 in Lisbon is already the 28th at 09:00 in Auckland.
+  const Date now = at("Europe/Lisbon", {2027, 3, 27}, {20, 0, 0});
+  const Trip booked = timed(9, kMadrid, at("Europe/Madrid", {2027, 4, 2}, {10, 0, 0}),
+                            at("Europe/Madrid", {2027, 4, 3}, {18, 0, 0}));
+  const std::vector<Trip> existing{booked};
+  TripLocation nearHome = kPorto;
+  nearHome.location = northOf(kLisbonHome, 20'000.0);
+  using Moment = std::pair<CivilDay, WallTime>;
+  struct Row {
+    const char* why;
+    std::optional<Location> home;
+    std::optional<TripLocation> destination;
+    Moment arrival;
+    std::optional<Moment> departure;
+    std::string message;  // empty: accepted
+    bool infers = false;
+  };
+  const Row rows[] = {
+      {"no home", std::nullopt, kMadrid, {{2027, 4, 1}, {9, 0}}, std::nullopt, kNoHomeLocationMessage},
+      {"no destination", kLisbonHome, std::nullopt, {{2027, 4, 1}, {9, 0}}, std::nullopt,
+       kNoDestinationLocationMessage},
+      // Madrid springs forward on 2027-03-28 from 02:00 to 03:00.
+      {"arrival in the skipped hour", kLisbonHome, kMadrid, {{2027, 3, 28}, {2, 30}}, std::nullopt,
+       kTimeUnavailableAtDestinationMessage},
+      {"departure in the skipped hour", kLisbonHome, kMadrid, {{2027, 3, 27}, {23, 0}}, Moment{{2027, 3, 28}, {2, 0}},
+       kTimeUnavailableAtDestinationMessage},
+      {"the hour after the gap exists", kLisbonHome, kMadrid, {{2027, 3, 28}, {3, 0}}, std::nullopt, "", true},
+      {"the destination's today, though the device's is a day behind", kLisbonHome, kAuckland,
+       {{2027, 3, 28}, {8, 0}}, std::nullopt, "", true},
+      {"the destination's yesterday", kLisbonHome, kAuckland, {{2027, 3, 27}, {23, 0}}, std::nullopt,
+       kStartsInPastMessage},
+      {"departure equal to arrival", kLisbonHome, kMadrid, {{2027, 4, 1}, {9, 0}}, Moment{{2027, 4, 1}, {9, 0}},
+       kReturnBeforeArrivalMessage},
+      {"a one-minute trip passes", kLisbonHome, kMadrid, {{2027, 4, 1}, {9, 0}}, Moment{{2027, 4, 1}, {9, 1}}, ""},
+      {"Porto is far enough from home", kLisbonHome, kPorto, {{2027, 4, 1}, {9, 0}}, std::nullopt, "", true},
+      {"too near home", kLisbonHome, nearHome, {{2027, 4, 1}, {9, 0}}, std::nullopt,
+       "Trips must be at least 31 miles away from home."},
+      {"arrives as the booked trip leaves: no conflict", kLisbonHome, kAuckland, {{2027, 4, 4}, {4, 0}},
+       Moment{{2027, 4, 6}, {9, 0}}, ""},
+      {"overlaps the booked trip by a minute", kLisbonHome, kAuckland, {{2027, 4, 4}, {3, 59}},
+       Moment{{2027, 4, 6}, {9, 0}}, "These times overlap with your trip to \u2068Madrid\u2069 from "},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.why);
+    const NewTimedTripRequest request{row.destination, row.arrival.first, row.arrival.second, row.departure};
+    try {
+      const Trip trip = validateNewTimedTrip(request, row.home, existing, now, lisbon, idNumber(1), "en_GB");
+      EXPECT_EQ(row.message, "");
+      EXPECT_TRUE(trip.dates.hasTimes && trip.dates.hasArrivalTime);
+      EXPECT_EQ(trip.dates.infersEndTime, row.infers);
+      EXPECT_EQ(trip.dates.hasExclusiveEnd, row.infers);
+      // Read back on the destination's clock, the times are those entered.
+      const TripCalendar local(row.destination->timeZone);
+      EXPECT_EQ(local.day(trip.dates.from), row.arrival.first);
+      EXPECT_EQ(local.timeOfDay(trip.dates.from), row.arrival.second);
+      if (row.infers) {
+        // Without a departure the trip covers the rest of its arrival day.
+        EXPECT_EQ(trip.dates.to, local.date(local.day(local.addingDays(trip.dates.from, 1))));
+        EXPECT_EQ(local.day(endMoment(trip)), row.arrival.first);
+      }
+    } catch (const TripRejectedError& error) {
+      ASSERT_FALSE(row.message.empty()) << error.what();
+      EXPECT_TRUE(std::string(error.what()).starts_with(row.message)) << error.what();
+    }
+  }
+  // Auckland falls back on 2027-04-04 at 03:00: 02:30 happens twice, and the first one counts.
+  const NewTimedTripRequest twice{kAuckland, {2027, 4, 4}, {2, 30}, std::nullopt};
+  EXPECT_EQ(validateNewTimedTrip(twice, kLisbonHome, {}, now, lisbon, idNumber(1)).dates.from,
+            Date::fromUnix(1806759000.0));  // 2027-04-03 13:30 UTC, still daylight time
+}
+
 TEST(TripRulesTest, AuclandTripFromLisbonIsStoredAsAucklandMidnight) {
   const TripCalendar lisbon(zone("Europe/Lisbon"));
   const Date now = at("Europe/Lisbon", {2027, 3, 10}, {14, 0, 0});
