@@ -8,6 +8,7 @@
 #include <cctype>
 #include <charconv>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,16 +16,24 @@
 
 #include "app/commands.hpp"
 #include "app/global_options.hpp"
+#include "app/trips_hourly_command.hpp"
 #include "core/errors.hpp"
 #include "core/geo_naming.hpp"
 #include "core/geocoder.hpp"
+#include "core/unit_rules.hpp"
+#include "core/value_format.hpp"
 #include "core/value_json.hpp"
 #include "persistence/favorite_store.hpp"
+#include "persistence/trip_cache_store.hpp"
+#include "persistence/weather_cache.hpp"
 #include "places/coordinate_text.hpp"
 #include "platform/errors.hpp"
 #include "platform/linux/file_cloud_key_value_store.hpp"
 #include "platform/linux/system_clock.hpp"
 #include "platform/log.hpp"
+#include "platform/paths.hpp"
+#include "platform/runtime.hpp"
+#include "trips/hourly_trip_forecast.hpp"
 #include "trips/trip_rules.hpp"
 #include "trips/trip_store.hpp"
 #include "wiring/services.hpp"
@@ -98,6 +107,40 @@ CivilDay parseDay(const std::string& text, const char* what) {
 
 std::string dayText(CivilDay day) { return fmt::format("{:04}-{:02}-{:02}", day.year, day.month, day.day); }
 
+// A day, or a day with a wall-clock time ("YYYY-MM-DD HH:MM", a "T" also separates them).
+struct DayInput {
+  CivilDay day;
+  std::optional<WallTime> time;
+};
+
+DayInput parseDayInput(const std::string& text, const char* what) {
+  if (text.size() <= 10) return DayInput{parseDay(text, what), std::nullopt};
+  auto number = [&](size_t at, int& out) {
+    const auto [end, error] = std::from_chars(text.data() + at, text.data() + at + 2, out);
+    return error == std::errc() && end == text.data() + at + 2;
+  };
+  WallTime time;
+  const bool shaped = text.size() == 16 && (text[10] == ' ' || text[10] == 'T') && text[13] == ':' &&
+                      number(11, time.hour) && number(14, time.minute);
+  if (!shaped || time.hour > 23 || time.minute > 59) {
+    throw UsageError(
+        fmt::format("{} \"{}\" is not a date and time; write \"YYYY-MM-DD HH:MM\", e.g. \"2027-03-20 14:30\"", what, text));
+  }
+  return DayInput{parseDay(text.substr(0, 10), what), time};
+}
+
+// The wall clock of an instant at the destination, as the user would enter it.
+std::pair<CivilDay, WallTime> wallClock(Date instant, const TimeZone& zone) {
+  const TripCalendar calendar(zone);
+  const WallTime time = calendar.timeOfDay(instant);
+  return {calendar.day(instant), WallTime{time.hour, time.minute, 0}};
+}
+
+std::string momentText(Date instant, const TimeZone& zone) {
+  const auto [day, time] = wallClock(instant, zone);
+  return fmt::format("{} {:02}:{:02}", dayText(day), time.hour, time.minute);
+}
+
 std::string lower(std::string_view text) {
   std::string out(text);
   for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
@@ -169,6 +212,60 @@ std::pair<CivilDay, CivilDay> tripDays(const Trip& trip) {
   return {destination.day(trip.dates.from), destination.day(trip.dates.hasTimes ? endMoment(trip) : trip.dates.to)};
 }
 
+// What the user sees of a trip's span: days for an all-day trip, arrival and departure on the
+// destination's clock for a timed one.
+std::string spanText(const Trip& trip) {
+  if (trip.dates.hasTimes) {
+    return momentText(trip.dates.from, trip.destination.timeZone) + " to " +
+           momentText(endBase(trip.dates), trip.destination.timeZone);
+  }
+  const auto [first, last] = tripDays(trip);
+  return first == last ? dayText(first) : dayText(first) + " to " + dayText(last);
+}
+
+std::string_view weatherStateName(WeatherState state) {
+  switch (state) {
+    case WeatherState::sunnyDay: return "sunnyDay";
+    case WeatherState::hotDay: return "hotDay";
+    case WeatherState::rainyDay: return "rainyDay";
+    case WeatherState::chillyDay: return "chillyDay";
+    case WeatherState::overcast: return "overcast";
+    case WeatherState::night: return "night";
+    case WeatherState::rainyNight: return "rainyNight";
+    case WeatherState::placeholder: return "placeholder";
+  }
+  return "placeholder";
+}
+
+std::string_view weatherStateText(WeatherState state) {
+  switch (state) {
+    case WeatherState::sunnyDay: return "sunny";
+    case WeatherState::hotDay: return "hot";
+    case WeatherState::rainyDay: return "rainy";
+    case WeatherState::chillyDay: return "chilly";
+    case WeatherState::overcast: return "overcast";
+    case WeatherState::night: return "clear night";
+    case WeatherState::rainyNight: return "rainy night";
+    case WeatherState::placeholder: return "no forecast";
+  }
+  return "";
+}
+
+// The row weather of each trip the trip cache holds a record for; nothing is fetched.
+std::map<Uuid, TripRowWeatherSnapshot> rowWeather(const std::vector<Trip>& trips, Date today) {
+  std::map<Uuid, TripRowWeatherSnapshot> out;
+  Runtime runtime(1);
+  SystemClock clock;
+  WeatherCache cache(cachesDirectory(), clock, runtime.executor());
+  for (const Trip& trip : trips) {
+    const std::optional<TripCacheEntry> entry =
+        cache.cachedWeather(trip.id, trip.destination.location, true, std::nullopt);
+    if (!entry) continue;
+    if (auto row = tripRowWeather(trip, entry->cachedWeather, today)) out.emplace(trip.id, *row);
+  }
+  return out;
+}
+
 boost::json::object describe(const Trip& trip, const std::vector<Trip>& trips, const std::optional<Location>& home,
                              const TripCalendar& calendar, Date today) {
   const TripState state = tripState(trip, today, calendar);
@@ -181,6 +278,10 @@ boost::json::object describe(const Trip& trip, const std::vector<Trip>& trips, c
   out["firstDay"] = dayText(first);
   out["lastDay"] = dayText(last);
   out["continuesTo"] = next ? boost::json::value(next->destination.shownName()) : boost::json::value(nullptr);
+  if (trip.dates.hasTimes) {
+    out["arrival"] = momentText(trip.dates.from, trip.destination.timeZone);
+    out["departure"] = momentText(endBase(trip.dates), trip.destination.timeZone);
+  }
   return out;
 }
 
@@ -195,11 +296,15 @@ std::string stateText(const TripState& state) {
 }
 
 void printTrip(const Trip& trip, const std::vector<Trip>& trips, const std::optional<Location>& home,
-               const TripCalendar& calendar, Date today, bool detailed) {
-  const auto [first, last] = tripDays(trip);
-  const std::string days = first == last ? dayText(first) : dayText(first) + " to " + dayText(last);
-  std::cout << fmt::format("{}  {:<24} {}  ({})\n", trip.id.text().substr(0, 8), trip.destination.shownName(), days,
-                           stateText(tripState(trip, today, calendar)));
+               const TripCalendar& calendar, Date today, bool detailed,
+               const std::optional<TripRowWeatherSnapshot>& weather = std::nullopt) {
+  std::string weatherText;
+  if (weather) {
+    weatherText = fmt::format("  {}, {}", formattedTemperature(weather->temperature, TemperatureWidth::narrow, currentLocale()),
+                              weatherStateText(weather->weatherState));
+  }
+  std::cout << fmt::format("{}  {:<24} {}  ({}){}\n", trip.id.text().substr(0, 8), trip.destination.shownName(),
+                           spanText(trip), stateText(tripState(trip, today, calendar)), weatherText);
   if (const std::optional<Trip> next = nextConnectedTrip(trip, trips, home)) {
     std::cout << "          " << continuationLabel(*next) << "\n";
   }
@@ -223,10 +328,25 @@ void store(Stores& stores, std::vector<Trip> trips, const std::optional<Location
   stores.trips.setTrips(normalizedTrips(trips, home, calendar));
 }
 
+// Times on both ends or on neither: a trip is timed or all-day as a whole.
+std::optional<std::pair<CivilDay, WallTime>> departureOf(const std::optional<DayInput>& to, bool timed) {
+  if (!to) return std::nullopt;
+  if (to->time.has_value() != timed) {
+    throw UsageError("give --from and --to both with a time (\"YYYY-MM-DD HH:MM\") or both as days (YYYY-MM-DD)");
+  }
+  return std::pair{to->day, *to->time};
+}
+
 int add(const AddOptions& options) {
   const TripCalendar calendar = TripCalendar::current();
-  const CivilDay first = parseDay(options.from, "--from");
-  const std::optional<CivilDay> last = options.to.empty() ? std::nullopt : std::optional(parseDay(options.to, "--to"));
+  const DayInput arrival = parseDayInput(options.from, "--from");
+  const std::optional<DayInput> departure =
+      options.to.empty() ? std::nullopt : std::optional(parseDayInput(options.to, "--to"));
+  const bool timed = arrival.time.has_value();
+  const auto timedDeparture = timed ? departureOf(departure, true) : std::nullopt;
+  if (!timed) departureOf(departure, false);
+  const CivilDay first = arrival.day;
+  const std::optional<CivilDay> last = departure ? std::optional(departure->day) : std::nullopt;
   Stores stores;
   const std::optional<Location> home = homeLocation(stores);
   const std::vector<Trip> existing = stores.trips.trips();
@@ -236,15 +356,24 @@ int add(const AddOptions& options) {
     Services services(servicesOptions());
     destination = resolvePlace(options.place, services.geocoder());
   }
-  const NewTripRequest request{destination, calendar.date(first),
-                               last ? std::optional(calendar.date(*last)) : std::nullopt};
-  const Trip trip = validateNewTrip(request, home, existing, now(), calendar, Uuid::random());
+  Trip trip;
+  if (timed) {
+    const NewTimedTripRequest request{destination, arrival.day, *arrival.time, timedDeparture};
+    trip = validateNewTimedTrip(request, home, existing, now(), calendar, Uuid::random());
+  } else {
+    const NewTripRequest request{destination, calendar.date(first),
+                                 last ? std::optional(calendar.date(*last)) : std::nullopt};
+    trip = validateNewTrip(request, home, existing, now(), calendar, Uuid::random());
+  }
   std::vector<Trip> trips = existing;
   trips.push_back(trip);
   store(stores, trips, home, calendar);
-  const auto [from, to] = tripDays(trip);
-  std::cout << fmt::format("Added trip to {} ({} to {}), id {}\n", trip.destination.shownName(), dayText(from),
-                           dayText(to), trip.id.text());
+  // As stored: an inferred end may have become the next trip's arrival.
+  for (const Trip& stored : stores.trips.trips()) {
+    if (stored.id == trip.id) trip = stored;
+  }
+  std::cout << fmt::format("Added trip to {} ({}), id {}\n", trip.destination.shownName(), spanText(trip),
+                           trip.id.text());
   return 0;
 }
 
@@ -254,14 +383,27 @@ int list(bool json) {
   const std::optional<Location> home = homeLocation(stores);
   const std::vector<Trip> trips = byStart(stores.trips.trips());
   const Date today = now();
+  const std::map<Uuid, TripRowWeatherSnapshot> weather = rowWeather(trips, today);
+  auto weatherOf = [&](const Trip& trip) {
+    auto found = weather.find(trip.id);
+    return found == weather.end() ? std::nullopt : std::optional(found->second);
+  };
   if (json) {
     boost::json::array out;
-    for (const Trip& trip : trips) out.push_back(describe(trip, trips, home, calendar, today));
+    for (const Trip& trip : trips) {
+      boost::json::object row = describe(trip, trips, home, calendar, today);
+      row["rowWeather"] = nullptr;
+      if (const auto snapshot = weatherOf(trip)) {
+        row["rowWeather"] = {{"temperature", snapshot->temperature.inCelsius()},
+                             {"weatherState", weatherStateName(snapshot->weatherState)}};
+      }
+      out.push_back(std::move(row));
+    }
     std::cout << serializeJson(out) << "\n";
     return 0;
   }
   if (trips.empty()) std::cout << "No trips. Add one with: ombrine trips add PLACE --from YYYY-MM-DD\n";
-  for (const Trip& trip : trips) printTrip(trip, trips, home, calendar, today, false);
+  for (const Trip& trip : trips) printTrip(trip, trips, home, calendar, today, false, weatherOf(trip));
   return 0;
 }
 
@@ -296,19 +438,52 @@ int edit(const EditOptions& options) {
     if (options.place.displayName && !options.place.displayName->empty()) destination->displayName = options.place.displayName;
     if (!options.place.symbol.empty()) destination->symbolName = options.place.symbol;
   }
-  // Days the user does not change stay the trip's own days of its destination.
-  const auto [oldFirst, oldLast] = tripDays(original);
-  const CivilDay first = options.from.empty() ? oldFirst : parseDay(options.from, "--from");
-  const CivilDay last = options.to.empty() ? oldLast : parseDay(options.to, "--to");
-  NewTripRequest request{destination, calendar.date(first), calendar.date(last)};
-  request.keepsStart = options.from.empty();
-  const Trip edited = validateNewTrip(request, home, existing, now(), calendar, original.id);
+  const std::optional<DayInput> newFrom =
+      options.from.empty() ? std::nullopt : std::optional(parseDayInput(options.from, "--from"));
+  const std::optional<DayInput> newTo =
+      options.to.empty() ? std::nullopt : std::optional(parseDayInput(options.to, "--to"));
+  // A time on either end makes the trip timed; a day on either end makes it all-day; otherwise it
+  // stays what it was.
+  const bool timed = (newFrom && newFrom->time) || (newTo && newTo->time) ||
+                     (original.dates.hasTimes && !(newFrom && !newFrom->time) && !(newTo && !newTo->time));
+  Trip edited;
+  if (timed) {
+    // Ends the user does not change keep their wall clock at the destination.
+    const TimeZone& zone = destination ? destination->timeZone : original.destination.timeZone;
+    DayInput arrival;
+    if (newFrom) {
+      arrival = *newFrom;
+    } else {
+      if (!original.dates.hasTimes) throw UsageError("give --from with a time to make this all-day trip timed");
+      const auto [day, time] = wallClock(original.dates.from, zone);
+      arrival = DayInput{day, time};
+    }
+    if (!arrival.time) throw UsageError("give --from with a time (\"YYYY-MM-DD HH:MM\") for a trip with times");
+    std::optional<DayInput> departure = newTo;
+    if (!departure && original.dates.hasTimes && !original.dates.hasExclusiveEnd) {
+      const auto [day, time] = wallClock(original.dates.to, zone);
+      departure = DayInput{day, time};
+    }
+    NewTimedTripRequest request{destination, arrival.day, *arrival.time, departureOf(departure, true)};
+    request.keepsStart = !newFrom;
+    edited = validateNewTimedTrip(request, home, existing, now(), calendar, original.id);
+  } else {
+    // Days the user does not change stay the trip's own days of its destination.
+    const auto [oldFirst, oldLast] = tripDays(original);
+    const CivilDay first = newFrom ? newFrom->day : oldFirst;
+    const CivilDay last = newTo ? newTo->day : oldLast;
+    NewTripRequest request{destination, calendar.date(first), calendar.date(last)};
+    request.keepsStart = !newFrom;
+    edited = validateNewTrip(request, home, existing, now(), calendar, original.id);
+  }
   std::vector<Trip> trips = existing;
   std::replace_if(trips.begin(), trips.end(), [&](const Trip& trip) { return trip.id == original.id; }, edited);
   store(stores, trips, home, calendar);
-  const auto [from, to] = tripDays(edited);
-  std::cout << fmt::format("Changed trip to {} ({} to {}), id {}\n", edited.destination.shownName(), dayText(from),
-                           dayText(to), edited.id.text());
+  for (const Trip& stored : stores.trips.trips()) {
+    if (stored.id == edited.id) edited = stored;
+  }
+  std::cout << fmt::format("Changed trip to {} ({}), id {}\n", edited.destination.shownName(), spanText(edited),
+                           edited.id.text());
   return 0;
 }
 
@@ -358,10 +533,17 @@ CLI::App* addTripsCommand(CLI::App& app) {
   trips->require_subcommand(1);
 
   auto addOptions = std::make_shared<AddOptions>();
-  CLI::App* addCommand = trips->add_subcommand("add", "Add an all-day trip (dates are days at the destination)");
+  CLI::App* addCommand = trips->add_subcommand(
+      "add",
+      "Add a trip: all-day with YYYY-MM-DD, or with times with \"YYYY-MM-DD HH:MM\" on the destination's clock. "
+      "A time the destination's clocks skip is refused; a time they pass twice (clocks going back) is the first "
+      "of the two.");
   addPlaceOptions(*addCommand, addOptions->place);
-  addCommand->add_option("--from", addOptions->from, "First day, YYYY-MM-DD")->required();
-  addCommand->add_option("--to", addOptions->to, "Last day, YYYY-MM-DD (default: the first day)");
+  addCommand->add_option("--from", addOptions->from, "First day, YYYY-MM-DD, or arrival, \"YYYY-MM-DD HH:MM\"")
+      ->required();
+  addCommand->add_option("--to", addOptions->to,
+                         "Last day, YYYY-MM-DD (default: the first day), or departure, \"YYYY-MM-DD HH:MM\" "
+                         "(default: the end of the arrival day, or the next trip's arrival when you go straight on)");
   addCommand->callback([addOptions] {
     report("add", [&] {
       if (addOptions->place.place.empty() && addOptions->place.at.empty()) {
@@ -383,21 +565,23 @@ CLI::App* addTripsCommand(CLI::App& app) {
   showCommand->callback([showOptions] { report("show", [&] { return show(*showOptions); }); });
 
   auto editOptions = std::make_shared<EditOptions>();
-  CLI::App* editCommand = trips->add_subcommand("edit", "Change a trip's place, days or names (it becomes all-day)");
+  CLI::App* editCommand = trips->add_subcommand(
+      "edit", "Change a trip's place, days, times or names (a day on either end makes it all-day, a time timed)");
   editCommand->add_option("trip", editOptions->trip, "The trip: id, id prefix or name")->required();
   editCommand->add_option("--place", editOptions->place.place, "A new destination by name");
   editCommand->add_option("--at", editOptions->place.at, "A new destination as LAT,LON");
   editCommand->add_option("--name", editOptions->place.displayName, "Your own name for the place");
   editCommand->add_flag("--clear-name", editOptions->clearName, "Show the place's own name again");
   editCommand->add_option("--symbol", editOptions->place.symbol, "Name of the place's icon");
-  editCommand->add_option("--from", editOptions->from, "New first day, YYYY-MM-DD");
-  editCommand->add_option("--to", editOptions->to, "New last day, YYYY-MM-DD");
+  editCommand->add_option("--from", editOptions->from, "New first day, YYYY-MM-DD, or arrival, \"YYYY-MM-DD HH:MM\"");
+  editCommand->add_option("--to", editOptions->to, "New last day, YYYY-MM-DD, or departure, \"YYYY-MM-DD HH:MM\"");
   editCommand->callback([editOptions] { report("edit", [&] { return edit(*editOptions); }); });
 
   auto removeName = std::make_shared<std::string>();
   CLI::App* removeCommand = trips->add_subcommand("remove", "Remove a trip");
   removeCommand->add_option("trip", *removeName, "The trip: id, id prefix or name")->required();
   removeCommand->callback([removeName] { report("remove", [&] { return remove(*removeName); }); });
+  addTripsHourlyCommand(*trips);
   return trips;
 }
 

@@ -1,5 +1,5 @@
-// `ombrine trips forecast` run as a user runs it: real processes sharing one container, against
-// the embedded simulator.
+// `ombrine trips forecast`, `trips add` with times and `trips hourly`, run as a user runs them:
+// real processes sharing one container, against the embedded simulator.
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -14,6 +14,8 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <boost/json.hpp>
 
@@ -112,6 +114,101 @@ TEST_F(TripsForecastCommandTest, UnknownOrMissingTripIsAUsageError) {
   const ProgramRun unknown = run("--services sim trips forecast Atlantis");
   EXPECT_EQ(unknown.exitCode, 2);
   EXPECT_NE(unknown.err.find("no trip is named \"Atlantis\""), std::string::npos) << unknown.err;
+}
+
+// `at` on the wall clock of a zone with a fixed offset, "YYYY-MM-DD HH:MM".
+std::string wallClock(std::time_t at, int offsetHours) {
+  const std::time_t shifted = at + offsetHours * 3600;
+  std::tm parts{};
+  ::gmtime_r(&shifted, &parts);
+  char text[32];
+  std::strftime(text, sizeof text, "%Y-%m-%d %H:%M", &parts);
+  return text;
+}
+
+// `trips add` with times and `trips hourly`: the hours of where the user will be.
+TEST_F(TripsForecastCommandTest, ATimedTripTakesOverAtItsLocalArrivalAndHandsBackHome) {
+  ASSERT_EQ(run("places home --at 52.52,13.405").exitCode, 0);
+  // Arrive in Tokyo (UTC+9 all year) at the half hour three to four hours from now, stay four hours.
+  const std::time_t arrival = (std::time(nullptr) / 1800 + 7) * 1800;
+  const std::time_t departure = arrival + 4 * 3600;
+  const std::string from = wallClock(arrival, 9);
+  const std::string to = wallClock(departure, 9);
+  const ProgramRun added = run("trips add Tokyo --from \"" + from + "\" --to \"" + to + "\"");
+  ASSERT_EQ(added.exitCode, 0) << added.err;
+  EXPECT_NE(added.out.find(from + " to " + to), std::string::npos) << added.out;
+
+  const ProgramRun hourly = run("--services sim trips hourly --json");
+  ASSERT_EQ(hourly.exitCode, 0) << hourly.err;
+  const boost::json::value document = boost::json::parse(hourly.out);
+  const std::string homeID(document.at("place").at("id").as_string());
+  EXPECT_EQ(document.at("home").at("id").as_string(), homeID);
+  const auto& timeline = document.at("timeline").as_array();
+  ASSERT_GE(timeline.size(), 24u);
+  // Where each point comes from, in order: home, then Tokyo from the arrival, then home again.
+  std::vector<std::pair<std::string, std::string>> handovers;  // place name, local time
+  for (const auto& point : timeline) {
+    if (point.at("handover").as_bool()) {
+      handovers.emplace_back(point.at("location").at("name").as_string(), point.at("localTime").as_string());
+    }
+  }
+  ASSERT_EQ(handovers.size(), 2u) << hourly.out;
+  EXPECT_EQ(handovers[0].first, "Tokyo");
+  EXPECT_EQ(handovers[0].second, from + " UTC+09");
+  EXPECT_EQ(handovers[1].first, std::string(document.at("place").at("name").as_string()));
+  // Back home on Berlin's clock at the moment the trip ends.
+  const std::string berlinEnd = handovers[1].second;
+  EXPECT_TRUE(berlinEnd == wallClock(departure, 1) + " UTC+01" || berlinEnd == wallClock(departure, 2) + " UTC+02")
+      << berlinEnd;
+  EXPECT_EQ(timeline.front().at("location").at("id").as_string(), homeID);
+  EXPECT_EQ(document.at("routes").as_array().size(), 1u);
+
+  // The readable view marks both changes, and the trip's forecast now comes from the trip cache.
+  const ProgramRun readable = run("--services sim trips hourly --no-fetch");
+  ASSERT_EQ(readable.exitCode, 0) << readable.err;
+  EXPECT_NE(readable.out.find("▸ " + from + " UTC+09  Tokyo"), std::string::npos) << readable.out;
+  EXPECT_NE(readable.out.find("arrive in Tokyo"), std::string::npos) << readable.out;
+  EXPECT_NE(readable.out.find("back home"), std::string::npos) << readable.out;
+
+  // The list shows the trip's row weather from the trip cache.
+  const ProgramRun listed = run("trips list --json");
+  ASSERT_EQ(listed.exitCode, 0) << listed.err;
+  const boost::json::value trips = boost::json::parse(listed.out);
+  ASSERT_EQ(trips.as_array().size(), 1u);
+  EXPECT_TRUE(trips.as_array()[0].at("rowWeather").is_object()) << listed.out;
+  EXPECT_EQ(trips.as_array()[0].at("arrival").as_string(), from);
+}
+
+TEST_F(TripsForecastCommandTest, TimedTripRefusalsAndHourlyUsageErrors) {
+  struct Row {
+    const char* why;
+    std::string arguments;
+    int exitCode;
+    const char* message;
+  };
+  const Row rows[] = {
+      {"no place and no home", "--services sim trips hourly", 2, "no place to start from"},
+      {"a trip needs a home first", "trips add Tokyo --from \"2031-05-01 10:00\"", 2,
+       "Before adding a trip, set a home location in Ombrine."},
+      {"home set", "places home --at 52.52,13.405", 0, ""},
+      {"a time New York's clocks skip", "trips add \"New York\" --from \"2031-03-09 02:30\"", 2,
+       "This time is unavailable at your destination. Choose another time."},
+      {"departure before arrival", "trips add Tokyo --from \"2031-05-01 10:00\" --to \"2031-05-01 09:00\"", 2,
+       "The return time must be after your arrival."},
+      {"a time on one end only", "trips add Tokyo --from 2031-05-01 --to \"2031-05-02 09:00\"", 2,
+       "both with a time"},
+      {"a malformed time", "trips add Tokyo --from \"2031-05-01 25:00\"", 2, "is not a date and time"},
+      {"without a departure the trip lasts the arrival day", "trips add Tokyo --from \"2031-05-01 10:00\"", 0,
+       "2031-05-01 10:00 to 2031-05-02 00:00"},
+      {"a coordinate off the globe", "--services sim trips hourly --at 95,0", 2, "ombrine trips hourly: "},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.why);
+    const ProgramRun result = run(row.arguments);
+    EXPECT_EQ(result.exitCode, row.exitCode) << result.err;
+    const std::string& text = row.exitCode == 0 ? result.out : result.err;
+    EXPECT_NE(text.find(row.message), std::string::npos) << text;
+  }
 }
 
 }  // namespace
