@@ -1,7 +1,8 @@
 // Trip forecasts: building the daily layout and the hourly snapshot for a 30-day trip over 10
-// places; the latency of one trip-cache store (memory merge, coordinated read-merge-write with an
-// atomic replacement, apply) when the cache already holds 100 trips; a read of an unchanged
-// record (one stat call); and the pure record merge. Latencies are reported as p50/p99 counters
+// places; the hourly view's load (cache reads and snapshot) for 240 hours, 5 trips and home; the
+// latency of one trip-cache store (memory merge, coordinated read-merge-write with an atomic
+// replacement, apply) when the cache already holds 100 trips; a read of an unchanged record (one
+// stat call); and the pure record merge. Latencies are reported as p50/p99 counters
 // in microseconds.
 
 #include <benchmark/benchmark.h>
@@ -14,11 +15,13 @@
 #include <vector>
 
 #include "core/testing_records.hpp"
+#include "persistence/favorite_weather_cache.hpp"
 #include "persistence/trip_cache_store.hpp"
 #include "persistence/weather_cache.hpp"
 #include "platform/icu_setup.hpp"
 #include "platform/runtime.hpp"
 #include "platform/testing/fake_clock.hpp"
+#include "trips/hourly_trip_forecast.hpp"
 #include "trips/trip_calendar.hpp"
 #include "trips/trip_timeline.hpp"
 
@@ -178,6 +181,61 @@ void BM_TripCacheReadUnchanged(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_TripCacheReadUnchanged)->Unit(benchmark::kMicrosecond);
+
+// The hourly view's load for 240 hours with 5 timed trips and a home route, every record fresh in
+// the caches (the common case: nothing to fetch): trip-cache reads, the home's favourite record
+// and the snapshot's timeline.
+void BM_HourlyTripLoadFiveTripsAndHome(benchmark::State& state) {
+  const fs::path dir = fs::temp_directory_path() / ("ombrine-hourly-bench-" + std::to_string(::getpid()));
+  fs::remove_all(dir);
+  testing_records::RecordShape shape;
+  shape.tides = false;
+  const OneCallWeather record = testing_records::makeForecastRecord(shape);
+  Runtime runtime{2};
+  FakeClock clock(record.current.dt.toSystem() + std::chrono::seconds(60));
+  auto cache = std::make_unique<WeatherCache>(dir, clock, runtime.executor());
+  auto favorites = std::make_unique<FavoriteWeatherCache>(dir, clock, runtime.executor());
+  const TimeZone berlin = *TimeZone::named("Europe/Berlin");
+  const Date first = record.hourly.front().dt;
+  std::vector<Trip> trips;
+  std::vector<TripCacheWrite> writes;
+  for (int i = 0; i < 5; ++i) {
+    // 36 hours away every 48 hours, back home in between.
+    const Location place(40.0 + i, -3.0 - i);
+    trips.push_back(Trip{idNumber(500 + i), TripLocation{"Trip", std::nullopt, "airplane", place, berlin},
+                         TripDates{.from = first + (6.0 + 48.0 * i) * 3600.0, .to = first + (42.0 + 48.0 * i) * 3600.0,
+                                   .hasTimes = true, .hasArrivalTime = true}});
+    writes.push_back(TripCacheWrite{trips.back().id, CachedWeather{"Trip", place, std::nullopt, record},
+                                    WeatherDataSource::dynamic, TripCacheOperationOrder::begin(record.current.dt)});
+  }
+  runtime.runBlocking(cache->store(std::move(writes)));
+  const FavoriteLocation home{idNumber(900), Location(52.52, 13.405), "Berlin", std::nullopt, berlin, Region{"DE"}};
+  favorites->setWeather(FavoriteWeather{{home.id, CachedWeather{"Berlin", home.location, Region{"DE"}, record}}});
+  const HourlyForecastLocation here{idNumber(901), "Here", "location", berlin, std::nullopt, std::nullopt};
+  TripWeatherFetcher noFetcher;
+  noFetcher.name = [](const Location&) -> GeoDetails { throw std::runtime_error("no fetch expected"); };
+  noFetcher.fetchOneCall = [](Location, GeoDetails, WeatherDataSource) -> Task<OneCallWeather> {
+    throw std::runtime_error("no fetch expected");
+  };
+  std::size_t points = 0;
+  for (auto _ : state) {
+    HourlyTripRefreshID key{TripHourlySchedule{trips}, home, home.location, WeatherDataSource::dynamic, record.hourly,
+                            true};
+    auto load = loadHourlyTripForecast(std::move(key), here, *cache, *favorites, noFetcher, clock);
+    const HourlyTripLoad result = runtime.runBlocking(std::move(load));
+    if (result.fetches != 0 || !result.snapshot.home || result.routes.size() != 5) {
+      state.SkipWithError("the caches did not serve every route");
+      break;
+    }
+    points = result.snapshot.timeline.size();
+    benchmark::DoNotOptimize(result);
+  }
+  state.counters["points"] = static_cast<double>(points);
+  favorites.reset();
+  cache.reset();
+  fs::remove_all(dir);
+}
+BENCHMARK(BM_HourlyTripLoadFiveTripsAndHome)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_MergedRecordThreeProviders(benchmark::State& state) {
   testing_records::RecordShape shape;
