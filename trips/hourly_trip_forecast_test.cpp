@@ -363,14 +363,42 @@ TEST_F(HourlyTripForecastTest, TimedTripsAcrossTheDateLineAndADaylightSavingNigh
 TEST_F(HourlyTripForecastTest, CancellationInTheMiddleOfAFetchStoresNothing) {
   const Trip lisbon = lisbonTrip(1);
   const Trip tokyo = timedTrip(2, "Tokyo", kTokyo, "Asia/Tokyo", kNow + 10 * kHour, kNow + 12 * kHour);
-  std::map<double, std::exception_ptr> failing{{kTokyo.latitude(), std::make_exception_ptr(CancellationError())}};
-  auto run = [&]() -> Task<void> {
-    auto work = start(key({lisbon, tokyo}, munich()), fetcher(failing));
-    co_await std::move(work);
+  struct Row {
+    const char* why;
+    bool cancelFromOutside;  // else the fetch itself ends in a cancellation
   };
-  EXPECT_TRUE(isCancellationError(errorOf(runtime_, run())));
-  EXPECT_EQ(cache_->cachedWeather(lisbon.id, kLisbon, true, std::nullopt), std::nullopt);
-  EXPECT_TRUE(favorites_->weather().empty());
+  const Row rows[] = {{"the load is cancelled while Tokyo's fetch waits", true},
+                      {"Tokyo's fetch raises a cancellation", false}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.why);
+    std::atomic<bool> waiting{false};
+    TripWeatherFetcher source = fetcher();
+    auto answer = source.fetchOneCall;
+    source.fetchOneCall = [&, answer, outside = row.cancelFromOutside](Location location, GeoDetails details,
+                                                                       WeatherDataSource provider) -> Task<OneCallWeather> {
+      if (location == kTokyo) {
+        if (!outside) throw CancellationError();
+        waiting = true;
+        // The fake clock never moves here: only a cancellation ends this wait.
+        co_await clock_.sleep(std::chrono::hours(1));
+      }
+      co_return co_await answer(location, details, provider);
+    };
+    // Named, so that the coroutine's captures outlive it.
+    auto loadAll = [&]() -> Task<void> {
+      auto work = start(key({lisbon, tokyo}, munich()), source);
+      co_await std::move(work);
+    };
+    StartedTask started = startTask(runtime_.executor(), loadAll());
+    if (row.cancelFromOutside) {
+      ASSERT_TRUE(eventually([&] { return waiting.load(); }));
+      started.task.cancel();
+    }
+    EXPECT_TRUE(isCancellationError(started.outcome.get()));
+    // Lisbon's finished fetch and home's are dropped with the load.
+    EXPECT_EQ(cache_->cachedWeather(lisbon.id, kLisbon, true, std::nullopt), std::nullopt);
+    EXPECT_TRUE(favorites_->weather().empty());
+  }
 }
 
 TEST(TripsInWindowTest, ATripCountsWhenItIsInForceAtSomeInstantOfTheWindow) {
