@@ -16,20 +16,20 @@
 namespace ombrine {
 
 std::string encodeFavoriteWeather(const FavoriteWeather& weather, Date encodingMoment) {
-  std::string text = "[";
+  std::string text;
+  JsonWriter writer(text);
+  writer.beginArray();
   for (const auto& [id, cached] : weather) {
-    if (text.size() > 1) text += ',';
-    text += '"';
-    text += id.text();
-    text += "\",";
-    text += encodeCachedWeather(cached, encodingMoment);
+    writer.string(id.text());
+    writeCachedWeather(writer, cached, encodingMoment);
   }
-  text += ']';
+  writer.endArray();
   return text;
 }
 
 FavoriteWeather decodeFavoriteWeather(std::string_view json) {
-  const boost::json::value document = parseJson(json);
+  boost::json::monotonic_resource arena;  // the document dies here; the records copy what they keep
+  const boost::json::value document = parseJson(json, &arena);
   const JsonPath root;
   const auto* entries = document.if_array();
   if (entries == nullptr) root.fail("expected an array of alternating ids and records");

@@ -165,11 +165,14 @@ const boost::json::value& member(JsonObjectReader& reader, const JsonPath& path,
   return *value;
 }
 
-boost::json::object orderToJson(const TripCacheOperationOrder& order) {
-  boost::json::object object;
-  object["startedAt"] = order.startedAt.timeIntervalSinceReferenceDate;
-  object["tieBreaker"] = order.tieBreaker.text();
-  return object;
+void writeOrder(JsonWriter& writer, const TripCacheOperationOrder& order) {
+  writer.beginObject();
+  writer.key("startedAt");
+  // Always a JSON double ("2.0", never "2"), the form stamps have had on disk from the start.
+  writer.value(boost::json::value(order.startedAt.timeIntervalSinceReferenceDate));
+  writer.key("tieBreaker");
+  writer.string(order.tieBreaker.text());
+  writer.endObject();
 }
 
 TripCacheOperationOrder decodeOrder(const boost::json::value& value, const JsonPath& path) {
@@ -181,13 +184,19 @@ TripCacheOperationOrder decodeOrder(const boost::json::value& value, const JsonP
   return order;
 }
 
-boost::json::object entryToJson(const TripCacheEntry& entry, Date encodingMoment) {
-  boost::json::object object;
-  object["cachedWeather"] = cachedWeatherToJson(entry.cachedWeather, encodingMoment);
-  object["requestedLocation"] = locationToJson(entry.requestedLocation);
-  if (entry.requestedProvider) object["requestedProvider"] = providerName(*entry.requestedProvider);
-  object["operationOrder"] = orderToJson(entry.operationOrder);
-  return object;
+void writeEntry(JsonWriter& writer, const TripCacheEntry& entry, Date encodingMoment) {
+  writer.beginObject();
+  writer.key("cachedWeather");
+  writeCachedWeather(writer, entry.cachedWeather, encodingMoment);
+  writer.key("requestedLocation");
+  writeJson(writer, entry.requestedLocation);
+  if (entry.requestedProvider) {
+    writer.key("requestedProvider");
+    writer.string(providerName(*entry.requestedProvider));
+  }
+  writer.key("operationOrder");
+  writeOrder(writer, entry.operationOrder);
+  writer.endObject();
 }
 
 TripCacheEntry decodeEntry(const boost::json::value& value, const JsonPath& path) {
@@ -209,15 +218,19 @@ TripCacheEntry decodeEntry(const boost::json::value& value, const JsonPath& path
   return entry;
 }
 
-boost::json::object recordToJson(const TripCacheRecord& record, Date encodingMoment) {
-  boost::json::object object;
-  object["version"] = 1;
-  boost::json::array entries;
-  entries.reserve(record.entries.size());
-  for (const TripCacheEntry& entry : record.entries) entries.push_back(entryToJson(entry, encodingMoment));
-  object["entries"] = std::move(entries);
-  if (record.removalOrder) object["removalOrder"] = orderToJson(*record.removalOrder);
-  return object;
+void writeRecord(JsonWriter& writer, const TripCacheRecord& record, Date encodingMoment) {
+  writer.beginObject();
+  writer.key("version");
+  writer.integer(1);
+  writer.key("entries");
+  writer.beginArray();
+  for (const TripCacheEntry& entry : record.entries) writeEntry(writer, entry, encodingMoment);
+  writer.endArray();
+  if (record.removalOrder) {
+    writer.key("removalOrder");
+    writeOrder(writer, *record.removalOrder);
+  }
+  writer.endObject();
 }
 
 TripCacheRecord decodeRecord(const boost::json::value& value, const JsonPath& path) {
@@ -254,27 +267,34 @@ TripCacheRecord decodeRecord(const boost::json::value& value, const JsonPath& pa
 }  // namespace
 
 std::string encodeTripCacheRecord(const TripCacheRecord& record, Date encodingMoment) {
-  return serializeJson(recordToJson(record, encodingMoment));
+  std::string out;
+  JsonWriter writer(out);
+  writeRecord(writer, record, encodingMoment);
+  return out;
 }
 
 TripCacheRecord decodeTripCacheRecord(std::string_view json) {
-  const boost::json::value document = parseJson(json);
+  boost::json::monotonic_resource arena;  // the document dies here; the record copies what it keeps
+  const boost::json::value document = parseJson(json, &arena);
   const JsonPath root;
   return decodeRecord(document, root);
 }
 
 std::string encodeLegacyTripCache(const std::vector<std::pair<Uuid, TripCacheRecord>>& records, Date encodingMoment) {
-  boost::json::array array;
-  array.reserve(records.size() * 2);
+  std::string out;
+  JsonWriter writer(out);
+  writer.beginArray();
   for (const auto& [id, record] : records) {
-    array.push_back(boost::json::string(id.text()));
-    array.push_back(recordToJson(record, encodingMoment));
+    writer.string(id.text());
+    writeRecord(writer, record, encodingMoment);
   }
-  return serializeJson(array);
+  writer.endArray();
+  return out;
 }
 
 std::vector<std::pair<Uuid, TripCacheRecord>> decodeLegacyTripCache(std::string_view json) {
-  const boost::json::value document = parseJson(json);
+  boost::json::monotonic_resource arena;
+  const boost::json::value document = parseJson(json, &arena);
   const JsonPath root;
   const boost::json::array& array = jsonArray(document, root);
   if (array.size() % 2 != 0) root.fail("a key without a value");

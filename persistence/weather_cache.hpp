@@ -50,8 +50,8 @@ struct CachedWeather {
 std::string encodeCachedWeather(const CachedWeather& cached, Date encodingMoment);
 // Raises DecodingError naming the place of the fault.
 CachedWeather decodeCachedWeather(std::string_view json);
-// The same forms as DOM values, for records that embed a CachedWeather.
-boost::json::object cachedWeatherToJson(const CachedWeather& cached, Date encodingMoment);
+// The same forms inside a larger document, for records that embed a CachedWeather.
+void writeCachedWeather(JsonWriter& writer, const CachedWeather& cached, Date encodingMoment);
 CachedWeather decodeCachedWeather(const boost::json::value& value, const JsonPath& path);
 
 // The merge radius of the latest value, in metres.

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "core/testing_records.hpp"
+#include "core/value_json.hpp"
 #include "persistence/coordinated_file.hpp"
 #include "persistence/persistence_test_support.hpp"
 #include "platform/atomic_file.hpp"
@@ -54,6 +55,15 @@ TEST(CachedWeatherJsonTest, RoundTripsWithKeysInOrderAndRegionOnlyWhenPresent) {
   EXPECT_EQ(bare.find("\"region\""), std::string::npos);
   EXPECT_EQ(decodeCachedWeather(bare), cached);
   EXPECT_THROW(decodeCachedWeather(R"({"name":"x","weather":{}})"), DecodingError);
+
+  // The text is written straight from the record, and it must be the same bytes that writing
+  // its document form gives (the form files on disk were written in). A full record: minutes,
+  // tides, alerts.
+  CachedWeather full{"Paris", Location(48.8566, 2.3522), Region{"FR"},
+                     testing_records::makeForecastRecord(testing_records::RecordShape{})};
+  const std::string fullText = encodeCachedWeather(full, full.weather.current.dt);
+  EXPECT_EQ(serializeJson(parseJson(fullText)), fullText);
+  EXPECT_EQ(decodeCachedWeather(fullText), full);
 }
 
 TEST(PreferredLatestWeatherTest, MergeRules) {
