@@ -10,8 +10,8 @@
 #include <filesystem>
 #include <string>
 
+#include "core/tide_records_json.hpp"
 #include "core/value_json.hpp"
-#include "tides/tide_records_json.hpp"
 
 namespace ombrine {
 namespace {

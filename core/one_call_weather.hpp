@@ -23,8 +23,8 @@
 #include "core/air_quality.hpp"
 #include "core/date.hpp"
 #include "core/measurements.hpp"
+#include "core/tide_records.hpp"
 #include "core/time_zone.hpp"
-#include "tides/tide_records.hpp"
 
 namespace ombrine {
 
@@ -209,7 +209,7 @@ struct OneCallWeather {
   double lon = 0.0;
   TimeZone timeZone;
   // The tides for the place, set by the fetch pipeline after a provider built the record, never
-  // by a provider (tides/tide_records.hpp).
+  // by a provider (core/tide_records.hpp).
   std::optional<TideData> tideData;
   Current current;
   std::optional<std::vector<Minutely>> minutely;

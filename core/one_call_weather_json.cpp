@@ -9,7 +9,7 @@
 #include <tuple>
 
 #include "core/json_stream.hpp"
-#include "tides/tide_records_json.hpp"
+#include "core/tide_records_json.hpp"
 
 namespace ombrine {
 

@@ -12,7 +12,7 @@
 #include <string>
 #include <string_view>
 
-#include "tides/tide_records.hpp"
+#include "core/tide_records.hpp"
 
 namespace ombrine {
 

@@ -14,10 +14,10 @@
 
 #include "core/errors.hpp"
 #include "core/iso8601.hpp"
+#include "core/tide_records_json.hpp"
 #include "core/value_json.hpp"
 #include "platform/atomic_file.hpp"
 #include "platform/paths.hpp"
-#include "tides/tide_records_json.hpp"
 
 namespace ombrine {
 

@@ -25,10 +25,10 @@
 #include <vector>
 
 #include "core/date.hpp"
+#include "core/tide_records.hpp"
 #include "platform/clock.hpp"
 #include "platform/task.hpp"
 #include "tides/tide_feeds.hpp"
-#include "tides/tide_records.hpp"
 
 namespace ombrine {
 

@@ -9,8 +9,8 @@
 #include <fmt/format.h>
 
 #include "core/iso8601.hpp"
+#include "core/tide_records_json.hpp"
 #include "core/value_json.hpp"
-#include "tides/tide_records_json.hpp"
 
 namespace ombrine {
 

@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "core/date.hpp"
-#include "tides/tide_records.hpp"
+#include "core/tide_records.hpp"
 
 namespace ombrine {
 

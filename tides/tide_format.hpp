@@ -12,7 +12,7 @@
 
 #include <unicode/locid.h>
 
-#include "tides/tide_records.hpp"
+#include "core/tide_records.hpp"
 
 namespace ombrine {
 

@@ -34,12 +34,12 @@
 
 #include "core/date.hpp"
 #include "core/service_endpoints.hpp"
+#include "core/tide_records.hpp"
 #include "platform/clock.hpp"
 #include "platform/http_client.hpp"
 #include "platform/task.hpp"
 #include "tides/tide_disk_cache.hpp"
 #include "tides/tide_feeds.hpp"
-#include "tides/tide_records.hpp"
 #include "tides/tide_region_gate.hpp"
 
 namespace ombrine {

@@ -17,9 +17,9 @@
 #include <unicode/locid.h>
 
 #include "core/date.hpp"
+#include "core/tide_records.hpp"
 #include "core/time_zone.hpp"
 #include "tides/tide_format.hpp"
-#include "tides/tide_records.hpp"
 
 namespace ombrine {
 

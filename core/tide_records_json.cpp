@@ -1,4 +1,4 @@
-#include "tides/tide_records_json.hpp"
+#include "core/tide_records_json.hpp"
 
 #include <boost/json/array.hpp>
 

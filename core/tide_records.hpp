@@ -4,7 +4,7 @@
 //
 // All heights are lengths held in metres; all dates are absolute instants. These records also
 // travel inside OneCallWeather (`tideData`) and so inside the weather cache; their JSON form
-// there is tides/tide_records_json.hpp.
+// there is core/tide_records_json.hpp.
 //
 // Plain values: copy freely, no thread affinity. Every function here is pure and reentrant and
 // raises nothing but std::bad_alloc.

@@ -3,11 +3,9 @@
 #include <cmath>
 
 #include "core/errors.hpp"
+#include "core/tide_records.hpp"
+#include "core/tide_records_json.hpp"
 #include "core/value_json.hpp"
-#include "tides/tide_deep_link.hpp"
-#include "tides/tide_format.hpp"
-#include "tides/tide_records.hpp"
-#include "tides/tide_records_json.hpp"
 
 namespace ombrine {
 namespace {
@@ -145,29 +143,6 @@ TEST(TideChartPointsTest, CosineInterpolationBetweenExtremes) {
   EXPECT_EQ(interpolatedPoint(tide, kT0 + 7201), std::nullopt);
 }
 
-TEST(TideHeightTextTest, RoundsToTenthsTiesToEvenWithoutNegativeZero) {
-  const icu::Locale english("en_US");
-  struct Row {
-    double meters;
-    TideHeightUnit unit;
-    const char* text;
-  };
-  const Row rows[] = {
-      {-0.04, TideHeightUnit::meters, "0.0m"},  // no "-0.0"
-      {0.25, TideHeightUnit::meters, "0.2m"},   // tie to even, down
-      {0.75, TideHeightUnit::meters, "0.8m"},   // tie to even, up
-      {1.716, TideHeightUnit::meters, "1.7m"},
-      {-0.126, TideHeightUnit::meters, "-0.1m"},
-      {0.3048 * 5.55, TideHeightUnit::feet, "5.6\u2032"},  // converted before rounding; narrow foot sign
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.meters);
-    EXPECT_EQ(formattedTideHeight(Length::meters(row.meters), row.unit, english), row.text);
-  }
-  EXPECT_FALSE(std::signbit(roundedTideHeight(Length::meters(-0.04), TideHeightUnit::meters)));
-  EXPECT_EQ(formattedTideHeight(Length::meters(1.25), TideHeightUnit::meters, icu::Locale("de_DE")), "1,2 m");
-}
-
 TEST(TideRecordsJsonTest, RoundTripsAndRejectsBadStations) {
   TideData data;
   data.station = TideStation{.id = "8557380", .name = "Lewes", .latitude = 38.7828, .longitude = -75.1192,
@@ -212,50 +187,6 @@ TEST(TideRecordsJsonTest, RoundTripsAndRejectsBadStations) {
   EXPECT_THROW(decodeTideData(parseJson(R"({"station":{"id":"a","name":"b","lat":1,"lng":2},"distance":0,
       "extremes":[{"date":1,"height":1,"kind":"X"}],"chartPoints":[],"fetchedAt":0})"), "tideData"),
                DecodingError);
-}
-
-TEST(TideDeepLinkTest, RecognisesOnlyCompleteLinks) {
-  const std::string good = "weather://tide/station?source=noaa&stationID=8557380&name=Lewes&latitude=38.78&longitude=-75.12";
-  struct Row {
-    std::string url;
-    bool recognised;
-  };
-  const Row rows[] = {
-      {"weather://tide/current", true},
-      {"WEATHER://TIDE/current", true},  // scheme and host without regard to case
-      {"weather://tide/current/", true},
-      {"weather://tide/Current", false},
-      {"weather://tide/", false},
-      {"weather://tide/current/extra", false},
-      {"weather://storm/current", false},
-      {"https://tide/current", false},
-      {good, true},
-      {good + "&state=DE&stationType=S&referenceStationID=8557380", true},
-      {"weather://tide/station?source=ncei&stationID=1&name=A&latitude=1&longitude=1", false},
-      {"weather://tide/station?source=chs&stationID=&name=A&latitude=1&longitude=1", false},
-      {"weather://tide/station?source=chs&stationID=1&latitude=1&longitude=1", false},
-      {"weather://tide/station?source=chs&stationID=1&name=A&latitude=north&longitude=1", false},
-      {"weather://tide/station?source=chs&stationID=1&name=A&latitude=91&longitude=1", false},
-      {"weather://tide/station?source=chs&stationID=1&name=A&latitude=1&longitude=-180.5", false},
-      {"weather://tide/station?source=chs&stationID=1&name=A&latitude=1", false},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.url);
-    EXPECT_EQ(parseTideDeepLink(row.url).has_value(), row.recognised);
-  }
-  const auto request = parseTideDeepLink(good + "&state=DE");
-  ASSERT_TRUE(request);
-  const auto& selection = std::get<TideStationSelection>(request->target);
-  EXPECT_EQ(selection.station.state, "DE");
-  EXPECT_EQ(selection.station.type, std::nullopt);
-  EXPECT_EQ(selection.station.latitude, 38.78);
-  // Names with spaces and accents survive the round trip through a link.
-  const TideDetailLaunchRequest chs = TideDetailLaunchRequest::station(
-      {TideStationSource::chs, TideStation{.id = "5cebf1", .name = "Pointe-au-Père & Rimouski", .latitude = 48.5,
-                                           .longitude = -68.466667, .state = "QC", .type = "PERMANENT"}});
-  EXPECT_EQ(parseTideDeepLink(tideDeepLink(chs)), chs);
-  EXPECT_EQ(parseTideDeepLink(tideDeepLink(TideDetailLaunchRequest::currentLocation())),
-            TideDetailLaunchRequest::currentLocation());
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "tides/tide_records.hpp"
+#include "core/tide_records.hpp"
 
 #include <algorithm>
 #include <cctype>

@@ -22,7 +22,7 @@
 #include <string>
 #include <string_view>
 
-#include "tides/tide_records.hpp"
+#include "core/tide_records.hpp"
 
 namespace ombrine {
 
