@@ -3,15 +3,14 @@
 // that killed writers left beside the value file.
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/file.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <thread>
 
@@ -21,6 +20,7 @@
 #include "platform/linux/system_clock.hpp"
 #include "platform/runtime.hpp"
 #include "platform/testing/async_testing.hpp"
+#include "platform/testing/forked_child.hpp"
 
 namespace ombrine {
 namespace {
@@ -28,45 +28,21 @@ namespace {
 using namespace testing_support;
 using namespace std::chrono_literals;
 
-// A process holding the lock of a coordination file for `holdFor` (forever when zero), started
-// once it holds it. Killed and reaped when destroyed.
-class ForkedHolder {
- public:
-  ForkedHolder(const fs::path& coordination, std::chrono::milliseconds holdFor) {
-    int fds[2];
-    if (::pipe(fds) != 0) throw std::runtime_error("pipe");
-    pid_ = ::fork();
-    if (pid_ == 0) {
-      prepareCoordinationFile(coordination);
-      auto lock = CoordinationLock::tryAcquire(coordination);
-      const char ready = lock ? 'r' : 'x';
-      if (::write(fds[1], &ready, 1) != 1) ::_exit(2);
-      if (holdFor.count() > 0) {
-        std::this_thread::sleep_for(holdFor);
-        ::_exit(0);
-      }
-      for (;;) ::pause();
+// The body of a process that takes the lock of a coordination file, reports once it holds it,
+// and holds it for `holdFor` (until killed when zero).
+std::function<void()> lockHolder(const fs::path& coordination, std::chrono::milliseconds holdFor) {
+  return [coordination, holdFor] {
+    prepareCoordinationFile(coordination);
+    auto lock = CoordinationLock::tryAcquire(coordination);
+    if (!lock) throw std::runtime_error("the lock is taken");
+    ForkedChild::reportReady();
+    if (holdFor.count() > 0) {
+      std::this_thread::sleep_for(holdFor);
+      return;
     }
-    char ready = 0;
-    if (::read(fds[0], &ready, 1) != 1 || ready != 'r') throw std::runtime_error("holder has no lock");
-    ::close(fds[0]);
-    ::close(fds[1]);
-  }
-  ForkedHolder(const ForkedHolder&) = delete;
-  ForkedHolder& operator=(const ForkedHolder&) = delete;
-  ~ForkedHolder() { kill(); }
-
-  void kill() {
-    if (pid_ <= 0) return;
-    ::kill(pid_, SIGKILL);
-    int status = 0;
-    ::waitpid(pid_, &status, 0);
-    pid_ = -1;
-  }
-
- private:
-  pid_t pid_ = -1;
-};
+    for (;;) ::pause();
+  };
+}
 
 class CoordinatedWriteLimitsTest : public ScratchFolderTest {
  protected:
@@ -93,8 +69,10 @@ TEST_F(CoordinatedWriteLimitsTest, LockWaitLimitAgainstAHolderInAnotherProcess) 
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
+    ForkedChild holder(lockHolder(coordination(), c.holdFor));  // before the runtime's threads
     Runtime runtime(2);
-    ForkedHolder holder(coordination(), c.holdFor);
+    holder.release();
+    ASSERT_TRUE(holder.waitUntilReady()) << "the holder did not get the lock";
     std::atomic<bool> ran{false};
     std::function<void()> operation = [&ran] { ran = true; };
     const CoordinatedWriteLimit limit{&clock_, c.limit};

@@ -1,10 +1,9 @@
 // Real processes writing one coordinated file: forked writers, readers, and writers killed with
 // SIGKILL at random moments. Children run the same code path as a program would (a Runtime and
 // performCoordinatedTransaction) and leave with _exit, never returning into the test framework.
+// Every child is forked before this process starts a thread, and every wait for one is bounded.
 
 #include <fcntl.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -20,6 +19,7 @@
 #include "persistence/persistence_test_support.hpp"
 #include "platform/runtime.hpp"
 #include "platform/testing/async_testing.hpp"
+#include "platform/testing/forked_child.hpp"
 
 namespace ombrine {
 namespace {
@@ -28,29 +28,6 @@ using namespace testing_support;
 using namespace std::chrono_literals;
 
 std::string keyOf(int writer, int index) { return "w" + std::to_string(writer) + "-" + std::to_string(index); }
-
-// Runs `body` in a forked child and returns its process id; the child's exit status is 0 when
-// `body` returns normally, 1 when it raises.
-template <class Body>
-pid_t forkChild(Body body) {
-  const pid_t pid = ::fork();
-  if (pid == 0) {
-    int status = 0;
-    try {
-      body();
-    } catch (...) {
-      status = 1;
-    }
-    ::_exit(status);
-  }
-  return pid;
-}
-
-int exitStatusOf(pid_t pid) {
-  int status = 0;
-  ::waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
 
 // Stores keys 0..count-1 (or forever with count < 0) of `writer`; after each store has returned
 // writes its index to `ackFd` when one is given.
@@ -95,14 +72,13 @@ TEST_F(MultiProcessTest, ConcurrentWritersLoseNothingAndReadersNeverSeeATornFile
   constexpr int kStores = 100;
   const fs::path file = dir_ / "Library" / "Caches" / "stress";
   const fs::path stop = dir_ / "stop";
-  std::vector<pid_t> readers;
-  for (int r = 0; r < 2; ++r) readers.push_back(forkChild([&] { readUntilStopped(file, stop); }));
-  std::vector<pid_t> writers;
-  for (int w = 0; w < kWriters; ++w) writers.push_back(forkChild([&, w] { writeKeys(file, w, kStores, -1); }));
+  auto readers = forkChildren(2, [&](int) { readUntilStopped(file, stop); });
+  auto writers = forkChildren(kWriters, [&](int w) { writeKeys(file, w, kStores, -1); });
+  for (ForkedChild& reader : readers) reader.release();
 
-  for (pid_t writer : writers) EXPECT_EQ(exitStatusOf(writer), 0);
+  EXPECT_TRUE(runAllAndWait(writers, 120s));
   writeFileAtomically(stop, "");
-  for (pid_t reader : readers) EXPECT_EQ(exitStatusOf(reader), 0);
+  for (ForkedChild& reader : readers) EXPECT_EQ(reader.wait(), 0);
 
   const Counts final = countsCodec().decode(*readFileIfExists(file));
   EXPECT_EQ(final.size(), static_cast<std::size_t>(kWriters * kStores));
@@ -116,53 +92,54 @@ TEST_F(MultiProcessTest, WritersKilledAtRandomLoseNoAcknowledgedWriteAndHoldNoLo
   constexpr int kKills = 16;
   const fs::path file = dir_ / "crash";
   const fs::path stop = dir_ / "stop";
-  const pid_t reader = forkChild([&] { readUntilStopped(file, stop); });
+  ForkedChild reader([&] { readUntilStopped(file, stop); });
 
+  // Every writer that will ever run is forked up front, each acknowledging its stores through a
+  // pipe of its own; a replacement is released when a running one is killed.
   struct Writer {
     int id;
-    pid_t pid;
     int ackFd;
+    ForkedChild process;
   };
-  int nextId = 0;
-  auto startWriter = [&] {
+  std::vector<Writer> writers;
+  writers.reserve(kConcurrent + kKills);
+  for (int id = 0; id < kConcurrent + kKills; ++id) {
     int fds[2];
-    if (::pipe(fds) != 0) throw std::runtime_error("pipe");
-    const int id = nextId++;
-    const pid_t pid = forkChild([&, id] {
+    ASSERT_EQ(::pipe(fds), 0);
+    ForkedChild process([&file, id, fds] {
       ::close(fds[0]);
       writeKeys(file, id, -1, fds[1]);
     });
     ::close(fds[1]);
-    return Writer{id, pid, fds[0]};
-  };
-  std::vector<Writer> running;
-  std::vector<Writer> finished;
-  for (int i = 0; i < kConcurrent; ++i) running.push_back(startWriter());
+    writers.push_back(Writer{id, fds[0], std::move(process)});
+  }
+  reader.release();
+  std::vector<std::size_t> running;
+  for (std::size_t i = 0; i < kConcurrent; ++i) {
+    writers[i].process.release();
+    running.push_back(i);
+  }
 
   std::mt19937 random(20261123);
   std::uniform_int_distribution<int> pause(2, 40);
   std::uniform_int_distribution<std::size_t> victim(0, kConcurrent - 1);
+  std::size_t next = kConcurrent;
   for (int kill = 0; kill < kKills; ++kill) {
     std::this_thread::sleep_for(std::chrono::milliseconds(pause(random)));
-    const std::size_t index = victim(random);
-    ::kill(running[index].pid, SIGKILL);
-    exitStatusOf(running[index].pid);
-    finished.push_back(running[index]);
-    running[index] = startWriter();
+    std::size_t& slot = running[victim(random)];
+    writers[slot].process.kill();
+    slot = next++;
+    writers[slot].process.release();
   }
-  for (Writer& writer : running) {
-    ::kill(writer.pid, SIGKILL);
-    exitStatusOf(writer.pid);
-    finished.push_back(writer);
-  }
+  for (std::size_t index : running) writers[index].process.kill();
   writeFileAtomically(stop, "");
-  EXPECT_EQ(exitStatusOf(reader), 0) << "a reader saw an undecodable or shrinking file";
+  EXPECT_EQ(reader.wait(), 0) << "a reader saw an undecodable or shrinking file";
 
   const auto bytes = readFileIfExists(file);
   ASSERT_TRUE(bytes);
   const Counts final = countsCodec().decode(*bytes);
   std::size_t acknowledged = 0;
-  for (const Writer& writer : finished) {
+  for (const Writer& writer : writers) {
     for (std::int32_t index : drainAcks(writer.ackFd)) {
       ++acknowledged;
       EXPECT_EQ(final.count(keyOf(writer.id, index)), 1u) << keyOf(writer.id, index);
@@ -176,18 +153,15 @@ TEST_F(MultiProcessTest, WritersKilledAtRandomLoseNoAcknowledgedWriteAndHoldNoLo
 
 TEST_F(MultiProcessTest, WaitForAnotherProcessesLockIsCancellableAndTheLockDiesWithIt) {
   const fs::path coordination = dir_ / "value.coordination";
-  int fds[2];
-  ASSERT_EQ(::pipe(fds), 0);
-  const pid_t holder = forkChild([&] {
+  ForkedChild holder([&] {
     prepareCoordinationFile(coordination);
     auto lock = CoordinationLock::tryAcquire(coordination);
     if (!lock) throw std::runtime_error("lock taken");
-    const char ready = 'r';
-    if (::write(fds[1], &ready, 1) != 1) throw std::runtime_error("pipe");
+    ForkedChild::reportReady();
     ::pause();
   });
-  char ready = 0;
-  ASSERT_EQ(::read(fds[0], &ready, 1), 1);
+  holder.release();
+  ASSERT_TRUE(holder.waitUntilReady()) << "the holder did not get the lock";
 
   Runtime runtime(2);
   std::atomic<bool> ran{false};
@@ -203,20 +177,16 @@ TEST_F(MultiProcessTest, WaitForAnotherProcessesLockIsCancellableAndTheLockDiesW
   auto next = startTask(runtime.executor(), performCoordinatedWrite<void>(coordination, operation));
   std::this_thread::sleep_for(30ms);
   EXPECT_FALSE(ran);
-  ::kill(holder, SIGKILL);
-  exitStatusOf(holder);
+  holder.kill();
   ASSERT_EQ(next.outcome.wait_for(10s), std::future_status::ready);
   EXPECT_EQ(next.outcome.get(), nullptr);
   EXPECT_TRUE(ran);
-  ::close(fds[0]);
-  ::close(fds[1]);
 }
 
 TEST_F(MultiProcessTest, ProcessesCreatingTheCoordinationFileAtOnceAllSucceed) {
   const fs::path coordination = dir_ / "deep" / "folder" / "value.coordination";
-  std::vector<pid_t> children;
-  for (int i = 0; i < 6; ++i) children.push_back(forkChild([&] { prepareCoordinationFile(coordination); }));
-  for (pid_t child : children) EXPECT_EQ(exitStatusOf(child), 0);
+  auto children = forkChildren(6, [&](int) { prepareCoordinationFile(coordination); });
+  EXPECT_TRUE(runAllAndWait(children));
   EXPECT_EQ(fs::file_size(coordination), 0u);
 }
 
@@ -254,9 +224,8 @@ TEST_F(MultiProcessTest, ProcessesMigratingAtOnceMigrateOnce) {
     Runtime runtime(1);
     runtime.runBlocking(performCoordinatedWrite<void>(caches / "migration.coordination", operation));
   };
-  std::vector<pid_t> children;
-  for (int i = 0; i < 4; ++i) children.push_back(forkChild(migrate));
-  for (pid_t child : children) EXPECT_EQ(exitStatusOf(child), 0);
+  auto children = forkChildren(4, [&](int) { migrate(); });
+  EXPECT_TRUE(runAllAndWait(children));
   EXPECT_EQ(readFileIfExists(runs), "x\n");
   EXPECT_FALSE(fs::exists(caches / "legacy"));
   EXPECT_EQ(readFileIfExists(caches / "per-key" / "B.json"), R"({"v":2})");

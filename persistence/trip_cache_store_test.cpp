@@ -1,8 +1,6 @@
 #include "persistence/trip_cache_store.hpp"
 
 #include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -19,6 +17,7 @@
 #include "platform/runtime.hpp"
 #include "platform/testing/async_testing.hpp"
 #include "platform/testing/fake_clock.hpp"
+#include "platform/testing/forked_child.hpp"
 
 namespace ombrine {
 namespace {
@@ -495,28 +494,6 @@ TEST_F(TripCacheStoreTest, CancelledStoreKeepsNoFallbackAndStaysACancellation) {
 
 // -- Real processes ----------------------------------------------------------------------------
 
-// A forked child running `body`; exit status 0 when it returns, 1 when it raises.
-template <class Body>
-pid_t forkChild(Body body) {
-  const pid_t pid = ::fork();
-  if (pid == 0) {
-    int status = 0;
-    try {
-      body();
-    } catch (...) {
-      status = 1;
-    }
-    ::_exit(status);
-  }
-  return pid;
-}
-
-int exitStatusOf(pid_t pid) {
-  int status = 0;
-  ::waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
 // One operation of a child process: a write with the given stamp, or a removal at the given time.
 struct ChildOperation {
   double at;
@@ -553,8 +530,8 @@ TEST_F(TripCacheStoreTest, ProcessesCommittingInEveryOrderAgreeOnTheRecord) {
     SCOPED_TRACE(testing::Message() << "order " << order[0] << order[1] << order[2] << order[3]);
     fs::remove_all(caches());
     for (int index : order) {
-      const pid_t child = forkChild([&] { runInChild(caches(), trip_, operations[index]); });
-      ASSERT_EQ(exitStatusOf(child), 0);
+      ForkedChild child([&] { runInChild(caches(), trip_, operations[index]); });
+      ASSERT_TRUE(child.runAndWait());
     }
     auto record = onDisk(trip_);
     ASSERT_TRUE(record);
@@ -586,8 +563,9 @@ TEST_F(TripCacheStoreTest, ConcurrentProcessesKeepEachOthersNewsAndAKilledWriter
       runtime.runBlocking(cache.store(std::move(writes)));
     }
   };
-  // A third process writes apple forever and is killed while the others run.
-  const pid_t doomed = forkChild([&] {
+  // A third process writes apple forever and is killed while the others run. All three are forked
+  // before this process starts a thread.
+  ForkedChild doomed([&] {
     Runtime runtime(1);
     FakeClock clock;
     WeatherCache cache(caches(), clock, runtime.executor());
@@ -597,6 +575,9 @@ TEST_F(TripCacheStoreTest, ConcurrentProcessesKeepEachOthersNewsAndAKilledWriter
       runtime.runBlocking(cache.store(std::move(writes)));
     }
   });
+  ForkedChild a([&] { writer(WeatherDataSource::ow, 1.0); });
+  ForkedChild b([&] { writer(WeatherDataSource::foreca, 2.0); });
+  doomed.release();
   ASSERT_TRUE(eventually([&] {
     try {
       const auto record = onDisk(trip_);
@@ -605,13 +586,12 @@ TEST_F(TripCacheStoreTest, ConcurrentProcessesKeepEachOthersNewsAndAKilledWriter
       return false;
     }
   }));
-  const pid_t a = forkChild([&] { writer(WeatherDataSource::ow, 1.0); });
-  const pid_t b = forkChild([&] { writer(WeatherDataSource::foreca, 2.0); });
+  a.release();
+  b.release();
   std::this_thread::sleep_for(20ms);
-  EXPECT_EQ(exitStatusOf(a), 0);
-  EXPECT_EQ(exitStatusOf(b), 0);
-  ::kill(doomed, SIGKILL);
-  EXPECT_EQ(exitStatusOf(doomed), 128 + SIGKILL);
+  EXPECT_EQ(a.wait(), 0);
+  EXPECT_EQ(b.wait(), 0);
+  EXPECT_EQ(doomed.kill(), 128 + SIGKILL);
 
   // The killed writer left no lock and no torn file: this process commits and reads.
   EXPECT_TRUE(CoordinationLock::tryAcquire(coordinationFilePath(fileOf(trip_))).has_value());

@@ -4,7 +4,6 @@
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -12,6 +11,7 @@
 #include <string>
 
 #include "platform/errors.hpp"
+#include "platform/testing/forked_child.hpp"
 
 namespace ombrine {
 namespace {
@@ -80,15 +80,12 @@ TEST_F(AtomicFileTest, KilledWriterNeverLeavesATornFile) {
   writeFileAtomically(file, version(0));
   std::mt19937 random(42);
   for (int round = 0; round < 10; ++round) {
-    pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
+    ForkedChild writer([&] {
       for (int i = 1;; ++i) writeFileAtomically(file, version(i));
-    }
+    });
+    writer.release();
     ::usleep(1000 + random() % 20000);
-    ::kill(child, SIGKILL);
-    int status = 0;
-    ::waitpid(child, &status, 0);
+    ASSERT_EQ(writer.kill(), 128 + SIGKILL) << "the writer ended by itself";
     auto content = readFileIfExists(file);
     ASSERT_TRUE(content.has_value());
     ASSERT_EQ(content->size(), 200000u);
@@ -146,15 +143,12 @@ TEST_F(AtomicFileTest, LeftoverOfAKilledWriterIsFoundAndRemoved) {
     return count;
   };
   for (int round = 0; round < 20 && leftovers() == 0; ++round) {
-    pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
+    ForkedChild writer([&] {
       for (;;) writeFileAtomically(file, big);
-    }
+    });
+    writer.release();
     ::usleep(5000 + random() % 20000);
-    ::kill(child, SIGKILL);
-    int status = 0;
-    ::waitpid(child, &status, 0);
+    ASSERT_EQ(writer.kill(), 128 + SIGKILL) << "the writer ended by itself";
   }
   const size_t left = leftovers();
   ASSERT_GT(left, 0u) << "no writer was killed mid-write";

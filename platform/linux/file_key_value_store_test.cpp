@@ -1,7 +1,6 @@
 #include "platform/linux/file_key_value_store.hpp"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -16,6 +15,7 @@
 
 #include "platform/atomic_file.hpp"
 #include "platform/linux/file_cloud_key_value_store.hpp"
+#include "platform/testing/forked_child.hpp"
 
 namespace ombrine {
 namespace {
@@ -35,28 +35,11 @@ class FileKeyValueStoreTest : public testing::Test {
   }
   void TearDown() override { fs::remove_all(dir_); }
 
-  // Runs `body` in `count` forked processes at once and expects each to exit 0.
+  // Runs `body` in `count` processes at once, forked now, and expects each to exit 0. Tests
+  // that start a watcher thread fork their children before it instead (forkChildren).
   static void inChildren(int count, const std::function<void(int)>& body) {
-    std::vector<pid_t> children;
-    for (int i = 0; i < count; ++i) {
-      const pid_t pid = ::fork();
-      ASSERT_GE(pid, 0);
-      if (pid == 0) {
-        int status = 0;
-        try {
-          body(i);
-        } catch (...) {
-          status = 1;
-        }
-        ::_exit(status);
-      }
-      children.push_back(pid);
-    }
-    for (pid_t pid : children) {
-      int status = 0;
-      ASSERT_EQ(::waitpid(pid, &status, 0), pid);
-      EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    }
+    auto children = forkChildren(count, body);
+    EXPECT_TRUE(runAllAndWait(children)) << "a child failed or hung";
   }
 
   std::vector<fs::path> corruptCopies(const fs::path& folder, const std::string& name) {
@@ -167,17 +150,19 @@ struct ChangeLog {
 };
 
 TEST_F(FileKeyValueStoreTest, CloudChangeFromAnotherProcessReachesTheWatcher) {
+  // Forked before this process's store starts its watcher thread.
+  ForkedChild theirs([&] {
+    FileCloudKeyValueStore store(dir_, false);
+    store.setValue("favorites", StoreValue{StoreData{"[]"}});
+    store.setValue("local", integer(2));
+    return store.synchronize();
+  });
   FileCloudKeyValueStore mine(dir_);
   ChangeLog log;
   auto token = log.observe(mine);
   mine.setValue("local", integer(1));
   ASSERT_TRUE(mine.synchronize());
-  inChildren(1, [&](int) {
-    FileCloudKeyValueStore theirs(dir_, false);
-    theirs.setValue("favorites", StoreValue{StoreData{"[]"}});
-    theirs.setValue("local", integer(2));
-    if (!theirs.synchronize()) throw std::runtime_error("synchronize failed");
-  });
+  ASSERT_TRUE(theirs.runAndWait());
   ASSERT_TRUE(log.waitFor(1));
   std::lock_guard guard(log.mutex);
   EXPECT_EQ(log.changes[0].reason, CloudStoreChangeReason::serverChange);
