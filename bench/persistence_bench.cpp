@@ -19,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_support.hpp"
 #include "core/testing_records.hpp"
 #include "persistence/coordinated_file.hpp"
 #include "persistence/favorite_weather_cache.hpp"
@@ -31,6 +32,7 @@
 namespace {
 
 using namespace ombrine;
+using namespace ombrine::bench;
 namespace fs = std::filesystem;
 
 fs::path scratch(const char* name) {
@@ -38,38 +40,6 @@ fs::path scratch(const char* name) {
   fs::remove_all(dir);
   fs::create_directories(dir);
   return dir;
-}
-
-void reportPercentiles(benchmark::State& state, std::vector<double> micros) {
-  if (micros.empty()) return;
-  std::sort(micros.begin(), micros.end());
-  auto at = [&](double q) { return micros[std::min(micros.size() - 1, static_cast<size_t>(q * micros.size()))]; };
-  state.counters["p50_us"] = at(0.50);
-  state.counters["p99_us"] = at(0.99);
-}
-
-double microsSince(std::chrono::steady_clock::time_point start) {
-  return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count();
-}
-
-// Times `body` per iteration (after `setup`, untimed) and reports the median and 99th percentile.
-template <class Body, class Setup>
-void timed(benchmark::State& state, Body body, Setup setup) {
-  std::vector<double> micros;
-  for (auto _ : state) {
-    state.PauseTiming();
-    setup();
-    state.ResumeTiming();
-    const auto start = std::chrono::steady_clock::now();
-    body();
-    micros.push_back(microsSince(start));
-  }
-  reportPercentiles(state, std::move(micros));
-}
-
-template <class Body>
-void timed(benchmark::State& state, Body body) {
-  timed(state, body, [] {});
 }
 
 CachedWeather record() {

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_support.hpp"
 #include "places/offline_geocoder.hpp"
 #include "places/search_key.hpp"
 #include "platform/icu_setup.hpp"
@@ -19,6 +20,7 @@ namespace {
 
 using ombrine::Location;
 using ombrine::OfflineGeocoder;
+using ombrine::bench::timedCalls;
 
 const OfflineGeocoder& geocoder() {
   static const OfflineGeocoder instance;
@@ -43,36 +45,17 @@ std::vector<Location> samplePoints() {
   return points;
 }
 
-// Times each call of `body(i)` and reports the median and 99th percentile in microseconds.
-template <class Body>
-void timed(benchmark::State& state, std::size_t count, Body body) {
-  std::vector<double> micros;
-  micros.reserve(1 << 16);
-  std::size_t i = 0;
-  for (auto _ : state) {
-    const auto start = std::chrono::steady_clock::now();
-    body(i++ % count);
-    const auto end = std::chrono::steady_clock::now();
-    if (micros.size() < micros.capacity()) {
-      micros.push_back(std::chrono::duration<double, std::micro>(end - start).count());
-    }
-  }
-  std::sort(micros.begin(), micros.end());
-  if (micros.empty()) return;
-  state.counters["p50_us"] = micros[micros.size() / 2];
-  state.counters["p99_us"] = micros[std::min(micros.size() - 1, micros.size() * 99 / 100)];
-}
-
 void BM_ReverseGeocode(benchmark::State& state) {
   static const std::vector<Location> points = samplePoints();
-  timed(state, points.size(), [&](std::size_t i) { benchmark::DoNotOptimize(geocoder().reverseGeocode(points[i])); });
+  timedCalls(state, points.size(),
+             [&](std::size_t i) { benchmark::DoNotOptimize(geocoder().reverseGeocode(points[i])); });
 }
 BENCHMARK(BM_ReverseGeocode);
 
 // The index work alone: nearest town and the grid's zone, without building strings.
 void BM_NearestPlaceAndZone(benchmark::State& state) {
   static const std::vector<Location> points = samplePoints();
-  timed(state, points.size(), [&](std::size_t i) {
+  timedCalls(state, points.size(), [&](std::size_t i) {
     const Location& at = points[i];
     const ombrine::NearestQuery query{.latitude = at.latitude(),
                                       .longitude = at.longitude(),
@@ -85,7 +68,7 @@ BENCHMARK(BM_NearestPlaceAndZone);
 
 void BM_TimeZoneAt(benchmark::State& state) {
   static const std::vector<Location> points = samplePoints();
-  timed(state, points.size(), [&](std::size_t i) { benchmark::DoNotOptimize(geocoder().timeZone(points[i])); });
+  timedCalls(state, points.size(), [&](std::size_t i) { benchmark::DoNotOptimize(geocoder().timeZone(points[i])); });
 }
 BENCHMARK(BM_TimeZoneAt);
 
@@ -96,13 +79,14 @@ const std::vector<std::string> kQueries = {
 };
 
 void BM_Search(benchmark::State& state) {
-  timed(state, kQueries.size(), [&](std::size_t i) { benchmark::DoNotOptimize(geocoder().search(kQueries[i], 10)); });
+  timedCalls(state, kQueries.size(),
+             [&](std::size_t i) { benchmark::DoNotOptimize(geocoder().search(kQueries[i], 10)); });
 }
 BENCHMARK(BM_Search);
 
 // The worst case of prefix search: one letter matches a tenth of all keys.
 void BM_SearchOneLetter(benchmark::State& state) {
-  timed(state, 1, [&](std::size_t) { benchmark::DoNotOptimize(geocoder().search("s", 10)); });
+  timedCalls(state, 1, [&](std::size_t) { benchmark::DoNotOptimize(geocoder().search("s", 10)); });
 }
 BENCHMARK(BM_SearchOneLetter);
 
@@ -114,7 +98,7 @@ BENCHMARK(BM_SearchKey);
 // Opening maps both files and validates their headers, sections, rows, regions and countries.
 void BM_IndexLoad(benchmark::State& state) {
   const auto directory = OfflineGeocoder::defaultDirectory();
-  timed(state, 1, [&](std::size_t) { benchmark::DoNotOptimize(OfflineGeocoder(directory)); });
+  timedCalls(state, 1, [&](std::size_t) { benchmark::DoNotOptimize(OfflineGeocoder(directory)); });
 }
 BENCHMARK(BM_IndexLoad)->Unit(benchmark::kMicrosecond);
 

@@ -14,6 +14,7 @@
 
 #include <unistd.h>
 
+#include "bench/bench_support.hpp"
 #include "tides/tide_region_gate.hpp"
 
 namespace {
@@ -21,6 +22,7 @@ namespace {
 using ombrine::CoastCandidateMask;
 using ombrine::CoastTileIndex;
 using ombrine::TideRegionGate;
+using ombrine::bench::timedCalls;
 
 struct Point {
   double latitude;
@@ -47,29 +49,9 @@ std::vector<Point> samplePoints(bool inMask) {
   return points;
 }
 
-// Times each call of `body(i)` and reports the median and 99th percentile in microseconds.
-template <class Body>
-void timed(benchmark::State& state, std::size_t count, Body body) {
-  std::vector<double> micros;
-  micros.reserve(1 << 16);
-  std::size_t i = 0;
-  for (auto _ : state) {
-    const auto start = std::chrono::steady_clock::now();
-    body(i++ % count);
-    const auto end = std::chrono::steady_clock::now();
-    if (micros.size() < micros.capacity()) {
-      micros.push_back(std::chrono::duration<double, std::micro>(end - start).count());
-    }
-  }
-  std::sort(micros.begin(), micros.end());
-  if (micros.empty()) return;
-  state.counters["p50_us"] = micros[micros.size() / 2];
-  state.counters["p99_us"] = micros[std::min(micros.size() - 1, micros.size() * 99 / 100)];
-}
-
 void BM_GateMaskRejection(benchmark::State& state) {
   static const auto points = samplePoints(false);
-  timed(state, points.size(), [&](std::size_t i) {
+  timedCalls(state, points.size(), [&](std::size_t i) {
     benchmark::DoNotOptimize(gate().decide(points[i].latitude, points[i].longitude));
   });
 }
@@ -84,7 +66,7 @@ void BM_GateSegmentCheck(benchmark::State& state) {
     admitted += gate().admits(p.latitude, p.longitude) ? 1 : 0;
     segments += ombrine::sharedCoastTileIndex()->segmentsNear(p.latitude, p.longitude, 25.0).size();
   }
-  timed(state, points.size(), [&](std::size_t i) {
+  timedCalls(state, points.size(), [&](std::size_t i) {
     benchmark::DoNotOptimize(gate().decide(points[i].latitude, points[i].longitude));
   });
   state.counters["admitted_share"] = static_cast<double>(admitted) / points.size();
