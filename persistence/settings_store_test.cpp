@@ -85,6 +85,10 @@ TEST(SettingsReadRulesTest, StoredFormsReadBackAsTheSameSettings) {
 
 class SettingsStoreTest : public testing::Test {
  protected:
+  // The pool stops first, while the clock and stores its tasks refer to still exist: a work item
+  // cancelled by a store's destruction may not have run yet when the test body ends.
+  void TearDown() override { runtime_.stop(); }
+
   Runtime runtime_{2};
   FakeClock clock_;
   std::shared_ptr<InMemoryCloudServer> server_ = std::make_shared<InMemoryCloudServer>();

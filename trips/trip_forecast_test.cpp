@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <filesystem>
+#include <mutex>
 
 #include "core/testing_records.hpp"
 #include "platform/coroutines.hpp"
@@ -67,7 +68,11 @@ class TripForecastTest : public testing::Test {
     result.name = [](const Location&) { return GeoDetails{"Mitte", Region{"DE"}, kBerlinZone}; };
     result.fetchOneCall = [this, failure](Location, GeoDetails details, WeatherDataSource) -> Task<OneCallWeather> {
       ++fetches_;
-      lastDetails_ = details;
+      {
+        // Fetches of different trips run at once, on different threads.
+        std::lock_guard guard(detailsMutex_);
+        lastDetails_ = details;
+      }
       if (failure) std::rethrow_exception(failure);
       co_return forecastObservedAt(now());
     };
@@ -93,6 +98,7 @@ class TripForecastTest : public testing::Test {
   fs::path dir_;
   std::unique_ptr<WeatherCache> cache_;
   std::atomic<int> fetches_{0};
+  std::mutex detailsMutex_;
   GeoDetails lastDetails_;
 };
 
@@ -130,6 +136,7 @@ TEST_F(TripForecastTest, FetchesWhatIsMissingOrStaleAndCutsTheTripsDays) {
       // Stored, under the trip's id: the next load is served from the cache.
       EXPECT_EQ(cache_->cachedWeather(row.trip.id, kBerlin, false, {})->cachedWeather.weather.current.dt, now());
       EXPECT_EQ(results[0].entry->cachedWeather.name, "Berlin");
+      std::lock_guard guard(detailsMutex_);
       EXPECT_EQ(lastDetails_.region, Region{"DE"});
     }
   }

@@ -43,6 +43,10 @@ struct FakeClock::State {
   Uptime uptime = Uptime(1h);
   std::uint64_t nextSleeper = 0;
   std::map<SleeperKey, Continuation<void>> sleepers;
+  // Set by the clock's destruction: nothing would ever wake a sleeper registered afterwards (a
+  // task that reaches its sleep late, while the test tears down), so such a sleep is cancelled
+  // at once instead of leaking the task.
+  bool closed = false;
 };
 
 FakeClock::FakeClock() : FakeClock(WallTime(kDefaultStart)) {}
@@ -53,6 +57,7 @@ FakeClock::~FakeClock() {
   std::map<SleeperKey, Continuation<void>> remaining;
   {
     std::lock_guard guard(state_->lock);
+    state_->closed = true;
     remaining.swap(state_->sleepers);
   }
   for (auto& [key, continuation] : remaining) continuation.resume(cancelled());
@@ -85,7 +90,7 @@ Task<void> FakeClock::sleep(Duration duration) {
                                                      duration](Continuation<void> continuation) {
     {
       std::lock_guard guard(state->lock);
-      if (!request->cancelled) {
+      if (!request->cancelled && !state->closed) {
         SleeperKey key{state->uptime + duration, state->nextSleeper++};
         request->key = key;
         state->sleepers.emplace(key, std::move(continuation));

@@ -8,7 +8,8 @@
 // on its own executor, so sleepers on one serial executor run in that order. A sleeper
 // registered after `advance` returned counts from the new time. A zero or negative sleep only
 // yields. Cancelling a sleeping task removes its sleeper and raises CancellationError at once.
-// Destroying the clock wakes the remaining sleepers with CancellationError.
+// Destroying the clock wakes the remaining sleepers with CancellationError, and a sleep that
+// starts afterwards (through a task still holding the clock's shared state) is cancelled at once.
 //
 // Thread-safe: tests call `advance` from their own thread while tasks sleep on a pool.
 
