@@ -377,6 +377,13 @@ int add(const AddOptions& options) {
   return 0;
 }
 
+// {"temperature" in °C, "weatherState"}, or null when the cache has nothing for the trip.
+boost::json::value rowWeatherJson(const std::optional<TripRowWeatherSnapshot>& snapshot) {
+  if (!snapshot) return nullptr;
+  return {{"temperature", snapshot->temperature.inCelsius()},
+          {"weatherState", weatherStateName(snapshot->weatherState)}};
+}
+
 int list(bool json) {
   const TripCalendar calendar = TripCalendar::current();
   Stores stores;
@@ -392,11 +399,7 @@ int list(bool json) {
     boost::json::array out;
     for (const Trip& trip : trips) {
       boost::json::object row = describe(trip, trips, home, calendar, today);
-      row["rowWeather"] = nullptr;
-      if (const auto snapshot = weatherOf(trip)) {
-        row["rowWeather"] = {{"temperature", snapshot->temperature.inCelsius()},
-                             {"weatherState", weatherStateName(snapshot->weatherState)}};
-      }
+      row["rowWeather"] = rowWeatherJson(weatherOf(trip));
       out.push_back(std::move(row));
     }
     std::cout << serializeJson(out) << "\n";
@@ -413,10 +416,16 @@ int show(const ShowOptions& options) {
   const std::optional<Location> home = homeLocation(stores);
   const std::vector<Trip> trips = byStart(stores.trips.trips());
   const Trip trip = findTrip(trips, options.trip);
+  const Date today = now();
+  const std::map<Uuid, TripRowWeatherSnapshot> weather = rowWeather({trip}, today);
+  const std::optional<TripRowWeatherSnapshot> snapshot =
+      weather.empty() ? std::nullopt : std::optional(weather.begin()->second);
   if (options.json) {
-    std::cout << serializeJson(describe(trip, trips, home, calendar, now())) << "\n";
+    boost::json::object out = describe(trip, trips, home, calendar, today);
+    out["rowWeather"] = rowWeatherJson(snapshot);
+    std::cout << serializeJson(out) << "\n";
   } else {
-    printTrip(trip, trips, home, calendar, now(), true);
+    printTrip(trip, trips, home, calendar, today, true, snapshot);
   }
   return 0;
 }

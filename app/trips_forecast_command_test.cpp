@@ -177,6 +177,10 @@ TEST_F(TripsForecastCommandTest, ATimedTripTakesOverAtItsLocalArrivalAndHandsBac
   ASSERT_EQ(trips.as_array().size(), 1u);
   EXPECT_TRUE(trips.as_array()[0].at("rowWeather").is_object()) << listed.out;
   EXPECT_EQ(trips.as_array()[0].at("arrival").as_string(), from);
+  // And the trip's own page shows the same.
+  const ProgramRun shown = run("trips show Tokyo --json");
+  ASSERT_EQ(shown.exitCode, 0) << shown.err;
+  EXPECT_EQ(boost::json::parse(shown.out).at("rowWeather"), trips.as_array()[0].at("rowWeather")) << shown.out;
 }
 
 TEST_F(TripsForecastCommandTest, TimedTripRefusalsAndHourlyUsageErrors) {
