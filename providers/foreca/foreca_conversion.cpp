@@ -160,13 +160,6 @@ OneCallWeather::Hourly convertHour(const ForecaHourly& hour, Date hourStart, con
   return row;
 }
 
-// The day's symbol in its night form ("d300" → "n300"), for the night of a day without hours.
-std::string nightFormOf(std::string_view symbol) {
-  std::string night(symbol);
-  if (!night.empty()) night.front() = 'n';
-  return night;
-}
-
 std::string representativeOf(std::span<const std::string_view> names, std::string_view fallbackSymbolName,
                              double wetWeight) {
   std::vector<std::string_view> wet;
@@ -235,7 +228,7 @@ OneCallWeather::Daily convertDay(const std::vector<ForecaDaily>& days, size_t in
       .id = 0,
       .main = phrase,
       .description = phrase,
-      .symbolName = representativeOf(night, forecaSymbolName(nightFormOf(day.symbol)), kNightWetWeight),
+      .symbolName = representativeOf(night, forecaSymbolName(day.symbol), kNightWetWeight),
       .isDaylight = false,
   };
 

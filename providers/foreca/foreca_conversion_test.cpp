@@ -216,7 +216,8 @@ TEST(ForecaDailyTest, MorningEdgeIsNextSunriseOrSevenAndTheLastNightEndsAtMidnig
   }
 }
 
-TEST(ForecaDailyTest, DayWithoutHoursShowsTheDaySymbolInDayAndNightForm) {
+// With no hours to choose from, both periods keep the day's own symbol, unchanged.
+TEST(ForecaDailyTest, DayWithoutHoursShowsTheDaySymbolUnchanged) {
   TimeZone helsinki = zone("Europe/Helsinki");
   Date day = wall(helsinki, 2024, 6, 20, 0);
   ForecaWeather weather = threeHours(day);
@@ -225,7 +226,7 @@ TEST(ForecaDailyTest, DayWithoutHoursShowsTheDaySymbolInDayAndNightForm) {
   ForecaConversionContext context{.location = Location(60, 25), .timeZone = helsinki, .now = day};
   OneCallWeather record = convertForecaWeather(weather, context);
   EXPECT_EQ(record.daily[1].weather[0].symbolName, "cloud.sun.rain");
-  EXPECT_EQ(record.daily[1].weather[1].symbolName, "cloud.moon.rain");
+  EXPECT_EQ(record.daily[1].weather[1].symbolName, "cloud.sun.rain");
 }
 
 TEST(ForecaDailyTest, CopiesAndAveragesTheDailyValues) {
