@@ -89,7 +89,7 @@ class JsonStream {
  private:
   friend class JsonStreamHandler;
 
-  static constexpr size_t kSlotSize = 160;
+  static constexpr size_t kSlotSize = 192;
   struct Slot {
     alignas(std::max_align_t) unsigned char bytes[kSlotSize];
   };

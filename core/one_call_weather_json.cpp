@@ -318,28 +318,9 @@ class SunStateChangeFrame final : public UnionFrame<2> {
   std::array<Date, 2> dates_{};
 };
 
-// Each case decodes straight into the target's alternative; a second case fails at the end.
-class AttributionFrame final : public UnionFrame<3> {
- public:
-  AttributionFrame(const JsonPath& path, WeatherServiceAttribution& target)
-      : UnionFrame(path, kAttributionCases), target_(target) {}
-  void beginObject(JsonStream& stream) override {
-    switch (pending_) {
-      case 0:
-        stream.push<PayloadFrame<boost::json::value>>(casePath_, target_.source.emplace<Apple>().attribution);
-        return;
-      case 1: stream.push<PayloadFrame<ImageAttribution>>(casePath_, target_.source.emplace<ImageAttribution>()); return;
-      default: stream.push<PayloadFrame<NameAttribution>>(casePath_, target_.source.emplace<NameAttribution>()); return;
-    }
-  }
-
- private:
-  void finish(size_t) override {}
-
-  WeatherServiceAttribution& target_;
-};
-
-// The record itself: its fields, the zone from two keys, and tides read from their captured JSON.
+// The record itself: its fields, the zone from two keys, and tides and the attribution read from
+// their captured JSON (the attribution through the document decoder, so that a union with two
+// cases fails on its key count before any payload is looked at, exactly as there).
 class OneCallWeatherFrame final : public JsonStreamFrame {
   enum Member { lat, lon, timezone, timezoneOffset, current, minutely, hourly, daily, alerts, attribution, tideData };
   static constexpr std::array<std::string_view, 11> kKeys = {
@@ -359,6 +340,7 @@ class OneCallWeatherFrame final : public JsonStreamFrame {
     seen_ |= 1u << index;
     memberPath_ = path_.key(kKeys[index]);
     if (pending_ == tideData) stream.captureNextValue(tideJson_);
+    if (pending_ == attribution) stream.captureNextValue(attributionJson_);
     return true;
   }
   void scalar(JsonStream& stream, const JsonScalar& value) override {
@@ -381,6 +363,13 @@ class OneCallWeatherFrame final : public JsonStreamFrame {
     } else {
       target_.tideData.reset();
     }
+    if ((seen_ & (1u << attribution)) != 0 && !attributionJson_.is_null()) {
+      WeatherServiceAttribution decoded;
+      decodeJson(attributionJson_, path_.key("attribution"), decoded);
+      target_.attribution = std::move(decoded);
+    } else {
+      target_.attribution.reset();
+    }
     target_.isPlaceholder = false;
   }
 
@@ -397,7 +386,7 @@ class OneCallWeatherFrame final : public JsonStreamFrame {
       case hourly: visit(target_.hourly); return;
       case daily: visit(target_.daily); return;
       case alerts: visit(target_.alerts); return;
-      case attribution: visit(target_.attribution); return;
+      case attribution:
       case tideData: return;  // captured
     }
   }
@@ -408,6 +397,7 @@ class OneCallWeatherFrame final : public JsonStreamFrame {
   std::string identifier_;
   std::int64_t offset_ = 0;
   boost::json::value tideJson_;
+  boost::json::value attributionJson_;
   Member pending_ = lat;
   size_t next_ = 0;
   unsigned seen_ = 0;
@@ -448,9 +438,6 @@ void decodeJson(const boost::json::value& value, const JsonPath& path, WeatherSe
   }
 }
 
-void streamObject(JsonStream& stream, const JsonPath& path, WeatherServiceAttribution& out) {
-  stream.push<AttributionFrame>(path, out);
-}
 
 void writeJson(JsonWriter& writer, const WeatherServiceAttribution& value) {
   writeSingleCase(writer, kAttributionCases[value.source.index()], [&] {

@@ -58,7 +58,6 @@ void decodeJson(const boost::json::value& value, const JsonPath& path, SunStateC
 void decodeJson(const boost::json::value& value, const JsonPath& path, WeatherServiceAttribution& out);
 void streamObject(JsonStream& stream, const JsonPath& path, OneCallWeather& out);
 void streamObject(JsonStream& stream, const JsonPath& path, SunStateChange& out);
-void streamObject(JsonStream& stream, const JsonPath& path, WeatherServiceAttribution& out);
 void writeJson(JsonWriter& writer, const SunStateChange& value);
 void writeJson(JsonWriter& writer, const WeatherServiceAttribution& value);
 

@@ -407,6 +407,9 @@ TEST_F(OneCallWeatherJsonTest, SingleKeyUnionsRefuseOtherKeyCounts) {
       {"attribution with two cases", attribution(R"({"name":{"_0":{"serviceName":"A"}},"apple":{"_0":{}}})"),
        "attribution: Invalid number of keys found, expected one."},
       {"attribution of no case", attribution("{}"), "attribution: Invalid number of keys found, expected one."},
+      {"two cases, the first incomplete: the key count decides",
+       attribution(R"({"image":{"_0":{}},"name":{"_0":{"serviceName":"A"}}})"),
+       "attribution: Invalid number of keys found, expected one."},
       {"name without service", attribution(R"({"name":{"_0":{"url":"https://a.example"}}})"),
        "attribution.name._0.serviceName: missing key"},
       {"image with a bad URL", attribution(R"({"image":{"_0":{"combinedMarkDarkURL":"http://[x","combinedMarkLightURL":"a",)"
