@@ -1,5 +1,7 @@
 #include "app/cache_command.hpp"
 
+#include "app/global_options.hpp"
+
 #include <boost/json.hpp>
 #include <fmt/format.h>
 
@@ -202,8 +204,8 @@ int clear(bool json) {
     if (ec) throw FileError("cannot remove " + file.string() + ": " + ec.message());
     return existed;
   };
-  Runtime runtime(1);
-  if (runtime.runBlocking(performCoordinatedWrite<bool>(coordinationFilePath(file), operation))) {
+  ProgramServices services;
+  if (services->runtime().runBlocking(performCoordinatedWrite<bool>(coordinationFilePath(file), operation))) {
     removed.push_back(file.string());
   }
   // The favourites snapshot is not coordinated: a process that still holds saved places writes

@@ -41,7 +41,7 @@ const SteadyTime kProgramStart = std::chrono::steady_clock::now();
 struct ForecastOptions {
   std::string place;
   std::string at;
-  std::string provider = "dynamic";
+  std::string provider;  // empty: the stored preference
   bool json = false;
   bool force = false;
   bool watch = false;
@@ -205,10 +205,13 @@ WeatherDataSource nextSource(WeatherDataSource source) {
 
 int run(const ForecastOptions& options) {
   Timings timings;
-  Services services(servicesOptions());
-  const WeatherDataSource source = weatherDataSourceNamed(options.provider);
+  ServicesOptions servicesOptions;
+  if (!options.provider.empty()) servicesOptions.dataSource = weatherDataSourceNamed(options.provider);
+  servicesOptions.watchSyncedStore = options.watch;
+  ProgramServices services(std::move(servicesOptions));
+  const WeatherDataSource source = services->providerSettings().dataSource();
   timings.mark("startup");
-  const Place place = resolvePlace(options, services.geocoder());
+  const Place place = resolvePlace(options, services->geocoder());
   timings.mark("geocode");
 
   Printer printer(options, source);
@@ -218,30 +221,29 @@ int run(const ForecastOptions& options) {
   auto ended = std::make_shared<std::promise<void>>();
   auto endedOnce = std::make_shared<std::once_flag>();
 
-  FetchPipelineOptions pipelineOptions;
-  pipelineOptions.dataSource = source;
+  ContentView::Hooks hooks;
   if (chatty) {
-    pipelineOptions.hooks.trace = [&printer](std::string_view line) { printer.line(line); };
-    pipelineOptions.hooks.log = [&printer](std::string_view line) { printer.line(line); };
+    hooks.trace = [&printer](std::string_view line) { printer.line(line); };
+    hooks.log = [&printer](std::string_view line) { printer.line(line); };
   } else {
-    pipelineOptions.hooks.log = [](std::string_view) {};  // the command reports the outcome itself
+    hooks.log = [](std::string_view) {};  // the command reports the outcome itself
   }
-  pipelineOptions.hooks.fetchFailed = [&](std::exception_ptr error) {
+  hooks.fetchFailed = [&](std::exception_ptr error) {
     std::lock_guard lock(failureMutex);
     failure = error;
     if (options.watch) printer.line(failureLine(error));
   };
   // Set once the pipeline exists; hooks run on its main context only after the first event.
   FetchPipeline* running = nullptr;
-  Clock& clock = services.clock();
+  Clock& clock = services->clock();
   if (options.watch) {
-    pipelineOptions.hooks.stateChanged = [&printer, &clock, &running] {
+    hooks.stateChanged = [&printer, &clock, &running] {
       const auto& state = running->view().state();
       if (state.currentWeather) printer.screen(*state.currentWeather, state.name, state.region, Date::fromSystem(clock.now()));
     };
   }
-  pipelineOptions.hooks.requestEnded = [ended, endedOnce] { std::call_once(*endedOnce, [&] { ended->set_value(); }); };
-  FetchPipeline pipeline(services, pipelineOptions);
+  hooks.requestEnded = [ended, endedOnce] { std::call_once(*endedOnce, [&] { ended->set_value(); }); };
+  FetchPipeline pipeline(*services, std::move(hooks));
   running = &pipeline;
   if (!place.name.empty()) pipeline.nameExactly(place.location, place.name);
 
@@ -286,15 +288,16 @@ int run(const ForecastOptions& options) {
   // --watch: redraw on every change until Ctrl-C.
   std::promise<void> stop;
   auto stopped = stop.get_future();
-  auto sourceToken = pipeline.settings().observeProviderChanges([&pipeline, &printer](ProviderSettingsChange change) {
+  ProviderSettings& providerSettings = services->providerSettings();
+  auto sourceToken = providerSettings.observeProviderChanges([&](ProviderSettingsChange change) {
     if (change != ProviderSettingsChange::dataSource) return;
-    const auto chosen = pipeline.settings().dataSource();
+    const auto chosen = providerSettings.dataSource();
     printer.setSource(chosen);
     pipeline.view().post([chosen](ContentView& view) { view.dataSourceChanged(chosen); });
   });
   Pollers pollers(pipeline, options.locationFile, here);
 
-  asio::signal_set signals(services.runtime().context(), SIGINT, SIGTERM, SIGUSR1);
+  asio::signal_set signals(services->runtime().context(), SIGINT, SIGTERM, SIGUSR1);
   signals.add(SIGUSR2);
   std::function<void(const boost::system::error_code&, int)> onSignal;
   bool stopping = false;
@@ -304,9 +307,17 @@ int run(const ForecastOptions& options) {
       printer.line("signal: SIGUSR1 (refresh gesture)");
       pipeline.view().post([](ContentView& view) { view.refreshGesture(); });
     } else if (number == SIGUSR2) {
-      const auto next = nextSource(pipeline.settings().dataSource());
+      const auto next = nextSource(providerSettings.dataSource());
       printer.line(fmt::format("signal: SIGUSR2 (data source: {})", weatherDataSourceName(next)));
-      pipeline.settings().setDataSource(next);
+      try {
+        const DataSourceChange change = services->changeDataSource(next);
+        if (change.limitReached) {
+          printer.line(fmt::format("{}: {} changes today; the change applies without a forced fetch",
+                                   DataSourceChangeTracker::kLimitReachedMessage, change.changesBefore + 1));
+        }
+      } catch (const std::exception& failure) {
+        printer.line(fmt::format("the data source could not be changed: {}", failure.what()));
+      }
     } else if (!stopping) {
       stopping = true;
       stop.set_value();
@@ -333,7 +344,8 @@ void addForecastCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("forecast", "The forecast for a place");
   command->add_option("place", options->place, "A place name (\"Munich\", \"Springfield, IL\") or LAT,LON");
   command->add_option("--at", options->at, "A coordinate, LAT,LON (e.g. 48.137,11.575)")->excludes("place");
-  command->add_option("--provider", options->provider, "dynamic (by region), apple, foreca or ow")
+  command->add_option("--provider", options->provider,
+                      "dynamic (by region), apple, foreca or ow for this run (default: the preferredWeatherProvider setting)")
       ->check(CLI::IsMember({"dynamic", "apple", "foreca", "ow"}));
   command->add_flag("--json", options->json, "Print the unified forecast record as JSON");
   command->add_flag("--force", options->force,

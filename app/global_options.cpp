@@ -1,6 +1,27 @@
 #include "app/global_options.hpp"
 
+#include <cstdlib>
+#include <string_view>
+
+#include "sim/sim_server.hpp"
+
 namespace ombrine::app {
+
+namespace {
+
+void applySimulatorFaults(sim::SimServer& simulator) {
+  const char* faults = std::getenv("OMBRINE_SIM_FAULTS");
+  if (!faults) return;
+  std::string_view rest(faults);
+  while (!rest.empty()) {
+    const auto end = rest.find(';');
+    const auto fault = rest.substr(0, end);
+    if (!fault.empty()) simulator.setFault(fault);
+    rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
+  }
+}
+
+}  // namespace
 
 GlobalOptions& globalOptions() {
   static GlobalOptions options;
@@ -15,11 +36,20 @@ void addGlobalOptions(CLI::App& app) {
   app.add_option("--sim-seed", globalOptions().simulatorSeed, "Seed of the simulator's synthetic weather");
 }
 
-ServicesOptions servicesOptions() {
-  ServicesOptions options;
-  options.embeddedSimulator = globalOptions().services == "sim";
-  options.simulatorSeed = globalOptions().simulatorSeed;
-  return options;
+ProgramServices::ProgramServices(ServicesOptions options) {
+  if (globalOptions().services == "sim") {
+    sim::SimServer::Options simOptions;
+    simOptions.seed = globalOptions().simulatorSeed;
+    simulator_ = std::make_unique<sim::SimServer>(simOptions);
+    applySimulatorFaults(*simulator_);
+    options.endpoints = ServiceEndpoints::simulator(simulator_->baseUrl());
+  }
+  services_ = std::make_unique<Services>(std::move(options));
+}
+
+ProgramServices::~ProgramServices() {
+  services_.reset();
+  simulator_.reset();
 }
 
 }  // namespace ombrine::app

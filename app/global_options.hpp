@@ -1,11 +1,19 @@
 #pragma once
-// Options that stand before the subcommand (`ombrine --services sim forecast ...`).
+// Options that stand before the subcommand (`ombrine --services sim forecast ...`), and the
+// services of a command run as they ask.
 
 #include <CLI/CLI.hpp>
 
+#include <memory>
 #include <string>
 
 #include "wiring/services.hpp"
+
+namespace ombrine {
+namespace sim {
+class SimServer;
+}
+}  // namespace ombrine
 
 namespace ombrine::app {
 
@@ -19,7 +27,23 @@ struct GlobalOptions {
 GlobalOptions& globalOptions();
 void addGlobalOptions(CLI::App& app);
 
-// The services for a command, as the global options ask.
-ServicesOptions servicesOptions();
+// The composition root of one command run, with the embedded simulator in front of it when the
+// global options ask for one (OMBRINE_SIM_FAULTS="ROUTE=SPEC;..." sets its faults). The
+// simulator outlives the services that talk to it.
+class ProgramServices {
+ public:
+  // Raises what Services raises, and std::invalid_argument for malformed simulator faults.
+  explicit ProgramServices(ServicesOptions options = {});
+  ~ProgramServices();
+  ProgramServices(const ProgramServices&) = delete;
+  ProgramServices& operator=(const ProgramServices&) = delete;
+
+  Services& operator*() noexcept { return *services_; }
+  Services* operator->() noexcept { return services_.get(); }
+
+ private:
+  std::unique_ptr<sim::SimServer> simulator_;
+  std::unique_ptr<Services> services_;
+};
 
 }  // namespace ombrine::app

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "app/commands.hpp"
-#include "app/user_stores.hpp"
+#include "app/global_options.hpp"
 #include "core/errors.hpp"
 #include "core/geo_naming.hpp"
 #include "core/value_json.hpp"
@@ -22,7 +22,6 @@
 #include "places/coordinate_text.hpp"
 #include "places/offline_geocoder.hpp"
 #include "platform/errors.hpp"
-#include "platform/linux/system_clock.hpp"
 #include "platform/log.hpp"
 
 namespace ombrine::app {
@@ -83,7 +82,8 @@ boost::json::value optionalText(const std::optional<std::string>& text) {
 }
 
 int search(const SearchOptions& options) {
-  const OfflineGeocoder geocoder;
+  ProgramServices services;
+  const Geocoder& geocoder = services->geocoder();
   const auto matches = geocoder.search(options.text, options.limit);
   if (matches.empty()) {
     throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place matches \"" + options.text + "\"");
@@ -118,12 +118,11 @@ int search(const SearchOptions& options) {
 
 int at(const AtOptions& options) {
   const Location location = parseCoordinate(options.coordinate);
-  const OfflineGeocoder geocoder;
-  const auto placemarks = geocoder.reverseGeocode(location);
+  ProgramServices services;
+  const auto placemarks = services->geocoder().reverseGeocode(location);
   const GeoDetails details = geoDetailsOfFirst(placemarks);
   const Placemark& mark = placemarks.front();
-  const SystemClock clock;
-  const int offset = details.timeZone.secondsFromGMT(Date::fromSystem(clock.now()));
+  const int offset = details.timeZone.secondsFromGMT(Date::fromSystem(services->clock().now()));
 
   if (options.json) {
     boost::json::object out{
@@ -161,11 +160,10 @@ int at(const AtOptions& options) {
 
 // A new saved place for PLACE (search by name, best match) or --at LAT,LON (named by the
 // reverse geocoder), with the time zone and region of the place.
-FavoriteLocation resolveFavorite(const SavedOptions& options) {
+FavoriteLocation resolveFavorite(const SavedOptions& options, const Geocoder& geocoder) {
   if (options.place.empty() == options.at.empty()) {
     throw InvalidPlaceQuery("name a place (e.g. \"Bergen, NO\") or give --at LAT,LON, not both");
   }
-  const OfflineGeocoder geocoder;
   FavoriteLocation favorite;
   favorite.id = Uuid::random();
   if (!options.name.empty()) favorite.displayName = options.name;
@@ -226,9 +224,9 @@ std::string favoriteLine(const FavoriteLocation& f) {
 }
 
 int save(const SavedOptions& options) {
-  const FavoriteLocation favorite = resolveFavorite(options);
-  UserStores stores;
-  FavoriteStore favorites(stores.cloud);
+  ProgramServices services;
+  const FavoriteLocation favorite = resolveFavorite(options, services->geocoder());
+  FavoriteStore& favorites = services->favorites();
   favorites.save(favorite);
   if (options.json) {
     std::cout << serializeJson(favoriteJson(favorite)) << "\n";
@@ -239,9 +237,9 @@ int save(const SavedOptions& options) {
 }
 
 int listSaved(const SavedOptions& options) {
-  UserStores stores;
-  const auto favorites = FavoriteStore(stores.cloud).locations();
-  const auto home = HomeStore(stores.cloud).home();
+  ProgramServices services;
+  const auto favorites = services->favorites().locations();
+  const auto home = services->home().home();
   if (options.json) {
     boost::json::array list;
     for (const FavoriteLocation& f : favorites) list.push_back(favoriteJson(f));
@@ -259,8 +257,8 @@ int listSaved(const SavedOptions& options) {
 }
 
 int removeSaved(const SavedOptions& options) {
-  UserStores stores;
-  FavoriteStore favorites(stores.cloud);
+  ProgramServices services;
+  FavoriteStore& favorites = services->favorites();
   const FavoriteLocation gone = savedPlace(favorites.locations(), options.place);
   favorites.remove(gone.id);
   if (options.json) {
@@ -274,20 +272,20 @@ int removeSaved(const SavedOptions& options) {
 // `places home`: shows the home place; with PLACE or --at sets it (a saved place by name or
 // id first, else a geocoded one); with --clear removes it.
 int home(const SavedOptions& options) {
-  UserStores stores;
-  HomeStore homes(stores.cloud);
+  ProgramServices services;
+  HomeStore& homes = services->home();
   if (options.clear) {
     homes.setHome(std::nullopt);
   } else if (!options.place.empty() || !options.at.empty()) {
     std::optional<FavoriteLocation> chosen;
     if (!options.place.empty()) {
       try {
-        chosen = savedPlace(FavoriteStore(stores.cloud).locations(), options.place);
+        chosen = savedPlace(services->favorites().locations(), options.place);
         if (!options.name.empty()) chosen->displayName = options.name;
       } catch (const SavedPlaceNotFound&) {
       }
     }
-    homes.setHome(chosen ? *chosen : resolveFavorite(options));
+    homes.setHome(chosen ? *chosen : resolveFavorite(options, services->geocoder()));
   }
   const auto current = homes.home();
   if (options.json) {

@@ -14,7 +14,7 @@
 #include <string_view>
 
 #include "app/commands.hpp"
-#include "app/user_stores.hpp"
+#include "app/global_options.hpp"
 #include "core/iso8601.hpp"
 #include "core/provider_dispatch.hpp"
 #include "core/value_json.hpp"
@@ -22,9 +22,7 @@
 #include "persistence/property_list.hpp"
 #include "persistence/settings_store.hpp"
 #include "platform/errors.hpp"
-#include "platform/linux/system_clock.hpp"
 #include "platform/log.hpp"
-#include "platform/runtime.hpp"
 
 namespace ombrine::app {
 
@@ -99,17 +97,10 @@ boost::json::value jsonValue(const SettingsField& field, const Settings& setting
   return boost::json::value(shown(field, settings));
 }
 
-// The settings of a command run: the store with its synchronize context.
-struct SettingsSession {
-  UserStores stores;
-  SystemClock clock;
-  Runtime runtime{1};
-  SettingsStore settings{stores.cloud, stores.sharedDefaults, clock, runtime.executor()};
-};
 
 int list(const Options& options) {
-  SettingsSession session;
-  const Settings settings = session.settings.settings();
+  ProgramServices services;
+  const Settings settings = services->settings().settings();
   if (options.json) {
     boost::json::object out;
     for (const SettingsField& field : settingsFields()) out[field.key] = jsonValue(field, settings);
@@ -124,8 +115,8 @@ int list(const Options& options) {
 
 int get(const Options& options) {
   const SettingsField& field = fieldNamed(options.key);
-  SettingsSession session;
-  const Settings settings = session.settings.settings();
+  ProgramServices services;
+  const Settings settings = services->settings().settings();
   if (options.json) {
     std::cout << serializeJson(jsonValue(field, settings)) << "\n";
   } else {
@@ -137,9 +128,22 @@ int get(const Options& options) {
 int set(const Options& options) {
   const SettingsField& field = fieldNamed(options.key);
   const StoreValue value = parsed(field, options.value);
-  SettingsSession session;
-  session.settings.update([&](Settings& settings) { field.read(value, settings); });
-  if (!session.settings.flush()) {
+  ProgramServices services;
+  SettingsStore& store = services->settings();
+  if (field.key == "preferredWeatherProvider") {
+    Settings chosen;
+    field.read(value, chosen);
+    const DataSourceChange change = services->changeDataSource(chosen.preferredWeatherProvider);
+    if (change.limitReached) {
+      logf("ombrine settings set: {}: {} changes of the data source today; forecasts use {} from their next "
+           "scheduled fetch instead of at once",
+           DataSourceChangeTracker::kLimitReachedMessage, change.changesBefore + 1,
+           weatherDataSourceName(chosen.preferredWeatherProvider));
+    }
+  } else {
+    store.update([&](Settings& settings) { field.read(value, settings); });
+  }
+  if (!store.flush()) {
     logf("ombrine settings set: the setting is kept on this machine; the sync folder could not be written");
     return 1;
   }
@@ -173,12 +177,13 @@ std::string_view outcomeText(KeyValueBackupOutcome outcome) {
 int backup(const Options& options) {
   // Opening the stores runs the daily backup; this runs it again to learn its outcome, which is
   // then "already backed up today" unless the first run could not write.
-  UserStores stores;
-  const SystemClock clock;
+  ProgramServices services;
+  FileCloudKeyValueStore& cloud = services->syncedStore();
+  FileKeyValueStore& defaults = services->standardDefaults();
   const auto outcome =
-      backupKeyValueStoreIfNeeded(Date::fromSystem(clock.now()), TimeZone::current(), stores.cloud, stores.standardDefaults);
-  const auto latest = latestKeyValueSnapshot(stores.standardDefaults);
-  const auto previous = previousKeyValueSnapshot(stores.standardDefaults);
+      backupKeyValueStoreIfNeeded(Date::fromSystem(services->clock().now()), TimeZone::current(), cloud, defaults);
+  const auto latest = latestKeyValueSnapshot(defaults);
+  const auto previous = previousKeyValueSnapshot(defaults);
   if (options.json) {
     boost::json::object out;
     out["latest"] = snapshotJson(latest);
@@ -201,8 +206,9 @@ int backup(const Options& options) {
 }
 
 int restore(const Options& options) {
-  UserStores stores;
-  const KeyValueSnapshot restored = restoreKeyValueStoreFromLatestSnapshot(stores.standardDefaults, stores.cloud);
+  ProgramServices services;
+  FileCloudKeyValueStore& cloud = services->syncedStore();
+  const KeyValueSnapshot restored = restoreKeyValueStoreFromLatestSnapshot(services->standardDefaults(), cloud);
   if (options.json) {
     std::cout << serializeJson(snapshotJson(restored)) << "\n";
   } else {

@@ -16,6 +16,7 @@
 #include "tides/tide_deep_link.hpp"
 #include "tides/tide_service.hpp"
 #include "tides/tide_summary.hpp"
+#include "wiring/geocode_namer.hpp"
 #include "wiring/services.hpp"
 
 namespace ombrine::app {
@@ -50,7 +51,8 @@ Task<std::optional<TideData>> stationTides(TideService& tides, std::string id) {
 }
 
 int run(const TidesOptions& options) {
-  Services services(servicesOptions());
+  ProgramServices program;
+  Services& services = *program;
   const icu::Locale locale = currentLocale();
   std::optional<TideData> data;
   std::string placeName;
@@ -62,7 +64,7 @@ int run(const TidesOptions& options) {
       placeName = data->station.displayName();
       const Location at(data->station.latitude, data->station.longitude);
       try {
-        zone = services.name(at).timeZone;
+        zone = services.namer().detailsOf(at).timeZone;
       } catch (const DomainError&) {
         // An unnamed station shows in the device's zone.
       }
@@ -73,7 +75,7 @@ int run(const TidesOptions& options) {
     const auto matches = services.geocoder().search(query, 1);
     if (matches.empty()) throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named \"" + query + "\"");
     const Location location = matches.front().coordinate;
-    const GeoDetails details = services.name(location);
+    const GeoDetails details = services.namer().detailsOf(location);
     placeName = options.at.empty() ? matches.front().name : details.name;
     zone = details.timeZone;
     auto task = services.tides().tideData(location.latitude(), location.longitude(), details.region.identifier);

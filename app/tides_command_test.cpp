@@ -21,11 +21,23 @@ struct TidesRun {
   std::string out;
 };
 
+// One folder for every run of this test program (container, caches, config, sync folder), so
+// nothing reaches the user's own files; removed when the program ends.
+const std::filesystem::path& scratch() {
+  static const struct Folder {
+    std::filesystem::path path =
+        std::filesystem::temp_directory_path() / ("ombrine-tides-e2e-" + std::to_string(::getpid()));
+    ~Folder() { std::filesystem::remove_all(path); }
+  } folder;
+  return folder.path;
+}
+
 TidesRun runTides(const std::string& arguments) {
-  static const std::string container =
-      (std::filesystem::temp_directory_path() / ("ombrine-tides-e2e-" + std::to_string(::getpid()))).string();
-  const std::string command = "OMBRINE_CONTAINER=" + container + " NO_COLOR=1 LANG=en_US.UTF-8 " OMBRINE_PROGRAM
-                              " --services sim tides " + arguments + " 2>/dev/null";
+  const std::string root = scratch().string();
+  const std::string command = "OMBRINE_CONTAINER=" + root + "/group XDG_CACHE_HOME=" + root + "/cache XDG_CONFIG_HOME=" +
+                              root + "/config XDG_DATA_HOME=" + root + "/data OMBRINE_SYNC_DIR=" + root +
+                              "/sync NO_COLOR=1 LANG=en_US.UTF-8 " OMBRINE_PROGRAM " --services sim tides " + arguments +
+                              " 2>/dev/null";
   TidesRun run;
   FILE* pipe = ::popen(command.c_str(), "r");
   if (!pipe) return run;

@@ -28,13 +28,11 @@
 #include "persistence/weather_cache.hpp"
 #include "places/coordinate_text.hpp"
 #include "platform/errors.hpp"
-#include "platform/linux/file_cloud_key_value_store.hpp"
-#include "platform/linux/system_clock.hpp"
 #include "platform/log.hpp"
 #include "platform/paths.hpp"
-#include "platform/runtime.hpp"
 #include "trips/hourly_trip_forecast.hpp"
 #include "trips/trip_rules.hpp"
+#include "trips/trip_lookup.hpp"
 #include "trips/trip_store.hpp"
 #include "wiring/services.hpp"
 
@@ -45,12 +43,6 @@ namespace {
 // Input the command refuses before any rule runs: a malformed date, an unknown place, an
 // ambiguous trip. Exit code 2.
 class UsageError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
-// No trip matches what the user named. Exit code 1.
-class NoSuchTrip : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
@@ -81,11 +73,14 @@ struct ShowOptions {
   bool json = false;
 };
 
-// The stores of one command run: the synced dictionary, the trips and the home place in it.
+// The services of one command run, with the trips and the home place of the synced store.
 struct Stores {
-  FileCloudKeyValueStore cloud{FileCloudKeyValueStore::defaultSyncDirectory(), false};
-  TripStore trips{cloud};
-  HomeStore home{cloud};
+  ProgramServices program;
+  Services& services = *program;
+  TripStore& trips = services.trips();
+  HomeStore& home = services.home();
+
+  Date now() { return Date::fromSystem(services.clock().now()); }
 };
 
 CivilDay parseDay(const std::string& text, const char* what) {
@@ -171,40 +166,12 @@ std::optional<TripLocation> resolvePlace(const PlaceOptions& options, const Geoc
   return destination;
 }
 
-// The trip a user named: by id, id prefix, or shown name or name (ignoring case).
-Trip findTrip(const std::vector<Trip>& trips, const std::string& named) {
-  if (const std::optional<Uuid> id = Uuid::parse(named)) {
-    for (const Trip& trip : trips) {
-      if (trip.id == *id) return trip;
-    }
-    throw NoSuchTrip(fmt::format("no trip has the id {}", id->text()));
-  }
-  const std::string wanted = lower(named);
-  std::vector<const Trip*> matches;
-  for (const Trip& trip : trips) {
-    if (lower(trip.destination.shownName()) == wanted || lower(trip.destination.name) == wanted) {
-      matches.push_back(&trip);
-    }
-  }
-  if (matches.empty() && wanted.size() >= 4) {
-    for (const Trip& trip : trips) {
-      if (lower(trip.id.text()).starts_with(wanted)) matches.push_back(&trip);
-    }
-  }
-  if (matches.size() == 1) return *matches.front();
-  if (matches.empty()) throw NoSuchTrip(fmt::format("no trip matches \"{}\"", named));
-  std::string ids;
-  for (const Trip* trip : matches) ids += " " + trip->id.text();
-  throw UsageError(fmt::format("\"{}\" names {} trips; give one id:{}", named, matches.size(), ids));
-}
-
 std::optional<Location> homeLocation(const Stores& stores) {
   const std::optional<FavoriteLocation> home = stores.home.home();
   if (!home) return std::nullopt;
   return home->location;
 }
 
-Date now() { return Date::fromSystem(SystemClock().now()); }
 
 // The trip's first and last days as the destination numbers them.
 std::pair<CivilDay, CivilDay> tripDays(const Trip& trip) {
@@ -252,11 +219,8 @@ std::string_view weatherStateText(WeatherState state) {
 }
 
 // The row weather of each trip the trip cache holds a record for; nothing is fetched.
-std::map<Uuid, TripRowWeatherSnapshot> rowWeather(const std::vector<Trip>& trips, Date today) {
+std::map<Uuid, TripRowWeatherSnapshot> rowWeather(WeatherCache& cache, const std::vector<Trip>& trips, Date today) {
   std::map<Uuid, TripRowWeatherSnapshot> out;
-  Runtime runtime(1);
-  SystemClock clock;
-  WeatherCache cache(cachesDirectory(), clock, runtime.executor());
   for (const Trip& trip : trips) {
     const std::optional<TripCacheEntry> entry =
         cache.cachedWeather(trip.id, trip.destination.location, true, std::nullopt);
@@ -353,17 +317,16 @@ int add(const AddOptions& options) {
   std::optional<TripLocation> destination;
   if (home) {
     // The geocoder's data is opened only when the first rule has passed.
-    Services services(servicesOptions());
-    destination = resolvePlace(options.place, services.geocoder());
+    destination = resolvePlace(options.place, stores.services.geocoder());
   }
   Trip trip;
   if (timed) {
     const NewTimedTripRequest request{destination, arrival.day, *arrival.time, timedDeparture};
-    trip = validateNewTimedTrip(request, home, existing, now(), calendar, Uuid::random());
+    trip = validateNewTimedTrip(request, home, existing, stores.now(), calendar, Uuid::random());
   } else {
     const NewTripRequest request{destination, calendar.date(first),
                                  last ? std::optional(calendar.date(*last)) : std::nullopt};
-    trip = validateNewTrip(request, home, existing, now(), calendar, Uuid::random());
+    trip = validateNewTrip(request, home, existing, stores.now(), calendar, Uuid::random());
   }
   std::vector<Trip> trips = existing;
   trips.push_back(trip);
@@ -389,8 +352,8 @@ int list(bool json) {
   Stores stores;
   const std::optional<Location> home = homeLocation(stores);
   const std::vector<Trip> trips = byStart(stores.trips.trips());
-  const Date today = now();
-  const std::map<Uuid, TripRowWeatherSnapshot> weather = rowWeather(trips, today);
+  const Date today = stores.now();
+  const std::map<Uuid, TripRowWeatherSnapshot> weather = rowWeather(stores.services.weatherCache(), trips, today);
   auto weatherOf = [&](const Trip& trip) {
     auto found = weather.find(trip.id);
     return found == weather.end() ? std::nullopt : std::optional(found->second);
@@ -415,9 +378,9 @@ int show(const ShowOptions& options) {
   Stores stores;
   const std::optional<Location> home = homeLocation(stores);
   const std::vector<Trip> trips = byStart(stores.trips.trips());
-  const Trip trip = findTrip(trips, options.trip);
-  const Date today = now();
-  const std::map<Uuid, TripRowWeatherSnapshot> weather = rowWeather({trip}, today);
+  const Date today = stores.now();
+  const Trip trip = findTrip(trips, options.trip, today, calendar);
+  const std::map<Uuid, TripRowWeatherSnapshot> weather = rowWeather(stores.services.weatherCache(), {trip}, today);
   const std::optional<TripRowWeatherSnapshot> snapshot =
       weather.empty() ? std::nullopt : std::optional(weather.begin()->second);
   if (options.json) {
@@ -435,12 +398,11 @@ int edit(const EditOptions& options) {
   Stores stores;
   const std::optional<Location> home = homeLocation(stores);
   const std::vector<Trip> existing = stores.trips.trips();
-  const Trip original = findTrip(existing, options.trip);
+  const Trip original = findTrip(existing, options.trip, stores.now(), calendar);
   const bool movesPlace = !options.place.place.empty() || !options.place.at.empty();
   std::optional<TripLocation> destination = original.destination;
   if (movesPlace && home) {
-    Services services(servicesOptions());
-    destination = resolvePlace(options.place, services.geocoder());
+    destination = resolvePlace(options.place, stores.services.geocoder());
   }
   if (destination) {
     if (options.clearName) destination->displayName.reset();
@@ -475,7 +437,7 @@ int edit(const EditOptions& options) {
     }
     NewTimedTripRequest request{destination, arrival.day, *arrival.time, departureOf(departure, true)};
     request.keepsStart = !newFrom;
-    edited = validateNewTimedTrip(request, home, existing, now(), calendar, original.id);
+    edited = validateNewTimedTrip(request, home, existing, stores.now(), calendar, original.id);
   } else {
     // Days the user does not change stay the trip's own days of its destination.
     const auto [oldFirst, oldLast] = tripDays(original);
@@ -483,7 +445,7 @@ int edit(const EditOptions& options) {
     const CivilDay last = newTo ? newTo->day : oldLast;
     NewTripRequest request{destination, calendar.date(first), calendar.date(last)};
     request.keepsStart = !newFrom;
-    edited = validateNewTrip(request, home, existing, now(), calendar, original.id);
+    edited = validateNewTrip(request, home, existing, stores.now(), calendar, original.id);
   }
   std::vector<Trip> trips = existing;
   std::replace_if(trips.begin(), trips.end(), [&](const Trip& trip) { return trip.id == original.id; }, edited);
@@ -498,7 +460,7 @@ int edit(const EditOptions& options) {
 
 int remove(const std::string& named) {
   Stores stores;
-  const Trip trip = findTrip(stores.trips.trips(), named);
+  const Trip trip = findTrip(stores.trips.trips(), named, stores.now(), TripCalendar::current());
   stores.trips.remove(trip.id);
   std::cout << fmt::format("Removed trip to {}, id {}\n", trip.destination.shownName(), trip.id.text());
   return 0;
@@ -520,7 +482,10 @@ void report(const char* name, Run run) {
     setExitCode(2);
   } catch (const NoSuchTrip& error) {
     logf("ombrine trips {}: {}", name, error.what());
-    setExitCode(1);
+    setExitCode(2);
+  } catch (const AmbiguousTrip& error) {
+    logf("ombrine trips {}: {}", name, error.what());
+    setExitCode(2);
   } catch (const FileError& error) {
     logf("ombrine trips {}: the trips cannot be read or written: {}", name, error.what());
     setExitCode(1);

@@ -28,6 +28,7 @@
 #include "platform/paths.hpp"
 #include "trips/trip_calendar.hpp"
 #include "trips/trip_forecast.hpp"
+#include "trips/trip_lookup.hpp"
 #include "trips/trip_rules.hpp"
 #include "trips/trip_store.hpp"
 
@@ -37,65 +38,10 @@ namespace {
 
 struct TripsForecastOptions {
   std::string trip;
-  std::string provider = "dynamic";
+  std::string provider;  // empty: the stored preference
   bool noFetch = false;
   bool json = false;
 };
-
-// The trip the user named cannot be found: a usage error.
-class UnknownTrip : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
-std::string lowered(std::string_view text) {
-  std::string result(text);
-  std::transform(result.begin(), result.end(), result.begin(), [](unsigned char c) { return std::tolower(c); });
-  return result;
-}
-
-// Trips in date order.
-std::vector<Trip> byStart(std::vector<Trip> trips) {
-  std::stable_sort(trips.begin(), trips.end(),
-                   [](const Trip& a, const Trip& b) { return a.dates.from < b.dates.from; });
-  return trips;
-}
-
-// The trip `query` names (an id, an id prefix of 4 or more characters, or a name, in any case),
-// else the current trip, else the next.
-Trip chooseTrip(const std::vector<Trip>& trips, const std::string& query, Date now) {
-  const std::vector<Trip> ordered = byStart(trips);
-  const TripCalendar calendar = TripCalendar::current();
-  if (!query.empty()) {
-    if (const auto id = Uuid::parse(query)) {
-      for (const Trip& trip : ordered) {
-        if (trip.id == *id) return trip;
-      }
-      throw UnknownTrip("no trip has the id " + id->text());
-    }
-    const std::string wanted = lowered(query);
-    std::vector<Trip> named;
-    for (const Trip& trip : ordered) {
-      const bool idPrefix = wanted.size() >= 4 && lowered(trip.id.text()).starts_with(wanted);
-      if (idPrefix || lowered(trip.destination.shownName()) == wanted || lowered(trip.destination.name) == wanted) {
-        named.push_back(trip);
-      }
-    }
-    if (named.empty()) throw UnknownTrip("no trip is named \"" + query + "\" (see ombrine trips list)");
-    // Several trips to one place: the one that is not over yet, else the last.
-    for (const Trip& trip : named) {
-      if (tripState(trip, now, calendar).value != TripStateValue::past) return trip;
-    }
-    return named.back();
-  }
-  for (const Trip& trip : ordered) {
-    if (tripState(trip, now, calendar).value == TripStateValue::active) return trip;
-  }
-  for (const Trip& trip : ordered) {
-    if (tripState(trip, now, calendar).value == TripStateValue::upcoming) return trip;
-  }
-  throw UnknownTrip("there is no current or upcoming trip; name one (see ombrine trips list)");
-}
 
 std::string_view providerLabel(WeatherDataSource source) {
   switch (source) {
@@ -251,21 +197,17 @@ void printReadable(const LoadedTripForecast& loaded, Date now) {
 }
 
 int run(const TripsForecastOptions& options) {
-  Services services(servicesOptions());
-  FileCloudKeyValueStore cloud(FileCloudKeyValueStore::defaultSyncDirectory(), false);
-  TripStore store(cloud);
+  ProgramServices program;
+  Services& services = *program;
   const Date now = Date::fromSystem(services.clock().now());
-  const Trip trip = chooseTrip(store.trips(), options.trip, now);
+  const Trip trip = findTrip(services.trips().trips(), options.trip, now, TripCalendar::current());
 
-  WeatherCache cache(cachesDirectory(), services.clock(), services.runtime().executor());
-  TripWeatherFetcher fetcher;
-  fetcher.name = [&services](const Location& location) { return services.name(location); };
-  fetcher.fetchOneCall = [&services](Location location, GeoDetails details, WeatherDataSource source) {
-    return services.fetchOneCall(location, std::move(details), source);
-  };
-  TripForecastRefreshID key{!options.noFetch, weatherDataSourceNamed(options.provider)};
+  const WeatherDataSource provider =
+      options.provider.empty() ? services.providerSettings().dataSource() : weatherDataSourceNamed(options.provider);
+  TripForecastRefreshID key{!options.noFetch, provider};
   std::vector<Trip> trips{trip};
-  auto load = loadTripForecasts(std::move(trips), cache, std::move(fetcher), key, services.clock());
+  auto load = loadTripForecasts(std::move(trips), services.weatherCache(), services.tripWeatherFetcher(), key,
+                                services.clock());
   const std::vector<LoadedTripForecast> loaded = services.runtime().runBlocking(std::move(load));
   const LoadedTripForecast& result = loaded.front();
   if (options.json) {
@@ -286,14 +228,18 @@ void addTripsForecastCommand(CLI::App& trips) {
   auto options = std::make_shared<TripsForecastOptions>();
   CLI::App* command = trips.add_subcommand("forecast", "The forecast of a trip, day by day");
   command->add_option("trip", options->trip, "The trip's id or name (default: the current trip, else the next)");
-  command->add_option("--provider", options->provider, "dynamic (by region), apple, foreca or ow")
+  command->add_option("--provider", options->provider,
+                      "dynamic (by region), apple, foreca or ow (default: the preferredWeatherProvider setting)")
       ->check(CLI::IsMember({"dynamic", "apple", "foreca", "ow"}));
   command->add_flag("--no-fetch", options->noFetch, "Show only what the trip cache holds");
   command->add_flag("--json", options->json, "Print the trip, the source and the days as JSON");
   command->callback([options] {
     try {
       setExitCode(run(*options));
-    } catch (const UnknownTrip& error) {
+    } catch (const NoSuchTrip& error) {
+      logf("ombrine trips forecast: {}", error.what());
+      setExitCode(2);
+    } catch (const AmbiguousTrip& error) {
       logf("ombrine trips forecast: {}", error.what());
       setExitCode(2);
     } catch (const std::exception& error) {

@@ -113,7 +113,7 @@ TEST_F(TripsForecastCommandTest, UnknownOrMissingTripIsAUsageError) {
   EXPECT_NE(none.err.find("no current or upcoming trip"), std::string::npos) << none.err;
   const ProgramRun unknown = run("--services sim trips forecast Atlantis");
   EXPECT_EQ(unknown.exitCode, 2);
-  EXPECT_NE(unknown.err.find("no trip is named \"Atlantis\""), std::string::npos) << unknown.err;
+  EXPECT_NE(unknown.err.find("no trip matches \"Atlantis\""), std::string::npos) << unknown.err;
 }
 
 // `at` on the wall clock of a zone with a fixed offset, "YYYY-MM-DD HH:MM".

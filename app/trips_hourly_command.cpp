@@ -33,6 +33,7 @@
 #include "trips/hourly_trip_forecast.hpp"
 #include "trips/trip_calendar.hpp"
 #include "trips/trip_store.hpp"
+#include "trips/current_place_record.hpp"
 #include "wiring/services.hpp"
 
 namespace ombrine::app {
@@ -45,7 +46,7 @@ struct HourlyOptions {
   std::string place;
   std::string at;
   int hours = kDefaultHours;
-  std::string provider = "dynamic";
+  std::string provider;  // empty: the stored preference
   bool noFetch = false;
   bool json = false;
 };
@@ -94,63 +95,6 @@ CurrentPlace resolveCurrentPlace(const HourlyOptions& options, const std::option
         "no place to start from: name one (e.g. Munich), give --at LAT,LON, or set a home with ombrine places home");
   }
   return place;
-}
-
-// The freshest record cached for the place: the latest value when it lies near, and the home's
-// favourite record when the place is the home.
-std::optional<CachedWeather> cachedRecord(const CurrentPlace& place, WeatherCache& latest,
-                                          FavoriteWeatherCache& favorites) {
-  std::optional<CachedWeather> best;
-  auto consider = [&](const std::optional<CachedWeather>& candidate) {
-    if (!candidate || candidate->location.distance(place.coordinate) >= kLatestWeatherMergeRadius) return;
-    if (!best || best->weather.current.dt < candidate->weather.current.dt) best = candidate;
-  };
-  consider(latest.latestCachedWeather());
-  if (place.home) {
-    const FavoriteWeather stored = favorites.weather();
-    if (auto found = stored.find(place.home->id); found != stored.end()) consider(found->second);
-  }
-  return best;
-}
-
-// The place's own forecast: cached when fresh (or when fetching is off), else fetched and kept.
-// Raises when there is none at all.
-CachedWeather currentRecord(const CurrentPlace& place, const HourlyOptions& options, Services& services,
-                            WeatherCache& latest, FavoriteWeatherCache& favorites) {
-  const Date now = Date::fromSystem(services.clock().now());
-  std::optional<CachedWeather> cached = cachedRecord(place, latest, favorites);
-  if (options.noFetch || (cached && isFreshCachedRecord(cached->weather, now))) {
-    if (!cached) throw std::runtime_error(fmt::format("nothing cached for {}; run without --no-fetch", place.location.name));
-    return *cached;
-  }
-  try {
-    GeoDetails details;
-    try {
-      details = services.name(place.coordinate);
-    } catch (const DomainError&) {
-      details = GeoDetails{place.location.name, Region::unknown(), place.location.timeZone};
-    }
-    details.name = place.location.name;
-    const std::optional<Region> region =
-        details.region == Region::unknown() ? place.location.region : std::optional(details.region);
-    auto fetch = services.fetchOneCall(place.coordinate, details, weatherDataSourceNamed(options.provider));
-    CachedWeather fetched{place.location.name, place.coordinate, region,
-                          services.runtime().runBlocking(std::move(fetch))};
-    auto keep = latest.storeLatest(fetched);
-    services.runtime().runBlocking(std::move(keep));
-    if (place.home) {
-      FavoriteWeather stored = favorites.weather();
-      stored[place.home->id] = fetched;
-      favorites.setWeather(std::move(stored));
-    }
-    return fetched;
-  } catch (const std::exception& error) {
-    rethrowIfCancellation(std::current_exception());
-    if (!cached) throw;
-    logf("ombrine trips hourly: the forecast for {} could not be refreshed ({}); showing the cached one",
-         place.location.name, error.what());
-    return *cached;
-  }
 }
 
 // The rows from the hour that holds `now` on, up to `hours` real hours (sun-event rows between
@@ -261,33 +205,31 @@ void printReadable(const HourlyTripLoad& load, const CurrentPlace& place) {
 
 int run(const HourlyOptions& options) {
   if (options.hours < 1) throw PlaceUsageError("--hours must be at least 1");
-  Services services(servicesOptions());
-  FileCloudKeyValueStore cloud(FileCloudKeyValueStore::defaultSyncDirectory(), false);
-  TripStore tripStore(cloud);
-  HomeStore homeStore(cloud);
-  const std::optional<FavoriteLocation> home = homeStore.home();
+  ProgramServices program;
+  Services& services = *program;
+  const std::optional<FavoriteLocation> home = services.home().home();
   const CurrentPlace place = resolveCurrentPlace(options, home, services.geocoder());
+  const WeatherDataSource provider =
+      options.provider.empty() ? services.providerSettings().dataSource() : weatherDataSourceNamed(options.provider);
 
-  WeatherCache cache(cachesDirectory(), services.clock(), services.runtime().executor());
-  FavoriteWeatherCache favorites(cachesDirectory(), services.clock(), services.runtime().executor());
+  WeatherCache& cache = services.weatherCache();
+  FavoriteWeatherCache& favorites = services.favoriteWeather();
   const Date now = Date::fromSystem(services.clock().now());
-  const CachedWeather record = currentRecord(place, options, services, cache, favorites);
+  CurrentPlaceQuery query{place.location.name, place.coordinate, place.location.timeZone, place.location.region,
+                          place.home,          provider,         !options.noFetch};
+  auto loadRecord = currentPlaceRecord(std::move(query), cache, favorites, services.tripWeatherFetcher(), services.clock());
+  const CachedWeather record = services.runtime().runBlocking(std::move(loadRecord));
   std::vector<OneCallWeather::Hourly> hours = nextHours(record.weather.hourly, now, options.hours);
   const auto real = std::count_if(hours.begin(), hours.end(), [](const auto& row) { return !row.sunStateChange; });
   if (real < options.hours) {
     logf("ombrine trips hourly: the forecast for {} holds {} more hours", place.location.name, real);
   }
 
-  std::vector<Trip> trips = tripStore.trips();
+  std::vector<Trip> trips = services.trips().trips();
   std::stable_sort(trips.begin(), trips.end(), [](const Trip& a, const Trip& b) { return a.dates.from < b.dates.from; });
   HourlyTripRefreshID key{TripHourlySchedule{std::move(trips)}, home, place.coordinate,
-                          weatherDataSourceNamed(options.provider), std::move(hours), !options.noFetch};
-  TripWeatherFetcher fetcher;
-  fetcher.name = [&services](const Location& location) { return services.name(location); };
-  fetcher.fetchOneCall = [&services](Location location, GeoDetails details, WeatherDataSource source) {
-    return services.fetchOneCall(location, std::move(details), source);
-  };
-  auto work = loadHourlyTripForecast(std::move(key), place.location, cache, favorites, std::move(fetcher),
+                          provider, std::move(hours), !options.noFetch};
+  auto work = loadHourlyTripForecast(std::move(key), place.location, cache, favorites, services.tripWeatherFetcher(),
                                      services.clock());
   const HourlyTripLoad load = services.runtime().runBlocking(std::move(work));
   for (const std::string& error : load.errors) logf("ombrine trips hourly: {}", error);

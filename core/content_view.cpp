@@ -2,8 +2,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include <boost/asio/post.hpp>
 
+#include "core/data_source_change_tracker.hpp"
 #include "core/errors.hpp"
 #include "core/provider_dispatch.hpp"
 #include "core/weather_derived.hpp"
@@ -60,7 +63,7 @@ std::optional<Location> resolvedFetchLocation(const LocationInputs& inputs) {
 bool dataSourceChangeForcesRefetch(std::optional<WeatherDataSource> cachedSource, WeatherDataSource chosen,
                                    bool immediateRequestPending, int changesToday) {
   return cachedSource != chosen && !immediateRequestPending &&
-         changesToday < ContentView::kDailyDataSourceChangeLimit;
+         changesToday < DataSourceChangeTracker::kDailyLimit;
 }
 
 std::optional<ShownWeather> shownWeather(const ContentViewState& state, const std::optional<PlacedWeather>& backdrop) {
@@ -206,11 +209,14 @@ void ContentView::dataSourceChanged(WeatherDataSource chosen) {
   if (cached) cachedSource = weatherDataSource(cached->weather);
   const bool pending = deps_.settings.pendingImmediateWeatherProviderFetchRequest().has_value();
   const int changes = hooks_.changesToday ? hooks_.changesToday() : 0;
-  const bool force = dataSourceChangeForcesRefetch(cachedSource, chosen, pending, changes);
+  const int before = std::max(0, changes - 1);
+  const bool force = dataSourceChangeForcesRefetch(cachedSource, chosen, pending, before);
+  const bool limited = cachedSource != chosen && !pending && !force;
   trace(fmt::format("event: data source changed to {} (cached record from {}, immediate request {}, {} changes "
-                    "today): {}",
+                    "today): {}{}",
                     weatherDataSourceName(chosen), cachedSource ? weatherDataSourceName(*cachedSource) : "nothing",
-                    pending ? "pending" : "none", changes, force ? "forced fetch" : "unforced fetch"));
+                    pending ? "pending" : "none", changes, force ? "forced fetch" : "unforced fetch",
+                    limited ? fmt::format(" ({})", DataSourceChangeTracker::kLimitReachedMessage) : ""));
   requestFetch(force);
 }
 

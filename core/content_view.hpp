@@ -73,8 +73,8 @@ struct LocationInputs {
 std::optional<Location> resolvedFetchLocation(const LocationInputs& inputs);
 
 // Whether a change of the selected data source forces a refetch: the cached record came from
-// another source, no immediate provider request is pending, and fewer than 15 changes were made
-// today.
+// another source, no immediate provider request is pending, and fewer than
+// DataSourceChangeTracker::kDailyLimit changes were made today before this one.
 bool dataSourceChangeForcesRefetch(std::optional<WeatherDataSource> cachedSource, WeatherDataSource chosen,
                                    bool immediateRequestPending, int changesToday);
 
@@ -122,7 +122,6 @@ class ContentView {
   static constexpr double kForcingMoveDistance = 4000.0;         // metres, exclusive
   static constexpr auto kFirstAppearancePause = std::chrono::milliseconds(450);
   static constexpr auto kWidgetReloadDelay = std::chrono::milliseconds(750);
-  static constexpr int kDailyDataSourceChangeLimit = 15;
 
   enum class LocationServiceAsk { requestWhenInUseAuthorization, requestLocation };
 
@@ -145,7 +144,8 @@ class ContentView {
     std::function<void(std::exception_ptr)> fetchFailed;
     // The background refresh is told that a fetch took place.
     std::function<void()> fetchHappened;
-    // Changes of the day's data sources so far (the change tracker). Default: none.
+    // The data source changes made today across devices, the one being handled included (the
+    // changer records a change before the pipeline hears of it). Default: none.
     std::function<int()> changesToday;
     // The active request ended (finished, failed or cancelled) and none replaced it.
     std::function<void()> requestEnded;

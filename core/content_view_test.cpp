@@ -68,11 +68,11 @@ class ScriptedProviders final : public ForecastProviders {
     return parked_.size();
   }
 
-  Task<OneCallWeather> fetch(ProviderPath path, Location location, Region, TimeZone) override {
+  Task<OneCallWeather> fetch(ProviderPath path, ProviderRequest request) override {
     Step step = recordAt(0, 1);
     {
       std::lock_guard lock(mutex_);
-      calls_.push_back(Call{path, location});
+      calls_.push_back(Call{path, request.location});
       if (!steps_.empty()) {
         step = std::move(steps_.front());
         steps_.pop_front();
@@ -190,7 +190,7 @@ struct Harness {
   Runtime runtime{2};
   ScriptedProviders providers;
   SessionProviderSettings settings{WeatherDataSource::foreca};
-  NetworkManager network{providers, settings};
+  NetworkManager network{providers, settings, clock};
   FixedNamer namer;
   MemoryCache cache;
   CountingWidgets widgets;

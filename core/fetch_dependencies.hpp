@@ -15,9 +15,19 @@
 
 namespace ombrine {
 
+// One provider request: the place, and the pipeline's newest cached record when it is fresh
+// (under 300 s old, same clock hour in its own zone). A provider with a cache short-cut returns
+// that record without any request when it lies within 2000 m and came from the same source.
+struct ProviderRequest {
+  Location location;
+  Region region;
+  TimeZone timeZone;
+  std::optional<OneCallWeather> freshCachedRecord;
+};
+
 // The forecast services. `path` is one of systemWeather, foreca, openWeather or
 // bureauOfMeteorologyMerged: the fall-back from system weather to Foreca is the pipeline's own
-// decision, never the provider's.
+// decision, never the provider's. Implementations map a path to a client and nothing more.
 //
 // Raises NetworkError (429 is `exceededApiLimit`), DomainError("Request", 5001) and
 // CancellationError; a client not built into this program raises DomainError("Request", 5001)
@@ -25,18 +35,18 @@ namespace ombrine {
 class ForecastProviders {
  public:
   virtual ~ForecastProviders() = default;
-  virtual Task<OneCallWeather> fetch(ProviderPath path, Location location, Region region, TimeZone timeZone) = 0;
+  virtual Task<OneCallWeather> fetch(ProviderPath path, ProviderRequest request) = 0;
 };
 
-// Tide predictions for a place, as the record's `tideData`. Nothing when the place has no tides.
-// Raises any error of its service and CancellationError; the pipeline keeps the forecast without
-// tides on any failure but cancellation.
+// Tide predictions for a place in `region`, as the record's `tideData`. Nothing when the place
+// has no tides or the user hides tides. Raises any error of its service and CancellationError;
+// the pipeline keeps the forecast without tides on any failure but cancellation.
 class TideFetcher {
  public:
   // The record's own tide field type.
   using Tides = decltype(OneCallWeather::tideData);
   virtual ~TideFetcher() = default;
-  virtual Task<Tides> tideData(Location location) = 0;
+  virtual Task<Tides> tideData(Location location, Region region) = 0;
 };
 
 // Names a coordinate: the geocode cache first, else the geocoder. Raises DomainError("No

@@ -17,10 +17,11 @@ using namespace std::chrono_literals;
 // Records the paths asked for; the system weather service fails when told to.
 class RecordingProviders final : public ForecastProviders {
  public:
-  Task<OneCallWeather> fetch(ProviderPath path, Location, Region, TimeZone) override {
+  Task<OneCallWeather> fetch(ProviderPath path, ProviderRequest request) override {
     {
       std::lock_guard lock(mutex);
       paths.push_back(path);
+      handedCachedRecord = request.freshCachedRecord.has_value();
     }
     if (path == ProviderPath::systemWeather && systemFailure) std::rethrow_exception(systemFailure);
     if (clock) co_await clock->sleep(1s);
@@ -30,6 +31,7 @@ class RecordingProviders final : public ForecastProviders {
   }
   std::mutex mutex;
   std::vector<ProviderPath> paths;
+  bool handedCachedRecord = false;
   std::exception_ptr systemFailure;
   bool placeholder = false;
   FakeClock* clock = nullptr;
@@ -37,7 +39,7 @@ class RecordingProviders final : public ForecastProviders {
 
 class ScriptedTides final : public TideFetcher {
  public:
-  Task<Tides> tideData(Location) override {
+  Task<Tides> tideData(Location, Region) override {
     ++calls;
     if (clock) co_await clock->sleep(5s);
     if (failure) std::rethrow_exception(failure);
@@ -77,7 +79,8 @@ TEST(NetworkManagerTest, DispatchesBySourceAndRegionWithTheSystemWeatherFallBack
     RecordingProviders providers;
     if (row.systemFails) providers.systemFailure = failure;
     SessionProviderSettings settings(S::ow);
-    NetworkManager network(providers, settings);
+    FakeClock clock;
+    NetworkManager network(providers, settings, clock);
     auto fetch = [&]() -> Task<void> {
       co_await network.fetchOneCall(Location(1, 1), Region{row.region}, TimeZone::gmt(), row.source, true);
     };
@@ -110,7 +113,8 @@ TEST(NetworkManagerTest, TidesJoinAGoodRecordOnlyAndNeverFailTheFetch) {
     tides.tides.emplace();
     if (row.tideFails) tides.failure = std::make_exception_ptr(std::runtime_error("tide service down"));
     SessionProviderSettings settings;
-    NetworkManager network(providers, settings, &tides);
+    FakeClock clock;
+    NetworkManager network(providers, settings, clock, {.tides = &tides});
     auto weather = runtime.runBlocking(
         network.fetchOneCall(Location(1, 1), Region{"DE"}, TimeZone::gmt(), WeatherDataSource::foreca, row.includeTides));
     EXPECT_EQ(weather.tideData.has_value(), row.expectTides);
@@ -126,7 +130,7 @@ TEST(NetworkManagerTest, CancellationWaitsForTheTideTaskAndStaysACancellation) {
   ScriptedTides tides;
   tides.clock = &clock;
   SessionProviderSettings settings;
-  NetworkManager network(providers, settings, &tides);
+  NetworkManager network(providers, settings, clock, {.tides = &tides});
   auto fetch = [&]() -> Task<void> {
     co_await network.fetchOneCall(Location(1, 1), Region{"DE"}, TimeZone::gmt(), WeatherDataSource::foreca, true);
   };
@@ -136,6 +140,51 @@ TEST(NetworkManagerTest, CancellationWaitsForTheTideTaskAndStaysACancellation) {
   const auto error = started.outcome.get();
   EXPECT_TRUE(isCancellationError(error)) << messageOf(error);
   EXPECT_EQ(clock.pendingSleepers(), 0u) << "the tide child ended before the fetch did";
+}
+
+}  // namespace
+}  // namespace ombrine
+
+namespace ombrine {
+namespace {
+
+// A cache holding one record whose freshness the row decides.
+class OneRecordCache final : public LatestWeatherStore {
+ public:
+  std::optional<PlacedWeather> latest() override { return record; }
+  bool isFresh(const OneCallWeather&, Date) const override { return fresh; }
+  bool isUsableBackdrop(const PlacedWeather&, const Location&, Date) const override { return false; }
+  Task<void> storeLatest(PlacedWeather) override { co_return; }
+  std::optional<PlacedWeather> record;
+  bool fresh = false;
+};
+
+TEST(NetworkManagerTest, HandsOnlyAFreshCachedRecordToTheProvider) {
+  struct Row {
+    const char* why;
+    bool stored;
+    bool fresh;
+    bool expectHanded;
+  };
+  const Row rows[] = {
+      {"a fresh record reaches the provider's short-cut", true, true, true},
+      {"a stale record never does", true, false, false},
+      {"nothing cached", false, true, false},
+  };
+  Runtime runtime(2);
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.why);
+    RecordingProviders providers;
+    OneRecordCache cache;
+    if (row.stored) cache.record = PlacedWeather{"Munich", Location(1, 1), Region{"DE"}, OneCallWeather{}};
+    cache.fresh = row.fresh;
+    SessionProviderSettings settings;
+    FakeClock clock;
+    NetworkManager network(providers, settings, clock, {.cache = &cache});
+    runtime.runBlocking(
+        network.fetchOneCall(Location(1, 1), Region{"DE"}, TimeZone::gmt(), WeatherDataSource::foreca, false));
+    EXPECT_EQ(providers.handedCachedRecord, row.expectHanded);
+  }
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 #pragma once
-// The fetch pipeline of one process, assembled: the main state (ContentView) on its own strand,
-// NetworkManager over the provider clients this program has, the geocode cache in front of the
-// offline geocoder, the shared latest-weather cache of the container, and the widget reload file.
+// The fetch pipeline of one process, assembled from the composition root's services: the main
+// state (ContentView) on its own strand over the shared NetworkManager, the geocode namer, the
+// container's latest-weather cache, the widget reload file, and the data source change tracker.
 //
 // Built after `Services` and destroyed before it. Destruction shuts the main state down
 // (cancels the running fetch and the pending widget reload) and waits for its tasks.
@@ -12,35 +12,22 @@
 #include <string>
 
 #include "core/content_view.hpp"
-#include "core/network_manager.hpp"
-#include "core/provider_settings.hpp"
 #include "wiring/services.hpp"
 
 namespace ombrine {
 
-class WeatherCache;
-class FileWidgetCenter;
-
-struct FetchPipelineOptions {
-  // The provider preference of this run.
-  WeatherDataSource dataSource = WeatherDataSource::dynamic;
-  // The shared caches folder; empty: cachesDirectory() of platform/paths.hpp.
-  std::filesystem::path cacheDirectory;
-  ContentView::Hooks hooks;
-};
-
 class FetchPipeline {
  public:
-  // Raises FileError when the container's caches folder cannot be created.
-  FetchPipeline(Services& services, FetchPipelineOptions options);
+  // Raises FileError when the container's caches folder cannot be created. Unless `hooks` count
+  // the day's data source changes themselves, the change tracker does.
+  FetchPipeline(Services& services, ContentView::Hooks hooks);
   ~FetchPipeline();
   FetchPipeline(const FetchPipeline&) = delete;
   FetchPipeline& operator=(const FetchPipeline&) = delete;
 
   ContentView& view() noexcept { return *view_; }
-  SessionProviderSettings& settings() noexcept { return settings_; }
-  LatestWeatherStore& cache() noexcept;
-  const std::filesystem::path& widgetReloadFile() const noexcept { return widgetReloadFile_; }
+  LatestWeatherStore& cache() noexcept { return services_.latestWeather(); }
+  std::filesystem::path widgetReloadFile() const;
 
   // Names `location` exactly `name` (a place the user searched for by name) instead of what the
   // geocoder calls the coordinate. Call before the first fetch.
@@ -54,11 +41,8 @@ class FetchPipeline {
 
  private:
   Services& services_;
-  SessionProviderSettings settings_;
   std::unique_ptr<Parts> parts_;
-  std::unique_ptr<NetworkManager> network_;
   std::unique_ptr<ContentView> view_;
-  std::filesystem::path widgetReloadFile_;
   bool shutDown_ = false;
 };
 

@@ -1,84 +1,162 @@
 #pragma once
-// The composition root: builds the process's long-lived services once and plugs them
-// together. `app/` (the command) and the daemon use it; nothing inside the library does.
+// The composition root: builds the process's long-lived services, each once, and plugs them
+// together. `app/` (the command), the daemon and the web server receive them from here; nothing
+// inside the library builds its own.
 //
-// Construction order is destruction order reversed, and it matters: the embedded simulator
-// outlives the HTTP client that talks to it, and the runtime outlives the HTTP client, whose
-// completions are posted to the runtime's executors.
+// A service is built on first use, so a command pays only for what it touches (`places at`
+// never starts the runtime or the HTTP client). Members are declared in dependency order and so
+// destroyed in reverse: the runtime outlives the HTTP client (whose completions it runs) and
+// every cache and store that posts to it; the synced store outlives the settings that write it
+// and is synchronised last, so nothing a command wrote is lost at exit.
+//
+// Accessors may be called from any thread; each builds its service at most once.
 
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
 #include "core/credentials.hpp"
+#include "core/data_source_change_tracker.hpp"
+#include "core/fetch_dependencies.hpp"
 #include "core/geocoder.hpp"
-#include "core/location.hpp"
-#include "core/one_call_weather.hpp"
+#include "core/network_manager.hpp"
 #include "core/service_endpoints.hpp"
 #include "core/weather_data_source.hpp"
 #include "platform/http_client.hpp"
+#include "platform/linux/file_cloud_key_value_store.hpp"
+#include "platform/linux/file_key_value_store.hpp"
 #include "platform/linux/system_clock.hpp"
 #include "platform/runtime.hpp"
 
 namespace ombrine {
 
-namespace sim {
-class SimServer;
-}
+class FavoriteStore;
+class FavoriteWeatherCache;
+struct TripWeatherFetcher;
+class HomeStore;
+class SettingsStore;
 class TideDiskCache;
 class TideService;
+class TripStore;
+class WeatherCache;
+class GeocodeNamer;
 
 struct ServicesOptions {
-  // Start the service simulator in this process and send every request to it.
-  bool embeddedSimulator = false;
-  std::uint64_t simulatorSeed = 0;
+  // Replaces every service's endpoint (a simulator's); nothing: the public services, or the
+  // simulator named by OMBRINE_SERVICES.
+  std::optional<ServiceEndpoints> endpoints;
   // The device language ("en", "de", ...); empty: from the reader's locale.
   std::string languageCode;
-  // The user setting `hideTides`: forecasts carry no tides and no tide request is made.
-  bool hideTides = false;
+  // The provider of this run (`--provider`), standing over the stored preference without
+  // changing it; nothing: the stored preference decides.
+  std::optional<WeatherDataSource> dataSource;
+  // Watch the synced store for other processes' changes (long-running commands).
+  bool watchSyncedStore = false;
+};
+
+// What a change of the preferred source did.
+struct DataSourceChange {
+  bool changed = false;       // false: the source was already the preferred one
+  int changesBefore = 0;      // changes made today across devices before this one
+  bool limitReached = false;  // the change no longer forces a refetch today
 };
 
 class Services {
  public:
-  // Raises FileError for an unreadable or unsafe credential file, std::invalid_argument for a
-  // malformed OMBRINE_SERVICES, and the geocoder's errors when the place data is missing.
+  // Raises FileError for an unreadable or unsafe credential file (unless the environment holds
+  // every secret) and std::invalid_argument for a malformed OMBRINE_SERVICES.
   explicit Services(ServicesOptions options);
   ~Services();
   Services(const Services&) = delete;
   Services& operator=(const Services&) = delete;
 
-  Runtime& runtime() noexcept { return *runtime_; }
   Clock& clock() noexcept { return clock_; }
-  HttpClient& http() noexcept { return *http_; }
   const ServiceEndpoints& endpoints() const noexcept { return endpoints_; }
   const Credentials& credentials() const noexcept { return credentials_; }
-  const Geocoder& geocoder() const noexcept { return *geocoder_; }
   const std::string& languageCode() const noexcept { return languageCode_; }
-  TideService& tides() noexcept { return *tides_; }
-  // The embedded simulator's base URL, when one runs.
-  std::optional<std::string> simulatorUrl() const;
+  // True when requests go to a simulator (which checks only that a token is sent).
+  bool simulated() const noexcept { return simulated_; }
 
-  // Names a coordinate: from the geocode cache when a record lies under 200 m away, else with
-  // the offline geocoder, whose answer is cached. Raises DomainError("No result", 6000) when
-  // nothing names it.
-  GeoDetails name(const Location& location) const;
+  Runtime& runtime();
+  HttpClient& http();
+  // Raises the geocoder's errors when the place data is missing.
+  const Geocoder& geocoder();
+  // The geocode cache in front of the geocoder: one reader and writer of it per process.
+  GeocodeNamer& namer();
 
-  // One forecast for a named place from the service the source and region choose. Services not
-  // built into this program raise DomainError("Request", 5001) saying which one is missing.
-  Task<OneCallWeather> fetchOneCall(Location location, GeoDetails details, WeatherDataSource source);
+  // The synced (cloud) key-value store and the local defaults. Opening the synced store runs
+  // the daily backup, as every launch does (a failure is logged).
+  FileCloudKeyValueStore& syncedStore();
+  FileKeyValueStore& standardDefaults();
+  FileKeyValueStore& sharedDefaults();
+  SettingsStore& settings();
+  FavoriteStore& favorites();
+  HomeStore& home();
+  TripStore& trips();
+  DataSourceChangeTracker& changeTracker();
+
+  // The container's shared weather cache (latest record, trips); raises FileError when its
+  // folder cannot be created.
+  WeatherCache& weatherCache();
+  LatestWeatherStore& latestWeather();
+  // The saved places' weather (one snapshot file of the container).
+  FavoriteWeatherCache& favoriteWeather();
+  TideService& tides();
+
+  // The one fetch path: provider choice, tides and the providers' cache short-cut.
+  NetworkManager& network();
+  // What trip forecasts fetch through: the namer and the one fetch path, tides included.
+  TripWeatherFetcher tripWeatherFetcher();
+  // The preference the fetch path reads: this run's `--provider` over the stored one.
+  ProviderSettings& providerSettings();
+
+  // The user changes the preferred source: stores it, counts the change (when it is one) and
+  // says whether today's limit still lets it force a refetch. Raises FileError when the
+  // local defaults cannot be written.
+  DataSourceChange changeDataSource(WeatherDataSource source);
 
  private:
+  template <class T>
+  struct Lazy {
+    std::once_flag once;
+    std::unique_ptr<T> value;
+    template <class Make>
+    T& get(Make make) {
+      std::call_once(once, [&] { value = make(); });
+      return *value;
+    }
+  };
+  struct Adapters;
+  class RunProviderSettings;
+  std::unique_ptr<Adapters> makeAdapters();
+
   SystemClock clock_;
-  std::unique_ptr<sim::SimServer> simulator_;
-  std::unique_ptr<Runtime> runtime_;
-  std::unique_ptr<HttpClient> http_;
+  ServicesOptions options_;
   ServiceEndpoints endpoints_;
   Credentials credentials_;
-  std::unique_ptr<Geocoder> geocoder_;
   std::string languageCode_;
-  bool hideTides_ = false;
-  std::unique_ptr<TideDiskCache> tideDiskCache_;
-  std::unique_ptr<TideService> tides_;
+  bool simulated_ = false;
+
+  Lazy<FileCloudKeyValueStore> synced_;
+  Lazy<FileKeyValueStore> standardDefaults_;
+  Lazy<FileKeyValueStore> sharedDefaults_;
+  Lazy<Runtime> runtime_;
+  Lazy<HttpClient> http_;
+  Lazy<Geocoder> geocoder_;
+  Lazy<GeocodeNamer> namer_;
+  Lazy<SettingsStore> settings_;
+  Lazy<RunProviderSettings> providerSettings_;
+  Lazy<FavoriteStore> favorites_;
+  Lazy<HomeStore> home_;
+  Lazy<TripStore> trips_;
+  Lazy<DataSourceChangeTracker> changeTracker_;
+  Lazy<WeatherCache> weatherCache_;
+  Lazy<FavoriteWeatherCache> favoriteWeather_;
+  Lazy<TideDiskCache> tideDiskCache_;
+  Lazy<TideService> tides_;
+  Lazy<Adapters> adapters_;
+  Lazy<NetworkManager> network_;
 };
 
 }  // namespace ombrine

@@ -253,7 +253,8 @@ Task<OneCallWeather> ForecaClient::fetch(Location location, GeoDetails details, 
 
 Task<OneCallWeather> fetchForecaForecast(HttpClient& http, const ServiceEndpoints& endpoints,
                                          const Credentials& credentials, Clock& clock, std::string languageCode,
-                                         Location location, GeoDetails details, bool useSecondaryBase) {
+                                         Location location, GeoDetails details, bool useSecondaryBase,
+                                         std::optional<OneCallWeather> freshCachedRecord) {
   if (!credentials.forecaToken) {
     logf("No Foreca token configured");
     throw DomainError(kRequestErrorDomain, kRequestErrorCode,
@@ -261,7 +262,8 @@ Task<OneCallWeather> fetchForecaForecast(HttpClient& http, const ServiceEndpoint
                       "~/.config/ombrine/credentials (mode 0600), or configure with -DOMBRINE_FORECA_TOKEN=...");
   }
   ForecaClient client(http, endpoints, *credentials.forecaToken, clock, std::move(languageCode));
-  co_return co_await client.fetch(std::move(location), std::move(details), useSecondaryBase);
+  co_return co_await client.fetch(std::move(location), std::move(details), useSecondaryBase,
+                                  std::move(freshCachedRecord));
 }
 
 }  // namespace ombrine

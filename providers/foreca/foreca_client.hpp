@@ -94,6 +94,7 @@ std::string forecaPointText(const Location& location);
 // ForecaClient::fetch.
 Task<OneCallWeather> fetchForecaForecast(HttpClient& http, const ServiceEndpoints& endpoints,
                                          const Credentials& credentials, Clock& clock, std::string languageCode,
-                                         Location location, GeoDetails details, bool useSecondaryBase = false);
+                                         Location location, GeoDetails details, bool useSecondaryBase = false,
+                                         std::optional<OneCallWeather> freshCachedRecord = std::nullopt);
 
 }  // namespace ombrine

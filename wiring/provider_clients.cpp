@@ -1,0 +1,26 @@
+#include "wiring/provider_clients.hpp"
+
+#include "core/errors.hpp"
+#include "providers/foreca/foreca_client.hpp"
+
+namespace ombrine {
+
+ProviderClients::ProviderClients(HttpClient& http, const ServiceEndpoints& endpoints, const Credentials& credentials,
+                                 Clock& clock, std::string languageCode)
+    : http_(http),
+      endpoints_(endpoints),
+      credentials_(credentials),
+      clock_(clock),
+      languageCode_(std::move(languageCode)) {}
+
+Task<OneCallWeather> ProviderClients::fetch(ProviderPath path, ProviderRequest request) {
+  if (path != ProviderPath::foreca) {
+    throw DomainError(kRequestErrorDomain, kRequestErrorCode,
+                      std::string(providerPathName(path)) + " is not available in this build");
+  }
+  GeoDetails details{"", request.region, request.timeZone};
+  co_return co_await fetchForecaForecast(http_, endpoints_, credentials_, clock_, languageCode_, request.location,
+                                         std::move(details), false, std::move(request.freshCachedRecord));
+}
+
+}  // namespace ombrine
