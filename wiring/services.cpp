@@ -60,9 +60,12 @@ Services::Services(ServicesOptions options) {
   tideDiskCache_ = std::make_unique<TideDiskCache>(runtime_->makeStrand(), clock_);
   tides_ = std::make_unique<TideService>(runtime_->makeStrand(), *http_, clock_, endpoints_, *tideDiskCache_,
                                          TideRegionGate::processWide());
+  notificationCenter_ = std::make_unique<DesktopNotificationCenter>(
+      clock_, DesktopNotificationCenter::defaultSpoolFolder(), DesktopNotifier(sessionBusAddressFromEnvironment()));
 }
 
 Services::~Services() {
+  notificationCenter_.reset();
   tides_.reset();
   tideDiskCache_.reset();
   // The HTTP client first: it completes its outstanding transfers on the runtime's executors.

@@ -17,6 +17,7 @@
 #include "core/service_endpoints.hpp"
 #include "core/weather_data_source.hpp"
 #include "platform/http_client.hpp"
+#include "platform/linux/desktop_notification_center.hpp"
 #include "platform/linux/system_clock.hpp"
 #include "platform/runtime.hpp"
 
@@ -55,6 +56,8 @@ class Services {
   const Geocoder& geocoder() const noexcept { return *geocoder_; }
   const std::string& languageCode() const noexcept { return languageCode_; }
   TideService& tides() noexcept { return *tides_; }
+  // Desktop notifications, with the spool of the container.
+  DesktopNotificationCenter& notificationCenter() noexcept { return *notificationCenter_; }
   // The embedded simulator's base URL, when one runs.
   std::optional<std::string> simulatorUrl() const;
 
@@ -79,6 +82,7 @@ class Services {
   bool hideTides_ = false;
   std::unique_ptr<TideDiskCache> tideDiskCache_;
   std::unique_ptr<TideService> tides_;
+  std::unique_ptr<DesktopNotificationCenter> notificationCenter_;
 };
 
 }  // namespace ombrine
