@@ -144,7 +144,8 @@ TEST(WeatherAlertCrashTest, ExactlyOnceUnderKillsFlappingAndReorderedFeeds) {
       // A snapshot from up to five minutes back arrives late.
       if (random() % 5 == 0) plan.at -= static_cast<std::int64_t>(random() % 300);
       plan.kill = static_cast<Kill>(random() % 6);
-      plan.randomDelayMicros = static_cast<int>(random() % 3000);
+      // A pass takes some tens of milliseconds: the kill lands anywhere in it, mid-write included.
+      plan.randomDelayMicros = static_cast<int>(random() % 30000);
       plans.push_back(plan);
     }
     const std::vector<int> finalFeed = randomFeed(random);
