@@ -1,6 +1,7 @@
 // `ombrine notify alerts`, `ombrine alerts` and `ombrine notifications` run as a user runs them:
 // real processes against the embedded simulator, with their own container, data, config and
-// runtime folders and no session bus, so notifications land in the spool.
+// runtime folders: without a session bus notifications land in the spool; with one in the runtime
+// folder (as a systemd user timer finds it) they reach the desktop's notification server.
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -13,6 +14,7 @@
 #include <string>
 
 #include "core/value_json.hpp"
+#include "platform/testing/desktop_notification_server.hpp"
 
 namespace ombrine {
 namespace {
@@ -52,6 +54,8 @@ class Sandbox {
     result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return result;
   }
+
+  std::filesystem::path runtimeFolder() const { return root_ / "runtime"; }
 
  private:
   std::filesystem::path root_;
@@ -99,6 +103,28 @@ TEST(AlertsCommandTest, EachLiveAlertIsAnnouncedOnce) {
   const CommandRun cleared = sandbox.run("notifications clear", 3);
   EXPECT_NE(cleared.out.find("Removed 1 notification"), std::string::npos) << cleared.out;
   EXPECT_EQ(sandbox.run("notify alerts", 3).exitCode, 2);
+}
+
+TEST(AlertsCommandTest, AnnouncesOnTheDesktopThroughTheRuntimeFolderBus) {
+  Sandbox sandbox;
+  // The program is given no bus address: it finds the bus at $XDG_RUNTIME_DIR/bus.
+  PrivateSessionBus bus(sandbox.runtimeFolder());
+  ASSERT_TRUE(bus.running()) << "dbus-daemon is needed (scripts/setup installs it)";
+  RecordingNotificationServer server(bus.address());
+  ASSERT_TRUE(server.ready());
+
+  EXPECT_EQ(sandbox.run("notify alerts Miami", 0).exitCode, 0);
+  EXPECT_NE(sandbox.run("notify alerts Miami", 0).out.find("No new weather alerts"), std::string::npos);
+  const auto shown = server.shown();
+  ASSERT_EQ(shown.size(), 1u);
+  EXPECT_EQ(shown[0].appName, "Ombrine");
+  EXPECT_EQ(shown[0].summary, "Severe Weather Alert");
+  EXPECT_TRUE(shown[0].body.starts_with("Hurricane Warning and 1 more (NWS Miami FL)\nFrom ")) << shown[0].body;
+  const CommandRun listed = sandbox.run("notifications list --json", 0);
+  EXPECT_EQ(parseJson(listed.out).as_array().at(0).at("deliveredTo").as_string(), "desktop") << listed.out;
+
+  sandbox.run("notifications clear", 0);
+  EXPECT_EQ(server.closed(), std::vector<std::uint32_t>{shown[0].id});
 }
 
 }  // namespace
