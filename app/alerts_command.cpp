@@ -8,6 +8,7 @@
 #include "app/commands.hpp"
 #include "app/global_options.hpp"
 #include "app/user_stores.hpp"
+#include "persistence/favorite_store.hpp"
 #include "core/errors.hpp"
 #include "core/geocoder.hpp"
 #include "core/iso8601.hpp"
@@ -33,8 +34,13 @@ struct ResolvedPlace {
   std::string name;
 };
 
-ResolvedPlace resolve(Services& services, const std::string& query) {
-  if (query.empty()) throw InvalidPlaceQuery("name a place (e.g. Miami)");
+// The named place, else the home place.
+ResolvedPlace resolve(Services& services, UserStores& stores, const std::string& query) {
+  if (query.empty()) {
+    const auto home = HomeStore(stores.cloud).home();
+    if (!home) throw InvalidPlaceQuery("name a place (e.g. Miami) or set a home place: ombrine places home PLACE");
+    return ResolvedPlace{home->location, services.name(home->location), home->shownName()};
+  }
   const auto matches = services.geocoder().search(query, 1);
   if (matches.empty()) throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named \"" + query + "\"");
   const Location location = matches.front().coordinate;
@@ -77,9 +83,9 @@ std::string when(std::chrono::system_clock::time_point time, const TimeZone& zon
 
 int runAlerts(const AlertsOptions& options) {
   Services services(servicesOptions());
-  const ResolvedPlace place = resolve(services, options.place);
-  const OneCallWeather weather = fetchWeatherAlerts(services, place.location, place.details);
   UserStores stores;
+  const ResolvedPlace place = resolve(services, stores, options.place);
+  const OneCallWeather weather = fetchWeatherAlerts(services, place.location, place.details);
   const auto store = openWeatherAlertStore(stores.sharedDefaults);
   std::optional<WeatherAlertNotificationPersistedState> state;
   if (store) state = store->read();
@@ -144,9 +150,9 @@ int runAlerts(const AlertsOptions& options) {
 
 int runNotify(const AlertsOptions& options) {
   Services services(servicesOptions());
-  const ResolvedPlace place = resolve(services, options.place);
-  const OneCallWeather weather = fetchWeatherAlerts(services, place.location, place.details);
   UserStores stores;
+  const ResolvedPlace place = resolve(services, stores, options.place);
+  const OneCallWeather weather = fetchWeatherAlerts(services, place.location, place.details);
   const auto store = openWeatherAlertStore(stores.sharedDefaults);
   const auto outcome =
       notifyWeatherAlertsOnce(services, store.get(), stores.sharedDefaults, stores.cloud, weather, place.details.timeZone);
@@ -186,7 +192,7 @@ void runReporting(const char* name, Run run) {
 void addAlertsCommand(CLI::App& app) {
   auto options = std::make_shared<AlertsOptions>();
   CLI::App* command = app.add_subcommand("alerts", "The weather warnings in force for a place and their notifications");
-  command->add_option("place", options->place, "A place name (\"Miami\")");
+  command->add_option("place", options->place, "A place name (\"Miami\"); default: the home place");
   command->add_flag("--json", options->json, "Print the warnings as JSON");
   command->callback([options] { runReporting("alerts", [&] { return runAlerts(*options); }); });
 }
@@ -196,7 +202,7 @@ void addNotifyCommand(CLI::App& app) {
   notify->require_subcommand(1);
   auto options = std::make_shared<AlertsOptions>();
   CLI::App* alerts = notify->add_subcommand("alerts", "Announce the new weather warnings of a place, each once");
-  alerts->add_option("place", options->place, "A place name (\"Miami\")");
+  alerts->add_option("place", options->place, "A place name (\"Miami\"); default: the home place");
   alerts->callback([options] { runReporting("notify alerts", [&] { return runNotify(*options); }); });
 }
 

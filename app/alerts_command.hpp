@@ -1,5 +1,6 @@
 #pragma once
-// `ombrine alerts [PLACE] [--json]`: the live warnings of a place and whether each was announced.
+// `ombrine alerts [PLACE] [--json]`: the live warnings of a place (default: the home place) and
+// whether each was announced.
 // `ombrine notify alerts [PLACE]`: one notification pass over the place's warnings; stays until
 // the request it added is delivered (5 seconds), so the desktop or the spool has it.
 

@@ -102,7 +102,9 @@ TEST(AlertsCommandTest, EachLiveAlertIsAnnouncedOnce) {
 
   const CommandRun cleared = sandbox.run("notifications clear", 3);
   EXPECT_NE(cleared.out.find("Removed 1 notification"), std::string::npos) << cleared.out;
-  EXPECT_EQ(sandbox.run("notify alerts", 3).exitCode, 2);
+  EXPECT_EQ(sandbox.run("notify alerts", 3).exitCode, 2);  // no place and no home place
+  ASSERT_EQ(sandbox.run("places home Miami", 3).exitCode, 0);
+  EXPECT_NE(sandbox.run("notify alerts", 3).out.find("No new weather alerts for Miami"), std::string::npos);
 }
 
 TEST(AlertsCommandTest, AnnouncesOnTheDesktopThroughTheRuntimeFolderBus) {
