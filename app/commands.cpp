@@ -2,9 +2,11 @@
 
 #include <atomic>
 
+#include "app/alerts_command.hpp"
 #include "app/cache_command.hpp"
 #include "app/forecast_command.hpp"
 #include "app/global_options.hpp"
+#include "app/notifications_command.hpp"
 #include "app/places_command.hpp"
 #include "app/settings_command.hpp"
 #include "app/trips_command.hpp"
@@ -27,6 +29,9 @@ void addCommands(CLI::App& app) {
   addCacheCommand(app);
   addTripsForecastCommand(*addTripsCommand(app));
   addTidesCommand(app);
+  addAlertsCommand(app);
+  addNotifyCommand(app);
+  addNotificationsCommand(app);
 }
 
 int exitCode() { return code.load(); }

@@ -7,6 +7,8 @@ pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
 pkg_check_modules(HTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)
 pkg_check_modules(ICU REQUIRED IMPORTED_TARGET icu-uc icu-i18n)
 pkg_check_modules(CLI11 REQUIRED IMPORTED_TARGET CLI11)
+# sd-bus: desktop notifications over the session D-Bus.
+pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 if(OMBRINE_TESTS)
   find_package(GTest REQUIRED)
   include(GoogleTest)

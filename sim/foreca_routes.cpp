@@ -11,6 +11,7 @@
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
 
+#include "sim/alert_scenarios.hpp"
 #include "sim/json_writer.hpp"
 
 namespace ombrine::sim {
@@ -377,6 +378,30 @@ json::object warningRecord(const WarningEvent& event, bool full) {
   return warning;
 }
 
+// A scripted warning (sim/alert_scenarios.hpp) in the service's shape, worded in English only.
+json::object scriptedWarningRecord(const ScriptedWarning& scripted, bool full) {
+  const auto level = static_cast<int>(scripted.level);
+  json::object warning;
+  warning["name"] = scripted.event;
+  warning["type"] = "scripted";
+  warning["significance"] = kSignificanceNames[level];
+  warning["attribution"] = scripted.sender;
+  if (full) warning["attributionUrl"] = "https://warnings.example.org/scripted";
+  warning["validFrom"] = formatUtc(scripted.validFrom);
+  warning["validUntil"] = formatUtc(scripted.validUntil);
+  json::array descriptions;
+  json::object description;
+  description["lang"] = "en";
+  description["title"] = scripted.event;
+  description["text"] = scripted.event + " in effect.";
+  descriptions.push_back(std::move(description));
+  warning["description"] = std::move(descriptions);
+  warning["significanceDescription"] = kSignificanceDescriptions[level];
+  warning["sent"] = formatUtc(scripted.issued, true);
+  if (full) warning["title"] = scripted.event;
+  return warning;
+}
+
 // ---- Routes --------------------------------------------------------------------------------
 
 // Runs `build` for an authorised request with a valid point and wraps what it returns.
@@ -517,10 +542,15 @@ std::vector<SimRoute> forecaRoutes(const WeatherModel& model) {
       return envelope("forecast", std::move(rows));
     });
   }));
-  routes.push_back(route("foreca.warnings", "warning/", [model](const SimRequest& request) {
+  routes.push_back(route("foreca.warnings", "warning/", [model, sites = alertScenarioSitesFromEnvironment()](
+                                                            const SimRequest& request) {
     return answer(request, [&](GeoPoint point) {
       const Style style = styleOf(request);
       json::array rows;
+      if (const auto scripted = scriptedWarnings(sites, point, request.now)) {
+        for (const ScriptedWarning& warning : *scripted) rows.push_back(scriptedWarningRecord(warning, style.full));
+        return envelope("warnings", std::move(rows));
+      }
       for (const WarningEvent& event : model.warnings(point, request.now)) {
         // Only warnings already issued; recently ended ones stay in the answer for a day and
         // readers filter them.

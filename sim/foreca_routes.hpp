@@ -22,7 +22,8 @@
 // day and night). Warning times are ISO 8601 in UTC; "sent" has milliseconds. Warnings are
 // those of the place's 5° grid cell already issued, including some that ended within the last
 // day (readers filter them); descriptions come in up to four languages, some warnings have no
-// English one and a few none at all. Error answers are {"error": {"code": N, "message": "..."}}.
+// English one and a few none at all. Places with scripted warnings (sim/alert_scenarios.hpp, Miami
+// by default) answer with those instead. Error answers are {"error": {"code": N, "message": "..."}}.
 
 #include <string>
 #include <string_view>

@@ -230,6 +230,13 @@ TideService& Services::tides() {
   });
 }
 
+DesktopNotificationCenter& Services::notificationCenter() {
+  return notificationCenter_.get([this] {
+    return std::make_unique<DesktopNotificationCenter>(clock_, DesktopNotificationCenter::defaultSpoolFolder(),
+                                                       DesktopNotifier(sessionBusAddressFromEnvironment()));
+  });
+}
+
 std::unique_ptr<Services::Adapters> Services::makeAdapters() {
   HttpClient& client = http();
   TideService& tideService = tides();

@@ -24,6 +24,7 @@
 #include "core/service_endpoints.hpp"
 #include "core/weather_data_source.hpp"
 #include "platform/http_client.hpp"
+#include "platform/linux/desktop_notification_center.hpp"
 #include "platform/linux/file_cloud_key_value_store.hpp"
 #include "platform/linux/file_key_value_store.hpp"
 #include "platform/linux/system_clock.hpp"
@@ -103,6 +104,8 @@ class Services {
   // The saved places' weather (one snapshot file of the container).
   FavoriteWeatherCache& favoriteWeather();
   TideService& tides();
+  // Desktop notifications, with the spool of the container.
+  DesktopNotificationCenter& notificationCenter();
 
   // The one fetch path: provider choice, tides and the providers' cache short-cut.
   NetworkManager& network();
@@ -155,6 +158,7 @@ class Services {
   Lazy<FavoriteWeatherCache> favoriteWeather_;
   Lazy<TideDiskCache> tideDiskCache_;
   Lazy<TideService> tides_;
+  Lazy<DesktopNotificationCenter> notificationCenter_;
   Lazy<Adapters> adapters_;
   Lazy<NetworkManager> network_;
 };
