@@ -19,6 +19,7 @@ enum class GeometryKind { none, polygon, linestring, gxTrack, point };
 
 // Longitude reduced modulo 360 into [-180, 180).
 double wrapLongitude(double longitude) {
+  if (longitude >= -180.0 && longitude < 180.0) return longitude;  // no rounding noise for the usual case
   double reduced = std::fmod(longitude + 180.0, 360.0);
   if (reduced < 0) reduced += 360.0;
   return reduced - 180.0;
