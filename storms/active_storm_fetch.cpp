@@ -55,7 +55,8 @@ ActiveStormFetcher::ActiveStormFetcher(HttpClient& http, ServiceEndpoints endpoi
     : http_(http), endpoints_(std::move(endpoints)), clock_(clock) {}
 
 Task<std::vector<Storm>> ActiveStormFetcher::fetchActiveStorms() {
-  ActiveStormsResult result = co_await fetchWithCoverage(wholeCoverage());
+  ActiveStormCoverageSet requested = wholeCoverage();
+  ActiveStormsResult result = co_await fetchWithCoverage(std::move(requested));
   co_return trustedActiveStorms(std::move(result.storms), result.completeCoverage);
 }
 
@@ -76,7 +77,8 @@ Task<ActiveStormsResult> ActiveStormFetcher::fetchWithCoverage(ActiveStormCovera
 
   auto remaining = ActiveStormMerger::descriptorsNotIn(nhc->records, std::move(jtwc->descriptors));
   const Date now = Date::fromSystem(clock_.now());
-  auto jtwcStorms = co_await fetchJTWCStorms(http_, std::move(remaining), jtwc->completeCoverage, now);
+  ActiveStormCoverageSet provenJTWC = jtwc->completeCoverage;
+  auto jtwcStorms = co_await fetchJTWCStorms(http_, std::move(remaining), std::move(provenJTWC), now);
   co_await throwIfStormTaskCancelled();
 
   ActiveStormsResult result;

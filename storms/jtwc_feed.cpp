@@ -190,7 +190,8 @@ std::optional<JTWCStormDescriptor> descriptorFor(const JTWCActiveStormFeedRefere
 Task<JTWCDescriptorsResult> fetchJTWCDescriptors(HttpClient& http, const ServiceEndpoints& endpoints,
                                                  ActiveStormCoverageSet requested) {
   auto url = underBase(endpoints.jointTyphoonWarningCenter, "/jtwc/rss/jtwc.rss");
-  const std::string body = co_await getStormFile(http, std::move(url), "application/rss+xml,application/xml,text/xml");
+  std::string accept = "application/rss+xml,application/xml,text/xml";
+  const std::string body = co_await getStormFile(http, std::move(url), std::move(accept));
   const auto found = referencesAndSections(parseJTWCFeed(body));
   JTWCDescriptorsResult result;
   for (const auto& reference : found.references) {

@@ -215,13 +215,17 @@ Storm stormFromDetails(const JTWCStormDetails& details) {
 }
 
 Task<std::optional<JTWCStormDetails>> fetchJTWCStormDetails(HttpClient& http, JTWCStormDescriptor descriptor, Date now) {
-  const std::string body = co_await getStormFile(http, descriptor.advisoryURL, "text/plain");
+  boost::urls::url advisoryURL = descriptor.advisoryURL;
+  std::string textAccept = "text/plain";
+  const std::string body = co_await getStormFile(http, std::move(advisoryURL), std::move(textAccept));
   if (!isValidUtf8(body)) throw DecodingError("JTWC warning " + descriptor.slug + ": cannot decode content data");
   const JTWCWarningText text = readJTWCWarningText(body, descriptor.pubDate, now);
   const Date reference = text.time ? *text.time : descriptor.pubDate.value_or(now);
   std::optional<JTWCTrackSummary> track;
   try {
-    const std::string kmz = co_await getStormFile(http, descriptor.kmzURL, "application/zip,application/octet-stream,*/*");
+    boost::urls::url kmzURL = descriptor.kmzURL;
+    std::string kmzAccept = "application/zip,application/octet-stream,*/*";
+    const std::string kmz = co_await getStormFile(http, std::move(kmzURL), std::move(kmzAccept));
     auto state = co_await asio::this_coro::cancellation_state;
     auto cancelled = [state] { return state.cancelled() != asio::cancellation_type::none; };
     track = summarizeJTWCTrack(kmz, reference, cancelled);

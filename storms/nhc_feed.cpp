@@ -150,7 +150,8 @@ NHCActiveStormsResponse decodeNHCActiveStorms(std::string_view body) {
 Task<ActiveStormSourceFetchResult<Storm>> fetchNHCStorms(HttpClient& http, const ServiceEndpoints& endpoints,
                                                         ActiveStormCoverageSet requested) {
   auto url = underBase(endpoints.nationalHurricaneCenter, "/CurrentStorms.json");
-  std::string body = co_await getStormFile(http, std::move(url), "application/json");
+  std::string accept = "application/json";
+  std::string body = co_await getStormFile(http, std::move(url), std::move(accept));
   NHCActiveStormsResponse response = decodeNHCActiveStorms(body);
   co_return ActiveStormSourceFetchResult<Storm>{std::move(response.activeStorms),
                                                 intersection(response.completeCoverage, requested)};

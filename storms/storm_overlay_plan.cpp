@@ -171,7 +171,9 @@ Task<StormOverlay> loadStormOverlay(HttpClient& http, Storm storm, Date now) {
   for (const auto& plan : resourcePlans(StormOverlayRevisionID::revision(storm))) {
     co_await throwIfStormTaskCancelled();
     try {
-      const std::string body = co_await getStormFile(http, plan.url, "application/vnd.google-earth.kmz,application/zip,*/*");
+      boost::urls::url url = plan.url;
+      std::string accept = "application/vnd.google-earth.kmz,application/zip,*/*";
+      const std::string body = co_await getStormFile(http, std::move(url), std::move(accept));
       auto state = co_await asio::this_coro::cancellation_state;
       auto cancelled = [state] { return state.cancelled() != asio::cancellation_type::none; };
       std::vector<std::pair<std::string, std::string>> documents;
