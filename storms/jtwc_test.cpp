@@ -21,7 +21,12 @@ std::string fixture(const std::string& name) {
 
 TEST(JTWCWarningTest, ReadsARealWarning) {
   const Date published = *utcDate(2023, 7, 31, 9, 0);
-  const auto warning = readJTWCWarningText(fixture("wp0623web-2023073109.txt"), published, published);
+  const std::string text = fixture("wp0623web-2023073109.txt");
+  // The live file may come with CRLF line ends; the reading must not change.
+  std::string crlf;
+  for (char c : text) crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
+  EXPECT_EQ(readJTWCWarningText(crlf, published, published), readJTWCWarningText(text, published, published));
+  const auto warning = readJTWCWarningText(text, published, published);
   EXPECT_EQ(warning.name, "KHANUN");
   EXPECT_EQ(warning.coordinate, (StormCoordinate{22.8, 131.6}));
   EXPECT_EQ(warning.intensity, 115);

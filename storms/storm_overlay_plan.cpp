@@ -69,6 +69,38 @@ void writeLineFeature(JsonWriter& json, const std::string& role, const std::vect
 
 }  // namespace
 
+std::string intensityColor(const StormIntensityTag& tag) {
+  using K = StormIntensityTag::Kind;
+  switch (tag.kind) {
+    case K::hurricane: {
+      static constexpr const char* kCategories[] = {"#ffffcc", "#ffe775", "#ffc140", "#ff8f20", "#ff6060"};
+      const long long category = std::clamp<long long>(tag.category.value_or(1), 1, 5);
+      return kCategories[category - 1];
+    }
+    case K::tropicalStorm:
+    case K::subtropicalStorm: return "#00faf4";
+    case K::tropicalDepression:
+    case K::subtropicalDepression:
+    case K::potentialTropicalCyclone: return "#5ebaff";
+    default: return "#c0c0c0";
+  }
+}
+
+std::vector<StormMapOverlay> overlays(const std::vector<KMLOverlayFeature>& features) {
+  std::vector<StormMapOverlay> out;
+  for (const auto& feature : features) {
+    if (const auto* polygon = std::get_if<KMLPolygon>(&feature)) {
+      out.emplace_back(*polygon);
+    } else if (const auto* line = std::get_if<KMLPolyline>(&feature)) {
+      out.emplace_back(*line);
+    } else if (const auto* circle = std::get_if<KMLCircleFeature>(&feature)) {
+      const StormIntensityTag tag = tagFromText(circle->intensityTag);
+      out.emplace_back(StyledCircle{circle->coordinate, circle->radius, tag, intensityColor(tag)});
+    }
+  }
+  return out;
+}
+
 StormOverlayRevisionID StormOverlayRevisionID::revision(const Storm& storm) {
   return StormOverlayRevisionID{storm.id,       storm.advisoryURL, storm.lastUpdate, storm.forecastIssuance,
                                 storm.coneURL,  storm.trackURL,    storm.historyURL};
@@ -266,6 +298,8 @@ std::string stormOverlayGeoJson(const Storm& storm, const StormOverlay& overlay)
     }
     json.key("radius");
     json.number(point.radius);
+    json.key("marker-color");
+    json.string(intensityColor(tagFromText(point.intensityTag)));
     json.endObject();
     json.key("geometry");
     json.beginObject();

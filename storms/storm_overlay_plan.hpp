@@ -81,6 +81,25 @@ std::optional<StormTrackBridge> bridge(const std::vector<KMLCircleFeature>& hist
 // degrees: a track from 179.5 to -179.5 continues at 180.5. The first point is unchanged.
 std::vector<KMLCoordinate> continuousAcrossDateLine(std::vector<KMLCoordinate> track);
 
+// The map's object for a track point: where, how large, and the colour of its intensity on the
+// Saffir-Simpson scale (depression, storm, categories 1-5; grey when unknown).
+struct StyledCircle {
+  KMLCoordinate center;
+  double radius = 0.0;  // metres
+  StormIntensityTag tag;
+  std::string color;    // "#rrggbb"
+
+  bool operator==(const StyledCircle&) const = default;
+};
+
+using StormMapOverlay = std::variant<KMLPolygon, KMLPolyline, StyledCircle>;
+
+// "#rrggbb" of a tag; a hurricane without a category counts as category 1.
+std::string intensityColor(const StormIntensityTag& tag);
+
+// Features as map overlays: polygons and lines unchanged, circles styled by their tag.
+std::vector<StormMapOverlay> overlays(const std::vector<KMLOverlayFeature>& features);
+
 // Everything drawn for a storm.
 struct StormOverlay {
   std::vector<std::vector<KMLCoordinate>> cone;

@@ -91,6 +91,19 @@ TEST(StormOverlayPlanTest, BridgeJoinsTheLatestPastToTheFirstForecast) {
   }
 }
 
+TEST(StormOverlayPlanTest, CirclesAreStyledByIntensity) {
+  const std::pair<std::optional<std::string>, const char*> rows[] = {
+      {"HU5", "#ff6060"}, {"hu3", "#ffc140"}, {"HU", "#ffffcc"}, {"HU9", "#ff6060"}, {"TS", "#00faf4"},
+      {"TD", "#5ebaff"}, {"PTC", "#5ebaff"}, {"LO", "#c0c0c0"}, {std::nullopt, "#c0c0c0"}};
+  for (const auto& [tag, color] : rows) {
+    KMLCircleFeature circle = point(1, 2);
+    circle.intensityTag = tag;
+    const auto styled = overlays({KMLOverlayFeature(circle)});
+    ASSERT_EQ(styled.size(), 1u);
+    EXPECT_EQ(std::get<StyledCircle>(styled[0]).color, color) << tag.value_or("(none)");
+  }
+}
+
 TEST(StormOverlayPlanTest, TracksStayContinuousAcrossTheDateLine) {
   const std::vector<KMLCoordinate> east = {{10, 178}, {11, 179.5}, {12, -179.5}, {13, -178}};
   EXPECT_EQ(continuousAcrossDateLine(east), (std::vector<KMLCoordinate>{{10, 178}, {11, 179.5}, {12, 180.5}, {13, 182}}));
