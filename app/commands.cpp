@@ -9,6 +9,7 @@
 #include "app/notifications_command.hpp"
 #include "app/places_command.hpp"
 #include "app/settings_command.hpp"
+#include "app/storms_command.hpp"
 #include "app/trips_command.hpp"
 #include "app/trips_forecast_command.hpp"
 #include "app/tides_command.hpp"
@@ -32,6 +33,7 @@ void addCommands(CLI::App& app) {
   addAlertsCommand(app);
   addNotifyCommand(app);
   addNotificationsCommand(app);
+  addStormsCommand(app);
 }
 
 int exitCode() { return code.load(); }

@@ -22,3 +22,7 @@ add_library(ombrine_boost INTERFACE)
 target_compile_definitions(ombrine_boost INTERFACE
   BOOST_ASIO_SEPARATE_COMPILATION BOOST_ASIO_NO_DEPRECATED BOOST_ASIO_DISABLE_BOOST_COROUTINE)
 target_link_libraries(ombrine_boost INTERFACE Boost::headers Boost::json Boost::url Threads::Threads)
+
+# Storm overlays: KML through expat, KMZ entries inflated with libdeflate.
+pkg_check_modules(EXPAT REQUIRED IMPORTED_TARGET expat)
+pkg_check_modules(LIBDEFLATE REQUIRED IMPORTED_TARGET libdeflate)

@@ -24,6 +24,9 @@ struct SimRequest {
   std::vector<std::string> captures;                       // the pattern's groups, in order
   std::vector<std::pair<std::string, std::string>> query;  // decoded, in order
   Instant now;
+  // The Host header the client sent ("127.0.0.1:PORT"); empty without a connection. Services
+  // that answer with absolute links to themselves build them from it.
+  std::string host;
 
   // The first value of query item `name`, if present.
   std::optional<std::string_view> param(std::string_view name) const;

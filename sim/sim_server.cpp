@@ -14,6 +14,7 @@
 #include "platform/linux/system_clock.hpp"
 #include "platform/log.hpp"
 #include "sim/foreca_routes.hpp"
+#include "sim/storm_routes.hpp"
 #include "sim/tide_routes.hpp"
 #include "sim/weather_model.hpp"
 
@@ -52,6 +53,7 @@ struct SimServer::Impl {
     const WeatherModel model(options.seed);
     routes = forecaRoutes(model);
     for (auto& route : tideRoutes(model)) routes.push_back(std::move(route));
+    for (auto& route : stormRoutes()) routes.push_back(std::move(route));
   }
 
   SystemClock systemClock;
@@ -96,6 +98,7 @@ struct SimServer::Impl {
   void handle(const httplib::Request& http, httplib::Response& out) {
     const auto started = std::chrono::steady_clock::now();
     SimRequest request = requestFor(http.target, now());
+    request.host = http.get_header_value("Host");
     const SimRoute* route = matchRoute(routes, request.path, request.captures);
     const std::optional<Fault> fault = route ? faults.take(route->name) : std::nullopt;
     const std::uint64_t id = record(route, http.method, request, fault);

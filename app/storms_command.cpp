@@ -1,0 +1,141 @@
+#include "app/storms_command.hpp"
+
+#include <iostream>
+#include <memory>
+
+#include "app/commands.hpp"
+#include "app/global_options.hpp"
+#include "core/errors.hpp"
+#include "core/geocoder.hpp"
+#include "core/unit_rules.hpp"
+#include "platform/log.hpp"
+#include "storms/active_storm_fetch.hpp"
+#include "storms/storm_overlay_plan.hpp"
+#include "storms/storm_report.hpp"
+#include "wiring/services.hpp"
+
+namespace ombrine::app {
+
+namespace {
+
+struct StormsOptions {
+  bool json = false;
+  std::string near;
+  std::optional<double> radius;
+  std::string showID;
+  bool geojson = false;
+};
+
+// The list and its coverage, with the rule that an empty list is only believed when every
+// basin has been covered.
+ActiveStormsResult fetchTrusted(Services& services) {
+  ActiveStormFetcher fetcher(services.http(), services.endpoints(), services.clock());
+  ActiveStormsResult result = services.runtime().runBlocking(fetcher.fetchWithCoverage(wholeCoverage()));
+  result.storms = trustedActiveStorms(std::move(result.storms), result.completeCoverage);
+  return result;
+}
+
+int list(const StormsOptions& options) {
+  if (options.radius && options.near.empty()) throw InvalidPlaceQuery("--radius needs --near PLACE");
+  ProgramServices program;
+  Services& services = *program;
+  const icu::Locale locale = currentLocale();
+  std::optional<Location> near;
+  std::string placeName;
+  if (!options.near.empty()) {
+    const auto matches = services.geocoder().search(options.near, 1);
+    if (matches.empty()) throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named \"" + options.near + "\"");
+    near = matches.front().coordinate;
+    placeName = matches.front().name;
+  }
+  const ActiveStormsResult result = fetchTrusted(services);
+  const auto entries = stormListEntries(result.storms, near, options.radius);
+  if (options.json) {
+    std::cout << stormListJson(entries, result.completeCoverage, locale) << "\n";
+    return 0;
+  }
+  if (result.storms.empty()) {
+    std::cout << "No active tropical storms.\n";
+    return 0;
+  }
+  if (entries.empty()) {
+    std::cout << "No active tropical storm within " << *options.radius << " km of " << placeName << ".\n";
+    return 0;
+  }
+  if (near) std::cout << "Active tropical storms nearest " << placeName << " first\n";
+  for (const auto& entry : entries) std::cout << stormListLine(entry, locale) << "\n";
+  if (result.completeCoverage != wholeCoverage()) {
+    std::cout << "\nIncomplete: ";
+    bool first = true;
+    for (auto area : wholeCoverage()) {
+      if (result.completeCoverage.count(area)) continue;
+      std::cout << (first ? "" : ", ") << coverageName(area);
+      first = false;
+    }
+    std::cout << " did not answer in full.\n";
+  }
+  return 0;
+}
+
+int show(const StormsOptions& options) {
+  ProgramServices program;
+  Services& services = *program;
+  const icu::Locale locale = currentLocale();
+  const ActiveStormsResult result = fetchTrusted(services);
+  const auto storm = findStorm(result.storms, options.showID);
+  if (!storm) {
+    logf("ombrine storms: no active storm \"{}\"", options.showID);
+    return 1;
+  }
+  const Date now = Date::fromSystem(services.clock().now());
+  const StormOverlay overlay = services.runtime().runBlocking(loadStormOverlay(services.http(), *storm, now));
+  if (options.geojson) {
+    std::cout << stormOverlayGeoJson(*storm, overlay) << "\n";
+    return 0;
+  }
+  std::cout << stormListLine(StormListEntry{*storm, std::nullopt}, locale) << "\n";
+  if (overlay.forecastPoints.empty()) {
+    std::cout << "No forecast track published.\n";
+    return 0;
+  }
+  std::cout << "\nForecast track:\n";
+  for (const auto& point : overlay.forecastPoints) std::cout << "  " << forecastPointLine(point) << "\n";
+  std::cout << "\n" << overlay.historyPoints.size() << " past positions, " << (overlay.cone.empty() ? "no" : "a")
+            << " cone of uncertainty.\n";
+  return 0;
+}
+
+void report(const std::function<int()>& command) {
+  try {
+    setExitCode(command());
+  } catch (const InvalidPlaceQuery& error) {
+    logf("ombrine storms: {}", error.what());
+    setExitCode(2);
+  } catch (const ActiveStormFetchError&) {
+    logf("ombrine storms: no usable storm data: neither NHC nor JTWC answered in full");
+    setExitCode(1);
+  } catch (const std::exception& error) {
+    logf("ombrine storms: {}", error.what());
+    setExitCode(1);
+  }
+}
+
+}  // namespace
+
+void addStormsCommand(CLI::App& app) {
+  auto options = std::make_shared<StormsOptions>();
+  CLI::App* command = app.add_subcommand("storms", "Active tropical storms from NHC and JTWC");
+  command->add_flag("--json", options->json, "Print the list as JSON");
+  auto* near = command->add_option("--near", options->near, "Sort by distance from a place (\"Okinawa\")");
+  command->add_option("--radius", options->radius, "Only storms within KM of --near")->check(CLI::PositiveNumber)->needs(near);
+  CLI::App* showCommand = command->add_subcommand("show", "One storm's forecast track");
+  showCommand->add_option("id", options->showID, "The storm's id (\"al052026\", \"WP0626\")")->required();
+  showCommand->add_flag("--geojson", options->geojson, "Print the cone and tracks as GeoJSON");
+  showCommand->callback([options] { report([&] { return show(*options); }); });
+  command->callback([options, showCommand] {
+    if (showCommand->parsed()) return;
+    report([&] { return list(*options); });
+  });
+}
+
+}  // namespace ombrine::app
