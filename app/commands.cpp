@@ -7,6 +7,7 @@
 #include "app/global_options.hpp"
 #include "app/places_command.hpp"
 #include "app/settings_command.hpp"
+#include "app/sun_command.hpp"
 #include "app/trips_command.hpp"
 #include "app/trips_forecast_command.hpp"
 #include "app/tides_command.hpp"
@@ -27,6 +28,7 @@ void addCommands(CLI::App& app) {
   addCacheCommand(app);
   addTripsForecastCommand(*addTripsCommand(app));
   addTidesCommand(app);
+  addSunCommand(app);
 }
 
 int exitCode() { return code.load(); }
