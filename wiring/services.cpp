@@ -8,7 +8,9 @@
 #include "core/geo_naming.hpp"
 #include "core/provider_dispatch.hpp"
 #include "core/unit_rules.hpp"
+#include "history/climate_normals_service.hpp"
 #include "persistence/geocode_cache.hpp"
+#include "persistence/historical_weather_cache.hpp"
 #include "places/offline_geocoder.hpp"
 #include "platform/linux/curl_http_client.hpp"
 #include "platform/log.hpp"
@@ -60,9 +62,12 @@ Services::Services(ServicesOptions options) {
   tideDiskCache_ = std::make_unique<TideDiskCache>(runtime_->makeStrand(), clock_);
   tides_ = std::make_unique<TideService>(runtime_->makeStrand(), *http_, clock_, endpoints_, *tideDiskCache_,
                                          TideRegionGate::processWide());
+  climate_ = std::make_unique<ClimateNormalsService>(*http_, endpoints_, credentials_.meteostatKey,
+                                                     HistoricalWeatherCache::defaultDirectory());
 }
 
 Services::~Services() {
+  climate_.reset();
   tides_.reset();
   tideDiskCache_.reset();
   // The HTTP client first: it completes its outstanding transfers on the runtime's executors.

@@ -25,6 +25,7 @@ namespace ombrine {
 namespace sim {
 class SimServer;
 }
+class ClimateNormalsService;
 class TideDiskCache;
 class TideService;
 
@@ -55,6 +56,8 @@ class Services {
   const Geocoder& geocoder() const noexcept { return *geocoder_; }
   const std::string& languageCode() const noexcept { return languageCode_; }
   TideService& tides() noexcept { return *tides_; }
+  // Climate normals, cached in the per-process history folder.
+  ClimateNormalsService& climate() noexcept { return *climate_; }
   // The embedded simulator's base URL, when one runs.
   std::optional<std::string> simulatorUrl() const;
 
@@ -79,6 +82,7 @@ class Services {
   bool hideTides_ = false;
   std::unique_ptr<TideDiskCache> tideDiskCache_;
   std::unique_ptr<TideService> tides_;
+  std::unique_ptr<ClimateNormalsService> climate_;
 };
 
 }  // namespace ombrine
