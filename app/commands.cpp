@@ -5,6 +5,7 @@
 #include "app/cache_command.hpp"
 #include "app/forecast_command.hpp"
 #include "app/global_options.hpp"
+#include "app/history_command.hpp"
 #include "app/places_command.hpp"
 #include "app/settings_command.hpp"
 #include "app/sun_command.hpp"
@@ -29,6 +30,7 @@ void addCommands(CLI::App& app) {
   addTripsForecastCommand(*addTripsCommand(app));
   addTidesCommand(app);
   addSunCommand(app);
+  addHistoryCommand(app);
 }
 
 int exitCode() { return code.load(); }
