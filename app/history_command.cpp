@@ -7,6 +7,7 @@
 
 #include "app/commands.hpp"
 #include "app/global_options.hpp"
+#include "app/history_chart.hpp"
 #include "app/place_query.hpp"
 #include "core/errors.hpp"
 #include "core/geocoder.hpp"
@@ -26,6 +27,7 @@ namespace {
 struct HistoryOptions {
   std::string place;
   std::string compare;
+  std::string output;
   bool json = false;
 };
 
@@ -219,6 +221,9 @@ void printJson(const PlaceHistory& primary, const std::optional<PlaceHistory>& c
 
 int run(const HistoryOptions& options) {
   if (options.place.empty()) throw InvalidPlaceQuery("name a place (e.g. Munich) or a coordinate LAT,LON");
+  if (!options.output.empty() && !isHistoryChartFile(options.output)) {
+    throw InvalidPlaceQuery("-o takes a file name ending in .png or .svg");
+  }
   Services services(servicesOptions());
   const PlaceHistory primary = loadPlace(services, options.place);
   std::optional<PlaceHistory> comparison;
@@ -235,6 +240,19 @@ int run(const HistoryOptions& options) {
 
   if (options.json) printJson(primary, comparison, sun);
   else printText(primary, comparison, sun);
+  if (!options.output.empty()) {
+    const HistoryComparisonPlace first{primary.place.name, primary.history};
+    const std::optional<HistoryComparisonPlace> second =
+        comparison ? std::optional(HistoryComparisonPlace{comparison->place.name, comparison->history}) : std::nullopt;
+    const HistoryChart chart{
+        .temperature = monthlyComparisonSeries(HistoryComparisonMode::temperature, first, second),
+        .precipitation = monthlyComparisonSeries(HistoryComparisonMode::precipitation, first, second),
+        .sun = sun,
+        .primaryName = primary.place.name,
+        .comparisonName = comparison ? std::optional(comparison->place.name) : std::nullopt};
+    writeHistoryChart(chart, options.output);
+    logf("ombrine history: chart written to {}", options.output);
+  }
   return 0;
 }
 
@@ -246,6 +264,7 @@ void addHistoryCommand(CLI::App& app) {
   command->add_option("place", options->place, "A place name (\"Munich\") or a coordinate LAT,LON");
   command->add_option("--compare", options->compare, "A second place to set beside the first");
   command->add_flag("--json", options->json, "Print the normals, series and sun days as JSON");
+  command->add_option("-o,--output", options->output, "Also draw the charts into FILE.png or FILE.svg");
   command->callback([options] {
     try {
       setExitCode(run(*options));

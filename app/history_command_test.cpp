@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <string>
 
@@ -77,6 +78,38 @@ TEST(HistoryCommandTest, JsonSeriesKeepTwelveMonths) {
   const auto& days = document.at("sun").at("days").as_array();
   EXPECT_GE(days.size(), 365u);
   EXPECT_TRUE(days[0].as_object().contains("comparison"));
+}
+
+TEST(HistoryCommandTest, ChartFiles) {
+  const auto folder = std::filesystem::temp_directory_path() / ("ombrine-history-charts-" + std::to_string(::getpid()));
+  std::filesystem::create_directories(folder);
+  struct Row {
+    const char* name;
+    int exitCode;
+    const char* signature;  // the file's first bytes
+  };
+  const Row rows[] = {
+      {"chart.png", 0, "\x89PNG"},
+      {"chart.SVG", 0, "<?xml"},
+      {"chart.gif", 2, nullptr},  // refused before any service is asked
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const auto file = folder / row.name;
+    const HistoryRun run = runHistory("Munich --compare Tromsø -o " + file.string());
+    EXPECT_EQ(run.exitCode, row.exitCode);
+    if (!row.signature) {
+      EXPECT_FALSE(std::filesystem::exists(file));
+      continue;
+    }
+    FILE* in = std::fopen(file.c_str(), "rb");
+    ASSERT_TRUE(in);
+    std::array<char, 5> head{};
+    EXPECT_EQ(std::fread(head.data(), 1, std::strlen(row.signature), in), std::strlen(row.signature));
+    std::fclose(in);
+    EXPECT_EQ(std::string(head.data(), std::strlen(row.signature)), row.signature);
+  }
+  std::filesystem::remove_all(folder);
 }
 
 }  // namespace
