@@ -153,6 +153,31 @@ TEST_F(ClimateNormalsServiceTest, MeteostatFailures) {
   EXPECT_TRUE(svalbard.data.empty());
 }
 
+TEST_F(ClimateNormalsServiceTest, CancellationIsNeverSwallowed) {
+  struct Row {
+    const char* why;
+    const char* slowRoute;
+    Location place;
+    size_t requestsBeforeCancel;
+  };
+  const Row rows[] = {
+      {"while the first source answers", "meteostat.point_normals", kMunich, 1},
+      {"while a later source answers, whose failures are otherwise only logged", "nasapower.climatology", kSvalbard, 4},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.why);
+    sim_.clearFaults();
+    sim_.clearRequestLog();
+    sim_.setFault(row.slowRoute, sim::parseFault("latency=1500"));
+    auto body = [](ClimateNormalsService& service, Location at) -> Task<void> { co_await service.historyData(at); };
+    StartedTask started = startTask(runtime_.executor(), body(service_, row.place));
+    ASSERT_TRUE(eventually([&] { return sim_.requestCount("*") == row.requestsBeforeCancel; }));
+    started.task.cancel();
+    EXPECT_TRUE(isCancellationError(started.outcome.get()));
+    EXPECT_FALSE(stored(row.place));
+  }
+}
+
 TEST_F(ClimateNormalsServiceTest, RequestsAsTheServicesExpect) {
   EXPECT_TRUE(runtime_.runBlocking(service_.nasaNormals(kMunich, 1961, 1990)).empty());
   EXPECT_EQ(sim_.requestCount("nasapower.climatology"), 0u) << "nothing is asked before 1981";
