@@ -16,6 +16,7 @@
 #include "history/history_comparison.hpp"
 #include "history/sun_labels.hpp"
 #include "history/zoned_calendar.hpp"
+#include "platform/coroutines.hpp"
 #include "platform/http_client.hpp"
 #include "platform/log.hpp"
 #include "wiring/services.hpp"
@@ -42,12 +43,6 @@ constexpr const char* kMonthNames[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
 // Query text that is a coordinate ("69.65,18.96") is named by reverse geocoding.
 bool looksLikeCoordinate(const std::string& text) {
   return !text.empty() && text.find_first_not_of("0123456789.,-+ ") == std::string::npos;
-}
-
-PlaceHistory loadPlace(Services& services, const std::string& query) {
-  PlaceHistory loaded{resolveNamedPlace(services, query, looksLikeCoordinate(query)), {}};
-  loaded.history = services.runtime().runBlocking(services.climate().historyData(loaded.place.location));
-  return loaded;
 }
 
 std::string cell(std::optional<double> value, const char* format) {
@@ -225,9 +220,18 @@ int run(const HistoryOptions& options) {
     throw InvalidPlaceQuery("-o takes a file name ending in .png or .svg");
   }
   Services services(servicesOptions());
-  const PlaceHistory primary = loadPlace(services, options.place);
+  PlaceHistory primary{resolveNamedPlace(services, options.place, looksLikeCoordinate(options.place)), {}};
   std::optional<PlaceHistory> comparison;
-  if (!options.compare.empty()) comparison = loadPlace(services, options.compare);
+  if (!options.compare.empty()) {
+    comparison = PlaceHistory{resolveNamedPlace(services, options.compare, looksLikeCoordinate(options.compare)), {}};
+  }
+  // Both places' normals are asked at once.
+  std::vector<Task<HistoryData>> loads;
+  loads.push_back(services.climate().historyData(primary.place.location));
+  if (comparison) loads.push_back(services.climate().historyData(comparison->place.location));
+  auto histories = services.runtime().runBlocking(whenAll(std::move(loads)));
+  primary.history = std::move(histories[0]);
+  if (comparison) comparison->history = std::move(histories[1]);
 
   auto calendar = ZonedCalendar::make(primary.place.zone);
   const auto today = calendar ? calendar->localTime(Date::fromSystem(services.clock().now())) : std::nullopt;
