@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 
 #include "core/errors.hpp"
 #include "history/climate_decoding.hpp"
@@ -201,6 +202,53 @@ TEST_F(ClimateNormalsServiceTest, RequestsAsTheServicesExpect) {
       {"start", "1991"},
       {"end", "2020"}};
   EXPECT_EQ(nasa->query, expected);
+}
+
+// Answers every request with an empty Meteostat list and keeps the requests it was sent.
+class RecordingHttp : public HttpClient {
+ public:
+  Task<HttpResponse> send(const HttpRequest& request) override {
+    requests.push_back(request);
+    co_return HttpResponse{.status = 200, .body = R"({"meta":{},"data":[]})"};
+  }
+  std::vector<HttpRequest> requests;
+};
+
+TEST(ClimateNormalsRequestTest, MeteostatGatewayRequests) {
+  Runtime runtime(1);
+  struct Row {
+    const char* why;
+    std::optional<Secret> key;
+    std::function<Task<void>(ClimateNormalsService&)> call;
+    const char* path;
+    const char* query;
+  };
+  const Row rows[] = {
+      {"point normals", Secret("k1"),
+       [](ClimateNormalsService& s) -> Task<void> { co_await s.pointNormals(Location(48.137, -11.5), 1991, 2020); },
+       "/point/normals", "lat=48.137&lon=-11.5&start=1991&end=2020"},
+      {"stations nearby", Secret("k1"),
+       [](ClimateNormalsService& s) -> Task<void> { co_await s.stationsNearby(Location(51.5, -0.1)); },
+       "/stations/nearby", "lat=51.5&lon=-0.1"},
+      {"station normals, without a key", std::nullopt,
+       [](ClimateNormalsService& s) -> Task<void> { co_await s.stationNormals("10637", 1961, 1990); },
+       "/stations/normals", "station=10637&start=1961&end=1990"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.why);
+    RecordingHttp http;
+    ClimateNormalsService service(http, ServiceEndpoints::production(), row.key, "/nonexistent");
+    runtime.runBlocking(row.call(service));
+    ASSERT_EQ(http.requests.size(), 1u);
+    const HttpRequest& request = http.requests[0];
+    EXPECT_EQ(request.url.host(), "meteostat.p.rapidapi.com");
+    EXPECT_EQ(request.url.path(), row.path);
+    EXPECT_EQ(request.url.query(), row.query);
+    EXPECT_EQ(request.timeout, std::chrono::seconds(60));
+    HttpResponse asHeaders{.headers = request.headers};
+    EXPECT_EQ(asHeaders.header("X-RapidAPI-Host"), "meteostat.p.rapidapi.com");
+    EXPECT_EQ(asHeaders.header("X-RapidAPI-Key"), row.key ? std::optional<std::string>(row.key->reveal()) : std::nullopt);
+  }
 }
 
 }  // namespace
