@@ -21,7 +21,7 @@ build-release: setup
 	cmake --build build/release -j $(JOBS)
 
 build-test: setup
-	cmake -S . -B build/test $(CMAKE_COMMON) -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g" \
+	cmake -S . -B build/test $(CMAKE_COMMON) -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O0 -g" -DCMAKE_C_FLAGS_DEBUG="-O0 -g" \
 	  -DOMBRINE_SANITIZE=ON -DOMBRINE_FUZZ=ON >/dev/null
 	cmake --build build/test -j $(JOBS)
 

@@ -10,6 +10,8 @@
 #include "app/places_command.hpp"
 #include "app/settings_command.hpp"
 #include "app/storms_command.hpp"
+#include "app/history_command.hpp"
+#include "app/sun_command.hpp"
 #include "app/trips_command.hpp"
 #include "app/trips_forecast_command.hpp"
 #include "app/tides_command.hpp"
@@ -34,6 +36,8 @@ void addCommands(CLI::App& app) {
   addNotifyCommand(app);
   addNotificationsCommand(app);
   addStormsCommand(app);
+  addSunCommand(app);
+  addHistoryCommand(app);
 }
 
 int exitCode() { return code.load(); }

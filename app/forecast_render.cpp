@@ -14,6 +14,8 @@
 #include "core/compass.hpp"
 #include "core/value_format.hpp"
 #include "core/weather_derived.hpp"
+#include "history/daily_sun_times.hpp"
+#include "history/sun_labels.hpp"
 #include "tides/tide_summary.hpp"
 
 namespace ombrine::app {
@@ -151,8 +153,15 @@ std::string renderForecast(const ForecastScreen& screen) {
     out += fmt::format("  Air quality {} ({})\n", current.airQuality->aqi,
                        label(airQualityRange(current.airQuality->aqi)));
   }
-  if (current.sunrise && current.sunset) {
+  if (current.sunrise && current.sunset && *current.sunrise != *current.sunset) {
     out += "  Sunrise " + dates.time(*current.sunrise) + "  Sunset " + dates.time(*current.sunset) + "\n";
+  } else if (const auto sun = dailySunTimesContaining(current.dt, Location(weather.lat, weather.lon), weather.timeZone)) {
+    // The provider has no sun times for the day (it repeats one instant for both): say why.
+    if (const auto label = sunDaylightStateLabel(sun->daylightState); !label.empty()) {
+      out += "  " + std::string(label) + "\n";
+    } else if (sun->sunrise && sun->sunset) {
+      out += "  Sunrise " + dates.time(*sun->sunrise) + "  Sunset " + dates.time(*sun->sunset) + "\n";
+    }
   }
   if (expectsRainWithinHour(weather)) {
     out += style.warn("  Precipitation expected within the hour") + "\n";

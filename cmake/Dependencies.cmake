@@ -9,6 +9,7 @@ pkg_check_modules(ICU REQUIRED IMPORTED_TARGET icu-uc icu-i18n)
 pkg_check_modules(CLI11 REQUIRED IMPORTED_TARGET CLI11)
 # sd-bus: desktop notifications over the session D-Bus.
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
+pkg_check_modules(CAIRO REQUIRED IMPORTED_TARGET cairo fontconfig)
 if(OMBRINE_TESTS)
   find_package(GTest REQUIRED)
   include(GoogleTest)

@@ -61,6 +61,7 @@ Credentials Credentials::load(const std::optional<std::filesystem::path>& file) 
   credentials.forecaToken = pick("OMBRINE_FORECA_TOKEN", values, "foreca_token");
   if (!credentials.forecaToken) credentials.forecaToken = builtInForecaToken();
   credentials.openWeatherKey = pick("OMBRINE_OPENWEATHER_KEY", values, "openweather_key");
+  credentials.meteostatKey = pick("OMBRINE_METEOSTAT_KEY", values, "meteostat_key");
   return credentials;
 }
 

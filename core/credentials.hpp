@@ -30,6 +30,8 @@ class Secret {
 struct Credentials {
   std::optional<Secret> forecaToken;
   std::optional<Secret> openWeatherKey;
+  // The RapidAPI key for Meteostat (OMBRINE_METEOSTAT_KEY, or "meteostat_key" in the file).
+  std::optional<Secret> meteostatKey;
 
   // Loads from the environment, then `file` (default: configDirectory()/"credentials"), then
   // the compiled-in tables. Raises FileError when the file exists but is readable by group or

@@ -37,6 +37,7 @@ class CredentialFileTest : public testing::Test {
     fs::create_directories(dir_);
     ::unsetenv("OMBRINE_FORECA_TOKEN");
     ::unsetenv("OMBRINE_OPENWEATHER_KEY");
+    ::unsetenv("OMBRINE_METEOSTAT_KEY");
   }
   void TearDown() override {
     fs::remove_all(dir_);
@@ -47,11 +48,15 @@ class CredentialFileTest : public testing::Test {
 
 TEST_F(CredentialFileTest, SourcesAndRefusals) {
   const fs::path file = dir_ / "credentials";
-  writeFileAtomically(file, "# comment\n\nforeca_token = from-file \nopenweather_key=ow\n", 0600);
+  writeFileAtomically(file, "# comment\n\nforeca_token = from-file \nopenweather_key=ow\nmeteostat_key = ms\n", 0600);
   auto loaded = Credentials::load(file);
   ASSERT_TRUE(loaded.forecaToken);
   EXPECT_EQ(loaded.forecaToken->reveal(), "from-file");
   EXPECT_EQ(loaded.openWeatherKey->reveal(), "ow");
+  EXPECT_EQ(loaded.meteostatKey->reveal(), "ms");
+  ::setenv("OMBRINE_METEOSTAT_KEY", "ms-env", 1);
+  EXPECT_EQ(Credentials::load(file).meteostatKey->reveal(), "ms-env");
+  ::unsetenv("OMBRINE_METEOSTAT_KEY");
 
   // The environment wins over the file.
   ::setenv("OMBRINE_FORECA_TOKEN", "from-env", 1);

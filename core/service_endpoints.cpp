@@ -41,6 +41,8 @@ ServiceEndpoints ServiceEndpoints::production() {
       .nationalHurricaneCenter = parse("https://www.nhc.noaa.gov"),
       .jointTyphoonWarningCenter = parse("https://www.metoc.navy.mil"),
       .rainViewer = parse("https://api.rainviewer.com"),
+      .meteostat = parse("https://meteostat.p.rapidapi.com"),
+      .nasaPower = parse("https://power.larc.nasa.gov"),
   };
 }
 
@@ -57,6 +59,8 @@ ServiceEndpoints ServiceEndpoints::simulator(std::string_view base) {
       .nationalHurricaneCenter = at(root, "/nhc"),
       .jointTyphoonWarningCenter = at(root, "/jtwc"),
       .rainViewer = at(root, "/rainviewer"),
+      .meteostat = at(root, "/meteostat"),
+      .nasaPower = at(root, "/nasapower"),
   };
 }
 

@@ -24,6 +24,8 @@ struct ServiceEndpoints {
   boost::urls::url nationalHurricaneCenter;
   boost::urls::url jointTyphoonWarningCenter;
   boost::urls::url rainViewer;
+  boost::urls::url meteostat;        // Meteostat's normals through the RapidAPI gateway
+  boost::urls::url nasaPower;        // NASA POWER climatology
 
   // The public services.
   static ServiceEndpoints production();

@@ -13,6 +13,7 @@
 
 #include "platform/linux/system_clock.hpp"
 #include "platform/log.hpp"
+#include "sim/climate_routes.hpp"
 #include "sim/foreca_routes.hpp"
 #include "sim/storm_routes.hpp"
 #include "sim/tide_routes.hpp"
@@ -54,6 +55,7 @@ struct SimServer::Impl {
     routes = forecaRoutes(model);
     for (auto& route : tideRoutes(model)) routes.push_back(std::move(route));
     for (auto& route : stormRoutes()) routes.push_back(std::move(route));
+    for (auto& route : climateRoutes(options.seed)) routes.push_back(std::move(route));
   }
 
   SystemClock systemClock;

@@ -7,7 +7,9 @@
 #include "core/unit_rules.hpp"
 #include "persistence/favorite_store.hpp"
 #include "persistence/favorite_weather_cache.hpp"
+#include "history/climate_normals_service.hpp"
 #include "persistence/geocode_cache.hpp"
+#include "persistence/historical_weather_cache.hpp"
 #include "persistence/key_value_backup.hpp"
 #include "persistence/settings_store.hpp"
 #include "persistence/weather_cache.hpp"
@@ -227,6 +229,14 @@ TideService& Services::tides() {
         tideDiskCache_.get([this] { return std::make_unique<TideDiskCache>(runtime().makeStrand(), clock_); });
     return std::make_unique<TideService>(runtime().makeStrand(), client, clock_, endpoints_, disk,
                                          TideRegionGate::processWide());
+  });
+}
+
+ClimateNormalsService& Services::climate() {
+  return climate_.get([this] {
+    HttpClient& client = http();
+    return std::make_unique<ClimateNormalsService>(client, endpoints_, credentials_.meteostatKey,
+                                                   HistoricalWeatherCache::defaultDirectory());
   });
 }
 

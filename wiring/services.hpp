@@ -32,6 +32,7 @@
 
 namespace ombrine {
 
+class ClimateNormalsService;
 class FavoriteStore;
 class FavoriteWeatherCache;
 struct TripWeatherFetcher;
@@ -104,6 +105,8 @@ class Services {
   // The saved places' weather (one snapshot file of the container).
   FavoriteWeatherCache& favoriteWeather();
   TideService& tides();
+  // Climate normals, cached in the per-process history folder.
+  ClimateNormalsService& climate();
   // Desktop notifications, with the spool of the container.
   DesktopNotificationCenter& notificationCenter();
 
@@ -158,6 +161,7 @@ class Services {
   Lazy<FavoriteWeatherCache> favoriteWeather_;
   Lazy<TideDiskCache> tideDiskCache_;
   Lazy<TideService> tides_;
+  Lazy<ClimateNormalsService> climate_;
   Lazy<DesktopNotificationCenter> notificationCenter_;
   Lazy<Adapters> adapters_;
   Lazy<NetworkManager> network_;

@@ -1,0 +1,116 @@
+// `ombrine history` run as a user runs it: a real process against the embedded simulator, with
+// its own empty container and history folder.
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+#include "core/value_json.hpp"
+
+namespace ombrine {
+namespace {
+
+struct HistoryRun {
+  int exitCode = -1;
+  std::string out;
+};
+
+HistoryRun runHistory(const std::string& arguments, const std::string& faults = "") {
+  const std::string home =
+      (std::filesystem::temp_directory_path() / ("ombrine-history-e2e-" + std::to_string(::getpid()))).string();
+  std::filesystem::remove_all(home + "/data");  // every run asks the services afresh
+  const std::string command = "OMBRINE_CONTAINER=" + home + "/group XDG_DATA_HOME=" + home +
+                              "/data NO_COLOR=1 LANG=en_US.UTF-8 OMBRINE_SIM_FAULTS='" + faults +
+                              "' " OMBRINE_PROGRAM " --services sim history " + arguments + " 2>/dev/null";
+  HistoryRun run;
+  FILE* pipe = ::popen(command.c_str(), "r");
+  if (!pipe) return run;
+  std::array<char, 4096> buffer;
+  size_t n;
+  while ((n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0) run.out.append(buffer.data(), n);
+  const int status = ::pclose(pipe);
+  run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return run;
+}
+
+TEST(HistoryCommandTest, TablesAndFailures) {
+  struct Row {
+    const char* arguments;
+    const char* faults;
+    int exitCode;
+    const char* expectInOutput;
+  };
+  const Row rows[] = {
+      {"Munich --compare Tromsø", "", 0, "Each place uses its own local time."},
+      {"Munich --compare Tromsø", "", 0, "Midnight sun"},
+      {"Munich --compare Tromsø", "", 0, "Polar night"},
+      {"Munich", "", 0, "Jul "},
+      {"78.22,15.65", "", 0, "Longyearbyen"},                                     // a coordinate, named
+      {"Munich", "meteostat.point_normals=status=503", 0, "Jan "},             // NASA POWER alone
+      {"Munich", "meteostat.*=status=429", 1, ""},                             // the API limit
+      {"Munich", "meteostat.*=status=503;nasapower.*=status=500", 1, ""},      // nothing answers
+      {"", "", 2, ""},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::string(row.arguments) + " " + row.faults);
+    const HistoryRun run = runHistory(row.arguments, row.faults);
+    EXPECT_EQ(run.exitCode, row.exitCode);
+    EXPECT_NE(run.out.find(row.expectInOutput), std::string::npos) << run.out;
+  }
+}
+
+TEST(HistoryCommandTest, JsonSeriesKeepTwelveMonths) {
+  const HistoryRun run = runHistory("Munich --compare Tromsø --json");
+  ASSERT_EQ(run.exitCode, 0);
+  const auto document = parseJson(run.out);
+  EXPECT_EQ(document.at("comparison").at("name").as_string(), "Tromsø");
+  const auto& temperature = document.at("series").at("temperature").as_array();
+  ASSERT_EQ(temperature.size(), 4u);
+  EXPECT_EQ(temperature[0].at("kind").as_string(), "maximum");
+  EXPECT_EQ(temperature[3].at("role").as_string(), "comparison");
+  for (const auto& series : temperature) EXPECT_EQ(series.at("values").as_array().size(), 12u);
+  const auto& days = document.at("sun").at("days").as_array();
+  EXPECT_GE(days.size(), 365u);
+  EXPECT_TRUE(days[0].as_object().contains("comparison"));
+}
+
+TEST(HistoryCommandTest, ChartFiles) {
+  const auto folder = std::filesystem::temp_directory_path() / ("ombrine-history-charts-" + std::to_string(::getpid()));
+  std::filesystem::create_directories(folder);
+  struct Row {
+    const char* name;
+    int exitCode;
+    const char* signature;  // the file's first bytes
+  };
+  const Row rows[] = {
+      {"chart.png", 0, "\x89PNG"},
+      {"chart.SVG", 0, "<?xml"},
+      {"chart.gif", 2, nullptr},  // refused before any service is asked
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const auto file = folder / row.name;
+    const HistoryRun run = runHistory("Munich --compare Tromsø -o " + file.string());
+    EXPECT_EQ(run.exitCode, row.exitCode);
+    if (!row.signature) {
+      EXPECT_FALSE(std::filesystem::exists(file));
+      continue;
+    }
+    FILE* in = std::fopen(file.c_str(), "rb");
+    ASSERT_TRUE(in);
+    std::array<char, 5> head{};
+    EXPECT_EQ(std::fread(head.data(), 1, std::strlen(row.signature), in), std::strlen(row.signature));
+    std::fclose(in);
+    EXPECT_EQ(std::string(head.data(), std::strlen(row.signature)), row.signature);
+  }
+  std::filesystem::remove_all(folder);
+}
+
+}  // namespace
+}  // namespace ombrine

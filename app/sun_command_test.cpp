@@ -1,0 +1,80 @@
+// `ombrine sun` run as a user runs it: a real process, with its own empty container.
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <string>
+
+#include "core/value_json.hpp"
+
+namespace ombrine {
+namespace {
+
+struct SunRun {
+  int exitCode = -1;
+  std::string out;
+};
+
+SunRun runSun(const std::string& arguments) {
+  static const std::string container =
+      (std::filesystem::temp_directory_path() / ("ombrine-sun-e2e-" + std::to_string(::getpid()))).string();
+  const std::string command = "OMBRINE_CONTAINER=" + container + " NO_COLOR=1 LANG=en_US.UTF-8 " OMBRINE_PROGRAM
+                              " sun " + arguments + " 2>/dev/null";
+  SunRun run;
+  FILE* pipe = ::popen(command.c_str(), "r");
+  if (!pipe) return run;
+  std::array<char, 4096> buffer;
+  size_t n;
+  while ((n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0) run.out.append(buffer.data(), n);
+  const int status = ::pclose(pipe);
+  run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return run;
+}
+
+TEST(SunCommandTest, DaysAndTheirStates) {
+  struct Row {
+    const char* arguments;
+    int exitCode;
+    const char* expectInOutput;
+  };
+  const Row rows[] = {
+      {"Tromsø --date 2026-06-21", 0, "Midnight sun"},
+      {"Tromsø --date 2026-12-21", 0, "Polar night"},
+      {"Tromsø --date 2026-12-21", 0, "Europe/Oslo"},
+      {"--at 48.137,11.575 --date 2026-06-21", 0, "Sunrise            05:1"},  // Munich, summer time
+      {"--at 48.137,11.575 --date 2026-06-21", 0, "Daylight           16 h"},
+      {"Tromsø --year 2026", 0, "2026-06-21  Midnight sun"},
+      {"--at 48.137,11.575 --date 2026-02-30", 2, ""},  // no such day
+      {"--at 48.137,11.575 --date 21.06.2026", 2, ""},
+      {"Tromsø --year 2026 --date 2026-06-21", 2, ""},
+      {"--at 91,0", 2, ""},
+      {"", 2, ""},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.arguments);
+    const SunRun run = runSun(row.arguments);
+    EXPECT_EQ(run.exitCode, row.exitCode);
+    EXPECT_NE(run.out.find(row.expectInOutput), std::string::npos) << run.out;
+  }
+}
+
+TEST(SunCommandTest, JsonYearHasEveryLocalDay) {
+  const SunRun run = runSun("--at 69.6492,18.9553 --year 2024 --json");
+  ASSERT_EQ(run.exitCode, 0);
+  const auto document = parseJson(run.out);
+  const auto& days = document.at("days").as_array();
+  ASSERT_EQ(days.size(), 366u);
+  EXPECT_EQ(document.at("timeZone").as_string(), "Europe/Oslo");
+  const auto& midsummer = days[172].as_object();  // 21 June in a leap year
+  EXPECT_EQ(midsummer.at("date").as_string(), "2024-06-21");
+  EXPECT_EQ(midsummer.at("daylightState").as_string(), "polarDay");
+  EXPECT_FALSE(midsummer.contains("sunrise"));
+  EXPECT_EQ(midsummer.at("daylightDuration").to_number<double>(), 86400.0);
+}
+
+}  // namespace
+}  // namespace ombrine
