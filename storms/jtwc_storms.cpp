@@ -219,6 +219,8 @@ Task<std::optional<JTWCStormDetails>> fetchJTWCStormDetails(HttpClient& http, JT
   std::string textAccept = "text/plain";
   const std::string body = co_await getStormFile(http, std::move(advisoryURL), std::move(textAccept));
   if (!isValidUtf8(body)) throw DecodingError("JTWC warning " + descriptor.slug + ": cannot decode content data");
+  // A warning is a few kilobytes; the expressions that read it backtrack, so a huge body is refused.
+  if (body.size() > kMaxJTWCWarningBytes) throw DecodingError("JTWC warning " + descriptor.slug + ": too large");
   const JTWCWarningText text = readJTWCWarningText(body, descriptor.pubDate, now);
   const Date reference = text.time ? *text.time : descriptor.pubDate.value_or(now);
   std::optional<JTWCTrackSummary> track;

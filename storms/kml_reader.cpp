@@ -17,6 +17,8 @@ namespace {
 
 enum class GeometryKind { none, polygon, linestring, gxTrack, point };
 
+constexpr std::size_t kMaxPlacemarkText = 4u << 10;
+
 // Longitude reduced modulo 360 into [-180, 180).
 double wrapLongitude(double longitude) {
   if (longitude >= -180.0 && longitude < 180.0) return longitude;  // no rounding noise for the usual case
@@ -175,6 +177,7 @@ struct Delegate {
   std::string currentDataName;
   std::string currentDataValue;
   std::map<std::string, std::string> currentData;
+  std::size_t attributeTextRead = 0;
 
   bool stop(std::string why) {
     if (failure.empty()) failure = std::move(why);
@@ -330,6 +333,12 @@ struct Delegate {
         features.erase(features.begin() + static_cast<std::ptrdiff_t>(*it));
       }
     } else if (!pendingPlacemarkPoints.empty()) {
+      attributeTextRead += currentNameBuffer.size() + currentDescriptionBuffer.size();
+      for (const auto& [key, value] : currentData) attributeTextRead += key.size() + value.size();
+      if (attributeTextRead > kMaxKMLAttributeText) {
+        stop("placemark texts larger than " + std::to_string(kMaxKMLAttributeText) + " bytes");
+        return;
+      }
       const KMLPointAttributes attributes = kmlPointAttributes(currentNameBuffer, currentDescriptionBuffer, currentData,
                                                                placemarkStyleUrl, fallbackYear, reference);
       for (const auto& point : pendingPlacemarkPoints) {
@@ -399,6 +408,13 @@ KMLPointAttributes kmlPointAttributes(std::string_view name, std::string_view de
   KMLPointAttributes out;
   std::string text = std::string(name) + "\n" + std::string(description);
   for (const auto& [key, value] : data) text += "\n" + key + ": " + value;
+  // Several expressions backtrack over runs of non-digits; a placemark's own texts are a few
+  // hundred bytes, so a longer one is cut (at a character boundary) rather than searched slowly.
+  if (text.size() > kMaxPlacemarkText) {
+    std::size_t cut = kMaxPlacemarkText;
+    while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xc0) == 0x80) --cut;
+    text.resize(cut);
+  }
 
   static const TextPattern maximumWind(R"(Maxim?um (Wind|Intensity)[:]?[^\d]*(\d+)\s*knots[^\d]*(\d+)\s*mph)");
   static const TextPattern intensity(R"(INTENSITY[:]?[^\d]*(\d+)(?:\s*TO\s*(\d+))?\s*(KT|KTS|KNOTS))");
