@@ -133,12 +133,18 @@ TEST_F(StormFetchTest, AFailedRefreshKeepsTheLastGoodList) {
 }
 
 TEST_F(StormFetchTest, CancellationIsNeverSwallowed) {
-  startAt(100);
-  sim_->setFault("jtwc.rss=latency=2000");
-  const auto started = startTask(runtime_.executor(), [](ActiveStormFetcher& f) -> Task<void> { co_await f.fetchActiveStorms(); }(*fetcher_));
-  ASSERT_TRUE(eventually([&] { return sim_->requestCount("jtwc.rss") == 1; }, 5s));
-  started.task.cancel();
-  EXPECT_TRUE(isCancellationError(started.outcome.get()));
+  // Cancelled while each kind of request is in flight, including those whose other failures
+  // are swallowed (a source wrapper, a storm of the walk, a KMZ that would only be missed).
+  for (const char* route : {"nhc.storms", "jtwc.rss", "jtwc.warning", "jtwc.kmz"}) {
+    SCOPED_TRACE(route);
+    startAt(100);
+    sim_->setFault(std::string(route) + "=latency=3000");
+    const auto started =
+        startTask(runtime_.executor(), [](ActiveStormFetcher& f) -> Task<void> { co_await f.fetchActiveStorms(); }(*fetcher_));
+    ASSERT_TRUE(eventually([&] { return sim_->requestCount(route) == 1; }, 5s));
+    started.task.cancel();
+    EXPECT_TRUE(isCancellationError(started.outcome.get()));
+  }
 }
 
 TEST_F(StormFetchTest, OverlaysOfBothAgencies) {
