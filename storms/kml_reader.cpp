@@ -116,17 +116,21 @@ std::optional<Date> pointTime(std::string_view text, std::optional<int> fallback
       }
     }
   }
+  // \d also matches digits of other scripts, which carry no ASCII value: such a match reads as
+  // nothing.
   static const TextPattern fullHour(R"((20\d{2})(\d{2})(\d{2})(\d{2})Z)");
   if (auto m = fullHour.firstMatch(text)) {
-    if (auto date = utcDate(std::stoi(*(*m)[1]), std::stoi(*(*m)[2]), std::stoi(*(*m)[3]), std::stoi(*(*m)[4]), 0)) return date;
+    const auto y = integerOf((*m)[1]), mo = integerOf((*m)[2]), d = integerOf((*m)[3]), h = integerOf((*m)[4]);
+    if (y && mo && d && h) {
+      if (auto date = utcDate(*y, *mo, *d, *h, 0)) return date;
+    }
   }
-  static const TextPattern eightDigits(R"((\d{8})Z)");
-  if (auto m = eightDigits.firstGroup(text)) {
+  static const TextPattern eightDigits(R"((\d{2})(\d{2})(\d{2})(\d{2})Z)");
+  if (auto m = eightDigits.firstMatch(text)) {
     // Month, day, hour and minute in the document's year.
-    const std::string& t = *m;
-    if (auto date = utcDate(year, std::stoi(t.substr(0, 2)), std::stoi(t.substr(2, 2)), std::stoi(t.substr(4, 2)),
-                            std::stoi(t.substr(6, 2)))) {
-      return date;
+    const auto mo = integerOf((*m)[1]), d = integerOf((*m)[2]), h = integerOf((*m)[3]), mi = integerOf((*m)[4]);
+    if (mo && d && h && mi) {
+      if (auto date = utcDate(year, *mo, *d, *h, *mi)) return date;
     }
   }
   static const TextPattern dayHour(R"((\d{2})/(\d{2})Z)");
@@ -383,10 +387,9 @@ struct ParserDeleter {
 
 std::optional<int> documentYear(std::string_view text) {
   static const TextPattern year(R"(\b((?:19|20)\d{2})\b)");
-  if (auto y = year.firstGroup(text)) return static_cast<int>(*parseInteger(*y));
+  if (auto y = integerOf(year.firstGroup(text))) return y;
   static const TextPattern stormID(R"([A-Z]{2}\d{2}(\d{4}))");
-  if (auto y = stormID.firstGroup(text)) return static_cast<int>(*parseInteger(*y));
-  return std::nullopt;
+  return integerOf(stormID.firstGroup(text));
 }
 
 }  // namespace
