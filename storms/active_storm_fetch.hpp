@@ -8,6 +8,9 @@
 // `ActiveStormFetchError` (noUsableSourceData): the caller keeps what it had.
 //
 // Cancellation passes through unchanged; the concurrent source tasks are finished first.
+//
+// A fetch runs on the caller's executor, its two source tasks as children of a task group there;
+// the fetcher keeps no state between fetches, so any number of tasks may use one at once.
 
 #include <mutex>
 #include <optional>
@@ -60,7 +63,8 @@ class ActiveStormFetcher {
 };
 
 // The caller's side: the last good list and when it was fetched. A failed refresh keeps it.
-// Thread-safe.
+// Its state is guarded by a mutex that is never held across an await, so refreshes and
+// snapshots may come from any thread; concurrent refreshes each publish what they fetched.
 class ActiveStormList {
  public:
   struct Snapshot {
