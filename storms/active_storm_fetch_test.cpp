@@ -11,6 +11,7 @@
 #include "platform/linux/curl_http_client.hpp"
 #include "platform/runtime.hpp"
 #include "platform/testing/async_testing.hpp"
+#include "platform/testing/fake_clock.hpp"
 #include "sim/pinned_clock.hpp"
 #include "sim/sim_server.hpp"
 #include "storms/storm_overlay_plan.hpp"
@@ -130,6 +131,20 @@ TEST_F(StormFetchTest, AFailedRefreshKeepsTheLastGoodList) {
   EXPECT_THROW(runtime_.runBlocking(list.refresh()), ActiveStormFetchError);
   EXPECT_EQ(list.snapshot().storms.size(), 4u);
   EXPECT_EQ(list.snapshot().lastSuccess, first.lastSuccess);
+}
+
+TEST_F(StormFetchTest, AnOlderRefreshFinishingLastDoesNotWin) {
+  startAt(100);
+  FakeClock listClock(atHour(100));
+  ActiveStormList list(*fetcher_, listClock);
+  sim_->setFault("nhc.storms=latency=600,times=1");
+  const auto slow = startTask(runtime_.executor(), [](ActiveStormList& l) -> Task<void> { co_await l.refresh(); }(list));
+  ASSERT_TRUE(eventually([&] { return sim_->requestCount("nhc.storms") == 1; }, 5s));
+  runtime_.runBlocking(list.refresh());  // started later, finished first
+  const auto published = list.snapshot().lastSuccess;
+  listClock.advance(1h);
+  EXPECT_EQ(slow.outcome.get(), nullptr);
+  EXPECT_EQ(list.snapshot().lastSuccess, published);
 }
 
 TEST_F(StormFetchTest, CancellationIsNeverSwallowed) {
