@@ -106,6 +106,7 @@ TEST_F(StormFetchTest, CoverageAndFailedSources) {
       {"a KMZ cut off mid-transfer", 100, {{"jtwc.kmz", "truncate"}}, 4, true, {}},
       {"a failed warning withdraws only its basin", 100, {{"jtwc.warning", "status=500"}}, 3, true, {C::jtwcWestPacific}},
       {"both down", 100, {{"nhc.storms", "status=503"}, {"jtwc.rss", "status=503"}}, 0, false, wholeCoverage()},
+      {"every JTWC route down", 100, {{"jtwc.*", "status=503"}}, 3, true, jtwcCoverage()},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.why);
