@@ -17,7 +17,8 @@ namespace {
 
 constexpr std::size_t kMaxFeedDepth = 64;
 
-struct FeedParser {
+// The streaming reader of one feed document; one parse per object.
+struct JTWCActiveStormFeedParser {
   XML_Parser parser = nullptr;
   std::vector<JTWCActiveStormFeedItem> items;
   JTWCActiveStormFeedItem currentItem;
@@ -71,14 +72,14 @@ struct FeedParser {
   }
 };
 
-void XMLCALL onStart(void* user, const XML_Char* name, const XML_Char**) { static_cast<FeedParser*>(user)->start(name); }
-void XMLCALL onEnd(void* user, const XML_Char* name) { static_cast<FeedParser*>(user)->end(name); }
+void XMLCALL onStart(void* user, const XML_Char* name, const XML_Char**) { static_cast<JTWCActiveStormFeedParser*>(user)->start(name); }
+void XMLCALL onEnd(void* user, const XML_Char* name) { static_cast<JTWCActiveStormFeedParser*>(user)->end(name); }
 void XMLCALL onCharacters(void* user, const XML_Char* text, int length) {
-  static_cast<FeedParser*>(user)->characters(std::string_view(text, static_cast<std::size_t>(length)));
+  static_cast<JTWCActiveStormFeedParser*>(user)->characters(std::string_view(text, static_cast<std::size_t>(length)));
 }
 void XMLCALL onEntityDeclaration(void* user, const XML_Char*, int, const XML_Char*, int, const XML_Char*, const XML_Char*,
                                  const XML_Char*, const XML_Char*) {
-  auto* feed = static_cast<FeedParser*>(user);
+  auto* feed = static_cast<JTWCActiveStormFeedParser*>(user);
   feed->failure = "entity declarations are not accepted";
   XML_StopParser(feed->parser, XML_FALSE);
 }
@@ -161,7 +162,7 @@ ActiveStormCoverageSet coverageOf(JTWCActiveStormFeedSection section) {
 std::vector<JTWCActiveStormFeedItem> parseJTWCFeed(std::string_view data) {
   std::unique_ptr<XML_ParserStruct, ParserDeleter> parser(XML_ParserCreate(nullptr));
   if (!parser) throw DecodingError("cannot create an XML parser");
-  FeedParser feed;
+  JTWCActiveStormFeedParser feed;
   feed.parser = parser.get();
   XML_SetUserData(parser.get(), &feed);
   XML_SetElementHandler(parser.get(), onStart, onEnd);

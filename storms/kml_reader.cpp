@@ -155,7 +155,8 @@ double circleRadius(const std::optional<int>& windKt) {
   return 20'000.0 + wind * 250.0;
 }
 
-struct Delegate {
+// The parser's state while it reads one document; used by one parse only.
+struct KMLDelegate {
   XML_Parser parser = nullptr;
   const std::function<bool()>* cancelled = nullptr;
   Date reference;
@@ -369,16 +370,16 @@ struct Delegate {
 };
 
 void XMLCALL onStart(void* user, const XML_Char* name, const XML_Char** attributes) {
-  static_cast<Delegate*>(user)->start(name, attributes);
+  static_cast<KMLDelegate*>(user)->start(name, attributes);
 }
-void XMLCALL onEnd(void* user, const XML_Char* name) { static_cast<Delegate*>(user)->end(name); }
+void XMLCALL onEnd(void* user, const XML_Char* name) { static_cast<KMLDelegate*>(user)->end(name); }
 void XMLCALL onCharacters(void* user, const XML_Char* text, int length) {
-  static_cast<Delegate*>(user)->characters(std::string_view(text, static_cast<std::size_t>(length)));
+  static_cast<KMLDelegate*>(user)->characters(std::string_view(text, static_cast<std::size_t>(length)));
 }
 void XMLCALL onEntityDeclaration(void* user, const XML_Char*, int, const XML_Char*, int, const XML_Char*,
                                  const XML_Char*, const XML_Char*, const XML_Char*) {
   // Entities are where expansion bombs live; KML has no use for them.
-  static_cast<Delegate*>(user)->stop("entity declarations are not accepted");
+  static_cast<KMLDelegate*>(user)->stop("entity declarations are not accepted");
 }
 
 struct ParserDeleter {
@@ -503,7 +504,7 @@ std::vector<KMLOverlayFeature> kmlFeatures(std::string_view text, Date reference
   if (text.size() > kMaxKMLBytes) throw KMLParseError("KML document larger than " + std::to_string(kMaxKMLBytes) + " bytes");
   std::unique_ptr<XML_ParserStruct, ParserDeleter> parser(XML_ParserCreate("UTF-8"));
   if (!parser) throw KMLParseError("cannot create an XML parser");
-  Delegate delegate;
+  KMLDelegate delegate;
   delegate.parser = parser.get();
   delegate.cancelled = &cancelled;
   delegate.reference = reference;
