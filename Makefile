@@ -29,6 +29,7 @@ demo: build-release
 	./build/release/bin/ombrine --help
 	./build/release/bin/ombrine units --locale en_GB
 	./build/release/bin/ombrine --services sim forecast Munich
+	./build/release/bin/ombrine --services sim storms --near Okinawa
 
 test: build-test
 	cd build/test && ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 \

@@ -139,18 +139,37 @@ void FaultPlan::clearAll() {
   faults_.clear();
 }
 
+std::string serviceWildcard(std::string_view route) {
+  const std::size_t dot = route.find('.');
+  return dot == std::string_view::npos ? std::string() : std::string(route.substr(0, dot)) + ".*";
+}
+
+namespace {
+
+// The fault that applies to `route`: its own, its service's, the default; end() when none.
+template <class Faults>
+auto lookup(Faults& faults, std::string_view route) {
+  auto found = faults.find(route);
+  if (found == faults.end()) {
+    const std::string service = serviceWildcard(route);
+    if (!service.empty()) found = faults.find(service);
+  }
+  if (found == faults.end()) found = faults.find("*");
+  return found;
+}
+
+}  // namespace
+
 std::optional<Fault> FaultPlan::find(std::string_view route) const {
   std::lock_guard lock(mutex_);
-  auto found = faults_.find(route);
-  if (found == faults_.end()) found = faults_.find("*");
+  const auto found = lookup(faults_, route);
   if (found == faults_.end()) return std::nullopt;
   return found->second;
 }
 
 std::optional<Fault> FaultPlan::take(std::string_view route) {
   std::lock_guard lock(mutex_);
-  auto found = faults_.find(route);
-  if (found == faults_.end()) found = faults_.find("*");
+  auto found = lookup(faults_, route);
   if (found == faults_.end()) return std::nullopt;
   Fault fault = found->second;
   if (found->second.times && --*found->second.times <= 0) faults_.erase(found);

@@ -13,8 +13,9 @@
 //   times=K        only the next K requests get the fault; afterwards the route is healthy
 // Items are joined by commas: "status=503,times=2", "latency=50,truncate".
 //
-// Route names are those the simulator lists (e.g. "foreca.hourly"); "*" stands for every
-// route without a fault of its own.
+// Route names are those the simulator lists (e.g. "foreca.hourly"); "<service>.*" (e.g.
+// "jtwc.*") stands for every route of that service without a fault of its own, and "*" for
+// every route without a fault of its own or of its service.
 
 #include <chrono>
 #include <map>
@@ -42,6 +43,9 @@ struct Fault {
 // was expected.
 Fault parseFault(std::string_view spec);
 
+// "<service>.*" of a route name "<service>.<route>"; empty for a name without a dot.
+std::string serviceWildcard(std::string_view route);
+
 // The textual form of `fault` (parseFault(describeFault(f)) == f).
 std::string describeFault(const Fault& fault);
 
@@ -53,7 +57,8 @@ class FaultPlan {
   void clear(std::string_view route);
   void clearAll();
 
-  // The fault of `route` (else that of "*"), if any, without consuming it.
+  // The fault of `route` (else that of its "<service>.*", else that of "*"), if any, without
+  // consuming it.
   std::optional<Fault> find(std::string_view route) const;
 
   // The fault the next request to `route` gets. Consumes one of its `times`; the fault is

@@ -86,6 +86,13 @@ TEST(FaultPlanTest, RouteFaultOverridesTheDefaultAndTimesRunOut) {
   // Used up: the route falls back to the default.
   EXPECT_EQ(plan.take("foreca.hourly")->answer, Fault::Answer::normal);
 
+  // A service's faults stand between a route's own and the default.
+  plan.set("jtwc.*", parseFault("status=503"));
+  EXPECT_EQ(plan.take("jtwc.rss")->status, 503);
+  EXPECT_EQ(plan.take("jtwcx.rss")->latency, 5ms);
+  EXPECT_EQ(plan.take("foreca.daily")->latency, 5ms);
+  plan.clear("jtwc.*");
+
   plan.clear("*");
   EXPECT_FALSE(plan.take("foreca.hourly"));
   plan.set("foreca.daily", parseFault("truncate"));

@@ -196,7 +196,9 @@ struct SimServer::Impl {
   }
 
   bool knows(std::string_view name) const {
-    return name == "*" || std::any_of(routes.begin(), routes.end(), [&](const SimRoute& r) { return r.name == name; });
+    return name == "*" || std::any_of(routes.begin(), routes.end(), [&](const SimRoute& r) {
+             return r.name == name || serviceWildcard(r.name) == name;
+           });
   }
 };
 

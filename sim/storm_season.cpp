@@ -14,7 +14,7 @@ using std::chrono::hours;
 constexpr int kCycleHours = 240;
 constexpr int kFixHours = 6;
 
-struct StormSpec {
+struct SeasonEntry {
   const char* name;
   const char* basin;
   int genesisHour;  // since the cycle began
@@ -28,7 +28,7 @@ struct StormSpec {
   int jtwcRenumberHour;
 };
 
-const StormSpec kSeason[] = {
+const SeasonEntry kSeason[] = {
     {"Lanlan", "WP", 0, 222, 11.0, 145.0, 300.0, 9.0, 0.08, 145, std::nullopt, 0, 6, std::nullopt, 0},
     {"Ernesto", "AL", 6, 216, 13.0, -40.0, 285.0, 13.0, 0.12, 125, 5, 0, std::nullopt, std::nullopt, 0},
     {"Iona", "CP", 18, 180, 14.5, -171.0, 272.0, 11.0, -0.02, 105, 1, 24, 1, 91, 30},
@@ -44,19 +44,19 @@ double wrapLongitude(double longitude) {
 
 int roundTo5(double value) { return static_cast<int>(std::lround(value / 5.0)) * 5; }
 
-// The storm `spec` at `hour` hours after genesis (0 <= hour <= life).
-SimStormFix fixAt(const StormSpec& spec, Instant genesis, int hour) {
-  double latitude = spec.latitude;
-  double longitude = spec.longitude;
-  double heading = spec.heading;
+// The storm `entry` at `hour` hours after genesis (0 <= hour <= life).
+SimStormFix fixAt(const SeasonEntry& entry, Instant genesis, int hour) {
+  double latitude = entry.latitude;
+  double longitude = entry.longitude;
+  double heading = entry.heading;
   for (int h = 0; h < hour; ++h) {
     const double rad = heading * std::numbers::pi / 180.0;
-    latitude += spec.speedKt * std::cos(rad) / 60.0;
-    longitude += spec.speedKt * std::sin(rad) / (60.0 * std::cos(latitude * std::numbers::pi / 180.0));
-    heading += spec.turnPerHour;
+    latitude += entry.speedKt * std::cos(rad) / 60.0;
+    longitude += entry.speedKt * std::sin(rad) / (60.0 * std::cos(latitude * std::numbers::pi / 180.0));
+    heading += entry.turnPerHour;
   }
-  const double phase = std::sin(std::numbers::pi * hour / spec.lifeHours);
-  const int wind = roundTo5(25.0 + (spec.peakKt - 25.0) * std::pow(std::max(phase, 0.0), 1.3));
+  const double phase = std::sin(std::numbers::pi * hour / entry.lifeHours);
+  const int wind = roundTo5(25.0 + (entry.peakKt - 25.0) * std::pow(std::max(phase, 0.0), 1.3));
   return SimStormFix{
       .time = genesis + hours(hour),
       .latitude = std::round(latitude * 10.0) / 10.0,
@@ -65,7 +65,7 @@ SimStormFix fixAt(const StormSpec& spec, Instant genesis, int hour) {
       .gustKt = roundTo5(wind * 1.22),
       .pressureMb = static_cast<int>(std::lround(1016.0 - 0.8 * wind)),
       .heading = std::fmod(std::fmod(heading, 360.0) + 360.0, 360.0),
-      .speedKt = spec.speedKt,
+      .speedKt = entry.speedKt,
   };
 }
 
@@ -99,23 +99,23 @@ std::vector<SimStorm> simulatedStorms(Instant now) {
   const long long sinceFix = ((seconds % (kFixHours * 3600)) + kFixHours * 3600) % (kFixHours * 3600);
   const Instant advisory = now - std::chrono::seconds(sinceFix);
   std::vector<SimStorm> storms;
-  for (const auto& spec : kSeason) {
-    const Instant genesis = cycleStart + hours(spec.genesisHour);
+  for (const auto& entry : kSeason) {
+    const Instant genesis = cycleStart + hours(entry.genesisHour);
     const auto age = std::chrono::duration_cast<hours>(advisory - genesis).count();
-    if (age < 0 || age >= spec.lifeHours) continue;
+    if (age < 0 || age >= entry.lifeHours) continue;
     const int hour = static_cast<int>(age);
     SimStorm storm;
-    storm.name = spec.name;
-    storm.basin = spec.basin;
+    storm.name = entry.name;
+    storm.basin = entry.basin;
     storm.year = yearOf(genesis);
-    if (spec.nhcNumber && hour >= spec.nhcFromHour) storm.nhcNumber = spec.nhcNumber;
-    if (spec.jtwcNumber) storm.jtwcNumber = spec.jtwcInvestNumber && hour < spec.jtwcRenumberHour ? spec.jtwcInvestNumber : spec.jtwcNumber;
+    if (entry.nhcNumber && hour >= entry.nhcFromHour) storm.nhcNumber = entry.nhcNumber;
+    if (entry.jtwcNumber) storm.jtwcNumber = entry.jtwcInvestNumber && hour < entry.jtwcRenumberHour ? entry.jtwcInvestNumber : entry.jtwcNumber;
     storm.advisoryNumber = hour / kFixHours + 1;
-    storm.current = fixAt(spec, genesis, hour);
-    for (int h = 0; h <= hour; h += kFixHours) storm.history.push_back(fixAt(spec, genesis, h));
+    storm.current = fixAt(entry, genesis, hour);
+    for (int h = 0; h <= hour; h += kFixHours) storm.history.push_back(fixAt(entry, genesis, h));
     for (int ahead : {12, 24, 36, 48, 72, 96, 120}) {
-      if (hour + ahead > spec.lifeHours) break;
-      storm.forecast.emplace_back(ahead, fixAt(spec, genesis, hour + ahead));
+      if (hour + ahead > entry.lifeHours) break;
+      storm.forecast.emplace_back(ahead, fixAt(entry, genesis, hour + ahead));
     }
     storms.push_back(std::move(storm));
   }

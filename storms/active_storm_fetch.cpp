@@ -89,13 +89,22 @@ Task<ActiveStormsResult> ActiveStormFetcher::fetchWithCoverage(ActiveStormCovera
 }
 
 Task<ActiveStormList::Snapshot> ActiveStormList::refresh() {
-  std::vector<Storm> storms = co_await fetcher_.fetchActiveStorms();
-  Snapshot fresh{std::move(storms), clock_.now()};
+  std::uint64_t generation = 0;
   {
     std::lock_guard lock(mutex_);
-    current_ = fresh;
+    generation = ++started_;
   }
-  co_return fresh;
+  std::vector<Storm> storms = co_await fetcher_.fetchActiveStorms();
+  Snapshot latest;
+  {
+    std::lock_guard lock(mutex_);
+    if (generation > published_) {
+      current_ = Snapshot{std::move(storms), clock_.now()};
+      published_ = generation;
+    }
+    latest = current_;
+  }
+  co_return latest;
 }
 
 ActiveStormList::Snapshot ActiveStormList::snapshot() const {

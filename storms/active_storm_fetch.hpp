@@ -8,7 +8,11 @@
 // `ActiveStormFetchError` (noUsableSourceData): the caller keeps what it had.
 //
 // Cancellation passes through unchanged; the concurrent source tasks are finished first.
+//
+// A fetch runs on the caller's executor, its two source tasks as children of a task group there;
+// the fetcher keeps no state between fetches, so any number of tasks may use one at once.
 
+#include <cstdint>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
@@ -60,7 +64,9 @@ class ActiveStormFetcher {
 };
 
 // The caller's side: the last good list and when it was fetched. A failed refresh keeps it.
-// Thread-safe.
+// Its state is guarded by a mutex that is never held across an await, so refreshes and
+// snapshots may come from any thread. Of overlapping refreshes the one started last wins: an
+// earlier one that finishes later does not put its older list back.
 class ActiveStormList {
  public:
   struct Snapshot {
@@ -70,8 +76,9 @@ class ActiveStormList {
 
   explicit ActiveStormList(ActiveStormFetcher& fetcher, const Clock& clock) : fetcher_(fetcher), clock_(clock) {}
 
-  // Fetches; on success replaces the list, on ActiveStormFetchError or any other failure keeps
-  // it and raises. CancellationError passes through.
+  // Fetches; on success replaces the list (unless a later refresh already has) and returns the
+  // current snapshot; on ActiveStormFetchError or any other failure keeps it and raises.
+  // CancellationError passes through.
   Task<Snapshot> refresh();
   Snapshot snapshot() const;
 
@@ -79,7 +86,9 @@ class ActiveStormList {
   ActiveStormFetcher& fetcher_;
   const Clock& clock_;
   mutable std::mutex mutex_;
-  Snapshot current_;  // guarded by mutex_
+  Snapshot current_;               // guarded by mutex_
+  std::uint64_t started_ = 0;      // guarded by mutex_: refreshes begun
+  std::uint64_t published_ = 0;    // guarded by mutex_: the refresh whose list `current_` is
 };
 
 }  // namespace ombrine

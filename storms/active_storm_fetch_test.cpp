@@ -11,6 +11,7 @@
 #include "platform/linux/curl_http_client.hpp"
 #include "platform/runtime.hpp"
 #include "platform/testing/async_testing.hpp"
+#include "platform/testing/fake_clock.hpp"
 #include "sim/pinned_clock.hpp"
 #include "sim/sim_server.hpp"
 #include "storms/storm_overlay_plan.hpp"
@@ -105,6 +106,7 @@ TEST_F(StormFetchTest, CoverageAndFailedSources) {
       {"a KMZ cut off mid-transfer", 100, {{"jtwc.kmz", "truncate"}}, 4, true, {}},
       {"a failed warning withdraws only its basin", 100, {{"jtwc.warning", "status=500"}}, 3, true, {C::jtwcWestPacific}},
       {"both down", 100, {{"nhc.storms", "status=503"}, {"jtwc.rss", "status=503"}}, 0, false, wholeCoverage()},
+      {"every JTWC route down", 100, {{"jtwc.*", "status=503"}}, 3, true, jtwcCoverage()},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.why);
@@ -132,13 +134,33 @@ TEST_F(StormFetchTest, AFailedRefreshKeepsTheLastGoodList) {
   EXPECT_EQ(list.snapshot().lastSuccess, first.lastSuccess);
 }
 
-TEST_F(StormFetchTest, CancellationIsNeverSwallowed) {
+TEST_F(StormFetchTest, AnOlderRefreshFinishingLastDoesNotWin) {
   startAt(100);
-  sim_->setFault("jtwc.rss=latency=2000");
-  const auto started = startTask(runtime_.executor(), [](ActiveStormFetcher& f) -> Task<void> { co_await f.fetchActiveStorms(); }(*fetcher_));
-  ASSERT_TRUE(eventually([&] { return sim_->requestCount("jtwc.rss") == 1; }, 5s));
-  started.task.cancel();
-  EXPECT_TRUE(isCancellationError(started.outcome.get()));
+  FakeClock listClock(atHour(100));
+  ActiveStormList list(*fetcher_, listClock);
+  sim_->setFault("nhc.storms=latency=600,times=1");
+  const auto slow = startTask(runtime_.executor(), [](ActiveStormList& l) -> Task<void> { co_await l.refresh(); }(list));
+  ASSERT_TRUE(eventually([&] { return sim_->requestCount("nhc.storms") == 1; }, 5s));
+  runtime_.runBlocking(list.refresh());  // started later, finished first
+  const auto published = list.snapshot().lastSuccess;
+  listClock.advance(1h);
+  EXPECT_EQ(slow.outcome.get(), nullptr);
+  EXPECT_EQ(list.snapshot().lastSuccess, published);
+}
+
+TEST_F(StormFetchTest, CancellationIsNeverSwallowed) {
+  // Cancelled while each kind of request is in flight, including those whose other failures
+  // are swallowed (a source wrapper, a storm of the walk, a KMZ that would only be missed).
+  for (const char* route : {"nhc.storms", "jtwc.rss", "jtwc.warning", "jtwc.kmz"}) {
+    SCOPED_TRACE(route);
+    startAt(100);
+    sim_->setFault(std::string(route) + "=latency=3000");
+    const auto started =
+        startTask(runtime_.executor(), [](ActiveStormFetcher& f) -> Task<void> { co_await f.fetchActiveStorms(); }(*fetcher_));
+    ASSERT_TRUE(eventually([&] { return sim_->requestCount(route) == 1; }, 5s));
+    started.task.cancel();
+    EXPECT_TRUE(isCancellationError(started.outcome.get()));
+  }
 }
 
 TEST_F(StormFetchTest, OverlaysOfBothAgencies) {

@@ -2,6 +2,7 @@
 
 #include <expat.h>
 
+#include <algorithm>
 #include <memory>
 #include <set>
 
@@ -16,7 +17,8 @@ namespace {
 
 constexpr std::size_t kMaxFeedDepth = 64;
 
-struct FeedParser {
+// The streaming reader of one feed document; one parse per object.
+struct JTWCActiveStormFeedParser {
   XML_Parser parser = nullptr;
   std::vector<JTWCActiveStormFeedItem> items;
   JTWCActiveStormFeedItem currentItem;
@@ -70,14 +72,14 @@ struct FeedParser {
   }
 };
 
-void XMLCALL onStart(void* user, const XML_Char* name, const XML_Char**) { static_cast<FeedParser*>(user)->start(name); }
-void XMLCALL onEnd(void* user, const XML_Char* name) { static_cast<FeedParser*>(user)->end(name); }
+void XMLCALL onStart(void* user, const XML_Char* name, const XML_Char**) { static_cast<JTWCActiveStormFeedParser*>(user)->start(name); }
+void XMLCALL onEnd(void* user, const XML_Char* name) { static_cast<JTWCActiveStormFeedParser*>(user)->end(name); }
 void XMLCALL onCharacters(void* user, const XML_Char* text, int length) {
-  static_cast<FeedParser*>(user)->characters(std::string_view(text, static_cast<std::size_t>(length)));
+  static_cast<JTWCActiveStormFeedParser*>(user)->characters(std::string_view(text, static_cast<std::size_t>(length)));
 }
 void XMLCALL onEntityDeclaration(void* user, const XML_Char*, int, const XML_Char*, int, const XML_Char*, const XML_Char*,
                                  const XML_Char*, const XML_Char*) {
-  auto* feed = static_cast<FeedParser*>(user);
+  auto* feed = static_cast<JTWCActiveStormFeedParser*>(user);
   feed->failure = "entity declarations are not accepted";
   XML_StopParser(feed->parser, XML_FALSE);
 }
@@ -95,7 +97,48 @@ std::optional<JTWCActiveStormFeedSection> sectionOf(const std::optional<std::str
   return std::nullopt;
 }
 
+bool isLetter(char c) { return c >= 'a' && c <= 'z'; }
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
 }  // namespace
+
+std::vector<std::string> productLinkSlugs(std::string_view description) {
+  std::string text(description);
+  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  const std::string_view marker = "/products/";
+  std::vector<std::string> slugs;
+  std::size_t position = 0;
+  for (;;) {
+    const std::size_t http = text.find("http://", position);
+    const std::size_t https = text.find("https://", position);
+    const std::size_t start = std::min(http, https);
+    if (start == std::string::npos) break;
+    const std::size_t afterScheme = start + (start == https ? 8 : 7);
+    std::size_t segmentEnd = text.find_first_of("'\"", afterScheme);
+    if (segmentEnd == std::string::npos) segmentEnd = text.size();
+    // The expression's greedy run stops at the last link of the quote-free stretch.
+    bool found = false;
+    std::size_t at = segmentEnd;
+    while (!found && at > afterScheme) {
+      at = text.rfind(marker, at - 1);
+      if (at == std::string::npos || at < afterScheme) break;
+      const std::size_t slugAt = at + marker.size();
+      if (slugAt + 6 > segmentEnd || !isLetter(text[slugAt]) || !isLetter(text[slugAt + 1]) ||
+          !std::all_of(text.begin() + static_cast<std::ptrdiff_t>(slugAt + 2), text.begin() + static_cast<std::ptrdiff_t>(slugAt + 6), isDigit)) {
+        continue;
+      }
+      const std::string_view rest = std::string_view(text).substr(slugAt + 6, segmentEnd - slugAt - 6);
+      const std::size_t suffix = rest.starts_with("web.txt") ? 7 : rest.starts_with(".kmz") ? 4 : 0;
+      if (suffix == 0) continue;
+      slugs.push_back(text.substr(slugAt, 6));
+      position = slugAt + 6 + suffix;
+      found = true;
+    }
+    // No link after the first address of a stretch means none after a later one either.
+    if (!found) position = segmentEnd;
+  }
+  return slugs;
+}
 
 const char* rawValue(JTWCActiveStormFeedSection section) {
   switch (section) {
@@ -119,7 +162,7 @@ ActiveStormCoverageSet coverageOf(JTWCActiveStormFeedSection section) {
 std::vector<JTWCActiveStormFeedItem> parseJTWCFeed(std::string_view data) {
   std::unique_ptr<XML_ParserStruct, ParserDeleter> parser(XML_ParserCreate(nullptr));
   if (!parser) throw DecodingError("cannot create an XML parser");
-  FeedParser feed;
+  JTWCActiveStormFeedParser feed;
   feed.parser = parser.get();
   XML_SetUserData(parser.get(), &feed);
   XML_SetElementHandler(parser.get(), onStart, onEnd);
@@ -137,7 +180,6 @@ std::vector<JTWCActiveStormFeedItem> parseJTWCFeed(std::string_view data) {
 }
 
 JTWCReferencesAndSections referencesAndSections(const std::vector<JTWCActiveStormFeedItem>& items) {
-  static const TextPattern link(R"(https?://[^'"]*/products/([a-z]{2}\d{4})(?:web\.txt|\.kmz))");
   JTWCReferencesAndSections out;
   std::set<std::string> seen;
   for (const auto& item : items) {
@@ -145,9 +187,7 @@ JTWCReferencesAndSections referencesAndSections(const std::vector<JTWCActiveStor
     if (!section) continue;
     JTWCActiveStormFeedSectionEvidence evidence{.section = *section};
     const std::string description = item.description.value_or("");
-    for (const auto& match : link.allMatches(description)) {
-      if (match.size() < 2 || !match[1]) continue;
-      std::string slug = lowerCased(*match[1]);
+    for (std::string slug : productLinkSlugs(description)) {
       evidence.hasRecognizedStorm = true;
       if (seen.insert(slug).second) {
         out.references.push_back(JTWCActiveStormFeedReference{std::move(slug), item.publicationDate, *section});

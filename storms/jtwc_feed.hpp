@@ -69,6 +69,11 @@ struct JTWCStormDescriptor {
 // or has no rss/rdf root or no channel. Pure.
 std::vector<JTWCActiveStormFeedItem> parseJTWCFeed(std::string_view data);
 
+// The lower-cased slugs that "https?://[^'\"]*/products/([a-z]{2}\d{4})(?:web\.txt|\.kmz)"
+// (any case) finds in `description`, left to right, found in linear time: the expression itself
+// backtracks quadratically over a description full of addresses.
+std::vector<std::string> productLinkSlugs(std::string_view description);
+
 struct JTWCReferencesAndSections {
   std::vector<JTWCActiveStormFeedReference> references;  // one per slug, from its first section
   std::vector<JTWCActiveStormFeedSectionEvidence> sections;  // one per section item

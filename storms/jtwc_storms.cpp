@@ -4,6 +4,7 @@
 #include <climits>
 #include <functional>
 #include <set>
+#include <type_traits>
 
 #include "core/errors.hpp"
 #include "platform/errors.hpp"
@@ -178,15 +179,18 @@ std::optional<JTWCStormDetails> combineJTWCDetails(const JTWCStormDescriptor& de
   std::optional<StormCoordinate> coordinate = track ? track->coordinate : std::nullopt;
   if (!coordinate) coordinate = text.coordinate;
   if (!coordinate) return std::nullopt;
-  auto pick = [&](auto fromText, auto fromTrack) { return fromText ? fromText : (track ? fromTrack : decltype(fromText){}); };
+  // The warning's measurements first; the KMZ only fills what the text lacks.
+  auto pick = [&](const auto& fromText, auto member) {
+    return fromText ? fromText : (track ? (*track).*member : std::remove_cvref_t<decltype(fromText)>{});
+  };
   JTWCStormDetails details{
       .id = upperCased(descriptor.slug),
       .name = cleanJTWCName(text.name.value_or(upperCased(descriptor.slug))),
       .coordinate = *coordinate,
-      .intensity = pick(text.intensity, track ? track->intensity : std::nullopt),
-      .pressure = pick(text.pressure, track ? track->pressure : std::nullopt),
-      .movementDir = pick(text.movementDir, track ? track->movementDir : std::nullopt),
-      .movementSpeed = pick(text.movementSpeed, track ? track->movementSpeed : std::nullopt),
+      .intensity = pick(text.intensity, &JTWCTrackSummary::intensity),
+      .pressure = pick(text.pressure, &JTWCTrackSummary::pressure),
+      .movementDir = pick(text.movementDir, &JTWCTrackSummary::movementDir),
+      .movementSpeed = pick(text.movementSpeed, &JTWCTrackSummary::movementSpeed),
       .lastUpdate = track && track->time ? track->time : (text.time ? text.time : descriptor.pubDate),
       .advisoryURL = descriptor.advisoryURL,
       .kmzURL = descriptor.kmzURL,
@@ -219,6 +223,8 @@ Task<std::optional<JTWCStormDetails>> fetchJTWCStormDetails(HttpClient& http, JT
   std::string textAccept = "text/plain";
   const std::string body = co_await getStormFile(http, std::move(advisoryURL), std::move(textAccept));
   if (!isValidUtf8(body)) throw DecodingError("JTWC warning " + descriptor.slug + ": cannot decode content data");
+  // A warning is a few kilobytes; the expressions that read it backtrack, so a huge body is refused.
+  if (body.size() > kMaxJTWCWarningBytes) throw DecodingError("JTWC warning " + descriptor.slug + ": too large");
   const JTWCWarningText text = readJTWCWarningText(body, descriptor.pubDate, now);
   const Date reference = text.time ? *text.time : descriptor.pubDate.value_or(now);
   std::optional<JTWCTrackSummary> track;

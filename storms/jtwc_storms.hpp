@@ -19,6 +19,8 @@
 
 namespace ombrine {
 
+inline constexpr std::size_t kMaxJTWCWarningBytes = 32u << 10;
+
 struct JTWCWarningText {
   std::optional<std::string> name;
   std::optional<StormCoordinate> coordinate;

@@ -8,6 +8,7 @@
 #include "storms/jtwc_storms.hpp"
 #include "storms/storm_time.hpp"
 #include "storms/test_archive.hpp"
+#include "storms/text_pattern.hpp"
 
 namespace ombrine {
 namespace {
@@ -134,6 +135,27 @@ TEST(JTWCFeedTest, ReferencesSectionsAndCoverage) {
   // A slug whose basin says nothing takes its section's areas.
   const auto other = descriptorFor({"xx0126", std::nullopt, S::northwestPacificAndNorthIndianOcean}, site);
   EXPECT_EQ(other->coverage, coverageOf(S::northwestPacificAndNorthIndianOcean));
+}
+
+TEST(JTWCFeedTest, LinkScanAgreesWithTheExpression) {
+  static const TextPattern expression(R"(https?://[^'"]*/products/([a-z]{2}\d{4})(?:web\.txt|\.kmz))");
+  const char* rows[] = {
+      "<a href='https://x/jtwc/products/wp0126web.txt'>a</a> <a href=\"http://x/products/IO0226.KMZ\">b</a>",
+      "http://a/products/wp0126.kmz http://b/products/sh0226web.txt",  // one quote-free stretch: its last link
+      "http://a/products/wp0126.kmz' http://b/products/xx1.kmz' https://c/products/ep0326web.txtx",
+      "http://a/products/wp012.kmz http://b/products/wp0126.kmzz",
+      "https:/a/products/wp0126.kmz http://products/wp0126.kmz HTTP://Q/PRODUCTS/CP9126WEB.TXT",
+      "http://a'/products/wp0126.kmz",
+      "",
+  };
+  for (const char* row : rows) {
+    std::vector<std::string> expected;
+    for (const auto& match : expression.allMatches(row)) expected.push_back(lowerCased(*match[1]));
+    EXPECT_EQ(productLinkSlugs(row), expected) << row;
+  }
+  std::string hostile;
+  for (int i = 0; i < 100000; ++i) hostile += "http://a";
+  EXPECT_TRUE(productLinkSlugs(hostile).empty());  // linear: this would take minutes by backtracking
 }
 
 TEST(JTWCFeedTest, BadFeedsFail) {

@@ -17,6 +17,8 @@ namespace {
 
 enum class GeometryKind { none, polygon, linestring, gxTrack, point };
 
+constexpr std::size_t kMaxPlacemarkText = 4u << 10;
+
 // Longitude reduced modulo 360 into [-180, 180).
 double wrapLongitude(double longitude) {
   if (longitude >= -180.0 && longitude < 180.0) return longitude;  // no rounding noise for the usual case
@@ -114,17 +116,21 @@ std::optional<Date> pointTime(std::string_view text, std::optional<int> fallback
       }
     }
   }
+  // \d also matches digits of other scripts, which carry no ASCII value: such a match reads as
+  // nothing.
   static const TextPattern fullHour(R"((20\d{2})(\d{2})(\d{2})(\d{2})Z)");
   if (auto m = fullHour.firstMatch(text)) {
-    if (auto date = utcDate(std::stoi(*(*m)[1]), std::stoi(*(*m)[2]), std::stoi(*(*m)[3]), std::stoi(*(*m)[4]), 0)) return date;
+    const auto y = integerOf((*m)[1]), mo = integerOf((*m)[2]), d = integerOf((*m)[3]), h = integerOf((*m)[4]);
+    if (y && mo && d && h) {
+      if (auto date = utcDate(*y, *mo, *d, *h, 0)) return date;
+    }
   }
-  static const TextPattern eightDigits(R"((\d{8})Z)");
-  if (auto m = eightDigits.firstGroup(text)) {
+  static const TextPattern eightDigits(R"((\d{2})(\d{2})(\d{2})(\d{2})Z)");
+  if (auto m = eightDigits.firstMatch(text)) {
     // Month, day, hour and minute in the document's year.
-    const std::string& t = *m;
-    if (auto date = utcDate(year, std::stoi(t.substr(0, 2)), std::stoi(t.substr(2, 2)), std::stoi(t.substr(4, 2)),
-                            std::stoi(t.substr(6, 2)))) {
-      return date;
+    const auto mo = integerOf((*m)[1]), d = integerOf((*m)[2]), h = integerOf((*m)[3]), mi = integerOf((*m)[4]);
+    if (mo && d && h && mi) {
+      if (auto date = utcDate(year, *mo, *d, *h, *mi)) return date;
     }
   }
   static const TextPattern dayHour(R"((\d{2})/(\d{2})Z)");
@@ -149,7 +155,8 @@ double circleRadius(const std::optional<int>& windKt) {
   return 20'000.0 + wind * 250.0;
 }
 
-struct Delegate {
+// The parser's state while it reads one document; used by one parse only.
+struct KMLDelegate {
   XML_Parser parser = nullptr;
   const std::function<bool()>* cancelled = nullptr;
   Date reference;
@@ -175,6 +182,7 @@ struct Delegate {
   std::string currentDataName;
   std::string currentDataValue;
   std::map<std::string, std::string> currentData;
+  std::size_t attributeTextRead = 0;
 
   bool stop(std::string why) {
     if (failure.empty()) failure = std::move(why);
@@ -330,6 +338,12 @@ struct Delegate {
         features.erase(features.begin() + static_cast<std::ptrdiff_t>(*it));
       }
     } else if (!pendingPlacemarkPoints.empty()) {
+      attributeTextRead += currentNameBuffer.size() + currentDescriptionBuffer.size();
+      for (const auto& [key, value] : currentData) attributeTextRead += key.size() + value.size();
+      if (attributeTextRead > kMaxKMLAttributeText) {
+        stop("placemark texts larger than " + std::to_string(kMaxKMLAttributeText) + " bytes");
+        return;
+      }
       const KMLPointAttributes attributes = kmlPointAttributes(currentNameBuffer, currentDescriptionBuffer, currentData,
                                                                placemarkStyleUrl, fallbackYear, reference);
       for (const auto& point : pendingPlacemarkPoints) {
@@ -356,16 +370,16 @@ struct Delegate {
 };
 
 void XMLCALL onStart(void* user, const XML_Char* name, const XML_Char** attributes) {
-  static_cast<Delegate*>(user)->start(name, attributes);
+  static_cast<KMLDelegate*>(user)->start(name, attributes);
 }
-void XMLCALL onEnd(void* user, const XML_Char* name) { static_cast<Delegate*>(user)->end(name); }
+void XMLCALL onEnd(void* user, const XML_Char* name) { static_cast<KMLDelegate*>(user)->end(name); }
 void XMLCALL onCharacters(void* user, const XML_Char* text, int length) {
-  static_cast<Delegate*>(user)->characters(std::string_view(text, static_cast<std::size_t>(length)));
+  static_cast<KMLDelegate*>(user)->characters(std::string_view(text, static_cast<std::size_t>(length)));
 }
 void XMLCALL onEntityDeclaration(void* user, const XML_Char*, int, const XML_Char*, int, const XML_Char*,
                                  const XML_Char*, const XML_Char*, const XML_Char*) {
   // Entities are where expansion bombs live; KML has no use for them.
-  static_cast<Delegate*>(user)->stop("entity declarations are not accepted");
+  static_cast<KMLDelegate*>(user)->stop("entity declarations are not accepted");
 }
 
 struct ParserDeleter {
@@ -374,10 +388,9 @@ struct ParserDeleter {
 
 std::optional<int> documentYear(std::string_view text) {
   static const TextPattern year(R"(\b((?:19|20)\d{2})\b)");
-  if (auto y = year.firstGroup(text)) return static_cast<int>(*parseInteger(*y));
+  if (auto y = integerOf(year.firstGroup(text))) return y;
   static const TextPattern stormID(R"([A-Z]{2}\d{2}(\d{4}))");
-  if (auto y = stormID.firstGroup(text)) return static_cast<int>(*parseInteger(*y));
-  return std::nullopt;
+  return integerOf(stormID.firstGroup(text));
 }
 
 }  // namespace
@@ -399,6 +412,13 @@ KMLPointAttributes kmlPointAttributes(std::string_view name, std::string_view de
   KMLPointAttributes out;
   std::string text = std::string(name) + "\n" + std::string(description);
   for (const auto& [key, value] : data) text += "\n" + key + ": " + value;
+  // Several expressions backtrack over runs of non-digits; a placemark's own texts are a few
+  // hundred bytes, so a longer one is cut (at a character boundary) rather than searched slowly.
+  if (text.size() > kMaxPlacemarkText) {
+    std::size_t cut = kMaxPlacemarkText;
+    while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xc0) == 0x80) --cut;
+    text.resize(cut);
+  }
 
   static const TextPattern maximumWind(R"(Maxim?um (Wind|Intensity)[:]?[^\d]*(\d+)\s*knots[^\d]*(\d+)\s*mph)");
   static const TextPattern intensity(R"(INTENSITY[:]?[^\d]*(\d+)(?:\s*TO\s*(\d+))?\s*(KT|KTS|KNOTS))");
@@ -484,7 +504,7 @@ std::vector<KMLOverlayFeature> kmlFeatures(std::string_view text, Date reference
   if (text.size() > kMaxKMLBytes) throw KMLParseError("KML document larger than " + std::to_string(kMaxKMLBytes) + " bytes");
   std::unique_ptr<XML_ParserStruct, ParserDeleter> parser(XML_ParserCreate("UTF-8"));
   if (!parser) throw KMLParseError("cannot create an XML parser");
-  Delegate delegate;
+  KMLDelegate delegate;
   delegate.parser = parser.get();
   delegate.cancelled = &cancelled;
   delegate.reference = reference;

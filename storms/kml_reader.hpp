@@ -14,7 +14,7 @@
 // Longitudes are wrapped into [-180, 180).
 //
 // Hostile documents fail: malformed XML, nesting deeper than kMaxKMLDepth, entity
-// declarations, more than kMaxKMLBytes of text. Pure given its inputs; thread-safe (one parser
+// declarations, more than kMaxKMLBytes of text or kMaxKMLAttributeText of track point texts. Pure given its inputs; thread-safe (one parser
 // per call).
 
 #include <functional>
@@ -69,6 +69,9 @@ using KMLOverlayFeature = std::variant<KMLPolygon, KMLPolyline, KMLCircleFeature
 
 inline constexpr std::size_t kMaxKMLDepth = 64;
 inline constexpr std::size_t kMaxKMLBytes = 16u << 20;
+// The texts of all track points together (names, descriptions, extended data): a storm's track
+// has a few hundred points of a few hundred bytes each, and each is searched by many expressions.
+inline constexpr std::size_t kMaxKMLAttributeText = 1u << 20;
 
 // The document could not be read; `what()` says why (the XML parser's message and line).
 class KMLParseError : public std::runtime_error {

@@ -97,7 +97,13 @@ TEST(KMLReaderTest, HostileDocumentsFail) {
   std::string deep;
   for (int i = 0; i < 100; ++i) deep += "<a>";
   for (int i = 0; i < 100; ++i) deep += "</a>";
+  std::string wordy = "<kml>";
+  const std::string placemark = "<Placemark><name>x</name><description>" + std::string(2000, 'w') +
+                                "</description><Point><coordinates>1,2</coordinates></Point></Placemark>";
+  for (int i = 0; i < 600; ++i) wordy += placemark;
+  wordy += "</kml>";
   const std::string rows[] = {
+      wordy,                                                                           // over 1 MiB of point texts
       "<kml><Document>",                                                               // truncated
       "<kml><Placemark></kml>",                                                        // mismatched tags
       deep,                                                                            // deep nesting

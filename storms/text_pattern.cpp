@@ -12,6 +12,18 @@ namespace ombrine {
 
 namespace {
 
+// Each search may take this many units of the engine's work (10,000 steps each, about a
+// millisecond): a text built to make an expression backtrack gives no match instead of a hang.
+constexpr int32_t kSearchTimeLimit = 20;
+
+std::unique_ptr<icu::RegexMatcher> matcherFor(const icu::RegexPattern& pattern, const icu::UnicodeString& input) {
+  UErrorCode status = U_ZERO_ERROR;
+  std::unique_ptr<icu::RegexMatcher> matcher(pattern.matcher(input, status));
+  if (U_FAILURE(status)) return nullptr;
+  matcher->setTimeLimit(kSearchTimeLimit, status);
+  return matcher;
+}
+
 std::string utf8(const icu::UnicodeString& text) {
   std::string out;
   text.toUTF8String(out);
@@ -50,8 +62,8 @@ std::optional<TextMatch> TextPattern::firstMatch(std::string_view text) const {
   if (!pattern_) return std::nullopt;
   UErrorCode status = U_ZERO_ERROR;
   const auto input = icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
-  std::unique_ptr<icu::RegexMatcher> matcher(pattern_->matcher(input, status));
-  if (U_FAILURE(status) || !matcher->find(status) || U_FAILURE(status)) return std::nullopt;
+  const auto matcher = matcherFor(*pattern_, input);
+  if (!matcher || !matcher->find(status) || U_FAILURE(status)) return std::nullopt;
   return groupsOf(*matcher);
 }
 
@@ -60,8 +72,8 @@ std::vector<TextMatch> TextPattern::allMatches(std::string_view text) const {
   if (!pattern_) return matches;
   UErrorCode status = U_ZERO_ERROR;
   const auto input = icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
-  std::unique_ptr<icu::RegexMatcher> matcher(pattern_->matcher(input, status));
-  if (U_FAILURE(status)) return matches;
+  const auto matcher = matcherFor(*pattern_, input);
+  if (!matcher) return matches;
   while (matcher->find(status) && U_SUCCESS(status)) matches.push_back(groupsOf(*matcher));
   return matches;
 }

@@ -2,7 +2,8 @@
 // Case-insensitive regular expressions over UTF-8 text (ICU syntax: \d and \s are Unicode
 // classes, as the agencies' texts are read elsewhere).
 //
-// An expression that cannot be compiled never matches. A compiled pattern is immutable and may
+// An expression that cannot be compiled never matches, and neither does a search that runs over
+// its time limit (about 20 ms of backtracking): hostile texts cannot stall a reader. A compiled pattern is immutable and may
 // be shared by threads; keep patterns as function-local statics.
 
 #include <memory>
