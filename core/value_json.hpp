@@ -45,14 +45,9 @@
 #include "core/date.hpp"
 #include "core/errors.hpp"
 #include "core/measurements.hpp"
+#include "platform/json/json_text.hpp"
 
 namespace ombrine {
-
-// A value has no JSON form: a NaN or infinite number.
-class EncodingError : public std::invalid_argument {
- public:
-  using std::invalid_argument::invalid_argument;
-};
 
 // Parses one JSON document (surrounding white space allowed). The DOM lives in `storage` (the
 // default resource when null); pass a boost::json::monotonic_resource for throwaway documents.
@@ -90,37 +85,6 @@ class JsonPath {
   std::string_view name_;
   size_t position_ = 0;
   bool isIndex_ = false;
-};
-
-// Appends compact JSON text to `out`. The caller writes a well-formed sequence (a key before
-// each member value, balanced begin/end); the writer adds the separators.
-class JsonWriter {
- public:
-  explicit JsonWriter(std::string& out) : out_(out) {}
-
-  void beginObject();
-  void endObject();
-  void beginArray();
-  void endArray();
-  void key(std::string_view name);
-
-  void null();
-  void boolean(bool value);
-  void integer(std::int64_t value);
-  // Raises EncodingError for NaN or infinity.
-  void number(double value);
-  void string(std::string_view value);
-  // Any DOM value, as serializeJson writes it.
-  void value(const boost::json::value& value);
-
- private:
-  void separate() {
-    if (needsComma_) out_.push_back(',');
-    needsComma_ = true;
-  }
-
-  std::string& out_;
-  bool needsComma_ = false;
 };
 
 // -- Reading ---------------------------------------------------------------------------------

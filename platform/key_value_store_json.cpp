@@ -1,5 +1,7 @@
 #include "platform/key_value_store_json.hpp"
 
+#include "platform/json/json_text.hpp"
+
 #include <boost/json/basic_parser_impl.hpp>
 
 #include <array>
@@ -21,65 +23,13 @@ constexpr std::string_view kDoubleTag = "$double";
 
 // ---- writing --------------------------------------------------------------------------------
 
-// Length of the well-formed UTF-8 sequence starting at `s[0]` (a byte of 0x80 or above), or 0.
-size_t utf8Length(std::string_view s) noexcept {
-  auto byte = [&](size_t i) { return static_cast<unsigned char>(s[i]); };
-  auto follows = [&](size_t i) { return i < s.size() && (byte(i) & 0xC0) == 0x80; };
-  const unsigned char lead = byte(0);
-  if (lead >= 0xC2 && lead <= 0xDF) return follows(1) ? 2 : 0;
-  if (lead >= 0xE0 && lead <= 0xEF) {
-    if (!follows(1) || !follows(2)) return 0;
-    if ((lead == 0xE0 && byte(1) < 0xA0) || (lead == 0xED && byte(1) >= 0xA0)) return 0;
-    return 3;
-  }
-  if (lead >= 0xF0 && lead <= 0xF4) {
-    if (!follows(1) || !follows(2) || !follows(3)) return 0;
-    if ((lead == 0xF0 && byte(1) < 0x90) || (lead == 0xF4 && byte(1) >= 0x90)) return 0;
-    return 4;
-  }
-  return 0;
-}
-
-// A JSON string. Bytes that start no UTF-8 sequence cannot be carried by JSON text and become
-// U+FFFD: strings are text, opaque bytes belong in StoreData.
-void appendString(std::string& out, std::string_view s) {
-  static constexpr char kHex[] = "0123456789abcdef";
-  out.push_back('"');
-  size_t i = 0;
-  while (i < s.size()) {
-    const unsigned char c = static_cast<unsigned char>(s[i]);
-    if (c >= 0x80) {
-      const size_t length = utf8Length(s.substr(i));
-      if (length == 0) {
-        out.append("\xEF\xBF\xBD");
-        ++i;
-      } else {
-        out.append(s.substr(i, length));
-        i += length;
-      }
-      continue;
-    }
-    if (c == '"' || c == '\\') {
-      out.push_back('\\');
-      out.push_back(static_cast<char>(c));
-    } else if (c < 0x20) {
-      const char escape[] = {'\\', 'u', '0', '0', kHex[c >> 4], kHex[c & 0xF]};
-      out.append(escape, sizeof escape);
-    } else {
-      out.push_back(static_cast<char>(c));
-    }
-    ++i;
-  }
-  out.push_back('"');
-}
-
 void appendKey(std::string& out, std::string_view key) {
   if (!key.empty() && key.front() == '$') {
     std::string escaped = "$";
     escaped.append(key);
-    appendString(out, escaped);
+    appendJsonString(out, escaped);
   } else {
-    appendString(out, key);
+    appendJsonString(out, key);
   }
   out.push_back(':');
 }
@@ -87,22 +37,11 @@ void appendKey(std::string& out, std::string_view key) {
 void appendDouble(std::string& out, double value) {
   if (!std::isfinite(value)) {
     out.append("{\"$double\":");
-    appendString(out, std::isnan(value) ? "nan" : (value > 0 ? "inf" : "-inf"));
+    appendJsonString(out, std::isnan(value) ? "nan" : (value > 0 ? "inf" : "-inf"));
     out.push_back('}');
     return;
   }
-  if (value == 0.0 && std::signbit(value)) {
-    out.append("-0.0");
-    return;
-  }
-  char buffer[32];
-  auto [end, status] = std::to_chars(buffer, buffer + sizeof buffer, value);
-  out.append(buffer, end);
-  for (const char* c = buffer; c != end; ++c) {
-    if (*c == '.' || *c == 'e') return;
-  }
-  // "100" would read back as an integer.
-  out.append(".0");
+  appendJsonNumber(out, value, true);
 }
 
 void appendValue(std::string& out, const StoreValue& value);
@@ -124,7 +63,7 @@ struct ValueWriter {
   void operator()(bool b) const { out.append(b ? "true" : "false"); }
   void operator()(std::int64_t i) const { out.append(std::to_string(i)); }
   void operator()(double d) const { appendDouble(out, d); }
-  void operator()(const std::string& s) const { appendString(out, s); }
+  void operator()(const std::string& s) const { appendJsonString(out, s); }
   void operator()(const StoreDate& date) const {
     out.append("{\"$date\":");
     appendDouble(out, date.secondsSince2001);
@@ -132,7 +71,7 @@ struct ValueWriter {
   }
   void operator()(const StoreData& data) const {
     out.append("{\"$data\":");
-    appendString(out, encodeBase64(data.bytes));
+    appendJsonString(out, encodeBase64(data.bytes));
     out.push_back('}');
   }
   void operator()(const StoreArray& array) const {
