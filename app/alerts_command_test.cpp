@@ -4,6 +4,8 @@
 // folder (as a systemd user timer finds it) they reach the desktop's notification server.
 
 #include <gtest/gtest.h>
+
+#include "platform/testing/program_sandbox.hpp"
 #include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -19,46 +21,18 @@
 namespace ombrine {
 namespace {
 
-struct CommandRun {
-  int exitCode = -1;
-  std::string out;
-};
-
 class Sandbox {
  public:
-  Sandbox() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "ombrine-alerts-e2e-XXXXXX").string();
-    root_ = ::mkdtemp(pattern.data());
-    for (const char* folder : {"container", "data", "config", "runtime"}) std::filesystem::create_directories(root_ / folder);
-  }
-  ~Sandbox() {
-    std::error_code ignored;
-    std::filesystem::remove_all(root_, ignored);
-  }
-
   // `phase` pins Miami's scripted warnings to one phase of their cycle.
-  CommandRun run(const std::string& arguments, int phase) const {
-    const std::string command = "env -u DBUS_SESSION_BUS_ADDRESS OMBRINE_CONTAINER=" + (root_ / "container").string() +
-                                " XDG_DATA_HOME=" + (root_ / "data").string() + " XDG_CONFIG_HOME=" +
-                                (root_ / "config").string() + " XDG_RUNTIME_DIR=" + (root_ / "runtime").string() +
-                                " OMBRINE_SIM_ALERT_PLACES=25.77,-80.19," + std::to_string(phase) +
-                                " NO_COLOR=1 LANG=en_US.UTF-8 TZ=UTC " OMBRINE_PROGRAM " --services sim " + arguments +
-                                " 2>>" + (root_ / "stderr").string();
-    CommandRun result;
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (!pipe) return result;
-    std::array<char, 4096> buffer;
-    size_t n;
-    while ((n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0) result.out.append(buffer.data(), n);
-    const int status = ::pclose(pipe);
-    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return result;
+  ProgramRun run(const std::string& arguments, int phase) const {
+    return sandbox_.run(OMBRINE_PROGRAM, "--services sim " + arguments,
+                        "OMBRINE_SIM_ALERT_PLACES=25.77,-80.19," + std::to_string(phase) + " LANG=en_US.UTF-8 TZ=UTC");
   }
 
-  std::filesystem::path runtimeFolder() const { return root_ / "runtime"; }
+  std::filesystem::path runtimeFolder() const { return sandbox_.root() / "runtime"; }
 
  private:
-  std::filesystem::path root_;
+  ProgramSandbox sandbox_{"ombrine-alerts-e2e"};
 };
 
 TEST(AlertsCommandTest, EachLiveAlertIsAnnouncedOnce) {
@@ -77,12 +51,12 @@ TEST(AlertsCommandTest, EachLiveAlertIsAnnouncedOnce) {
   };
   for (const Step& step : steps) {
     SCOPED_TRACE(step.why);
-    const CommandRun run = sandbox.run("notify alerts Miami", step.phase);
+    const ProgramRun run = sandbox.run("notify alerts Miami", step.phase);
     EXPECT_EQ(run.exitCode, 0);
     EXPECT_NE(run.out.find(step.expect), std::string::npos) << run.out;
   }
 
-  const CommandRun listed = sandbox.run("notifications list --json", 3);
+  const ProgramRun listed = sandbox.run("notifications list --json", 3);
   ASSERT_EQ(listed.exitCode, 0);
   const auto entries = parseJson(listed.out).as_array();
   ASSERT_EQ(entries.size(), 1u) << listed.out;
@@ -91,7 +65,7 @@ TEST(AlertsCommandTest, EachLiveAlertIsAnnouncedOnce) {
   EXPECT_EQ(entries[0].at("title").as_string(), "Severe Weather Alert");
   EXPECT_TRUE(std::string(entries[0].at("body").as_string()).starts_with("Hurricane Warning and 4 more (NWS Miami FL)"));
 
-  const CommandRun alerts = sandbox.run("alerts Miami --json", 3);
+  const ProgramRun alerts = sandbox.run("alerts Miami --json", 3);
   ASSERT_EQ(alerts.exitCode, 0);
   const auto shown = parseJson(alerts.out).at("alerts").as_array();
   ASSERT_EQ(shown.size(), 5u) << alerts.out;
@@ -100,7 +74,7 @@ TEST(AlertsCommandTest, EachLiveAlertIsAnnouncedOnce) {
     EXPECT_EQ(alert.at("notification").at("identifier"), entries[0].at("identifier"));
   }
 
-  const CommandRun cleared = sandbox.run("notifications clear", 3);
+  const ProgramRun cleared = sandbox.run("notifications clear", 3);
   EXPECT_NE(cleared.out.find("Removed 1 notification"), std::string::npos) << cleared.out;
   EXPECT_EQ(sandbox.run("notify alerts", 3).exitCode, 2);  // no place and no home place
   ASSERT_EQ(sandbox.run("places home Miami", 3).exitCode, 0);
@@ -122,7 +96,7 @@ TEST(AlertsCommandTest, AnnouncesOnTheDesktopThroughTheRuntimeFolderBus) {
   EXPECT_EQ(shown[0].appName, "Ombrine");
   EXPECT_EQ(shown[0].summary, "Severe Weather Alert");
   EXPECT_TRUE(shown[0].body.starts_with("Hurricane Warning and 1 more (NWS Miami FL)\nFrom ")) << shown[0].body;
-  const CommandRun listed = sandbox.run("notifications list --json", 0);
+  const ProgramRun listed = sandbox.run("notifications list --json", 0);
   EXPECT_EQ(parseJson(listed.out).as_array().at(0).at("deliveredTo").as_string(), "desktop") << listed.out;
 
   sandbox.run("notifications clear", 0);

@@ -1,6 +1,8 @@
 // The `ombrine` program run as a user runs it: a real process, against the embedded simulator.
 
 #include <gtest/gtest.h>
+
+#include "platform/testing/program_sandbox.hpp"
 #include <sys/wait.h>
 
 #include <signal.h>
@@ -24,37 +26,11 @@
 namespace ombrine {
 namespace {
 
-struct ProgramRun {
-  int exitCode = -1;
-  std::string out;
-  std::string err;
-};
-
-std::string readFile(const std::filesystem::path& path) {
-  std::ifstream in(path);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+std::string readFile(const std::filesystem::path& path) { return readTextFile(path); }
 
 // A container, caches and sync folder of the test's own, so runs never see the user's files
 // (or another test's) and a test can look at what a run left behind.
-class Scratch {
- public:
-  Scratch() {
-    char pattern[] = "/tmp/ombrine-forecast-test-XXXXXX";
-    root_ = ::mkdtemp(pattern);
-  }
-  ~Scratch() { std::filesystem::remove_all(root_); }
-  const std::filesystem::path& root() const { return root_; }
-  std::string environment() const {
-    return "OMBRINE_CONTAINER=" + (root_ / "group").string() + " XDG_CACHE_HOME=" + (root_ / "cache").string() +
-           " OMBRINE_SYNC_DIR=" + (root_ / "sync").string() + " XDG_CONFIG_HOME=" + (root_ / "config").string();
-  }
-
- private:
-  std::filesystem::path root_;
-};
+using Scratch = ProgramSandbox;
 
 // Moves the cached record's observation time `seconds` into the past, as if it had been
 // fetched that much earlier.
@@ -65,22 +41,11 @@ void ageLatestRecord(const std::filesystem::path& file, double seconds) {
   std::ofstream(file) << serializeJson(cached);
 }
 
-// Runs the program with `arguments` (shell words), stdout captured, stderr into `run.err`.
+// Runs the program with `arguments` (shell words); `environment` (a scratch's, with faults)
+// stands over a scratch of the run's own.
 ProgramRun runOmbrine(const std::string& arguments, const std::string& environment = "") {
-  const Scratch defaultScratch;
-  const std::string errFile = (defaultScratch.root() / "stderr").string();
-  const std::string command = defaultScratch.environment() + " " + environment + " NO_COLOR=1 " OMBRINE_PROGRAM " " +
-                              arguments + " 2>" + errFile;
-  ProgramRun run;
-  FILE* pipe = ::popen(command.c_str(), "r");
-  if (!pipe) return run;
-  std::array<char, 4096> buffer;
-  size_t n;
-  while ((n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0) run.out.append(buffer.data(), n);
-  const int status = ::pclose(pipe);
-  run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  run.err = readFile(errFile);
-  return run;
+  const Scratch fallback("ombrine-forecast-test");
+  return fallback.run(OMBRINE_PROGRAM, arguments, environment);
 }
 
 bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }

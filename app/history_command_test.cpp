@@ -2,6 +2,8 @@
 // its own empty container and history folder.
 
 #include <gtest/gtest.h>
+
+#include "platform/testing/program_sandbox.hpp"
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,27 +18,11 @@
 namespace ombrine {
 namespace {
 
-struct HistoryRun {
-  int exitCode = -1;
-  std::string out;
-};
-
-HistoryRun runHistory(const std::string& arguments, const std::string& faults = "") {
-  const std::string home =
-      (std::filesystem::temp_directory_path() / ("ombrine-history-e2e-" + std::to_string(::getpid()))).string();
-  std::filesystem::remove_all(home + "/data");  // every run asks the services afresh
-  const std::string command = "OMBRINE_CONTAINER=" + home + "/group XDG_DATA_HOME=" + home +
-                              "/data NO_COLOR=1 LANG=en_US.UTF-8 OMBRINE_SIM_FAULTS='" + faults +
-                              "' " OMBRINE_PROGRAM " --services sim history " + arguments + " 2>/dev/null";
-  HistoryRun run;
-  FILE* pipe = ::popen(command.c_str(), "r");
-  if (!pipe) return run;
-  std::array<char, 4096> buffer;
-  size_t n;
-  while ((n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0) run.out.append(buffer.data(), n);
-  const int status = ::pclose(pipe);
-  run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return run;
+// Every run asks the services afresh: a sandbox of its own.
+ProgramRun runHistory(const std::string& arguments, const std::string& faults = "") {
+  const ProgramSandbox sandbox("ombrine-history-e2e");
+  return sandbox.run(OMBRINE_PROGRAM, "--services sim history " + arguments,
+                     "LANG=en_US.UTF-8 OMBRINE_SIM_FAULTS='" + faults + "'");
 }
 
 TEST(HistoryCommandTest, TablesAndFailures) {
@@ -59,14 +45,14 @@ TEST(HistoryCommandTest, TablesAndFailures) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(std::string(row.arguments) + " " + row.faults);
-    const HistoryRun run = runHistory(row.arguments, row.faults);
+    const ProgramRun run = runHistory(row.arguments, row.faults);
     EXPECT_EQ(run.exitCode, row.exitCode);
     EXPECT_NE(run.out.find(row.expectInOutput), std::string::npos) << run.out;
   }
 }
 
 TEST(HistoryCommandTest, JsonSeriesKeepTwelveMonths) {
-  const HistoryRun run = runHistory("Munich --compare Tromsø --json");
+  const ProgramRun run = runHistory("Munich --compare Tromsø --json");
   ASSERT_EQ(run.exitCode, 0);
   const auto document = parseJson(run.out);
   EXPECT_EQ(document.at("comparison").at("name").as_string(), "Tromsø");
@@ -96,7 +82,7 @@ TEST(HistoryCommandTest, ChartFiles) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     const auto file = folder / row.name;
-    const HistoryRun run = runHistory("Munich --compare Tromsø -o " + file.string());
+    const ProgramRun run = runHistory("Munich --compare Tromsø -o " + file.string());
     EXPECT_EQ(run.exitCode, row.exitCode);
     if (!row.signature) {
       EXPECT_FALSE(std::filesystem::exists(file));

@@ -2,6 +2,8 @@
 // processes sharing one container, so every step also proves the stores persist across runs.
 
 #include <gtest/gtest.h>
+
+#include "platform/testing/program_sandbox.hpp"
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -17,36 +19,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct CommandRun {
-  int exitCode = -1;
-  std::string out;
-};
-
 class StoreCommandsTest : public testing::Test {
  protected:
-  void SetUp() override {
-    container_ = fs::temp_directory_path() / ("ombrine-store-commands-" + std::to_string(::getpid()) + "-" +
-                                              testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(container_);
-  }
-  void TearDown() override { fs::remove_all(container_); }
+  // Runs the program with `arguments` (shell words) in the test's sandbox.
+  ProgramRun run(const std::string& arguments) const { return sandbox_.run(OMBRINE_PROGRAM, arguments); }
 
-  // Runs the program with `arguments` (shell words) in the test's container; stdout captured.
-  CommandRun run(const std::string& arguments) const {
-    const std::string command = "env -u OMBRINE_SYNC_DIR OMBRINE_CONTAINER='" + container_.string() +
-                                "' NO_COLOR=1 " OMBRINE_PROGRAM " " + arguments + " 2>/dev/null";
-    CommandRun result;
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (!pipe) return result;
-    std::array<char, 4096> buffer;
-    size_t n;
-    while ((n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0) result.out.append(buffer.data(), n);
-    const int status = ::pclose(pipe);
-    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return result;
-  }
-
-  fs::path container_;
+  ProgramSandbox sandbox_{"ombrine-store-commands"};
 };
 
 TEST_F(StoreCommandsTest, SettingsSetGetAndErrors) {
@@ -73,11 +51,11 @@ TEST_F(StoreCommandsTest, SettingsSetGetAndErrors) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.arguments);
-    const CommandRun result = run(row.arguments);
+    const ProgramRun result = run(row.arguments);
     EXPECT_EQ(result.exitCode, row.exitCode);
     EXPECT_EQ(result.out, row.out);
   }
-  const CommandRun list = run("settings list --json");
+  const ProgramRun list = run("settings list --json");
   ASSERT_EQ(list.exitCode, 0);
   EXPECT_EQ(boost::json::parse(list.out),
             boost::json::parse(R"({"hideWeatherAlerts":false,"hideTides":false,"preferFeelsLike":false,)"
@@ -88,7 +66,7 @@ TEST_F(StoreCommandsTest, SettingsSetGetAndErrors) {
 TEST_F(StoreCommandsTest, PlacesSaveListHomeRemoveAndBackup) {
   ASSERT_EQ(run("places save Bergen --name Rainy").exitCode, 0);
   ASSERT_EQ(run("places save --at -18.14,178.44").exitCode, 0);  // across the date line
-  CommandRun list = run("places list --json");
+  ProgramRun list = run("places list --json");
   ASSERT_EQ(list.exitCode, 0);
   auto saved = boost::json::parse(list.out).as_object();
   ASSERT_EQ(saved["favorites"].as_array().size(), 2u);
@@ -99,7 +77,7 @@ TEST_F(StoreCommandsTest, PlacesSaveListHomeRemoveAndBackup) {
   EXPECT_TRUE(saved["home"].is_null());
 
   EXPECT_EQ(run("places home rainy").exitCode, 0);  // a saved place, by its own name
-  CommandRun home = run("places home --json");
+  ProgramRun home = run("places home --json");
   EXPECT_EQ(boost::json::parse(home.out).as_object().at("id"), bergen.at("id"));
 
   EXPECT_EQ(run("places remove Nowhere").exitCode, 1);
@@ -112,7 +90,7 @@ TEST_F(StoreCommandsTest, PlacesSaveListHomeRemoveAndBackup) {
 
   // Every run opens the stores and so makes the day's backup: the first found the store empty
   // and made none, the second backed up the list holding Bergen alone. Restoring brings it back.
-  CommandRun backup = run("settings backup --json");
+  ProgramRun backup = run("settings backup --json");
   ASSERT_EQ(backup.exitCode, 0);
   EXPECT_EQ(boost::json::parse(backup.out).as_object().at("latest").as_object().at("keyCount"), 1);
   EXPECT_EQ(run("settings restore").exitCode, 0);

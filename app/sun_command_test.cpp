@@ -1,6 +1,8 @@
 // `ombrine sun` run as a user runs it: a real process, with its own empty container.
 
 #include <gtest/gtest.h>
+
+#include "platform/testing/program_sandbox.hpp"
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,25 +16,9 @@
 namespace ombrine {
 namespace {
 
-struct SunRun {
-  int exitCode = -1;
-  std::string out;
-};
-
-SunRun runSun(const std::string& arguments) {
-  static const std::string container =
-      (std::filesystem::temp_directory_path() / ("ombrine-sun-e2e-" + std::to_string(::getpid()))).string();
-  const std::string command = "OMBRINE_CONTAINER=" + container + " NO_COLOR=1 LANG=en_US.UTF-8 " OMBRINE_PROGRAM
-                              " sun " + arguments + " 2>/dev/null";
-  SunRun run;
-  FILE* pipe = ::popen(command.c_str(), "r");
-  if (!pipe) return run;
-  std::array<char, 4096> buffer;
-  size_t n;
-  while ((n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0) run.out.append(buffer.data(), n);
-  const int status = ::pclose(pipe);
-  run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return run;
+ProgramRun runSun(const std::string& arguments) {
+  static const ProgramSandbox sandbox("ombrine-sun-e2e");
+  return sandbox.run(OMBRINE_PROGRAM, "sun " + arguments, "LANG=en_US.UTF-8");
 }
 
 TEST(SunCommandTest, DaysAndTheirStates) {
@@ -56,14 +42,14 @@ TEST(SunCommandTest, DaysAndTheirStates) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.arguments);
-    const SunRun run = runSun(row.arguments);
+    const ProgramRun run = runSun(row.arguments);
     EXPECT_EQ(run.exitCode, row.exitCode);
     EXPECT_NE(run.out.find(row.expectInOutput), std::string::npos) << run.out;
   }
 }
 
 TEST(SunCommandTest, JsonYearHasEveryLocalDay) {
-  const SunRun run = runSun("--at 69.6492,18.9553 --year 2024 --json");
+  const ProgramRun run = runSun("--at 69.6492,18.9553 --year 2024 --json");
   ASSERT_EQ(run.exitCode, 0);
   const auto document = parseJson(run.out);
   const auto& days = document.at("days").as_array();

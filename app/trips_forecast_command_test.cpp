@@ -2,6 +2,8 @@
 // real processes sharing one container, against the embedded simulator.
 
 #include <gtest/gtest.h>
+
+#include "platform/testing/program_sandbox.hpp"
 #include <sys/wait.h>
 
 #include <unistd.h>
@@ -24,41 +26,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct ProgramRun {
-  int exitCode = -1;
-  std::string out;
-  std::string err;
-};
-
-// One container, caches and sync folder for every run of a test.
+// One sandbox for every run of a test.
 class TripsForecastCommandTest : public testing::Test {
  protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/ombrine-trips-forecast-test-XXXXXX";
-    root_ = ::mkdtemp(pattern);
-  }
-  void TearDown() override { fs::remove_all(root_); }
-
   ProgramRun run(const std::string& arguments) const {
-    const std::string errFile = (root_ / "stderr").string();
-    const std::string command = "OMBRINE_CONTAINER=" + (root_ / "group").string() +
-                                " XDG_CACHE_HOME=" + (root_ / "cache").string() +
-                                " OMBRINE_SYNC_DIR=" + (root_ / "sync").string() +
-                                " XDG_CONFIG_HOME=" + (root_ / "config").string() + " NO_COLOR=1 LANG=en_US.UTF-8 " +
-                                OMBRINE_PROGRAM " " + arguments + " 2>" + errFile;
-    ProgramRun result;
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (!pipe) return result;
-    std::array<char, 4096> buffer;
-    size_t n;
-    while ((n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0) result.out.append(buffer.data(), n);
-    const int status = ::pclose(pipe);
-    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    std::ifstream in(errFile);
-    std::stringstream text;
-    text << in.rdbuf();
-    result.err = text.str();
-    return result;
+    return sandbox_.run(OMBRINE_PROGRAM, arguments, "LANG=en_US.UTF-8");
   }
 
   // The UTC calendar day `days` from today, YYYY-MM-DD: a day that has begun nowhere yet is
@@ -72,7 +44,7 @@ class TripsForecastCommandTest : public testing::Test {
     return text;
   }
 
-  fs::path root_;
+  ProgramSandbox sandbox_{"ombrine-trips-forecast-test"};
 };
 
 TEST_F(TripsForecastCommandTest, FetchesOnceThenServesTheTripFromTheCache) {
@@ -94,7 +66,7 @@ TEST_F(TripsForecastCommandTest, FetchesOnceThenServesTheTripFromTheCache) {
     EXPECT_TRUE(day.at("weather").is_object()) << boost::json::serialize(day);
   }
   const std::string id(document.at("trip").at("id").as_string());
-  EXPECT_TRUE(fs::exists(root_ / "group" / "Library" / "Caches" / "TripCache" / (id + ".json")));
+  EXPECT_TRUE(fs::exists(sandbox_.container() / "Library" / "Caches" / "TripCache" / (id + ".json")));
 
   // No trip named: the next one. Nothing is fetched; the days come from the trip cache.
   const ProgramRun cached = run("--services sim trips forecast --no-fetch");

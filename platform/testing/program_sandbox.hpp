@@ -1,0 +1,48 @@
+#pragma once
+// Runs a program as a user runs it (a real process through /bin/sh) inside a scratch folder of
+// its own: the container, caches, config, data, sync and runtime folders all point into the
+// scratch folder, so a run never reads or writes the user's files, and a test can look at what a
+// run left behind. The folder is removed when the sandbox ends.
+//
+// One sandbox is one user's machine: runs in the same sandbox share their files. Not
+// thread-safe; a test owns its sandbox.
+
+#include <filesystem>
+#include <string>
+
+namespace ombrine {
+
+struct ProgramRun {
+  int exitCode = -1;  // -1 when the program did not exit normally
+  std::string out;
+  std::string err;
+};
+
+class ProgramSandbox {
+ public:
+  // `name` becomes part of the scratch folder's name, for finding it while debugging.
+  explicit ProgramSandbox(const std::string& name = "ombrine-test");
+  ~ProgramSandbox();
+  ProgramSandbox(const ProgramSandbox&) = delete;
+  ProgramSandbox& operator=(const ProgramSandbox&) = delete;
+
+  const std::filesystem::path& root() const noexcept { return root_; }
+  // The container folder ($OMBRINE_CONTAINER).
+  std::filesystem::path container() const { return root_ / "group"; }
+  // The environment assignments of the sandbox, as shell words ("A=... B=...").
+  std::string environment() const;
+
+  // Runs `program arguments` (shell words) with the sandbox's environment, `extraEnvironment`
+  // (shell words, applied after it), NO_COLOR=1 and no D-Bus session; stdout and stderr are
+  // captured apart.
+  ProgramRun run(const std::string& program, const std::string& arguments,
+                 const std::string& extraEnvironment = "") const;
+
+ private:
+  std::filesystem::path root_;
+};
+
+// The whole file, or "" when it cannot be read.
+std::string readTextFile(const std::filesystem::path& path);
+
+}  // namespace ombrine
