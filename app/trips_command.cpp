@@ -83,7 +83,8 @@ struct ShowOptions {
 
 // The stores of one command run: the synced dictionary, the trips and the home place in it.
 struct Stores {
-  FileCloudKeyValueStore cloud{FileCloudKeyValueStore::defaultSyncDirectory(), false};
+  FileCloudKeyValueStore cloud{FileCloudKeyValueStore::defaultSyncDirectory(), false,
+                               FileCloudKeyValueStore::Unreadable::raised};
   TripStore trips{cloud};
   HomeStore home{cloud};
 };
@@ -323,9 +324,27 @@ std::vector<Trip> byStart(std::vector<Trip> trips) {
   return trips;
 }
 
-// Stores the list as the rules keep it after a change.
-void store(Stores& stores, std::vector<Trip> trips, const std::optional<Location>& home, const TripCalendar& calendar) {
-  stores.trips.setTrips(normalizedTrips(trips, home, calendar));
+// Adds or replaces the trip `id` as `validated` makes it against the trips as stored now, under
+// the store's lock, and stores the list as the rules keep it after the change. Trips other runs
+// saved meanwhile stay; a trip another run removed meanwhile is NoSuchTrip.
+void store(Stores& stores, const Uuid& id, const std::function<Trip(const std::vector<Trip>&)>& validated,
+           const std::optional<Location>& home, const TripCalendar& calendar) {
+  const bool adding = !stores.trips.trip(id).has_value();
+  stores.trips.update([&](std::vector<Trip>& trips) {
+    const auto found = std::find_if(trips.begin(), trips.end(), [&](const Trip& trip) { return trip.id == id; });
+    if (found == trips.end() && !adding) throw NoSuchTrip(fmt::format("the trip {} was removed meanwhile", id.text()));
+    std::vector<Trip> others;
+    for (const Trip& trip : trips) {
+      if (trip.id != id) others.push_back(trip);
+    }
+    const Trip changed = validated(others);
+    if (found == trips.end()) {
+      trips.push_back(changed);
+    } else {
+      *found = changed;
+    }
+    trips = normalizedTrips(trips, home, calendar);
+  });
 }
 
 // Times on both ends or on neither: a trip is timed or all-day as a whole.
@@ -356,18 +375,19 @@ int add(const AddOptions& options) {
     Services services(servicesOptions());
     destination = resolvePlace(options.place, services.geocoder());
   }
-  Trip trip;
-  if (timed) {
-    const NewTimedTripRequest request{destination, arrival.day, *arrival.time, timedDeparture};
-    trip = validateNewTimedTrip(request, home, existing, now(), calendar, Uuid::random());
-  } else {
+  const Uuid id = Uuid::random();
+  const std::function<Trip(const std::vector<Trip>&)> validated = [&](const std::vector<Trip>& current) {
+    if (timed) {
+      const NewTimedTripRequest request{destination, arrival.day, *arrival.time, timedDeparture};
+      return validateNewTimedTrip(request, home, current, now(), calendar, id);
+    }
     const NewTripRequest request{destination, calendar.date(first),
                                  last ? std::optional(calendar.date(*last)) : std::nullopt};
-    trip = validateNewTrip(request, home, existing, now(), calendar, Uuid::random());
-  }
-  std::vector<Trip> trips = existing;
-  trips.push_back(trip);
-  store(stores, trips, home, calendar);
+    return validateNewTrip(request, home, current, now(), calendar, id);
+  };
+  // The rules first against what this run read, so a refused trip needs no lock.
+  Trip trip = validated(existing);
+  store(stores, trip.id, validated, home, calendar);
   // As stored: an inferred end may have become the next trip's arrival.
   for (const Trip& stored : stores.trips.trips()) {
     if (stored.id == trip.id) trip = stored;
@@ -455,7 +475,7 @@ int edit(const EditOptions& options) {
   // stays what it was.
   const bool timed = (newFrom && newFrom->time) || (newTo && newTo->time) ||
                      (original.dates.hasTimes && !(newFrom && !newFrom->time) && !(newTo && !newTo->time));
-  Trip edited;
+  std::function<Trip(const std::vector<Trip>&)> validated;
   if (timed) {
     // Ends the user does not change keep their wall clock at the destination.
     const TimeZone& zone = destination ? destination->timeZone : original.destination.timeZone;
@@ -475,7 +495,9 @@ int edit(const EditOptions& options) {
     }
     NewTimedTripRequest request{destination, arrival.day, *arrival.time, departureOf(departure, true)};
     request.keepsStart = !newFrom;
-    edited = validateNewTimedTrip(request, home, existing, now(), calendar, original.id);
+    validated = [=, &calendar](const std::vector<Trip>& current) {
+      return validateNewTimedTrip(request, home, current, now(), calendar, original.id);
+    };
   } else {
     // Days the user does not change stay the trip's own days of its destination.
     const auto [oldFirst, oldLast] = tripDays(original);
@@ -483,11 +505,12 @@ int edit(const EditOptions& options) {
     const CivilDay last = newTo ? newTo->day : oldLast;
     NewTripRequest request{destination, calendar.date(first), calendar.date(last)};
     request.keepsStart = !newFrom;
-    edited = validateNewTrip(request, home, existing, now(), calendar, original.id);
+    validated = [=, &calendar](const std::vector<Trip>& current) {
+      return validateNewTrip(request, home, current, now(), calendar, original.id);
+    };
   }
-  std::vector<Trip> trips = existing;
-  std::replace_if(trips.begin(), trips.end(), [&](const Trip& trip) { return trip.id == original.id; }, edited);
-  store(stores, trips, home, calendar);
+  Trip edited = validated(existing);
+  store(stores, original.id, validated, home, calendar);
   for (const Trip& stored : stores.trips.trips()) {
     if (stored.id == edited.id) edited = stored;
   }
@@ -523,6 +546,9 @@ void report(const char* name, Run run) {
     setExitCode(1);
   } catch (const FileError& error) {
     logf("ombrine trips {}: the trips cannot be read or written: {}", name, error.what());
+    setExitCode(1);
+  } catch (const CloudStoreQuotaError& error) {
+    logf("ombrine trips {}: {}", name, error.what());
     setExitCode(1);
   }
 }
