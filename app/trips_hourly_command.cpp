@@ -137,7 +137,11 @@ CachedWeather currentRecord(const CurrentPlace& place, const HourlyOptions& opti
     CachedWeather fetched{place.location.name, place.coordinate, region,
                           services.runtime().runBlocking(std::move(fetch))};
     auto keep = latest.storeLatest(fetched);
-    services.runtime().runBlocking(std::move(keep));
+    try {
+      services.runtime().runBlocking(std::move(keep));
+    } catch (const FileError& error) {
+      logf("ombrine trips hourly: the weather cache could not be written: {}", error.what());
+    }
     if (place.home) {
       FavoriteWeather stored = favorites.weather();
       stored[place.home->id] = fetched;

@@ -102,7 +102,8 @@ FetchPipeline::FetchPipeline(Services& services, FetchPipelineOptions options)
   const auto folder = options.cacheDirectory.empty() ? cachesDirectory() : options.cacheDirectory;
   std::error_code error;
   std::filesystem::create_directories(folder, error);
-  if (error) throw FileError("cannot create " + folder.string() + ": " + error.message());
+  // A read-only container still gets its forecast, only nothing is cached.
+  if (error) logLine("Caches cannot be written (" + folder.string() + ": " + error.message() + "); nothing is cached");
   Runtime& runtime = services.runtime();
   parts_ = std::unique_ptr<Parts>(new Parts{
       BuiltInProviders(services),
