@@ -128,6 +128,32 @@ std::string TideDiskCache::fileName(std::string_view key) {
 
 std::filesystem::path TideDiskCache::fileURL(std::string_view key) const { return directory_ / (fileName(key) + ".json"); }
 
+TideDiskCache::~TideDiskCache() {
+  std::lock_guard writing(pending_->writing);
+  for (;;) {
+    std::function<void()> write;
+    {
+      std::lock_guard guard(pending_->mutex);
+      if (pending_->queue.empty()) return;
+      write = std::move(pending_->queue.front());
+      pending_->queue.pop_front();
+    }
+    write();
+  }
+}
+
+void TideDiskCache::PendingWrites::writeOldest() {
+  std::lock_guard hold(writing);
+  std::function<void()> write;
+  {
+    std::lock_guard guard(mutex);
+    if (queue.empty()) return;  // the destructor wrote it
+    write = std::move(queue.front());
+    queue.pop_front();
+  }
+  write();
+}
+
 void TideDiskCache::enqueueWrite(std::filesystem::path file, std::function<std::string()> encode) {
   auto write = [file = std::move(file), encode = std::move(encode)] {
     try {
@@ -136,7 +162,11 @@ void TideDiskCache::enqueueWrite(std::filesystem::path file, std::function<std::
       // A cache that cannot be written only costs a refetch later; the old file stays.
     }
   };
-  asio::post(strand_, std::move(write));
+  {
+    std::lock_guard guard(pending_->mutex);
+    pending_->queue.emplace_back(std::move(write));
+  }
+  asio::post(strand_, [pending = pending_] { pending->writeOldest(); });
 }
 
 Task<std::optional<std::string>> TideDiskCache::read(std::filesystem::path file) {
