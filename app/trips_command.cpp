@@ -461,6 +461,7 @@ int edit(const EditOptions& options) {
   if (movesPlace && home) {
     Services services(servicesOptions());
     destination = resolvePlace(options.place, services.geocoder());
+    if (destination) destination = movedDestination(original.destination, *destination);
   }
   if (destination) {
     if (options.clearName) destination->displayName.reset();
