@@ -26,6 +26,7 @@
 #include "platform/http_client.hpp"
 #include "platform/linux/network_path.hpp"
 #include "platform/log.hpp"
+#include "tides/tide_disk_cache.hpp"
 #include "wiring/fetch_pipeline.hpp"
 
 namespace ombrine::app {
@@ -221,6 +222,8 @@ int run(const ForecastOptions& options) {
   FetchPipelineOptions pipelineOptions;
   pipelineOptions.dataSource = source;
   if (chatty) {
+    // Global logging, not the printer: the last tide save may be written as Services goes.
+    services.tideDiskCache().reportWriteFailures([](std::string_view line) { logf("ombrine: {}", line); });
     pipelineOptions.hooks.trace = [&printer](std::string_view line) { printer.line(line); };
     pipelineOptions.hooks.log = [&printer](std::string_view line) { printer.line(line); };
   } else {

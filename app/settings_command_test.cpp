@@ -196,6 +196,8 @@ TEST_F(StoreCommandsTest, UnwritableCorruptAndMisplacedFiles) {
        false, "places save --at 1,2", 0, "kept aside", true},
       {"weather cache is a folder", [&] { fs::create_directories(caches / "latestWeatherCache"); }, false,
        "--services sim forecast Boston -v", 0, "Could not write the weather cache", false},
+      {"tide predictions file is a folder", [&] { fs::create_directories(caches / "Tides" / "noaa_8443970.json"); },
+       false, "--services sim forecast Boston -v", 0, "Could not write the tide cache", false},
       {"caches folder is a file", [&] { fs::create_directories(caches.parent_path()); std::ofstream(caches) << "x"; },
        false, "--services sim forecast Boston", 0, "nothing is cached", true},
   };

@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <system_error>
 
+#include <fmt/format.h>
+
 #include <unicode/uchar.h>
 #include <unicode/utf8.h>
 
@@ -154,12 +156,24 @@ void TideDiskCache::PendingWrites::writeOldest() {
   write();
 }
 
+void TideDiskCache::reportWriteFailures(std::function<void(std::string_view)> report) {
+  std::lock_guard guard(pending_->mutex);
+  pending_->report = std::move(report);
+}
+
 void TideDiskCache::enqueueWrite(std::filesystem::path file, std::function<std::string()> encode) {
-  auto write = [file = std::move(file), encode = std::move(encode)] {
+  std::weak_ptr<PendingWrites> weak = pending_;
+  auto write = [file = std::move(file), encode = std::move(encode), weak] {
     try {
       writeFileAtomically(file, encode());
-    } catch (const std::exception&) {
+    } catch (const std::exception& error) {
       // A cache that cannot be written only costs a refetch later; the old file stays.
+      std::function<void(std::string_view)> report;
+      if (auto pending = weak.lock()) {
+        std::lock_guard guard(pending->mutex);
+        report = pending->report;
+      }
+      if (report) report(fmt::format("Could not write the tide cache {}: {}", file.string(), error.what()));
     }
   };
   {

@@ -70,6 +70,11 @@ class TideDiskCache {
 
   const std::filesystem::path& cacheDirectory() const noexcept { return directory_; }
 
+  // Who hears of a save that could not be written ("Could not write the tide cache <file>:
+  // <reason>"), or nobody (the default: such a save is dropped silently). Called on the thread
+  // of the write, which may be the destructor's; it must be safe to call until it is replaced.
+  void reportWriteFailures(std::function<void(std::string_view)> report);
+
   // Writes `data` with expiresAt = now + validity seconds.
   void saveTideData(const TideData& data, std::string_view key, double validitySeconds);
   // The stored entry with `distance` in place of the stored one.
@@ -94,8 +99,9 @@ class TideDiskCache {
   // writes the oldest; the destructor writes whatever no handler has taken.
   struct PendingWrites {
     std::mutex writing;  // held for a whole write, so writes happen one at a time, in order
-    std::mutex mutex;    // guards `queue`
+    std::mutex mutex;    // guards `queue` and `report`
     std::deque<std::function<void()>> queue;
+    std::function<void(std::string_view)> report;
     void writeOldest();
   };
 

@@ -55,6 +55,7 @@ class Services {
   const Geocoder& geocoder() const noexcept { return *geocoder_; }
   const std::string& languageCode() const noexcept { return languageCode_; }
   TideService& tides() noexcept { return *tides_; }
+  TideDiskCache& tideDiskCache() noexcept { return *tideDiskCache_; }
   // The embedded simulator's base URL, when one runs.
   std::optional<std::string> simulatorUrl() const;
 
