@@ -137,13 +137,4 @@ KeyValueSnapshot restoreKeyValueStoreFromSnapshot(std::string_view name, const K
   return std::move(*snapshot);
 }
 
-KeyValueSnapshot restoreKeyValueStoreFromLatestSnapshot(const KeyValueStore& standardDefaults,
-                                                        CloudKeyValueStore& cloud) {
-  auto snapshot = latestKeyValueSnapshot(standardDefaults);
-  if (!snapshot) throw std::runtime_error("no backup of the cloud key-value store has been made yet");
-  for (const auto& [key, value] : snapshot->values) cloud.setValue(key, value);
-  if (!cloud.synchronize()) throw std::runtime_error("the cloud key-value store could not be synchronized");
-  return std::move(*snapshot);
-}
-
 }  // namespace ombrine

@@ -66,13 +66,6 @@ struct KeyValueSnapshot {
 std::optional<KeyValueSnapshot> latestKeyValueSnapshot(const KeyValueStore& standardDefaults);
 std::optional<KeyValueSnapshot> previousKeyValueSnapshot(const KeyValueStore& standardDefaults);
 
-// Sets every key of the latest snapshot in the cloud store (keys the snapshot does not hold are
-// left as they are) and synchronises. Returns the snapshot restored. Raises std::runtime_error
-// when there is no snapshot or the cloud store could not be synchronised, PropertyListError
-// when the snapshot does not decode.
-KeyValueSnapshot restoreKeyValueStoreFromLatestSnapshot(const KeyValueStore& standardDefaults,
-                                                        CloudKeyValueStore& cloud);
-
 // A backup the user can restore: "latest" and "previous" name the daily snapshots.
 struct NamedKeyValueSnapshot {
   std::string name;
