@@ -324,27 +324,19 @@ std::vector<Trip> byStart(std::vector<Trip> trips) {
   return trips;
 }
 
-// Adds or replaces the trip `id` as `validated` makes it against the trips as stored now, under
-// the store's lock, and stores the list as the rules keep it after the change. Trips other runs
-// saved meanwhile stay; a trip another run removed meanwhile is NoSuchTrip.
-void store(Stores& stores, const Uuid& id, const std::function<Trip(const std::vector<Trip>&)>& validated,
+// Saves the trip `id` as `validated` makes it against the trips as stored now, and the list as
+// the rules keep it after the change (TripStore::saveChecked). Returns the trip as stored.
+Trip store(Stores& stores, const Uuid& id, const std::function<Trip(const std::vector<Trip>&)>& validated,
            const std::optional<Location>& home, const TripCalendar& calendar) {
-  const bool adding = !stores.trips.trip(id).has_value();
-  stores.trips.update([&](std::vector<Trip>& trips) {
-    const auto found = std::find_if(trips.begin(), trips.end(), [&](const Trip& trip) { return trip.id == id; });
-    if (found == trips.end() && !adding) throw NoSuchTrip(fmt::format("the trip {} was removed meanwhile", id.text()));
-    std::vector<Trip> others;
-    for (const Trip& trip : trips) {
-      if (trip.id != id) others.push_back(trip);
-    }
-    const Trip changed = validated(others);
-    if (found == trips.end()) {
-      trips.push_back(changed);
-    } else {
-      *found = changed;
-    }
-    trips = normalizedTrips(trips, home, calendar);
-  });
+  const bool editing = stores.trips.trip(id).has_value();
+  const std::function<std::vector<Trip>(std::vector<Trip>)> normalize = [&](std::vector<Trip> trips) {
+    return normalizedTrips(trips, home, calendar);
+  };
+  try {
+    return stores.trips.saveChecked(id, editing, validated, normalize);
+  } catch (const TripRemovedError& error) {
+    throw NoSuchTrip(error.what());
+  }
 }
 
 // Times on both ends or on neither: a trip is timed or all-day as a whole.
@@ -386,12 +378,9 @@ int add(const AddOptions& options) {
     return validateNewTrip(request, home, current, now(), calendar, id);
   };
   // The rules first against what this run read, so a refused trip needs no lock.
-  Trip trip = validated(existing);
-  store(stores, trip.id, validated, home, calendar);
+  validated(existing);
   // As stored: an inferred end may have become the next trip's arrival.
-  for (const Trip& stored : stores.trips.trips()) {
-    if (stored.id == trip.id) trip = stored;
-  }
+  const Trip trip = store(stores, id, validated, home, calendar);
   std::cout << fmt::format("Added trip to {} ({}), id {}\n", trip.destination.shownName(), spanText(trip),
                            trip.id.text());
   return 0;
@@ -510,11 +499,8 @@ int edit(const EditOptions& options) {
       return validateNewTrip(request, home, current, now(), calendar, original.id);
     };
   }
-  Trip edited = validated(existing);
-  store(stores, original.id, validated, home, calendar);
-  for (const Trip& stored : stores.trips.trips()) {
-    if (stored.id == edited.id) edited = stored;
-  }
+  validated(existing);
+  const Trip edited = store(stores, original.id, validated, home, calendar);
   std::cout << fmt::format("Changed trip to {} ({}), id {}\n", edited.destination.shownName(), spanText(edited),
                            edited.id.text());
   return 0;

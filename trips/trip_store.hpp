@@ -20,6 +20,7 @@
 
 #include <functional>
 #include <optional>
+#include <stdexcept>
 #include <string_view>
 #include <vector>
 
@@ -28,6 +29,12 @@
 #include "trips/trip.hpp"
 
 namespace ombrine {
+
+// The trip an edit was for is no longer stored: another process removed it.
+class TripRemovedError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
 
 class TripStore {
  public:
@@ -52,6 +59,14 @@ class TripStore {
   void save(const Trip& trip);
   // Removes the trip with this id; false when there was none.
   bool remove(const Uuid& id);
+
+  // Adds the trip `id`, or replaces it where it stands, as `make` builds it from the other trips
+  // as stored now (it applies the trip rules, and may raise to refuse), then stores the list as
+  // `normalize` returns it; all of it under the store's lock, so trips other processes saved
+  // meanwhile stay. Returns the trip as stored. With `mustExist`, a trip removed meanwhile raises
+  // TripRemovedError. Raises as `update` does; nothing is written then.
+  Trip saveChecked(const Uuid& id, bool mustExist, const std::function<Trip(const std::vector<Trip>& others)>& make,
+                   const std::function<std::vector<Trip>(std::vector<Trip>)>& normalize);
 
   // True on the thread that is applying an external change, while it does.
   bool isApplyingExternalKeyValueStoreUpdate() const { return store_.isApplyingExternalKeyValueStoreUpdate(); }
