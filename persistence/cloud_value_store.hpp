@@ -109,7 +109,7 @@ class CloudValueStore {
       changeMemory([&](T& value) { change(value); });
       return;
     }
-    std::lock_guard writing(writeMutex_);
+    std::unique_lock writing(writeMutex_);
     std::optional<T> outcome;
     std::optional<std::string> encodingFailure;
     const CloudKeyValueStore::ValueChange keyed =
@@ -130,7 +130,15 @@ class CloudValueStore {
     };
     cloud_.changeValue(codec_.key, keyed);
     if (encodingFailure) logf("\"{}\" could not be encoded: {}", codec_.key, *encodingFailure);
-    changeMemory([&](T& value) { value = std::move(*outcome); });
+    // Memory in the order of the writes; observers after the lock, so they may change it in turn.
+    bool changed = false;
+    {
+      std::lock_guard guard(state_->mutex);
+      changed = !(state_->value == *outcome);
+      if (changed) state_->value = *outcome;
+    }
+    writing.unlock();
+    if (changed) notify(*outcome);
   }
 
   [[nodiscard]] Observation observe(Observer observer) {
