@@ -128,7 +128,11 @@ void showLatest() {
   }
   std::cout << fmt::format("Written:   {}\n", iso8601String(*modified));
   if (!cached) {
-    std::cout << fmt::format("Unreadable ({}); the next forecast replaces it.\n", problem);
+    // Only a file can be replaced; a folder there blocks every write until it is removed.
+    const bool replaceable = !std::filesystem::is_directory(latestWeatherFile());
+    std::cout << fmt::format("Unreadable ({}); {}.\n", problem,
+                             replaceable ? "the next forecast replaces it"
+                                         : "nothing can be cached until it is removed");
     return;
   }
   std::cout << fmt::format("Place:     {} ({:.4f}, {:.4f}){}\n", cached->name, cached->location.latitude(),

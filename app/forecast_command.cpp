@@ -26,6 +26,7 @@
 #include "platform/http_client.hpp"
 #include "platform/linux/network_path.hpp"
 #include "platform/log.hpp"
+#include "tides/tide_disk_cache.hpp"
 #include "wiring/fetch_pipeline.hpp"
 
 namespace ombrine::app {
@@ -208,6 +209,7 @@ int run(const ForecastOptions& options) {
   ServicesOptions servicesOptions;
   if (!options.provider.empty()) servicesOptions.dataSource = weatherDataSourceNamed(options.provider);
   servicesOptions.watchSyncedStore = options.watch;
+  servicesOptions.requireReadableSyncedStore = false;  // a forecast still shows with unreadable settings
   ProgramServices services(std::move(servicesOptions));
   const WeatherDataSource source = services->providerSettings().dataSource();
   timings.mark("startup");
@@ -223,6 +225,8 @@ int run(const ForecastOptions& options) {
 
   ContentView::Hooks hooks;
   if (chatty) {
+    // Global logging, not the printer: the last tide save may be written as Services goes.
+    services->tideDiskCache().reportWriteFailures([](std::string_view line) { logf("ombrine: {}", line); });
     hooks.trace = [&printer](std::string_view line) { printer.line(line); };
     hooks.log = [&printer](std::string_view line) { printer.line(line); };
   } else {

@@ -313,6 +313,9 @@ void report(const char* name, Run run) {
   } catch (const FileError& error) {
     logf("ombrine places {}: a file cannot be read or written: {}", name, error.what());
     setExitCode(1);
+  } catch (const CloudStoreQuotaError& error) {
+    logf("ombrine places {}: {}", name, error.what());
+    setExitCode(1);
   }
 }
 

@@ -129,7 +129,6 @@ int set(const Options& options) {
   const SettingsField& field = fieldNamed(options.key);
   const StoreValue value = parsed(field, options.value);
   ProgramServices services;
-  SettingsStore& store = services->settings();
   if (field.key == "preferredWeatherProvider") {
     Settings chosen;
     field.read(value, chosen);
@@ -141,11 +140,7 @@ int set(const Options& options) {
            weatherDataSourceName(chosen.preferredWeatherProvider));
     }
   } else {
-    store.update([&](Settings& settings) { field.read(value, settings); });
-  }
-  if (!store.flush()) {
-    logf("ombrine settings set: the setting is kept on this machine; the sync folder could not be written");
-    return 1;
+    services->settings().write(field, value);
   }
   return 0;
 }
@@ -164,55 +159,64 @@ boost::json::value snapshotJson(const std::optional<KeyValueSnapshot>& snapshot)
   return out;
 }
 
-std::string_view outcomeText(KeyValueBackupOutcome outcome) {
-  switch (outcome) {
-    case KeyValueBackupOutcome::alreadyBackedUpToday: return "already backed up today";
-    case KeyValueBackupOutcome::emptyStore: return "the cloud store is empty; the snapshots are kept as they are";
-    case KeyValueBackupOutcome::serializationFailed: return "the cloud store could not be serialised; nothing changed";
-    case KeyValueBackupOutcome::backedUp: return "backed up";
-  }
-  return "";
+// "20261124T171900Z": the default name of a backup, its moment in UTC.
+std::string backupNameOf(Date date) {
+  std::string text = iso8601String(date, false);  // 2026-11-24T17:19:00Z
+  std::erase(text, '-');
+  std::erase(text, ':');
+  return text;
 }
 
+void printSnapshotRow(std::string_view name, const KeyValueSnapshot& snapshot) {
+  std::cout << fmt::format("{:<24}{}  {} keys, {} bytes\n", name, dateText(snapshot.date), snapshot.values.size(),
+                           snapshot.byteCount);
+}
+
+// `settings backup [NAME]`: a backup of the synced store now, named NAME (default: its UTC time).
 int backup(const Options& options) {
-  // Opening the stores runs the daily backup; this runs it again to learn its outcome, which is
-  // then "already backed up today" unless the first run could not write.
   ProgramServices services;
-  FileCloudKeyValueStore& cloud = services->syncedStore();
-  FileKeyValueStore& defaults = services->standardDefaults();
-  const auto outcome =
-      backupKeyValueStoreIfNeeded(Date::fromSystem(services->clock().now()), TimeZone::current(), cloud, defaults);
-  const auto latest = latestKeyValueSnapshot(defaults);
-  const auto previous = previousKeyValueSnapshot(defaults);
+  const Date now = Date::fromSystem(services->clock().now());
+  const std::string name = options.key.empty() ? backupNameOf(now) : options.key;
+  if (!isValidBackupName(name)) throw UsageError(fmt::format("\"{}\" cannot name a backup: use letters, digits, "
+                                                             "'-', '_' or '.' (not latest or previous)", name));
+  const KeyValueSnapshot taken = backupKeyValueStoreNamed(name, now, services->syncedStore(), services->standardDefaults());
   if (options.json) {
-    boost::json::object out;
-    out["latest"] = snapshotJson(latest);
-    out["previous"] = snapshotJson(previous);
+    boost::json::object out = snapshotJson(taken).as_object();
+    out["name"] = name;
     std::cout << serializeJson(out) << "\n";
     return 0;
   }
-  if (outcome != KeyValueBackupOutcome::alreadyBackedUpToday) std::cout << outcomeText(outcome) << "\n";
-  auto row = [](std::string_view label, const std::optional<KeyValueSnapshot>& snapshot) {
-    if (!snapshot) {
-      std::cout << fmt::format("{:<10}none\n", label);
-      return;
-    }
-    std::cout << fmt::format("{:<10}{}  {} keys, {} bytes\n", label, dateText(snapshot->date), snapshot->values.size(),
-                             snapshot->byteCount);
-  };
-  row("latest", latest);
-  row("previous", previous);
+  std::cout << fmt::format("backed up {} keys as {}; restore with: ombrine settings restore {}\n", taken.values.size(),
+                           name, name);
   return 0;
 }
 
+// `settings restore`: the backups kept; `settings restore NAME`: writes that one's keys back.
 int restore(const Options& options) {
   ProgramServices services;
-  FileCloudKeyValueStore& cloud = services->syncedStore();
-  const KeyValueSnapshot restored = restoreKeyValueStoreFromLatestSnapshot(services->standardDefaults(), cloud);
+  if (options.key.empty()) {
+    const auto snapshots = keyValueSnapshots(services->standardDefaults());
+    if (options.json) {
+      boost::json::array out;
+      for (const NamedKeyValueSnapshot& kept : snapshots) {
+        boost::json::object row = snapshotJson(kept.snapshot).as_object();
+        row["name"] = kept.name;
+        out.push_back(std::move(row));
+      }
+      std::cout << serializeJson(out) << "\n";
+      return 0;
+    }
+    if (snapshots.empty()) std::cout << "no backups yet; take one with: ombrine settings backup [NAME]\n";
+    for (const NamedKeyValueSnapshot& kept : snapshots) printSnapshotRow(kept.name, kept.snapshot);
+    if (!snapshots.empty()) std::cout << "restore one with: ombrine settings restore NAME\n";
+    return 0;
+  }
+  const KeyValueSnapshot restored = restoreKeyValueStoreFromSnapshot(options.key, services->standardDefaults(), services->syncedStore());
   if (options.json) {
     std::cout << serializeJson(snapshotJson(restored)) << "\n";
   } else {
-    std::cout << fmt::format("restored {} keys from the snapshot of {}\n", restored.values.size(), dateText(restored.date));
+    std::cout << fmt::format("restored {} keys from the backup {} of {}\n", restored.values.size(), options.key,
+                             dateText(restored.date));
   }
   return 0;
 }
@@ -257,13 +261,15 @@ void addSettingsCommand(CLI::App& app) {
   setCommand->callback([options] { report("set", [&] { return set(*options); }); });
 
   CLI::App* backupCommand = settings->add_subcommand(
-      "backup", "Make today's local backup of the synced store (once a day) and show the snapshots");
-  backupCommand->add_flag("--json", options->json, "Print the snapshots as JSON");
+      "backup", "Take a local backup of the synced store now (besides the daily one every command makes)");
+  backupCommand->add_option("name", options->key, "Its name (default: its UTC time, e.g. 20261124T171900Z)");
+  backupCommand->add_flag("--json", options->json, "Print the backup taken as JSON");
   backupCommand->callback([options] { report("backup", [&] { return backup(*options); }); });
 
-  CLI::App* restoreCommand =
-      settings->add_subcommand("restore", "Write the latest backup snapshot back into the synced store");
-  restoreCommand->add_flag("--json", options->json, "Print what was restored as JSON");
+  CLI::App* restoreCommand = settings->add_subcommand(
+      "restore", "List the backups; with NAME write that backup's keys back into the synced store");
+  restoreCommand->add_option("name", options->key, "A backup's name, or latest / previous for the daily ones");
+  restoreCommand->add_flag("--json", options->json, "Print the backups, or what was restored, as JSON");
   restoreCommand->callback([options] { report("restore", [&] { return restore(*options); }); });
 }
 

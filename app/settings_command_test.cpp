@@ -7,9 +7,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
 #include <string>
 
 #include <boost/json.hpp>
@@ -21,10 +25,16 @@ namespace fs = std::filesystem;
 
 class StoreCommandsTest : public testing::Test {
  protected:
-  // Runs the program with `arguments` (shell words) in the test's sandbox.
-  ProgramRun run(const std::string& arguments) const { return sandbox_.run(OMBRINE_PROGRAM, arguments); }
+  // Runs the program with `arguments` (shell words) in the test's sandbox, the synced store in
+  // its default place inside the container. `asNobody`: as user nobody (the test runs as root).
+  ProgramRun run(const std::string& arguments, bool asNobody = false) const {
+    const std::string program =
+        std::string(asNobody ? "setpriv --reuid=65534 --regid=65534 --clear-groups " : "") + OMBRINE_PROGRAM;
+    return sandbox_.run(program, arguments, "OMBRINE_SYNC_DIR=");
+  }
 
   ProgramSandbox sandbox_{"ombrine-store-commands"};
+  const fs::path container_ = sandbox_.container();
 };
 
 TEST_F(StoreCommandsTest, SettingsSetGetAndErrors) {
@@ -88,15 +98,97 @@ TEST_F(StoreCommandsTest, PlacesSaveListHomeRemoveAndBackup) {
   EXPECT_EQ(saved["favorites"].as_array().size(), 1u);
   EXPECT_FALSE(saved["home"].is_null());  // removing a saved place leaves home alone
 
-  // Every run opens the stores and so makes the day's backup: the first found the store empty
-  // and made none, the second backed up the list holding Bergen alone. Restoring brings it back.
-  ProgramRun backup = run("settings backup --json");
+  // A backup taken now holds what changed since the day's first snapshot; restoring it after an
+  // experiment brings that state back.
+  ProgramRun backup = run("settings backup before-experiment --json");
   ASSERT_EQ(backup.exitCode, 0);
-  EXPECT_EQ(boost::json::parse(backup.out).as_object().at("latest").as_object().at("keyCount"), 1);
-  EXPECT_EQ(run("settings restore").exitCode, 0);
+  EXPECT_EQ(boost::json::parse(backup.out).as_object().at("keyCount"), 2);  // favorites and home
+  EXPECT_EQ(run("settings backup latest").exitCode, 2);
+  const std::string fiji(saved["favorites"].as_array()[0].as_object().at("id").as_string());
+  ASSERT_EQ(run("places remove " + fiji).exitCode, 0);
+  const ProgramRun listed = run("settings restore --json");
+  ASSERT_EQ(listed.exitCode, 0);
+  bool named = false;
+  const boost::json::value backups = boost::json::parse(listed.out);
+  for (const auto& row : backups.as_array()) named = named || row.at("name") == "before-experiment";
+  EXPECT_TRUE(named) << listed.out;
+  EXPECT_EQ(run("settings restore nosuch").exitCode, 1);
+  EXPECT_EQ(run("settings restore before-experiment").exitCode, 0);
   saved = boost::json::parse(run("places list --json").out).as_object();
   ASSERT_EQ(saved["favorites"].as_array().size(), 1u);
-  EXPECT_EQ(saved["favorites"].as_array()[0].as_object().at("displayName"), "Rainy");
+  EXPECT_EQ(saved["favorites"].as_array()[0].as_object().at("timeZone"), "Pacific/Fiji");
+}
+
+// Moving a trip to another place keeps what the user called it and its symbol; the trip list
+// written by the edit still holds a trip another run added.
+TEST_F(StoreCommandsTest, TripsEditMovesThePlaceKeepingNameAndSymbol) {
+  ASSERT_EQ(run("places home --at 48.85,2.35").exitCode, 0);
+  ASSERT_EQ(run("trips add Rome --from 2031-03-01 --to 2031-03-05 --name Weekend --symbol tram").exitCode, 0);
+  ASSERT_EQ(run("trips add Oslo --from 2031-04-01").exitCode, 0);
+  ASSERT_EQ(run("trips edit weekend --place Milan").exitCode, 0);
+  const auto trips = boost::json::parse(run("trips list --json").out).as_array();
+  ASSERT_EQ(trips.size(), 2u);
+  const auto& destination = trips[0].at("trip").at("destination").as_object();
+  EXPECT_EQ(destination.at("name"), "Milan");
+  EXPECT_EQ(destination.at("displayName"), "Weekend");
+  EXPECT_EQ(destination.at("symbolName"), "tram");
+}
+
+// Every way the stores and caches can refuse a write, as a user meets them: the command's exit
+// code and what it says. A refused write is never confirmed: one line on stderr and exit 1. A
+// cache that cannot be written never fails the forecast, and -v names it.
+TEST_F(StoreCommandsTest, UnwritableCorruptAndMisplacedFiles) {
+  const fs::path synced = container_ / "Library" / "Synced Preferences";
+  const fs::path store = synced / "ubiquitous-key-value-store.json";
+  const fs::path caches = container_ / "Library" / "Caches";
+  struct Row {
+    const char* name;
+    std::function<void()> arrange;
+    bool asNobody;  // root reads a mode-000 file anyway
+    const char* arguments;
+    int exitCode;
+    const char* stderrHas;
+    bool oneLine;
+  };
+  const auto directoryStore = [&] { fs::create_directories(store); };
+  const auto lockedStore = [&] {
+    fs::create_directories(synced);
+    std::ofstream(store) << "{}";
+    fs::permissions(store, fs::perms::none);
+  };
+  const Row rows[] = {
+      {"store is a folder", directoryStore, false, "places save --at 1,2", 1, "Is a directory", true},
+      {"store is a folder", directoryStore, false, "settings set hideTides true", 1, "Is a directory", true},
+      {"store is a folder", directoryStore, false, "trips add Paris --from 2030-01-01", 1, "Is a directory", true},
+      {"store is mode 000", lockedStore, true, "places save --at 1,2", 1, "Permission denied", true},
+      {"store is mode 000", lockedStore, true, "settings set hideTides true", 1, "Permission denied", true},
+      {"store is garbage", [&] { fs::create_directories(synced); std::ofstream(store) << "{\"favorites\": tru"; },
+       false, "places save --at 1,2", 0, "kept aside", true},
+      {"weather cache is a folder", [&] { fs::create_directories(caches / "latestWeatherCache"); }, false,
+       "--services sim forecast Boston -v", 0, "Could not write the weather cache", false},
+      {"tide predictions file is a folder", [&] { fs::create_directories(caches / "Tides" / "noaa_8443970.json"); },
+       false, "--services sim forecast Boston -v", 0, "Could not write the tide cache", false},
+      {"caches folder is a file", [&] { fs::create_directories(caches.parent_path()); std::ofstream(caches) << "x"; },
+       false, "--services sim forecast Boston", 0, "nothing is cached", true},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(std::string(row.name) + ": " + row.arguments);
+    fs::remove_all(container_);
+    fs::create_directories(container_);
+    row.arrange();
+    if (row.asNobody) {
+      if (::geteuid() != 0) continue;
+      for (const auto& entry : fs::recursive_directory_iterator(container_)) {
+        if (entry.is_directory()) fs::permissions(entry.path(), fs::perms::all);
+      }
+      fs::permissions(container_, fs::perms::all);
+      fs::permissions(sandbox_.root(), fs::perms::all);
+    }
+    const ProgramRun result = run(row.arguments, row.asNobody);
+    EXPECT_EQ(result.exitCode, row.exitCode) << result.err;
+    EXPECT_NE(result.err.find(row.stderrHas), std::string::npos) << result.err;
+    if (row.oneLine) EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+  }
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 
@@ -57,6 +58,25 @@ TEST(TidesCommandTest, JsonIsTheTideRecord) {
   EXPECT_GT(data.distance, 0.0);
   EXPECT_FALSE(data.extremes.empty());
   EXPECT_TRUE(std::is_sorted(data.chartPoints.begin(), data.chartPoints.end(), tideChartPointLess));
+}
+
+// Cold runs, each in a container of its own: the run caches both the station catalogue and the
+// predictions it showed (the predictions, saved last, were once lost when the run ended).
+TEST(TidesCommandTest, EveryColdRunCachesTheCatalogueAndThePredictions) {
+  const std::filesystem::path root =
+      std::filesystem::temp_directory_path() / ("ombrine-tides-cold-" + std::to_string(::getpid()));
+  for (int run = 0; run < 4; ++run) {
+    SCOPED_TRACE(run);
+    std::filesystem::remove_all(root);
+    const std::string command = "OMBRINE_CONTAINER=" + root.string() + " XDG_CONFIG_HOME=" + root.string() +
+                                "/config XDG_CACHE_HOME=" + root.string() + "/cache " OMBRINE_PROGRAM
+                                " --services sim tides Boston >/dev/null 2>&1";
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    const std::filesystem::path tides = root / "Library" / "Caches" / "Tides";
+    EXPECT_TRUE(std::filesystem::exists(tides / "noaaStations.json"));
+    EXPECT_TRUE(std::filesystem::exists(tides / "noaa_8443970.json"));
+  }
+  std::filesystem::remove_all(root);
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 
 #include "app/commands.hpp"
 #include "app/global_options.hpp"
+#include "app/global_options.hpp"
 #include "app/trips_hourly_command.hpp"
 #include "core/errors.hpp"
 #include "core/geo_naming.hpp"
@@ -81,6 +82,9 @@ struct Stores {
   HomeStore& home = services.home();
 
   Date now() { return Date::fromSystem(services.clock().now()); }
+};
+  TripStore trips{cloud};
+  HomeStore home{cloud};
 };
 
 CivilDay parseDay(const std::string& text, const char* what) {
@@ -287,9 +291,15 @@ std::vector<Trip> byStart(std::vector<Trip> trips) {
   return trips;
 }
 
-// Stores the list as the rules keep it after a change.
-void store(Stores& stores, std::vector<Trip> trips, const std::optional<Location>& home, const TripCalendar& calendar) {
-  stores.trips.setTrips(normalizedTrips(trips, home, calendar));
+// Saves the trip `id` as `validated` makes it against the trips as stored now, and the list as
+// the rules keep it after the change (TripStore::saveChecked). Returns the trip as stored.
+Trip store(Stores& stores, const Uuid& id, const std::function<Trip(const std::vector<Trip>&)>& validated,
+           const std::optional<Location>& home, const TripCalendar& calendar) {
+  const bool editing = stores.trips.trip(id).has_value();
+  const std::function<std::vector<Trip>(std::vector<Trip>)> normalize = [&](std::vector<Trip> trips) {
+    return normalizedTrips(trips, home, calendar);
+  };
+  return stores.trips.saveChecked(id, editing, validated, normalize);
 }
 
 // Times on both ends or on neither: a trip is timed or all-day as a whole.
@@ -319,22 +329,20 @@ int add(const AddOptions& options) {
     // The geocoder's data is opened only when the first rule has passed.
     destination = resolvePlace(options.place, stores.services.geocoder());
   }
-  Trip trip;
-  if (timed) {
-    const NewTimedTripRequest request{destination, arrival.day, *arrival.time, timedDeparture};
-    trip = validateNewTimedTrip(request, home, existing, stores.now(), calendar, Uuid::random());
-  } else {
+  const Uuid id = Uuid::random();
+  const std::function<Trip(const std::vector<Trip>&)> validated = [&](const std::vector<Trip>& current) {
+    if (timed) {
+      const NewTimedTripRequest request{destination, arrival.day, *arrival.time, timedDeparture};
+      return validateNewTimedTrip(request, home, current, stores.now(), calendar, id);
+    }
     const NewTripRequest request{destination, calendar.date(first),
                                  last ? std::optional(calendar.date(*last)) : std::nullopt};
-    trip = validateNewTrip(request, home, existing, stores.now(), calendar, Uuid::random());
-  }
-  std::vector<Trip> trips = existing;
-  trips.push_back(trip);
-  store(stores, trips, home, calendar);
+    return validateNewTrip(request, home, current, stores.now(), calendar, id);
+  };
+  // The rules first against what this run read, so a refused trip needs no lock.
+  validated(existing);
   // As stored: an inferred end may have become the next trip's arrival.
-  for (const Trip& stored : stores.trips.trips()) {
-    if (stored.id == trip.id) trip = stored;
-  }
+  const Trip trip = store(stores, id, validated, home, calendar);
   std::cout << fmt::format("Added trip to {} ({}), id {}\n", trip.destination.shownName(), spanText(trip),
                            trip.id.text());
   return 0;
@@ -403,6 +411,7 @@ int edit(const EditOptions& options) {
   std::optional<TripLocation> destination = original.destination;
   if (movesPlace && home) {
     destination = resolvePlace(options.place, stores.services.geocoder());
+    if (destination) destination = movedDestination(original.destination, *destination);
   }
   if (destination) {
     if (options.clearName) destination->displayName.reset();
@@ -417,7 +426,7 @@ int edit(const EditOptions& options) {
   // stays what it was.
   const bool timed = (newFrom && newFrom->time) || (newTo && newTo->time) ||
                      (original.dates.hasTimes && !(newFrom && !newFrom->time) && !(newTo && !newTo->time));
-  Trip edited;
+  std::function<Trip(const std::vector<Trip>&)> validated;
   if (timed) {
     // Ends the user does not change keep their wall clock at the destination.
     const TimeZone& zone = destination ? destination->timeZone : original.destination.timeZone;
@@ -437,7 +446,9 @@ int edit(const EditOptions& options) {
     }
     NewTimedTripRequest request{destination, arrival.day, *arrival.time, departureOf(departure, true)};
     request.keepsStart = !newFrom;
-    edited = validateNewTimedTrip(request, home, existing, stores.now(), calendar, original.id);
+    validated = [=, &calendar, &stores](const std::vector<Trip>& current) {
+      return validateNewTimedTrip(request, home, current, stores.now(), calendar, original.id);
+    };
   } else {
     // Days the user does not change stay the trip's own days of its destination.
     const auto [oldFirst, oldLast] = tripDays(original);
@@ -445,14 +456,12 @@ int edit(const EditOptions& options) {
     const CivilDay last = newTo ? newTo->day : oldLast;
     NewTripRequest request{destination, calendar.date(first), calendar.date(last)};
     request.keepsStart = !newFrom;
-    edited = validateNewTrip(request, home, existing, stores.now(), calendar, original.id);
+    validated = [=, &calendar, &stores](const std::vector<Trip>& current) {
+      return validateNewTrip(request, home, current, stores.now(), calendar, original.id);
+    };
   }
-  std::vector<Trip> trips = existing;
-  std::replace_if(trips.begin(), trips.end(), [&](const Trip& trip) { return trip.id == original.id; }, edited);
-  store(stores, trips, home, calendar);
-  for (const Trip& stored : stores.trips.trips()) {
-    if (stored.id == edited.id) edited = stored;
-  }
+  validated(existing);
+  const Trip edited = store(stores, original.id, validated, home, calendar);
   std::cout << fmt::format("Changed trip to {} ({}), id {}\n", edited.destination.shownName(), spanText(edited),
                            edited.id.text());
   return 0;
@@ -486,8 +495,14 @@ void report(const char* name, Run run) {
   } catch (const AmbiguousTrip& error) {
     logf("ombrine trips {}: {}", name, error.what());
     setExitCode(2);
+  } catch (const TripRemovedError& error) {
+    logf("ombrine trips {}: {}", name, error.what());
+    setExitCode(1);
   } catch (const FileError& error) {
     logf("ombrine trips {}: the trips cannot be read or written: {}", name, error.what());
+    setExitCode(1);
+  } catch (const CloudStoreQuotaError& error) {
+    logf("ombrine trips {}: {}", name, error.what());
     setExitCode(1);
   }
 }

@@ -52,6 +52,12 @@ class DeviceCloudStore final : public CloudKeyValueStore {
     return true;
   }
   std::shared_ptr<void> observeExternalChanges(Observer) override { return nullptr; }
+  std::optional<StoreValue> changeValue(std::string_view key, const ValueChange& change) override {
+    std::optional<StoreValue> next = change(value(key));
+    setValue(key, next);
+    synchronize();
+    return next;
+  }
   const std::shared_ptr<Cloud>& cloud() const { return cloud_; }
 
  private:

@@ -69,8 +69,9 @@ struct PlacedWeather {
 // The latest-weather cache shared by the processes of the container, and its two verdicts.
 //
 // `latest` and the verdicts may block briefly on a file read and are called from the pipeline's
-// serial context. `storeLatest` merges the record into the cache and raises only
-// CancellationError (a disk that refuses the write is the cache's own business).
+// serial context. `storeLatest` merges the record into the cache; it raises CancellationError,
+// or the failure of a disk that refused the write (the record is still shown: the pipeline names
+// the failure in its log and goes on).
 class LatestWeatherStore {
  public:
   virtual ~LatestWeatherStore() = default;

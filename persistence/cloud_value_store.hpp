@@ -2,10 +2,12 @@
 // One published value kept as JSON data under one key of the cloud key-value store: the pattern
 // of the favourites, home and trip stores.
 //
-// Write-through: `setValue`/`update` change memory, then (unless an external change is being
-// applied on this thread, see below) encode the value, set it in the cloud store as data, and
-// synchronise at once. An encoding failure is logged and leaves the cloud store as it was; the
-// value in memory stays changed. Setting a value equal to the current one does nothing.
+// Write-through: `setValue`/`update` are one keyed read-merge-write of the cloud store (see
+// `update`): the change applies to the value as stored now, under the store's lock across
+// processes, and is on disk before they return, so processes that change the same value at once
+// never lose each other's changes. A failure to write raises, with memory left as it was. An
+// encoding failure is logged and leaves the cloud store as it was; the value in memory takes the
+// change. Setting a value equal to the stored one writes nothing.
 //
 // External change: when the cloud store reports keys changed elsewhere and they include this
 // store's key, the stored data is read and decoded and assigned to memory without being written
@@ -92,37 +94,51 @@ class CloudValueStore {
     update([&](T& value) { value = std::move(next); });
   }
 
-  // Changes the value in place, atomically with respect to other setters of this process.
+  // Changes the value in place as one keyed read-merge-write of the cloud store
+  // (CloudKeyValueStore::changeValue): `change` is applied to the value as the store holds it
+  // now, under its lock across processes, and the result is on disk when this returns; memory
+  // then holds that result. A stored value that does not decode (or a missing key without
+  // `absent`) gives way to the value in memory, and the result overwrites it. While an external
+  // change is being applied on this thread, only memory changes.
+  // Raises what `change` raises, FileError when the store cannot be read or written, and
+  // CloudStoreQuotaError; memory and store are then as they were. An encoding failure is logged
+  // and leaves the store as it was; memory takes the change.
   void update(const std::function<void(T&)>& change) {
     // Only this thread sets or clears its own applying mark, so the answer holds throughout.
-    const bool applying = isApplyingExternalKeyValueStoreUpdate();
-    std::unique_lock writing(writeMutex_, std::defer_lock);
-    if (!applying) writing.lock();
-    T changed;
+    if (isApplyingExternalKeyValueStoreUpdate()) {
+      changeMemory([&](T& value) { change(value); });
+      return;
+    }
+    std::unique_lock writing(writeMutex_);
+    std::optional<T> outcome;
+    std::optional<std::string> encodingFailure;
+    const CloudKeyValueStore::ValueChange keyed =
+        [&](const std::optional<StoreValue>& stored) -> std::optional<StoreValue> {
+      T current = storedOrMemory(stored);
+      T next = current;
+      change(next);
+      outcome = next;
+      if (next == current) return stored;
+      try {
+        auto bytes = codec_.encode(next);
+        if (!bytes) return std::nullopt;
+        return StoreValue{StoreData{std::move(*bytes)}};
+      } catch (const std::exception& error) {
+        encodingFailure = error.what();
+        return stored;
+      }
+    };
+    cloud_.changeValue(codec_.key, keyed);
+    if (encodingFailure) logf("\"{}\" could not be encoded: {}", codec_.key, *encodingFailure);
+    // Memory in the order of the writes; observers after the lock, so they may change it in turn.
+    bool changed = false;
     {
       std::lock_guard guard(state_->mutex);
-      T next = state_->value;
-      change(next);
-      if (next == state_->value) return;
-      state_->value = next;
-      changed = std::move(next);
+      changed = !(state_->value == *outcome);
+      if (changed) state_->value = *outcome;
     }
-    if (!applying) {
-      bool written = false;
-      try {
-        if (auto bytes = codec_.encode(changed)) {
-          cloud_.setValue(codec_.key, StoreValue{StoreData{std::move(*bytes)}});
-        } else {
-          cloud_.removeValue(codec_.key);
-        }
-        written = true;
-      } catch (const std::exception& error) {
-        logf("\"{}\" could not be encoded: {}", codec_.key, error.what());
-      }
-      writing.unlock();
-      if (written) cloud_.synchronize();
-    }
-    notify(changed);
+    writing.unlock();
+    if (changed) notify(*outcome);
   }
 
   [[nodiscard]] Observation observe(Observer observer) {
@@ -159,6 +175,44 @@ class CloudValueStore {
     // Text is accepted too: a hand-edited store may hold the JSON as a string.
     if (const auto* text = std::get_if<std::string>(&stored->value)) return *text;
     return std::string();  // another kind: fails to decode, and is logged as such
+  }
+
+  // The value as the store holds it, or memory's when it holds none that decodes.
+  T storedOrMemory(const std::optional<StoreValue>& stored) const {
+    std::optional<std::string> bytes;
+    if (stored) {
+      if (const auto* data = std::get_if<StoreData>(&stored->value)) {
+        bytes = data->bytes;
+      } else if (const auto* text = std::get_if<std::string>(&stored->value)) {
+        bytes = *text;
+      } else {
+        bytes = std::string();
+      }
+    }
+    if (bytes) {
+      try {
+        return codec_.decode(*bytes);
+      } catch (const std::exception& error) {
+        logf("Stored \"{}\" could not be decoded; the value in memory replaces it: {}", codec_.key, error.what());
+      }
+    } else if (codec_.absent) {
+      return *codec_.absent;
+    }
+    return value();
+  }
+
+  // Changes memory alone and tells the observers when the value moved.
+  void changeMemory(const std::function<void(T&)>& change) {
+    T changed;
+    {
+      std::lock_guard guard(state_->mutex);
+      T next = state_->value;
+      change(next);
+      if (next == state_->value) return;
+      state_->value = next;
+      changed = std::move(next);
+    }
+    notify(changed);
   }
 
   void applyExternalChange(const CloudStoreChange& change) {

@@ -5,9 +5,13 @@
 // (a wiped store) leaves the list in memory as it is, so the next change writes it back.
 // `HomeStore`: key "home", the JSON of one FavoriteLocation as data; no home removes the key,
 // and a removed key reads as no home.
-// Both follow CloudValueStore (persistence/cloud_value_store.hpp): write-through with an
-// immediate synchronize, external changes applied without writing back, decoding failures
-// logged with memory kept. Thread-safe; observers run after each change with the new value.
+// Both follow CloudValueStore (persistence/cloud_value_store.hpp): each change is a read-merge-
+// write of the stored value under the store's lock across processes, on disk when the call
+// returns (a save or removal of one place touches only that place, by id, so places saved by
+// other processes meanwhile survive); external changes applied without writing back, decoding
+// failures logged with memory kept. The changing members raise FileError when the store cannot
+// be read or written (and CloudStoreQuotaError), with memory and store as they were.
+// Thread-safe; observers run after each change with the new value.
 
 #include <optional>
 #include <string_view>

@@ -1,8 +1,11 @@
 #include "persistence/key_value_backup.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <stdexcept>
 #include <string>
+
+#include <fmt/format.h>
 
 #include "persistence/property_list.hpp"
 
@@ -25,6 +28,14 @@ std::optional<KeyValueSnapshot> snapshotAt(const KeyValueStore& store, std::stri
   auto* dictionary = std::get_if<StoreDictionary>(&decoded.value);
   if (dictionary == nullptr) throw PropertyListError("the snapshot is not a dictionary");
   return KeyValueSnapshot{std::move(*dictionary), dateAt(store, dateKey), data->bytes.size()};
+}
+
+constexpr std::string_view kNamedPrefix = "UbiquitousKeyValueStoreBackup.named.";
+constexpr std::string_view kSnapshotSuffix = ".snapshot";
+constexpr std::string_view kDateSuffix = ".date";
+
+std::string namedKey(std::string_view name, std::string_view suffix) {
+  return std::string(kNamedPrefix) + std::string(name) + std::string(suffix);
 }
 
 double localDay(Date date, const TimeZone& zone) {
@@ -70,10 +81,57 @@ std::optional<KeyValueSnapshot> previousKeyValueSnapshot(const KeyValueStore& st
   return snapshotAt(standardDefaults, KeyValueBackupKeys::previousSnapshot, KeyValueBackupKeys::previousDate);
 }
 
-KeyValueSnapshot restoreKeyValueStoreFromLatestSnapshot(const KeyValueStore& standardDefaults,
-                                                        CloudKeyValueStore& cloud) {
-  auto snapshot = latestKeyValueSnapshot(standardDefaults);
-  if (!snapshot) throw std::runtime_error("no backup of the cloud key-value store has been made yet");
+bool isValidBackupName(std::string_view name) {
+  if (name.empty() || name.size() > 64 || name == "latest" || name == "previous") return false;
+  return std::all_of(name.begin(), name.end(), [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_' ||
+           c == '.';
+  });
+}
+
+KeyValueSnapshot backupKeyValueStoreNamed(std::string_view name, Date now, const KeyValueStore& cloud,
+                                          KeyValueStore& standardDefaults) {
+  if (!isValidBackupName(name)) {
+    throw std::invalid_argument(fmt::format(
+        "\"{}\" cannot name a backup: use 1 to 64 letters, digits, '-', '_' or '.' (not latest or previous)", name));
+  }
+  StoreDictionary dictionary = cloud.dictionaryRepresentation();
+  if (dictionary.empty()) throw std::runtime_error("the synced store is empty; there is nothing to back up");
+  std::string bytes = encodeBinaryPropertyList(StoreValue{dictionary});
+  const std::size_t byteCount = bytes.size();
+  standardDefaults.setValue(namedKey(name, kSnapshotSuffix), StoreValue{StoreData{std::move(bytes)}});
+  standardDefaults.setValue(namedKey(name, kDateSuffix), stored(now));
+  return KeyValueSnapshot{std::move(dictionary), now, byteCount};
+}
+
+std::vector<NamedKeyValueSnapshot> keyValueSnapshots(const KeyValueStore& standardDefaults) {
+  std::vector<NamedKeyValueSnapshot> out;
+  for (const auto& [key, value] : standardDefaults.dictionaryRepresentation()) {
+    if (!key.starts_with(kNamedPrefix) || !key.ends_with(kSnapshotSuffix)) continue;
+    std::string name = key.substr(kNamedPrefix.size(), key.size() - kNamedPrefix.size() - kSnapshotSuffix.size());
+    if (auto snapshot = snapshotAt(standardDefaults, key, namedKey(name, kDateSuffix))) {
+      out.push_back(NamedKeyValueSnapshot{std::move(name), std::move(*snapshot)});
+    }
+  }
+  std::stable_sort(out.begin(), out.end(), [](const NamedKeyValueSnapshot& a, const NamedKeyValueSnapshot& b) {
+    return a.snapshot.date < b.snapshot.date;
+  });
+  if (auto previous = previousKeyValueSnapshot(standardDefaults)) out.push_back({"previous", std::move(*previous)});
+  if (auto latest = latestKeyValueSnapshot(standardDefaults)) out.push_back({"latest", std::move(*latest)});
+  return out;
+}
+
+KeyValueSnapshot restoreKeyValueStoreFromSnapshot(std::string_view name, const KeyValueStore& standardDefaults,
+                                                  CloudKeyValueStore& cloud) {
+  std::optional<KeyValueSnapshot> snapshot;
+  if (name == "latest") {
+    snapshot = latestKeyValueSnapshot(standardDefaults);
+  } else if (name == "previous") {
+    snapshot = previousKeyValueSnapshot(standardDefaults);
+  } else if (isValidBackupName(name)) {
+    snapshot = snapshotAt(standardDefaults, namedKey(name, kSnapshotSuffix), namedKey(name, kDateSuffix));
+  }
+  if (!snapshot) throw std::runtime_error(fmt::format("no backup is named \"{}\"", name));
   for (const auto& [key, value] : snapshot->values) cloud.setValue(key, value);
   if (!cloud.synchronize()) throw std::runtime_error("the cloud key-value store could not be synchronized");
   return std::move(*snapshot);

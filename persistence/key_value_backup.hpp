@@ -5,12 +5,16 @@
 // cloud dictionary as a binary property list (persistence/property_list.hpp), the one before
 // it, their dates, and the latest one's key and byte counts. Dates are StoreDate values.
 //
-// No restore happens by itself: `restoreKeyValueStoreFromLatestSnapshot` is for an explicit
-// request of the user.
+// Besides the daily pair, the user takes named backups on request (`backupKeyValueStoreNamed`),
+// kept until replaced by one of the same name under "UbiquitousKeyValueStoreBackup.named.<name>.
+// snapshot" and "...date". No restore happens by itself: the restore functions are for an
+// explicit request of the user.
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/date.hpp"
 #include "core/time_zone.hpp"
@@ -62,11 +66,34 @@ struct KeyValueSnapshot {
 std::optional<KeyValueSnapshot> latestKeyValueSnapshot(const KeyValueStore& standardDefaults);
 std::optional<KeyValueSnapshot> previousKeyValueSnapshot(const KeyValueStore& standardDefaults);
 
-// Sets every key of the latest snapshot in the cloud store (keys the snapshot does not hold are
-// left as they are) and synchronises. Returns the snapshot restored. Raises std::runtime_error
-// when there is no snapshot or the cloud store could not be synchronised, PropertyListError
-// when the snapshot does not decode.
-KeyValueSnapshot restoreKeyValueStoreFromLatestSnapshot(const KeyValueStore& standardDefaults,
-                                                        CloudKeyValueStore& cloud);
+// A backup the user can restore: "latest" and "previous" name the daily snapshots.
+struct NamedKeyValueSnapshot {
+  std::string name;
+  KeyValueSnapshot snapshot;
+  bool operator==(const NamedKeyValueSnapshot&) const = default;
+};
+
+// True for a name a backup may take: 1 to 64 ASCII letters, digits, '-', '_' and '.', not
+// "latest" or "previous".
+bool isValidBackupName(std::string_view name);
+
+// Takes a backup of the whole cloud dictionary now, under `name` (replacing one of that name),
+// whatever the daily backup did today; returns it. Raises std::invalid_argument for a name
+// isValidBackupName refuses, std::runtime_error when the store is empty (an empty backup could
+// only wipe a restore) or has no property-list form, FileError when the defaults cannot be
+// written.
+KeyValueSnapshot backupKeyValueStoreNamed(std::string_view name, Date now, const KeyValueStore& cloud,
+                                          KeyValueStore& standardDefaults);
+
+// Every backup kept: the named ones, oldest first, then "previous" and "latest" when kept.
+// Raises PropertyListError when one does not decode.
+std::vector<NamedKeyValueSnapshot> keyValueSnapshots(const KeyValueStore& standardDefaults);
+
+// Sets every key of the backup `name` ("latest", "previous" or a named one) in the cloud store
+// (keys it does not hold are left as they are) and synchronises. Returns the snapshot restored.
+// Raises std::runtime_error when there is no such backup or the cloud store could not be
+// synchronised, PropertyListError when the snapshot does not decode.
+KeyValueSnapshot restoreKeyValueStoreFromSnapshot(std::string_view name, const KeyValueStore& standardDefaults,
+                                                  CloudKeyValueStore& cloud);
 
 }  // namespace ombrine

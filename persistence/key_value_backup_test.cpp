@@ -184,8 +184,29 @@ TEST_F(KeyValueBackupTest, CalendarDayIsTheUsersDay) {
   }
 }
 
+// A backup taken on request holds the state of that moment, even after the day's snapshot; the
+// list names it beside the daily pair, and restoring it brings back that moment's values.
+TEST_F(KeyValueBackupTest, NamedBackupsHoldTheirMomentAndRestoreByName) {
+  EXPECT_THROW(backupKeyValueStoreNamed("empty", day(0), cloud_, defaults_), std::runtime_error);
+  cloud_.setValue("hideTides", StoreValue{false});
+  ASSERT_EQ(backup(day(0, 8)), KeyValueBackupOutcome::backedUp);
+  cloud_.setValue("hideTides", StoreValue{true});
+  backupKeyValueStoreNamed("before-experiment", day(0, 15), cloud_, defaults_);
+  backupKeyValueStoreNamed("a", day(0, 14), cloud_, defaults_);
+  EXPECT_THROW(backupKeyValueStoreNamed("latest", day(0), cloud_, defaults_), std::invalid_argument);
+  EXPECT_THROW(backupKeyValueStoreNamed("../x", day(0), cloud_, defaults_), std::invalid_argument);
+  std::vector<std::string> names;
+  for (const NamedKeyValueSnapshot& kept : keyValueSnapshots(defaults_)) names.push_back(kept.name);
+  EXPECT_EQ(names, (std::vector<std::string>{"a", "before-experiment", "latest"}));  // oldest first
+
+  cloud_.setValue("hideTides", StoreValue{false});
+  EXPECT_EQ(restoreKeyValueStoreFromSnapshot("before-experiment", defaults_, cloud_).date, day(0, 15));
+  EXPECT_EQ(cloud_.server()->values().at("hideTides"), StoreValue{true});
+  EXPECT_THROW(restoreKeyValueStoreFromSnapshot("nosuch", defaults_, cloud_), std::runtime_error);
+}
+
 TEST_F(KeyValueBackupTest, RestoreWritesTheLatestSnapshotBack) {
-  EXPECT_THROW(restoreKeyValueStoreFromLatestSnapshot(defaults_, cloud_), std::runtime_error);
+  EXPECT_THROW(restoreKeyValueStoreFromSnapshot("latest", defaults_, cloud_), std::runtime_error);
   cloud_.setValue("favorites", StoreValue{StoreData{"[1]"}});
   cloud_.setValue("hideTides", StoreValue{true});
   ASSERT_EQ(backup(day(0)), KeyValueBackupOutcome::backedUp);
@@ -193,7 +214,7 @@ TEST_F(KeyValueBackupTest, RestoreWritesTheLatestSnapshotBack) {
   cloud_.removeValue("favorites");
   cloud_.removeValue("hideTides");
   cloud_.setValue("later", integer(1));
-  const KeyValueSnapshot restored = restoreKeyValueStoreFromLatestSnapshot(defaults_, cloud_);
+  const KeyValueSnapshot restored = restoreKeyValueStoreFromSnapshot("latest", defaults_, cloud_);
   EXPECT_EQ(restored.values.size(), 2u);
   EXPECT_EQ(cloud_.server()->values(), (StoreDictionary{{"favorites", StoreValue{StoreData{"[1]"}}},
                                                        {"hideTides", StoreValue{true}},

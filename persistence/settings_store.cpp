@@ -260,6 +260,29 @@ void SettingsStore::update(const std::function<void(Settings&)>& change) {
   }
 }
 
+void SettingsStore::write(const SettingsField& field, const StoreValue& value) {
+  std::unique_lock writing(writeMutex_);
+  const CloudKeyValueStore::ValueChange keyed = [&](const std::optional<StoreValue>&) {
+    return std::optional<StoreValue>(value);
+  };
+  cloud_.changeValue(field.key, keyed);
+  Settings before;
+  Settings after;
+  {
+    std::lock_guard guard(mutex_);
+    before = settings_;
+    after = settings_;
+    field.read(value, after);
+    if (after == before) return;
+    settings_ = after;
+  }
+  writing.unlock();
+  observers_->notify(after);
+  if (after.preferredWeatherProvider != before.preferredWeatherProvider) {
+    notifyProvider(ProviderSettingsChange::dataSource);
+  }
+}
+
 Observation SettingsStore::observe(Observer observer) { return Observation(observers_->add(std::move(observer))); }
 
 void SettingsStore::applyExternalChange(const CloudStoreChange& change) {

@@ -114,6 +114,12 @@ class SettingsStore final : public ProviderSettings {
   // synchronize failed.
   bool flush();
 
+  // Sets one setting as `field.read` reads `value` and writes its key through at once, as one
+  // keyed read-merge-write of the cloud store (CloudKeyValueStore::changeValue), whether or not
+  // memory held that value already: the setting is on disk when this returns. Raises FileError
+  // (or CloudStoreQuotaError) when it cannot be written; memory is then as it was.
+  void write(const SettingsField& field, const StoreValue& value);
+
   // ProviderSettings.
   WeatherDataSource dataSource() const override;
   std::optional<ImmediateWeatherProviderFetchRequest> pendingImmediateWeatherProviderFetchRequest() const override;

@@ -271,6 +271,7 @@ Task<void> WeatherCache::storeLatest(CachedWeather cachedWeather) {
   rethrowIfCancellation(failure);
   co_await throwIfCancelled();
   state->absorbFailedStore(cachedWeather);
+  std::rethrow_exception(failure);
 }
 
 }  // namespace ombrine

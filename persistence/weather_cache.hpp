@@ -102,9 +102,10 @@ class WeatherCache {
   std::optional<CachedWeather> latestCachedWeather();
 
   // Merges `cachedWeather` into the file under the coordination lock and brings memory up to
-  // date with the outcome. Raises only CancellationError (memory then stays as it was). Any other
-  // failure is absorbed: memory still takes the merge, so this process shows the value even when
-  // the disk refused it; a later reload may replace it.
+  // date with the outcome. CancellationError leaves memory as it was. Any other failure (the file
+  // or its folder cannot be written) is absorbed into memory first, so this process shows the
+  // value even when the disk refused it (a later reload may replace it), and is then raised, so
+  // that the caller can tell the user the cache holds nothing new; the record is not lost.
   Task<void> storeLatest(CachedWeather cachedWeather);
 
   // Adds a listener of changes of the in-memory value. Not removable; the cache lives as long as

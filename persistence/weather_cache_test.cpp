@@ -197,13 +197,13 @@ TEST_F(WeatherCacheTest, CorruptFileReadsAsMemoryAndIsOverwrittenByTheNextStore)
   EXPECT_EQ(cache->latestCachedWeather(), berlin(-600.0));
 }
 
-TEST_F(WeatherCacheTest, FailedDiskStillUpdatesMemory) {
+TEST_F(WeatherCacheTest, FailedDiskStillUpdatesMemoryAndIsReported) {
   auto cache = makeCache();
   // A folder where the cache file should be: every write fails.
   fs::create_directories(cache->latestWeatherFile() / "blocker");
   std::atomic<int> changes{0};
   cache->onWillChange([&changes] { ++changes; });
-  store(*cache, berlin());
+  EXPECT_THROW(store(*cache, berlin()), FileError);
   EXPECT_EQ(cache->latestCachedWeather(), berlin());
   EXPECT_TRUE(eventually([&] { return changes == 1; }));
 }

@@ -68,7 +68,7 @@ SynchronizingCloudKeyValueStore::SynchronizingCloudKeyValueStore() : observers_(
 
 SynchronizingCloudKeyValueStore::~SynchronizingCloudKeyValueStore() = default;
 
-void SynchronizingCloudKeyValueStore::load() {
+void SynchronizingCloudKeyValueStore::load(bool raiseFailure) {
   const Merge keepRemote = [](const StoreDictionary*) { return std::optional<StoreDictionary>(); };
   try {
     StoreDictionary remote = exchange(keepRemote);
@@ -76,6 +76,7 @@ void SynchronizingCloudKeyValueStore::load() {
     for (const auto& [key, value] : remote) assign(key, value);
     baseline_ = std::move(remote);
   } catch (const std::exception& error) {
+    if (raiseFailure) throw;
     logf("Cloud key-value store could not be read: {}", error.what());
   }
 }
@@ -145,25 +146,91 @@ bool SynchronizingCloudKeyValueStore::exchangeAndApply(bool writeOut) {
   std::vector<std::string> changed;
   {
     std::lock_guard guard(mutex_);
-    std::set<std::string, std::less<>> keys;
-    for (const auto& entry : remote) keys.insert(entry.first);
-    for (const auto& entry : baseline_) keys.insert(entry.first);
-    for (const std::string& key : keys) {
-      // A local write, sent now or still pending, wins over the remote.
-      if (sent.contains(key) || pending_.contains(key)) continue;
-      const StoreValue* now = find(remote, key);
-      if (same(now, find(baseline_, key)) || same(now, find(values_, key))) continue;
-      assign(key, copyOf(now));
-      changed.push_back(key);
-    }
-    for (const auto& [key, write] : sent) {
-      auto it = pending_.find(key);
-      if (it != pending_.end() && it->second.sequence == write.sequence) pending_.erase(it);
-    }
-    baseline_ = std::move(remote);
+    changed = applyRemote(std::move(remote), sent, std::nullopt);
   }
   if (!changed.empty()) notify(CloudStoreChange{CloudStoreChangeReason::serverChange, std::move(changed)});
   return true;
+}
+
+std::vector<std::string> SynchronizingCloudKeyValueStore::applyRemote(StoreDictionary remote, const PendingWrites& sent,
+                                                                      std::optional<std::string_view> own) {
+  std::vector<std::string> changed;
+  std::set<std::string, std::less<>> keys;
+  for (const auto& entry : remote) keys.insert(entry.first);
+  for (const auto& entry : baseline_) keys.insert(entry.first);
+  for (const std::string& key : keys) {
+    // A local write, sent now or still pending, wins over the remote.
+    if (key == own || sent.contains(key) || pending_.contains(key)) continue;
+    const StoreValue* now = find(remote, key);
+    if (same(now, find(baseline_, key)) || same(now, find(values_, key))) continue;
+    assign(key, copyOf(now));
+    changed.push_back(key);
+  }
+  for (const auto& [key, write] : sent) {
+    auto it = pending_.find(key);
+    if (it != pending_.end() && it->second.sequence == write.sequence) pending_.erase(it);
+  }
+  baseline_ = std::move(remote);
+  return changed;
+}
+
+std::optional<StoreValue> SynchronizingCloudKeyValueStore::changeValue(std::string_view key, const ValueChange& change) {
+  std::unique_lock exchanging(exchangeMutex_);
+  PendingWrites sent;
+  std::optional<StoreValue> outcome;
+  std::optional<std::string> violation;
+  const Merge merge = [&](const StoreDictionary* remote) -> std::optional<StoreDictionary> {
+    StoreDictionary merged;
+    {
+      std::lock_guard guard(mutex_);
+      sent = pending_;
+      // An unreadable remote has been set aside: memory is the best copy there is.
+      merged = remote ? *remote : values_;
+    }
+    for (const auto& [name, write] : sent) {
+      if (write.value) {
+        merged.insert_or_assign(name, *write.value);
+      } else if (auto it = merged.find(name); it != merged.end()) {
+        merged.erase(it);
+      }
+    }
+    const StoreValue* stored = find(merged, key);
+    outcome = change(copyOf(stored));
+    const bool unchanged = outcome ? same(stored, &*outcome) : stored == nullptr;
+    if (unchanged && sent.empty() && remote != nullptr) return std::nullopt;
+    std::size_t totalBytes = 0;
+    for (const auto& [name, value] : merged) totalBytes += cloudStoreEntryBytes(name, value);
+    violation = cloudStoreLimitViolation(merged, totalBytes, key, outcome);
+    if (violation) throw CloudStoreQuotaError(fmt::format("the synced store refused \"{}\": {}", key, *violation));
+    if (outcome) {
+      merged.insert_or_assign(std::string(key), *outcome);
+    } else if (auto it = merged.find(key); it != merged.end()) {
+      merged.erase(it);
+    }
+    return merged;
+  };
+
+  StoreDictionary remote;
+  try {
+    remote = exchange(merge);
+  } catch (const CloudStoreQuotaError&) {
+    logf("Cloud key-value store refused \"{}\": {}", key, violation.value_or(""));
+    exchanging.unlock();
+    notify(CloudStoreChange{CloudStoreChangeReason::quotaViolation, {std::string(key)}});
+    throw;
+  }
+
+  std::vector<std::string> changed;
+  {
+    std::lock_guard guard(mutex_);
+    changed = applyRemote(std::move(remote), sent, key);
+    // A write of the same key made meanwhile by another thread of this process stays the newer.
+    if (!pending_.contains(key)) assign(std::string(key), outcome);
+  }
+  // Observers may change values of their own in turn.
+  exchanging.unlock();
+  if (!changed.empty()) notify(CloudStoreChange{CloudStoreChangeReason::serverChange, std::move(changed)});
+  return outcome;
 }
 
 void SynchronizingCloudKeyValueStore::assign(const std::string& key, const std::optional<StoreValue>& value) {

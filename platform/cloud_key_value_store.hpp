@@ -21,6 +21,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -59,6 +60,28 @@ class CloudKeyValueStore : public KeyValueStore {
   // Registers an observer of external changes; it stays registered while the returned token
   // lives. Dropping the token unregisters it (blocking until a running call has returned).
   virtual std::shared_ptr<void> observeExternalChanges(Observer observer) = 0;
+
+  // Given the value the shared store holds for a key now (nothing: absent), the value it should
+  // hold (nothing: remove the key). May raise; nothing is written then.
+  using ValueChange = std::function<std::optional<StoreValue>(const std::optional<StoreValue>& stored)>;
+
+  // One keyed read-merge-write: under the store's exclusive lock (held across processes), reads
+  // the value of `key` as the shared store holds it at this moment, calls `change` on it once,
+  // and writes the result out, with every pending local write, before returning; a result equal
+  // to the stored value writes nothing. What other processes wrote meanwhile, under this key or
+  // another, survives, so two processes never lose each other's changes; toward other machines
+  // the key stays last-writer-wins. Returns the value now stored for `key`, which memory holds
+  // too. Observers hear of the other keys that moved, as for `synchronize`.
+  // `change` runs on the calling thread, with the lock held: it must not call into this store.
+  // Raises what `change` raises, FileError when the store cannot be read or written, and
+  // CloudStoreQuotaError when the result would break a limit; the store is then as it was.
+  virtual std::optional<StoreValue> changeValue(std::string_view key, const ValueChange& change) = 0;
+};
+
+// A value was refused because it would break a limit of the cloud store.
+class CloudStoreQuotaError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
 };
 
 // Why writing `value` (nothing: removing) under `key` would break a limit of the cloud store,
@@ -94,6 +117,7 @@ class SynchronizingCloudKeyValueStore : public CloudKeyValueStore {
   StoreDictionary dictionaryRepresentation() const override;
   bool synchronize() override;
   std::shared_ptr<void> observeExternalChanges(Observer observer) override;
+  std::optional<StoreValue> changeValue(std::string_view key, const ValueChange& change) override;
 
   // Reads external changes in without writing pending local ones out. Same result as
   // `synchronize`.
@@ -113,8 +137,9 @@ class SynchronizingCloudKeyValueStore : public CloudKeyValueStore {
   virtual StoreDictionary exchange(const Merge& merge) = 0;
 
   // Reads the remote as the starting values; call once from the subclass's constructor, before
-  // anything else can call in. A failure is logged and leaves the store empty.
-  void load();
+  // anything else can call in. A failure is logged and leaves the store empty, or with
+  // `raiseFailure` is raised (FileError).
+  void load(bool raiseFailure = false);
 
  private:
   struct PendingWrite {
@@ -125,6 +150,11 @@ class SynchronizingCloudKeyValueStore : public CloudKeyValueStore {
   struct Observers;
 
   bool exchangeAndApply(bool writeOut);
+  // Takes in what the remote holds after an exchange that sent `sent`: keys that moved there and
+  // have no local write (nor are `own`) are applied to memory; returns them. Precondition:
+  // mutex_ held.
+  std::vector<std::string> applyRemote(StoreDictionary remote, const PendingWrites& sent,
+                                       std::optional<std::string_view> own);
   // Precondition: mutex_ held.
   void assign(const std::string& key, const std::optional<StoreValue>& value);
   void notify(const CloudStoreChange& change);

@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <system_error>
 
+#include <fmt/format.h>
+
 #include <unicode/uchar.h>
 #include <unicode/utf8.h>
 
@@ -128,15 +130,57 @@ std::string TideDiskCache::fileName(std::string_view key) {
 
 std::filesystem::path TideDiskCache::fileURL(std::string_view key) const { return directory_ / (fileName(key) + ".json"); }
 
+TideDiskCache::~TideDiskCache() {
+  std::lock_guard writing(pending_->writing);
+  for (;;) {
+    std::function<void()> write;
+    {
+      std::lock_guard guard(pending_->mutex);
+      if (pending_->queue.empty()) return;
+      write = std::move(pending_->queue.front());
+      pending_->queue.pop_front();
+    }
+    write();
+  }
+}
+
+void TideDiskCache::PendingWrites::writeOldest() {
+  std::lock_guard hold(writing);
+  std::function<void()> write;
+  {
+    std::lock_guard guard(mutex);
+    if (queue.empty()) return;  // the destructor wrote it
+    write = std::move(queue.front());
+    queue.pop_front();
+  }
+  write();
+}
+
+void TideDiskCache::reportWriteFailures(std::function<void(std::string_view)> report) {
+  std::lock_guard guard(pending_->mutex);
+  pending_->report = std::move(report);
+}
+
 void TideDiskCache::enqueueWrite(std::filesystem::path file, std::function<std::string()> encode) {
-  auto write = [file = std::move(file), encode = std::move(encode)] {
+  std::weak_ptr<PendingWrites> weak = pending_;
+  auto write = [file = std::move(file), encode = std::move(encode), weak] {
     try {
       writeFileAtomically(file, encode());
-    } catch (const std::exception&) {
+    } catch (const std::exception& error) {
       // A cache that cannot be written only costs a refetch later; the old file stays.
+      std::function<void(std::string_view)> report;
+      if (auto pending = weak.lock()) {
+        std::lock_guard guard(pending->mutex);
+        report = pending->report;
+      }
+      if (report) report(fmt::format("Could not write the tide cache {}: {}", file.string(), error.what()));
     }
   };
-  asio::post(strand_, std::move(write));
+  {
+    std::lock_guard guard(pending_->mutex);
+    pending_->queue.emplace_back(std::move(write));
+  }
+  asio::post(strand_, [pending = pending_] { pending->writeOldest(); });
 }
 
 Task<std::optional<std::string>> TideDiskCache::read(std::filesystem::path file) {

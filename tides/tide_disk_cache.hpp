@@ -12,13 +12,18 @@
 // The cache only stores and loads; what is fresh is the caller's decision, so nothing is ever
 // deleted and an expired file stays until overwritten. Every file operation runs on the serial
 // context "com.quillfernhollowarts.Weather.tides.disk-cache" (a strand): saves are queued there
-// and return at once, loads run there after every earlier save. A save that cannot encode or
-// write is dropped silently (the old file stays); a load of a missing, unreadable or
+// and return at once, loads run there after every earlier save. Saves still queued when the cache
+// is destroyed are written by the destructor, in order, so a short run (a command that ends as
+// soon as its answer is there, which stops the runtime and drops its queued work) never loses
+// them. A save that cannot encode or write is dropped silently (the old file stays); a load of a missing, unreadable or
 // undecodable file gives nothing and leaves the file in place. Nothing is raised but
 // CancellationError from a cancelled load.
 
+#include <deque>
 #include <filesystem>
 #include <functional>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -58,8 +63,17 @@ class TideDiskCache {
   // later as failed saves. `strand` is the cache's own serial context; `clock` must outlive it.
   TideDiskCache(Strand strand, const Clock& clock, std::filesystem::path directory);
   TideDiskCache(Strand strand, const Clock& clock);
+  // Writes the saves still queued, on the calling thread (never a thread of the strand's pool).
+  ~TideDiskCache();
+  TideDiskCache(const TideDiskCache&) = delete;
+  TideDiskCache& operator=(const TideDiskCache&) = delete;
 
   const std::filesystem::path& cacheDirectory() const noexcept { return directory_; }
+
+  // Who hears of a save that could not be written ("Could not write the tide cache <file>:
+  // <reason>"), or nobody (the default: such a save is dropped silently). Called on the thread
+  // of the write, which may be the destructor's; it must be safe to call until it is replaced.
+  void reportWriteFailures(std::function<void(std::string_view)> report);
 
   // Writes `data` with expiresAt = now + validity seconds.
   void saveTideData(const TideData& data, std::string_view key, double validitySeconds);
@@ -81,9 +95,20 @@ class TideDiskCache {
   template <class Loaded, class DecodeList>
   Task<std::optional<Loaded>> loadCatalogue(const char* name, DecodeList decodeList);
 
+  // Saves not yet written, oldest first. Each queued save posts one handler to the strand that
+  // writes the oldest; the destructor writes whatever no handler has taken.
+  struct PendingWrites {
+    std::mutex writing;  // held for a whole write, so writes happen one at a time, in order
+    std::mutex mutex;    // guards `queue` and `report`
+    std::deque<std::function<void()>> queue;
+    std::function<void(std::string_view)> report;
+    void writeOldest();
+  };
+
   Strand strand_;
   const Clock& clock_;
   std::filesystem::path directory_;
+  std::shared_ptr<PendingWrites> pending_ = std::make_shared<PendingWrites>();
 };
 
 // The payload texts, for tests and tools that inspect the files.

@@ -51,7 +51,11 @@ Task<CachedWeather> currentPlaceRecord(CurrentPlaceQuery query, WeatherCache& la
         details.region == Region::unknown() ? query.region : std::optional(details.region);
     OneCallWeather weather = co_await fetcher.fetchOneCall(query.coordinate, details, query.provider);
     CachedWeather fetched{query.name, query.coordinate, region, std::move(weather)};
-    co_await latest.storeLatest(fetched);
+    try {
+      co_await latest.storeLatest(fetched);
+    } catch (const FileError& error) {
+      logf("The weather cache could not be written: {}", error.what());
+    }
     if (query.home) {
       FavoriteWeather stored = favorites.weather();
       stored[query.home->id] = fetched;

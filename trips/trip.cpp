@@ -11,6 +11,12 @@
 
 namespace ombrine {
 
+TripLocation movedDestination(const TripLocation& original, TripLocation place) {
+  place.displayName = original.displayName;
+  place.symbolName = original.symbolName;
+  return place;
+}
+
 namespace {
 
 void decodeTimeZone(const boost::json::value& value, const JsonPath& path, TimeZone& out) {

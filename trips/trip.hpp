@@ -63,6 +63,10 @@ struct TripLocation {
   bool operator==(const TripLocation&) const = default;
 };
 
+// `place` as the trip's new destination: its name, coordinate and zone, with the user's own name
+// and symbol of `original` kept (a move changes where the trip goes, not what the user calls it).
+TripLocation movedDestination(const TripLocation& original, TripLocation place);
+
 struct TripDates {
   Date from;
   Date to;

@@ -46,4 +46,26 @@ bool TripStore::remove(const Uuid& id) {
   return removed;
 }
 
+Trip TripStore::saveChecked(const Uuid& id, bool mustExist,
+                            const std::function<Trip(const std::vector<Trip>& others)>& make,
+                            const std::function<std::vector<Trip>(std::vector<Trip>)>& normalize) {
+  store_.update([&](std::vector<Trip>& trips) {
+    const auto found = std::find_if(trips.begin(), trips.end(), [&](const Trip& trip) { return trip.id == id; });
+    if (found == trips.end() && mustExist) throw TripRemovedError("the trip " + id.text() + " was removed meanwhile");
+    std::vector<Trip> others;
+    for (const Trip& trip : trips) {
+      if (trip.id != id) others.push_back(trip);
+    }
+    const Trip made = make(others);
+    if (found == trips.end()) {
+      trips.push_back(made);
+    } else {
+      *found = made;
+    }
+    trips = normalize(std::move(trips));
+  });
+  // As stored: normalising may have changed it (an inferred end becoming the next arrival).
+  return trip(id).value();
+}
+
 }  // namespace ombrine

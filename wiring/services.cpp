@@ -137,8 +137,10 @@ GeocodeNamer& Services::namer() {
 
 FileCloudKeyValueStore& Services::syncedStore() {
   return synced_.get([this] {
+    const auto unreadable = options_.requireReadableSyncedStore ? FileCloudKeyValueStore::Unreadable::raised
+                                                                : FileCloudKeyValueStore::Unreadable::logged;
     auto store = std::make_unique<FileCloudKeyValueStore>(FileCloudKeyValueStore::defaultSyncDirectory(),
-                                                          options_.watchSyncedStore);
+                                                          options_.watchSyncedStore, unreadable);
     try {
       backupKeyValueStoreIfNeeded(Date::fromSystem(clock_.now()), TimeZone::current(), *store, standardDefaults());
     } catch (const std::exception& error) {
@@ -195,7 +197,8 @@ WeatherCache& Services::weatherCache() {
     const auto folder = cachesDirectory();
     std::error_code error;
     std::filesystem::create_directories(folder, error);
-    if (error) throw FileError("cannot create " + folder.string() + ": " + error.message());
+    // A read-only container still gets its forecast, only nothing is cached.
+    if (error) logLine("Caches cannot be written (" + folder.string() + ": " + error.message() + "); nothing is cached");
     return std::make_unique<WeatherCache>(folder, clock_, runtime().makeStrand());
   });
 }
@@ -222,11 +225,14 @@ LatestWeatherStore& Services::latestWeather() {
   return adapters_.get([this] { return makeAdapters(); }).latest;
 }
 
+TideDiskCache& Services::tideDiskCache() {
+  return tideDiskCache_.get([this] { return std::make_unique<TideDiskCache>(runtime().makeStrand(), clock_); });
+}
+
 TideService& Services::tides() {
   return tides_.get([this] {
     HttpClient& client = http();
-    TideDiskCache& disk =
-        tideDiskCache_.get([this] { return std::make_unique<TideDiskCache>(runtime().makeStrand(), clock_); });
+    TideDiskCache& disk = tideDiskCache();
     return std::make_unique<TideService>(runtime().makeStrand(), client, clock_, endpoints_, disk,
                                          TideRegionGate::processWide());
   });
@@ -278,7 +284,10 @@ DataSourceChange Services::changeDataSource(WeatherDataSource source) {
   // Counted first, so that a pipeline hearing of the change finds it among today's.
   changeTracker().recordChange(now, syncedStore());
   static_cast<RunProviderSettings&>(providerSettings()).forget();
-  store.update([source](Settings& settings) { settings.preferredWeatherProvider = source; });
+  // On disk when this returns: one keyed read-merge-write of the synced store.
+  for (const SettingsField& field : settingsFields()) {
+    if (field.key == "preferredWeatherProvider") store.write(field, StoreValue{static_cast<std::int64_t>(source)});
+  }
   return change;
 }
 

@@ -55,6 +55,9 @@ struct ServicesOptions {
   std::optional<WeatherDataSource> dataSource;
   // Watch the synced store for other processes' changes (long-running commands).
   bool watchSyncedStore = false;
+  // A synced store that cannot be read fails the command (which could neither show nor change
+  // it); when false, the failure is logged and the store reads as empty (a forecast still shows).
+  bool requireReadableSyncedStore = true;
 };
 
 // What a change of the preferred source did.
@@ -105,6 +108,7 @@ class Services {
   // The saved places' weather (one snapshot file of the container).
   FavoriteWeatherCache& favoriteWeather();
   TideService& tides();
+  TideDiskCache& tideDiskCache();
   // Climate normals, cached in the per-process history folder.
   ClimateNormalsService& climate();
   // Desktop notifications, with the spool of the container.

@@ -11,6 +11,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/atomic_file.hpp"
 #include "platform/errors.hpp"
 #include "platform/linux/file_key_value_store_support.hpp"
 #include "platform/log.hpp"
@@ -31,7 +32,8 @@ std::filesystem::path FileCloudKeyValueStore::defaultSyncDirectory() {
   return containerDirectory() / "Library" / "Synced Preferences";
 }
 
-FileCloudKeyValueStore::FileCloudKeyValueStore(std::filesystem::path syncDirectory, bool watchForChanges)
+FileCloudKeyValueStore::FileCloudKeyValueStore(std::filesystem::path syncDirectory, bool watchForChanges,
+                                               Unreadable unreadable)
     : file_(syncDirectory / kFileName) {
   std::error_code ec;
   std::filesystem::create_directories(syncDirectory, ec);
@@ -54,7 +56,13 @@ FileCloudKeyValueStore::FileCloudKeyValueStore(std::filesystem::path syncDirecto
       fail("cannot watch", syncDirectory, error);
     }
   }
-  load();
+  try {
+    load(unreadable == Unreadable::raised);
+  } catch (...) {
+    if (inotify_ >= 0) ::close(inotify_);
+    if (wake_ >= 0) ::close(wake_);
+    throw;
+  }
   if (watchForChanges) watcher_ = std::thread([this] { watch(); });
 }
 
@@ -77,6 +85,9 @@ StoreDictionary FileCloudKeyValueStore::exchange(const Merge& merge) {
     detail::writeDictionaryFile(file_, *merged);
     return std::move(*merged);
   }
+  // Reads clean up too (writes do in writeDictionaryFile): a killed writer's temporary goes at the
+  // next exchange after it is a minute old, whatever that exchange is for.
+  removeStaleTemporaryFiles(file_, std::filesystem::file_time_type::clock::now());
   return std::move(read.values).value_or(StoreDictionary{});
 }
 

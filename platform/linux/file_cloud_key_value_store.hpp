@@ -29,9 +29,16 @@ class FileCloudKeyValueStore final : public SynchronizingCloudKeyValueStore {
   // $OMBRINE_SYNC_DIR (when absolute), else "<container>/Library/Synced Preferences".
   static std::filesystem::path defaultSyncDirectory();
 
+  // How a file that cannot be read at opening is met: logged, with the store starting empty (a
+  // long-lived process goes on and retries at each synchronize), or raised (a one-shot command,
+  // which can neither show nor change what it cannot read, and reports it in one line).
+  enum class Unreadable { logged, raised };
+
   // Creates the folder when missing and reads the file. Raises FileError when the folder cannot
-  // be created or, with `watchForChanges`, not be watched.
-  explicit FileCloudKeyValueStore(std::filesystem::path syncDirectory, bool watchForChanges = true);
+  // be created or, with `watchForChanges`, not be watched, and with `Unreadable::raised` when the
+  // file cannot be read.
+  explicit FileCloudKeyValueStore(std::filesystem::path syncDirectory, bool watchForChanges = true,
+                                  Unreadable unreadable = Unreadable::logged);
   // Stops the watcher (waiting for a notification in progress). Pending writes not yet
   // synchronised are dropped, as on the platform; call `synchronize()` first to keep them.
   ~FileCloudKeyValueStore() override;

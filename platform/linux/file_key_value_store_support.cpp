@@ -108,6 +108,7 @@ DictionaryFile readDictionaryFile(const std::filesystem::path& file, bool setAsi
 }
 
 FileSignature writeDictionaryFile(const std::filesystem::path& file, const StoreDictionary& values) {
+  removeStaleTemporaryFiles(file, std::filesystem::file_time_type::clock::now());
   writeFileAtomically(file, encodeStoreDictionaryJson(values));
   return fileSignature(file);
 }

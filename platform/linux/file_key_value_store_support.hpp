@@ -58,8 +58,10 @@ struct DictionaryFile {
 // FileError when the file cannot be read or renamed.
 DictionaryFile readDictionaryFile(const std::filesystem::path& file, bool setAsideCorrupt);
 
-// Atomically replaces the file with the dictionary's JSON; returns the new signature. Raises
-// FileError.
+// Atomically replaces the file with the dictionary's JSON; returns the new signature. Temporary
+// files that killed writers left beside it more than a minute ago go first
+// (removeStaleTemporaryFiles). Precondition: the caller holds the file's DictionaryFileLock.
+// Raises FileError.
 FileSignature writeDictionaryFile(const std::filesystem::path& file, const StoreDictionary& values);
 
 }  // namespace ombrine::detail

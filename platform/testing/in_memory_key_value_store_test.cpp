@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -153,6 +155,62 @@ TEST(InMemoryCloudKeyValueStoreTest, DroppedTokenStopsNotifications) {
   store.changeExternally("a", integer(3));
   store.changeExternally("a", integer(4));
   EXPECT_EQ(calls, 2);
+}
+
+}  // namespace
+}  // namespace ombrine
+
+namespace ombrine {
+namespace {
+
+// One keyed change sees the key as the server holds it now (not as this store last saw it),
+// sends the pending local writes with it, and leaves server and memory as they were when it
+// fails.
+TEST(InMemoryCloudKeyValueStoreTest, ChangeValueAppliesToTheServersValueOrChangesNothing) {
+  struct Row {
+    const char* why;
+    std::function<void(InMemoryCloudServer&, InMemoryCloudKeyValueStore&)> arrange;
+    CloudKeyValueStore::ValueChange change;
+    bool raises;
+    StoreDictionary server;  // afterwards; memory holds the same
+  };
+  const auto addOne = [](const std::optional<StoreValue>& stored) -> std::optional<StoreValue> {
+    return integer((stored ? std::get<std::int64_t>(stored->value) : 0) + 1);
+  };
+  const Row rows[] = {
+      {"another device's value is the base", [](InMemoryCloudServer& s, auto&) { s.setValue("n", integer(41)); }, addOne,
+       false, {{"n", integer(42)}}},
+      {"absent key", [](auto&, auto&) {}, addOne, false, {{"n", integer(1)}}},
+      {"pending writes go along", [](auto&, InMemoryCloudKeyValueStore& c) { c.setValue("p", integer(7)); }, addOne,
+       false, {{"n", integer(1)}, {"p", integer(7)}}},
+      {"removal", [](InMemoryCloudServer& s, auto&) { s.setValue("n", integer(1)); },
+       [](const std::optional<StoreValue>&) { return std::optional<StoreValue>(); }, false, {}},
+      {"change raises", [](InMemoryCloudServer& s, auto&) { s.setValue("n", integer(5)); },
+       [](const std::optional<StoreValue>&) -> std::optional<StoreValue> { throw std::runtime_error("no"); }, true,
+       {{"n", integer(5)}}},
+      {"server unreachable", [](InMemoryCloudServer& s, auto&) { s.setReachable(false); }, addOne, true, {}},
+      {"over the size limit", [](auto&, auto&) {},
+       [](const std::optional<StoreValue>&) {
+         return std::optional<StoreValue>(StoreValue{std::string(CloudKeyValueStore::kMaximumTotalBytes, 'x')});
+       },
+       true, {}},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.why);
+    auto server = std::make_shared<InMemoryCloudServer>();
+    InMemoryCloudKeyValueStore store(server);
+    row.arrange(*server, store);
+    const StoreDictionary memoryBefore = store.dictionaryRepresentation();
+    if (row.raises) {
+      EXPECT_ANY_THROW(store.changeValue("n", row.change));
+      EXPECT_EQ(store.dictionaryRepresentation(), memoryBefore);
+    } else {
+      store.changeValue("n", row.change);
+      EXPECT_EQ(store.dictionaryRepresentation(), row.server);
+    }
+    server->setReachable(true);
+    EXPECT_EQ(server->values(), row.server);
+  }
 }
 
 }  // namespace
