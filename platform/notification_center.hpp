@@ -23,6 +23,8 @@ namespace ombrine {
 
 struct NotificationContent {
   std::string title;
+  // A second line under the title; empty when there is none.
+  std::string subtitle;
   std::string body;
   // Play the desktop's default sound when shown.
   bool defaultSound = true;
