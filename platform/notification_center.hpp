@@ -23,11 +23,11 @@ namespace ombrine {
 
 struct NotificationContent {
   std::string title;
-  // A second line under the title; empty when there is none.
-  std::string subtitle;
   std::string body;
   // Play the desktop's default sound when shown.
   bool defaultSound = true;
+  // A second line under the title; empty when there is none.
+  std::string subtitle;
   bool operator==(const NotificationContent&) const = default;
 };
 
