@@ -4,6 +4,7 @@
 
 #include "app/alerts_command.hpp"
 #include "app/cache_command.hpp"
+#include "app/daemon_command.hpp"
 #include "app/forecast_command.hpp"
 #include "app/global_options.hpp"
 #include "app/notifications_command.hpp"
@@ -34,6 +35,7 @@ void addCommands(CLI::App& app) {
   addNotifyCommand(app);
   addNotificationsCommand(app);
   addStormsCommand(app);
+  addDaemonCommand(app);
 }
 
 int exitCode() { return code.load(); }

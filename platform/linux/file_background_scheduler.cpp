@@ -273,6 +273,7 @@ FileBackgroundScheduler::DuePass FileBackgroundScheduler::runDuePass(const std::
   }
   history.back() = record;
   writeHistory(identifier, history);
+  if (observer_) observer_(record);
   due.outcome = PassOutcome::ran;
   due.record = record;
   return due;

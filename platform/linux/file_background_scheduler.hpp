@@ -85,6 +85,9 @@ class FileBackgroundScheduler final : public BackgroundScheduler {
   // Ends `serve` and expires the running pass, if any. Any thread; idempotent.
   void stop();
 
+  // Called on the thread that ran a pass, once its record is written. Set before passes run.
+  void setPassObserver(std::function<void(const BackgroundPassRecord&)> observer) { observer_ = std::move(observer); }
+
   // The latest passes, oldest first. Never raises (an unreadable history is empty).
   std::vector<BackgroundPassRecord> passHistory(const std::string& identifier) const;
 
@@ -107,6 +110,7 @@ class FileBackgroundScheduler final : public BackgroundScheduler {
   std::shared_ptr<BackgroundTask> running_;
   bool stopping_ = false;
   std::uint64_t changes_ = 0;
+  std::function<void(const BackgroundPassRecord&)> observer_;
 };
 
 // The request file's text, and back (for tools and tests). Decoding raises std::runtime_error.
