@@ -20,6 +20,7 @@
 #include "core/iso8601.hpp"
 #include "platform/errors.hpp"
 #include "platform/http_client.hpp"
+#include "platform/key_value_store.hpp"
 #include "platform/linux/systemd_user_units.hpp"
 #include "platform/log.hpp"
 #include "wiring/background_work.hpp"
@@ -242,6 +243,18 @@ int runStatus() {
   return 0;
 }
 
+// Switches all background work on or off ("isSendingNotifications" of the shared defaults). Off
+// withdraws the standing request; on asks for a pass now when none stands.
+int runSwitch(bool on) {
+  ProgramServices program;
+  Services& services = *program;
+  services.sharedDefaults().setValue(BackgroundRefresh::kSettingKey, StoreValue{on});
+  BackgroundRefresh& refresh = services.backgroundRefresh();
+  if (!on || !services.backgroundScheduler().pendingRequest(kTask)) refresh.scheduleRefresh(0);
+  std::cout << "Background refresh and notifications " << (on ? "on" : "off") << "\n";
+  return 0;
+}
+
 int runNotifyRain(const DaemonOptions& options) {
   ProgramServices program;
   Services& services = *program;
@@ -316,6 +329,10 @@ void addDaemonCommand(CLI::App& app) {
       ->callback([] { runReporting("daemon uninstall", [] { return runUninstall(); }); });
   daemon->add_subcommand("status", "The standing request, the last pass and its result")
       ->callback([] { runReporting("daemon status", [] { return runStatus(); }); });
+  daemon->add_subcommand("on", "Switch the background refresh and its notifications on")
+      ->callback([] { runReporting("daemon on", [] { return runSwitch(true); }); });
+  daemon->add_subcommand("off", "Switch the background refresh and its notifications off (no request stands)")
+      ->callback([] { runReporting("daemon off", [] { return runSwitch(false); }); });
 }
 
 void addNotifyRainCommand(CLI::App& notify) {
