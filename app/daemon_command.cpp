@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
+#include <cstring>
 #include <condition_variable>
 #include <cstdlib>
 #include <iostream>
@@ -130,6 +132,9 @@ int runDaemon(const DaemonOptions& options) {
   sigaddset(&signals, SIGTERM);
   sigaddset(&signals, SIGINT);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  // Everything this process does is background work: it yields the processor to the user's.
+  errno = 0;
+  if (::nice(10) == -1 && errno != 0) logf("Cannot lower the daemon's priority: {}", std::strerror(errno));
 
   ProgramServices program;
   Services& services = *program;
