@@ -180,6 +180,14 @@ TEST(BackgroundRefresh, ScheduleRefreshAndLaunch) {
   EXPECT_EQ(pass.outcome, FileBackgroundScheduler::PassOutcome::ran);
   EXPECT_EQ(pass.record->result, "success");
   EXPECT_EQ(f.work.stores, 1);
+  // Two finishes of one pass: the task hears the first only, and one request stands.
+  auto task = std::make_shared<BackgroundTask>(f.id);
+  BackgroundRefreshCompletion completion(task);
+  f.refresh.finish(true, completion, true);
+  f.refresh.finish(true, completion, false);
+  EXPECT_EQ(task->completionCount(), 1);
+  EXPECT_EQ(task->result(), true);
+  EXPECT_TRUE(f.scheduler.pendingRequest(f.id));
   // Notifications off: scheduling withdraws the request and submits none.
   f.defaults.setValue(BackgroundRefresh::kSettingKey, StoreValue{false});
   f.refresh.scheduleRefresh(60);
