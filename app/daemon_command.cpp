@@ -5,9 +5,9 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstring>
 #include <condition_variable>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <mutex>
 #include <thread>
@@ -104,15 +104,9 @@ int runOnce(Services& services) {
   FileBackgroundScheduler& scheduler = services.backgroundScheduler();
   const auto pass = scheduler.runDuePass(kTask);
   switch (pass.outcome) {
-    case Outcome::noRequest:
-      std::cout << "No background request stands (notifications are off)\n";
-      return 0;
-    case Outcome::notDue:
-      std::cout << "Next pass due " << when(*pass.due) << "\n";
-      return 0;
-    case Outcome::busy:
-      std::cout << "Another process is running a pass\n";
-      return 0;
+    case Outcome::noRequest: std::cout << "No background request stands (notifications are off)\n"; return 0;
+    case Outcome::notDue: std::cout << "Next pass due " << when(*pass.due) << "\n"; return 0;
+    case Outcome::busy: std::cout << "Another process is running a pass\n"; return 0;
     case Outcome::noHandler: return 1;
     case Outcome::ran: break;
   }
@@ -174,10 +168,10 @@ int runDaemon(const DaemonOptions& options) {
 
 std::map<std::string, std::string> unitEnvironment() {
   std::map<std::string, std::string> environment;
-  for (const char* name : {"OMBRINE_CONTAINER", "OMBRINE_SYNC_DIR", "OMBRINE_SERVICES", "OMBRINE_LOCATION",
-                           "OMBRINE_LOCATION_FILE", "OMBRINE_RESOURCE_DIR", "OMBRINE_BACKGROUND_MINUTE_MS",
-                           "OMBRINE_BACKGROUND_PASS_LIMIT_MS", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME",
-                           "LANG", "LC_ALL", "LC_MESSAGES"}) {
+  for (const char* name :
+       {"OMBRINE_CONTAINER", "OMBRINE_SYNC_DIR", "OMBRINE_SERVICES", "OMBRINE_LOCATION", "OMBRINE_LOCATION_FILE",
+        "OMBRINE_RESOURCE_DIR", "OMBRINE_BACKGROUND_MINUTE_MS", "OMBRINE_BACKGROUND_PASS_LIMIT_MS", "XDG_DATA_HOME",
+        "XDG_CONFIG_HOME", "XDG_CACHE_HOME", "LANG", "LC_ALL", "LC_MESSAGES"}) {
     if (const char* value = std::getenv(name); value && *value) environment[name] = value;
   }
   return environment;
@@ -197,7 +191,8 @@ int runInstall() {
   const auto interval =
       std::chrono::ceil<std::chrono::seconds>(BackgroundRefresh::kRefreshDelayMinutes * services.backgroundMinute());
   const auto units = makeRefreshUnits(command, unitEnvironment(), interval);
-  for (const auto& path : installRefreshUnits(units, systemdUserUnitFolder())) std::cout << "Wrote " << path.string() << "\n";
+  for (const auto& path : installRefreshUnits(units, systemdUserUnitFolder()))
+    std::cout << "Wrote " << path.string() << "\n";
   std::cout << "Start the timer with:\n  systemctl --user daemon-reload && systemctl --user enable --now "
             << SystemdUserUnits::kTimerName << "\n";
   return 0;
@@ -285,9 +280,7 @@ int runNotifyRain(const DaemonOptions& options) {
   const auto outcome = notifyPrecipitationOnce(services, weather);
   deliverNotificationsDueWithin(services, 6s);
   switch (outcome.plan.action) {
-    case PrecipitationPlan::Action::clear:
-      std::cout << "No rain or snow in the next hour for " << name << "\n";
-      break;
+    case PrecipitationPlan::Action::clear: std::cout << "No rain or snow in the next hour for " << name << "\n"; break;
     case PrecipitationPlan::Action::nothing:
       std::cout << "Nothing new to say about rain or snow for " << name << " (state " << outcome.state << ")\n";
       break;
@@ -328,14 +321,18 @@ void addDaemonCommand(CLI::App& app) {
     if (!daemon->get_subcommands().empty()) return;
     runReporting("daemon", [&] { return runDaemon(*options); });
   });
-  daemon->add_subcommand("install", "Write the systemd user timer and service that run the pass")
-      ->callback([] { runReporting("daemon install", [] { return runInstall(); }); });
-  daemon->add_subcommand("uninstall", "Remove the systemd user timer and service")
-      ->callback([] { runReporting("daemon uninstall", [] { return runUninstall(); }); });
-  daemon->add_subcommand("status", "The standing request, the last pass and its result")
-      ->callback([] { runReporting("daemon status", [] { return runStatus(); }); });
-  daemon->add_subcommand("on", "Switch the background refresh and its notifications on")
-      ->callback([] { runReporting("daemon on", [] { return runSwitch(true); }); });
+  daemon->add_subcommand("install", "Write the systemd user timer and service that run the pass")->callback([] {
+    runReporting("daemon install", [] { return runInstall(); });
+  });
+  daemon->add_subcommand("uninstall", "Remove the systemd user timer and service")->callback([] {
+    runReporting("daemon uninstall", [] { return runUninstall(); });
+  });
+  daemon->add_subcommand("status", "The standing request, the last pass and its result")->callback([] {
+    runReporting("daemon status", [] { return runStatus(); });
+  });
+  daemon->add_subcommand("on", "Switch the background refresh and its notifications on")->callback([] {
+    runReporting("daemon on", [] { return runSwitch(true); });
+  });
   daemon->add_subcommand("off", "Switch the background refresh and its notifications off (no request stands)")
       ->callback([] { runReporting("daemon off", [] { return runSwitch(false); }); });
 }

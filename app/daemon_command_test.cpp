@@ -54,8 +54,10 @@ class Sandbox {
       const std::string text = *entry;
       if (!text.starts_with("DBUS_SESSION_BUS_ADDRESS=") && !text.starts_with("OMBRINE_")) env.push_back(text);
     }
-    for (const auto& [name, folder] : {std::pair{"OMBRINE_CONTAINER", "container"}, {"XDG_DATA_HOME", "data"},
-                                       {"XDG_CONFIG_HOME", "config"}, {"XDG_CACHE_HOME", "cache"},
+    for (const auto& [name, folder] : {std::pair{"OMBRINE_CONTAINER", "container"},
+                                       {"XDG_DATA_HOME", "data"},
+                                       {"XDG_CONFIG_HOME", "config"},
+                                       {"XDG_CACHE_HOME", "cache"},
                                        {"OMBRINE_SYNC_DIR", "sync"}}) {
       env.push_back(std::string(name) + "=" + (root_ / folder).string());
     }
@@ -197,8 +199,9 @@ TEST(DaemonCommandTest, OncePassAndStatusAndUnits) {
 
   const pid_t install = sandbox.start({"daemon", "install"}, "install");
   EXPECT_EQ(Sandbox::wait(install), 0);
-  EXPECT_NE(sandbox.read("install.out").find("systemctl --user daemon-reload && systemctl --user enable --now "
-                                             "ombrine-refresh.timer"),
+  EXPECT_NE(sandbox.read("install.out")
+                .find("systemctl --user daemon-reload && systemctl --user enable --now "
+                      "ombrine-refresh.timer"),
             std::string::npos);
   const std::string timer = sandbox.read("config/systemd/user/ombrine-refresh.timer");
   EXPECT_NE(timer.find("OnUnitActiveSec=60s"), std::string::npos) << timer;

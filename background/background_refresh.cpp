@@ -40,9 +40,8 @@ bool BackgroundRefresh::isSendingNotifications() const {
 
 bool BackgroundRefresh::launch() {
   if (deps_.backup) deps_.backup();
-  deps_.scheduler.registerForTask(identifier(), [this](std::shared_ptr<BackgroundTask> task) {
-    handleLaunch(std::move(task));
-  });
+  deps_.scheduler.registerForTask(identifier(),
+                                  [this](std::shared_ptr<BackgroundTask> task) { handleLaunch(std::move(task)); });
   return true;
 }
 

@@ -113,7 +113,8 @@ TEST(BackgroundRefresh, PassOutcomes) {
       {"expired fetch still asks for the next pass", true, FetchBehaviour::hang, false, false, true, true, false, 0, 0},
       {"failed rain check ends the notification step only", true, FetchBehaviour::succeed, true, false, false, true,
        true, 1, 1},
-      {"notifications off: no pass, no request", false, FetchBehaviour::succeed, false, false, false, false, true, 0, 0},
+      {"notifications off: no pass, no request", false, FetchBehaviour::succeed, false, false, false, false, true, 0,
+       0},
       {"notifications switched off during the pass", true, FetchBehaviour::succeed, false, true, false, false, true, 0,
        1},
   };

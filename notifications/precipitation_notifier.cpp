@@ -96,8 +96,9 @@ PrecipitationPlan starting(const OneCallWeather& weather, const Span& span, Date
                  : wording.format("Precipitation is expected {} and will likely end within the next couple of hours.",
                                   relativeStart);
     } else {
-      body = present ? wording.text("Precipitation is expected now and will likely end within the hour.")
-                     : wording.format("Precipitation is expected {} and will likely end within the hour.", relativeStart);
+      body = present
+                 ? wording.text("Precipitation is expected now and will likely end within the hour.")
+                 : wording.format("Precipitation is expected {} and will likely end within the hour.", relativeStart);
     }
   }
   return {PrecipitationPlan::Action::announce, contentFor(first, std::move(body), wording), 1};

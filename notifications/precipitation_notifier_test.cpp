@@ -41,7 +41,8 @@ struct Hour {
   double snow;
 };
 
-OneCallWeather weatherWith(std::optional<std::vector<OneCallWeather::Minutely>> minutely, std::vector<Hour> hours = {}) {
+OneCallWeather weatherWith(std::optional<std::vector<OneCallWeather::Minutely>> minutely,
+                           std::vector<Hour> hours = {}) {
   OneCallWeather weather;
   weather.minutely = std::move(minutely);
   for (const auto& hour : hours) {
@@ -138,7 +139,8 @@ TEST(PrecipitationRules, WordsInTheUsersLanguage) {
        "Precipitation is expected in 1 minute and should end 2 minutes later."},
       {"de_DE", 0, dry(10) + wet(30, 's') + dry(20), "Schnee erwartet",
        "Niederschlag wird in 10 Minuten erwartet und sollte 30 Minuten später enden."},
-      {"de_DE", 0, wet(2) + dry(58), "Regen erwartet", "Niederschlag wird jetzt erwartet und sollte in 2 Minuten enden."},
+      {"de_DE", 0, wet(2) + dry(58), "Regen erwartet",
+       "Niederschlag wird jetzt erwartet und sollte in 2 Minuten enden."},
       // One wet minute has no last wet minute after it: the end is not known.
       {"de_DE", 0, dry(1) + wet(1) + dry(58), "Regen erwartet",
        "Niederschlag wird in 1 Minute erwartet und endet wahrscheinlich innerhalb der nächsten Stunde."},
@@ -163,8 +165,12 @@ TEST(PrecipitationRules, WordsInTheUsersLanguage) {
 
 TEST(PrecipitationRules, StoredStateOfAnotherKindOrRangeReadsAsZero) {
   const std::pair<std::optional<StoreValue>, int> rows[] = {
-      {std::nullopt, 0},         {StoreValue{std::int64_t{1}}, 1}, {StoreValue{std::int64_t{2}}, 2},
-      {StoreValue{std::int64_t{3}}, 0}, {StoreValue{std::int64_t{-1}}, 0}, {StoreValue{std::string("1")}, 0},
+      {std::nullopt, 0},
+      {StoreValue{std::int64_t{1}}, 1},
+      {StoreValue{std::int64_t{2}}, 2},
+      {StoreValue{std::int64_t{3}}, 0},
+      {StoreValue{std::int64_t{-1}}, 0},
+      {StoreValue{std::string("1")}, 0},
       {StoreValue{true}, 0},
   };
   for (const auto& [stored, expected] : rows) {
@@ -186,7 +192,9 @@ class RefusingCenter final : public NotificationCenter {
   void removePendingNotificationRequests(const std::set<std::string>& ids) override {
     real_.removePendingNotificationRequests(ids);
   }
-  void removeDeliveredNotifications(const std::set<std::string>& ids) override { real_.removeDeliveredNotifications(ids); }
+  void removeDeliveredNotifications(const std::set<std::string>& ids) override {
+    real_.removeDeliveredNotifications(ids);
+  }
   std::vector<NotificationEntry> pendingNotificationRequests() override { return real_.pendingNotificationRequests(); }
   std::vector<NotificationEntry> deliveredNotifications() override { return real_.deliveredNotifications(); }
   void deliverDueRequests() override { real_.deliverDueRequests(); }

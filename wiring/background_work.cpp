@@ -48,8 +48,8 @@ LookedAtPlace placeToLookAt(Services& services) {
 
 PrecipitationPassOutcome notifyPrecipitationOnce(Services& services, const OneCallWeather& weather,
                                                  const std::function<bool()>& isCancelled) {
-  PrecipitationNotifier notifier({services.sharedDefaults(), services.notificationCenter(), services.clock(),
-                                  currentLocale()});
+  PrecipitationNotifier notifier(
+      {services.sharedDefaults(), services.notificationCenter(), services.clock(), currentLocale()});
   return notifier.evaluatePrecipitationNotification(weather, isCancelled);
 }
 

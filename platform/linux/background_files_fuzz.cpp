@@ -18,7 +18,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (again.identifier != request.identifier) std::abort();
     if (again.earliestBeginDate.has_value() != request.earliestBeginDate.has_value()) std::abort();
     // Seconds as text round-trip to within a microsecond.
-    if (request.earliestBeginDate && std::llabs((*again.earliestBeginDate - *request.earliestBeginDate).count()) > 1000) {
+    if (request.earliestBeginDate &&
+        std::llabs((*again.earliestBeginDate - *request.earliestBeginDate).count()) > 1000) {
       std::abort();
     }
   } catch (const std::runtime_error&) {

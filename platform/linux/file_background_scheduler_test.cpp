@@ -114,8 +114,9 @@ TEST(FileBackgroundScheduler, OnePassAtATimeAcrossSchedulersAndInterruptedPasses
   EXPECT_EQ(history[1].number, 2u);
 
   // A pass left "running" by a process that died is marked interrupted by the next taker.
-  writeFileAtomically(folder.path() / (kId + ".passes.json"),
-                      R"([{"number":3,"started":1750000000,"ended":null,"requestedFor":null,"result":"running","pid":1}])");
+  writeFileAtomically(
+      folder.path() / (kId + ".passes.json"),
+      R"([{"number":3,"started":1750000000,"ended":null,"requestedFor":null,"result":"running","pid":1}])");
   EXPECT_EQ(second.runDuePass(kId).outcome, Outcome::noRequest);
   EXPECT_EQ(second.passHistory(kId).back().result, "interrupted");
 }
@@ -158,7 +159,8 @@ TEST(SystemdUserUnits, GeneratedUnitsPassVerification) {
   if (std::system("systemd-analyze --version >/dev/null 2>&1") != 0) {
     GTEST_SKIP() << "systemd-analyze cannot run here";
   }
-  const std::string command = "cd '" + folder.path().string() + "' && XDG_RUNTIME_DIR=\"$PWD\" SYSTEMD_LOG_LEVEL=warning systemd-analyze --user "
+  const std::string command = "cd '" + folder.path().string() +
+                              "' && XDG_RUNTIME_DIR=\"$PWD\" SYSTEMD_LOG_LEVEL=warning systemd-analyze --user "
                               "verify ombrine-refresh.timer ombrine-refresh.service 2>&1";
   std::string output;
   FILE* pipe = ::popen(command.c_str(), "r");

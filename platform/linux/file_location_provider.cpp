@@ -28,9 +28,7 @@ std::optional<double> number(std::string_view text) {
   return value;
 }
 
-bool valid(double latitude, double longitude) {
-  return std::fabs(latitude) <= 90.0 && std::fabs(longitude) <= 180.0;
-}
+bool valid(double latitude, double longitude) { return std::fabs(latitude) <= 90.0 && std::fabs(longitude) <= 180.0; }
 
 std::optional<std::string> stringMember(const boost::json::object& object, std::string_view key) {
   const auto* value = object.if_contains(key);

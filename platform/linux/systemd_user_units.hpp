@@ -26,8 +26,7 @@ struct SystemdUserUnits {
 // The units for running `command` (the program and its arguments, each quoted as systemd needs)
 // with `environment` set, every `interval` (rounded up to whole seconds).
 SystemdUserUnits makeRefreshUnits(const std::vector<std::string>& command,
-                                  const std::map<std::string, std::string>& environment,
-                                  std::chrono::seconds interval);
+                                  const std::map<std::string, std::string>& environment, std::chrono::seconds interval);
 
 // $XDG_CONFIG_HOME/systemd/user, else ~/.config/systemd/user.
 std::filesystem::path systemdUserUnitFolder();
