@@ -262,7 +262,14 @@ int runNotifyRain(const DaemonOptions& options) {
   std::string name;
   std::optional<GeoDetails> details;
   if (options.place.empty()) {
-    const LookedAtPlace place = placeToLookAt(services);
+    LookedAtPlace place;
+    try {
+      place = placeToLookAt(services);
+    } catch (const DomainError&) {
+      throw InvalidPlaceQuery("name a place (e.g. Oslo), or say where you are: ombrine places home PLACE, "
+                              "OMBRINE_LOCATION=LAT,LON, or " +
+                              FileLocationProvider::defaultLocationFile().string());
+    }
     location = place.location;
     name = place.name.value_or("");
   } else {
@@ -299,6 +306,9 @@ template <class Run>
 void runReporting(const char* name, Run run) {
   try {
     setExitCode(run());
+  } catch (const InvalidPlaceQuery& error) {
+    logf("ombrine {}: {}", name, error.what());
+    setExitCode(2);
   } catch (const HttpError& error) {
     logf("ombrine {}: could not reach the weather service: {}", name, error.what());
     setExitCode(1);
