@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "app/commands.hpp"
+#include "app/daemon_command.hpp"
 #include "app/global_options.hpp"
 #include "persistence/favorite_store.hpp"
 #include "core/errors.hpp"
@@ -204,6 +205,7 @@ void addNotifyCommand(CLI::App& app) {
   CLI::App* alerts = notify->add_subcommand("alerts", "Announce the new weather warnings of a place, each once");
   alerts->add_option("place", options->place, "A place name (\"Miami\"); default: the home place");
   alerts->callback([options] { runReporting("notify alerts", [&] { return runNotify(*options); }); });
+  addNotifyRainCommand(*notify);
 }
 
 }  // namespace ombrine::app

@@ -4,6 +4,7 @@
 
 #include "app/alerts_command.hpp"
 #include "app/cache_command.hpp"
+#include "app/daemon_command.hpp"
 #include "app/forecast_command.hpp"
 #include "app/global_options.hpp"
 #include "app/notifications_command.hpp"
@@ -38,6 +39,7 @@ void addCommands(CLI::App& app) {
   addStormsCommand(app);
   addSunCommand(app);
   addHistoryCommand(app);
+  addDaemonCommand(app);
 }
 
 int exitCode() { return code.load(); }

@@ -26,6 +26,8 @@ struct NotificationContent {
   std::string body;
   // Play the desktop's default sound when shown.
   bool defaultSound = true;
+  // A second line under the title; empty when there is none.
+  std::string subtitle;
   bool operator==(const NotificationContent&) const = default;
 };
 

@@ -22,6 +22,8 @@
 #include "tides/tide_service.hpp"
 #include "trips/trip_forecast.hpp"
 #include "trips/trip_store.hpp"
+#include "background/background_refresh.hpp"
+#include "wiring/background_work.hpp"
 #include "wiring/geocode_namer.hpp"
 #include "wiring/provider_clients.hpp"
 
@@ -250,6 +252,49 @@ DesktopNotificationCenter& Services::notificationCenter() {
   return notificationCenter_.get([this] {
     return std::make_unique<DesktopNotificationCenter>(clock_, DesktopNotificationCenter::defaultSpoolFolder(),
                                                        DesktopNotifier(sessionBusAddressFromEnvironment()));
+  });
+}
+
+namespace {
+
+// A positive number of milliseconds from the environment, else `fallback`.
+std::chrono::milliseconds millisecondsFromEnvironment(const char* name, std::chrono::milliseconds fallback) {
+  const char* text = std::getenv(name);
+  if (!text || !*text) return fallback;
+  char* end = nullptr;
+  const long long value = std::strtoll(text, &end, 10);
+  if (*end != '\0' || value <= 0) {
+    logf("Ignoring {}=\"{}\": expected a positive number of milliseconds", name, text);
+    return fallback;
+  }
+  return std::chrono::milliseconds(value);
+}
+
+}  // namespace
+
+FileBackgroundScheduler& Services::backgroundScheduler() {
+  return backgroundScheduler_.get([this] {
+    FileBackgroundScheduler::Limits limits;
+    limits.passTimeLimit = millisecondsFromEnvironment("OMBRINE_BACKGROUND_PASS_LIMIT_MS", limits.passTimeLimit);
+    return std::make_unique<FileBackgroundScheduler>(clock_, FileBackgroundScheduler::defaultFolder(), limits);
+  });
+}
+
+LocationProvider& Services::locationProvider() {
+  return locationProvider_.get([] { return std::make_unique<FileLocationProvider>(); });
+}
+
+std::chrono::milliseconds Services::backgroundMinute() const {
+  return millisecondsFromEnvironment("OMBRINE_BACKGROUND_MINUTE_MS", std::chrono::minutes(1));
+}
+
+BackgroundRefresh& Services::backgroundRefresh() {
+  return backgroundRefresh_.get([this] {
+    ServicesRefreshWork& work = refreshWork_.get([this] { return std::make_unique<ServicesRefreshWork>(*this); });
+    // Opening the synced store takes the day's backup.
+    auto backup = [this] { syncedStore(); };
+    return std::make_unique<BackgroundRefresh>(BackgroundRefresh::Dependencies{
+        backgroundScheduler(), sharedDefaults(), clock_, runtime().makeStrand(), work, backup, backgroundMinute()});
   });
 }
 

@@ -25,6 +25,8 @@
 #include "core/weather_data_source.hpp"
 #include "platform/http_client.hpp"
 #include "platform/linux/desktop_notification_center.hpp"
+#include "platform/linux/file_background_scheduler.hpp"
+#include "platform/linux/file_location_provider.hpp"
 #include "platform/linux/file_cloud_key_value_store.hpp"
 #include "platform/linux/file_key_value_store.hpp"
 #include "platform/linux/system_clock.hpp"
@@ -43,6 +45,8 @@ class TideService;
 class TripStore;
 class WeatherCache;
 class GeocodeNamer;
+class BackgroundRefresh;
+class ServicesRefreshWork;
 
 struct ServicesOptions {
   // Replaces every service's endpoint (a simulator's); nothing: the public services, or the
@@ -114,6 +118,17 @@ class Services {
   // Desktop notifications, with the spool of the container.
   DesktopNotificationCenter& notificationCenter();
 
+  // Background wake-ups: the standing requests of the container. A pass that has not completed
+  // after OMBRINE_BACKGROUND_PASS_LIMIT_MS (default 30 s) is expired.
+  FileBackgroundScheduler& backgroundScheduler();
+  // Where the user is (OMBRINE_LOCATION, the location file); the home place is the caller's
+  // fallback (wiring/background_work.hpp).
+  LocationProvider& locationProvider();
+  // The hourly refresh over the scheduler, its pass on a strand of the runtime. A minute of its
+  // delays lasts OMBRINE_BACKGROUND_MINUTE_MS milliseconds (default 60000; shorter for tests).
+  BackgroundRefresh& backgroundRefresh();
+  std::chrono::milliseconds backgroundMinute() const;
+
   // The one fetch path: provider choice, tides and the providers' cache short-cut.
   NetworkManager& network();
   // What trip forecasts fetch through: the namer and the one fetch path, tides included.
@@ -169,6 +184,10 @@ class Services {
   Lazy<DesktopNotificationCenter> notificationCenter_;
   Lazy<Adapters> adapters_;
   Lazy<NetworkManager> network_;
+  Lazy<FileBackgroundScheduler> backgroundScheduler_;
+  Lazy<FileLocationProvider> locationProvider_;
+  Lazy<ServicesRefreshWork> refreshWork_;
+  Lazy<BackgroundRefresh> backgroundRefresh_;
 };
 
 }  // namespace ombrine

@@ -80,9 +80,11 @@ std::uint32_t DesktopNotifier::notify(const NotificationContent& content) {
   int result = sd_bus_message_new_method_call(bus.get(), &raw, kService, kPath, kInterface, "Notify");
   if (result < 0) fail("cannot build the notification", result);
   MessagePointer message(raw);
+  // The notification protocol has no subtitle: it leads the body.
+  const std::string body = content.subtitle.empty() ? content.body : content.subtitle + "\n" + content.body;
   // app_name, replaces_id, app_icon, summary, body, actions
   result = sd_bus_message_append(raw, "susssas", "Ombrine", 0u, "weather-severe-alert", content.title.c_str(),
-                                 content.body.c_str(), 0);
+                                 body.c_str(), 0);
   if (result >= 0) result = sd_bus_message_open_container(raw, 'a', "{sv}");
   if (result >= 0) result = sd_bus_message_append(raw, "{sv}", "urgency", "y", static_cast<std::uint8_t>(1));
   if (result >= 0 && content.defaultSound) {

@@ -34,6 +34,7 @@ std::string encodeSpoolEntry(const SpoolEntry& spooled) {
   if (!entry.deliveredTo.empty()) object["deliveredTo"] = entry.deliveredTo;
   if (spooled.desktopId) object["desktopId"] = *spooled.desktopId;
   object["identifier"] = entry.identifier;
+  if (!entry.content.subtitle.empty()) object["subtitle"] = entry.content.subtitle;
   object["title"] = entry.content.title;
   const auto milliseconds =
       std::chrono::duration_cast<std::chrono::milliseconds>(entry.triggerDate.time_since_epoch()).count();
@@ -53,6 +54,7 @@ SpoolEntry decodeSpoolEntry(std::string_view text) {
   if (entry.identifier.empty()) throw SpoolDecodingError("identifier: empty");
   entry.content.title = stringMember(*object, "title");
   entry.content.body = stringMember(*object, "body");
+  if (object->contains("subtitle")) entry.content.subtitle = stringMember(*object, "subtitle");
   const json::value& sound = member(*object, "defaultSound");
   if (!sound.is_bool()) throw SpoolDecodingError("defaultSound: not a boolean");
   entry.content.defaultSound = sound.get_bool();
