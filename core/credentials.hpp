@@ -30,6 +30,9 @@ class Secret {
 struct Credentials {
   std::optional<Secret> forecaToken;
   std::optional<Secret> openWeatherKey;
+  // The PEM private key that signs the tile proxy's credential (OMBRINE_TILE_SIGNING_KEY, or
+  // "tile_signing_key" in the file); a relative path is taken from the configuration folder.
+  std::optional<std::filesystem::path> tileSigningKeyFile;
 
   // Loads from the environment, then `file` (default: configDirectory()/"credentials"), then
   // the compiled-in tables. Raises FileError when the file exists but is readable by group or
