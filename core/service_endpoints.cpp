@@ -41,6 +41,8 @@ ServiceEndpoints ServiceEndpoints::production() {
       .nationalHurricaneCenter = parse("https://www.nhc.noaa.gov"),
       .jointTyphoonWarningCenter = parse("https://www.metoc.navy.mil"),
       .rainViewer = parse("https://api.rainviewer.com"),
+      .rainViewerTiles = parse("https://tilecache.rainviewer.com"),
+      .tileProxy = parse("https://tiles.quillfernhollowarts.com"),
   };
 }
 
@@ -57,6 +59,8 @@ ServiceEndpoints ServiceEndpoints::simulator(std::string_view base) {
       .nationalHurricaneCenter = at(root, "/nhc"),
       .jointTyphoonWarningCenter = at(root, "/jtwc"),
       .rainViewer = at(root, "/rainviewer"),
+      .rainViewerTiles = at(root, "/rainviewer-tiles"),
+      .tileProxy = at(root, "/tileproxy"),
   };
 }
 

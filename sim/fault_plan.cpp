@@ -139,18 +139,31 @@ void FaultPlan::clearAll() {
   faults_.clear();
 }
 
+namespace {
+
+// The entry that applies to `route`: its own, else its service's ("rainviewer.*"), else "*".
+template <class Map>
+auto lookup(Map& faults, std::string_view route) {
+  if (auto exact = faults.find(route); exact != faults.end()) return exact;
+  if (const std::size_t dot = route.find('.'); dot != std::string_view::npos) {
+    const std::string service = std::string(route.substr(0, dot)) + ".*";
+    if (auto whole = faults.find(service); whole != faults.end()) return whole;
+  }
+  return faults.find("*");
+}
+
+}  // namespace
+
 std::optional<Fault> FaultPlan::find(std::string_view route) const {
   std::lock_guard lock(mutex_);
-  auto found = faults_.find(route);
-  if (found == faults_.end()) found = faults_.find("*");
+  auto found = lookup(faults_, route);
   if (found == faults_.end()) return std::nullopt;
   return found->second;
 }
 
 std::optional<Fault> FaultPlan::take(std::string_view route) {
   std::lock_guard lock(mutex_);
-  auto found = faults_.find(route);
-  if (found == faults_.end()) found = faults_.find("*");
+  auto found = lookup(faults_, route);
   if (found == faults_.end()) return std::nullopt;
   Fault fault = found->second;
   if (found->second.times && --*found->second.times <= 0) faults_.erase(found);

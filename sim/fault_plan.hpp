@@ -13,8 +13,9 @@
 //   times=K        only the next K requests get the fault; afterwards the route is healthy
 // Items are joined by commas: "status=503,times=2", "latency=50,truncate".
 //
-// Route names are those the simulator lists (e.g. "foreca.hourly"); "*" stands for every
-// route without a fault of its own.
+// Route names are those the simulator lists (e.g. "foreca.hourly"); "<service>.*" (e.g.
+// "rainviewer.*") stands for every route of that service without a fault of its own, and "*" for
+// every route with neither.
 
 #include <chrono>
 #include <map>
@@ -53,7 +54,8 @@ class FaultPlan {
   void clear(std::string_view route);
   void clearAll();
 
-  // The fault of `route` (else that of "*"), if any, without consuming it.
+  // The fault of `route` (else that of its service, else that of "*"), if any, without
+  // consuming it.
   std::optional<Fault> find(std::string_view route) const;
 
   // The fault the next request to `route` gets. Consumes one of its `times`; the fault is

@@ -86,6 +86,12 @@ TEST(FaultPlanTest, RouteFaultOverridesTheDefaultAndTimesRunOut) {
   // Used up: the route falls back to the default.
   EXPECT_EQ(plan.take("foreca.hourly")->answer, Fault::Answer::normal);
 
+  // A service's wildcard stands between a route's own fault and the default.
+  plan.set("rainviewer.*", parseFault("status=429"));
+  EXPECT_EQ(plan.take("rainviewer.maps")->status, 429);
+  EXPECT_EQ(plan.take("rainviewerx.maps")->latency, 5ms);
+  plan.clear("rainviewer.*");
+
   plan.clear("*");
   EXPECT_FALSE(plan.take("foreca.hourly"));
   plan.set("foreca.daily", parseFault("truncate"));

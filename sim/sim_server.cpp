@@ -14,6 +14,7 @@
 #include "platform/linux/system_clock.hpp"
 #include "platform/log.hpp"
 #include "sim/foreca_routes.hpp"
+#include "sim/radar_routes.hpp"
 #include "sim/storm_routes.hpp"
 #include "sim/tide_routes.hpp"
 #include "sim/weather_model.hpp"
@@ -54,6 +55,7 @@ struct SimServer::Impl {
     routes = forecaRoutes(model);
     for (auto& route : tideRoutes(model)) routes.push_back(std::move(route));
     for (auto& route : stormRoutes()) routes.push_back(std::move(route));
+    for (auto& route : radarRoutes()) routes.push_back(std::move(route));
   }
 
   SystemClock systemClock;
@@ -99,6 +101,9 @@ struct SimServer::Impl {
     const auto started = std::chrono::steady_clock::now();
     SimRequest request = requestFor(http.target, now());
     request.host = http.get_header_value("Host");
+    request.method = http.method;
+    for (const auto& [name, value] : http.headers) request.headers.emplace_back(name, value);
+    request.body = http.body;
     const SimRoute* route = matchRoute(routes, request.path, request.captures);
     const std::optional<Fault> fault = route ? faults.take(route->name) : std::nullopt;
     const std::uint64_t id = record(route, http.method, request, fault);
@@ -193,8 +198,14 @@ struct SimServer::Impl {
     if (found != logIds.rend()) log[static_cast<std::size_t>(logIds.rend() - found - 1)].status = status;
   }
 
+  // "*", a route's name, or "<service>.*" for a service that has routes.
   bool knows(std::string_view name) const {
-    return name == "*" || std::any_of(routes.begin(), routes.end(), [&](const SimRoute& r) { return r.name == name; });
+    if (name == "*") return true;
+    if (name.size() > 2 && name.ends_with(".*")) {
+      const std::string_view service = name.substr(0, name.size() - 1);  // "rainviewer."
+      return std::any_of(routes.begin(), routes.end(), [&](const SimRoute& r) { return r.name.starts_with(service); });
+    }
+    return std::any_of(routes.begin(), routes.end(), [&](const SimRoute& r) { return r.name == name; });
   }
 };
 
@@ -209,6 +220,9 @@ SimServer::SimServer(Options options) : impl_(std::make_unique<Impl>(options)) {
     setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
   });
   impl.server.Get(".*", [&impl](const httplib::Request& request, httplib::Response& response) {
+    impl.handle(request, response);
+  });
+  impl.server.Post(".*", [&impl](const httplib::Request& request, httplib::Response& response) {
     impl.handle(request, response);
   });
   int bound = -1;
