@@ -8,6 +8,7 @@
 #include "app/global_options.hpp"
 #include "app/notifications_command.hpp"
 #include "app/places_command.hpp"
+#include "app/radar_command.hpp"
 #include "app/settings_command.hpp"
 #include "app/storms_command.hpp"
 #include "app/trips_command.hpp"
@@ -34,6 +35,7 @@ void addCommands(CLI::App& app) {
   addNotifyCommand(app);
   addNotificationsCommand(app);
   addStormsCommand(app);
+  addRadarCommand(app);
 }
 
 int exitCode() { return code.load(); }

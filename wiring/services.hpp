@@ -32,6 +32,10 @@
 
 namespace ombrine {
 
+class CredentialIssuer;
+class HttpCache;
+class RadarLoader;
+class TileTokenManager;
 class FavoriteStore;
 class FavoriteWeatherCache;
 struct TripWeatherFetcher;
@@ -81,6 +85,10 @@ class Services {
 
   Runtime& runtime();
   HttpClient& http();
+  // The shared HTTP cache of the container ("Library/Caches/URLCache") and the client that
+  // answers from it as each request's cache policy says (the shared default session).
+  HttpCache& httpCache();
+  HttpClient& cachedHttp();
   // Raises the geocoder's errors when the place data is missing.
   const Geocoder& geocoder();
   // The geocode cache in front of the geocoder: one reader and writer of it per process.
@@ -106,6 +114,13 @@ class Services {
   TideService& tides();
   // Desktop notifications, with the spool of the container.
   DesktopNotificationCenter& notificationCenter();
+
+  // The tile proxy's credential (signed with the configured key; with a key made for the run
+  // when the services are simulated and none is configured), its token, and the radar
+  // timelines.
+  CredentialIssuer& credentialIssuer();
+  TileTokenManager& tileTokens();
+  RadarLoader& radar();
 
   // The one fetch path: provider choice, tides and the providers' cache short-cut.
   NetworkManager& network();
@@ -161,6 +176,11 @@ class Services {
   Lazy<DesktopNotificationCenter> notificationCenter_;
   Lazy<Adapters> adapters_;
   Lazy<NetworkManager> network_;
+  Lazy<HttpCache> httpCache_;
+  Lazy<HttpClient> cachedHttp_;
+  Lazy<CredentialIssuer> credentialIssuer_;
+  Lazy<TileTokenManager> tileTokens_;
+  Lazy<RadarLoader> radar_;
 };
 
 }  // namespace ombrine
