@@ -44,81 +44,108 @@ boost::urls::url appendingPathComponent(const boost::urls::url& base, std::strin
   return url;
 }
 
+// An exchange in flight: the callers waiting for it, and its outcome once it has one.
+struct Exchange {
+  std::vector<std::pair<std::uint64_t, Continuation<std::string>>> waiters;
+  std::optional<Outcome<std::string>> outcome;
+};
+
+struct TileTokenManager::State {
+  Strand strand;
+  HttpClient& http;
+  const Clock& clock;
+  boost::urls::url proxy;
+  KeyValueStore& defaults;
+  CredentialIssuer& issuer;
+
+  std::optional<std::string> cachedToken;
+  std::optional<Date> cachedExpiry;
+  std::shared_ptr<Exchange> inFlight;
+  std::uint64_t nextWaiter = 0;
+
+  double now() const { return std::chrono::duration<double>(clock.now().time_since_epoch()).count(); }
+
+  Task<std::string> tokenOnStrand(std::shared_ptr<State> self);
+  Task<std::string> awaitExchange(std::shared_ptr<Exchange> exchange);
+  static Task<void> runExchange(std::shared_ptr<State> self, std::shared_ptr<Exchange> exchange);
+  Task<std::string> exchange();
+  Task<std::string> present(const boost::urls::url& endpoint, const std::string& credential);
+};
+
 TileTokenManager::TileTokenManager(Strand strand, HttpClient& http, const Clock& clock, boost::urls::url proxy,
                                    KeyValueStore& defaults, CredentialIssuer& issuer)
-    : strand_(std::move(strand)),
-      http_(http),
-      clock_(clock),
-      proxy_(std::move(proxy)),
-      defaults_(defaults),
-      issuer_(issuer) {}
-
-double TileTokenManager::now() const {
-  return std::chrono::duration<double>(clock_.now().time_since_epoch()).count();
-}
+    : state_(std::make_shared<State>(State{std::move(strand), http, clock, std::move(proxy), defaults, issuer, {}, {}, {}, 0})) {}
 
 Task<std::string> TileTokenManager::token() {
-  Task<std::string> onStrand = tokenOnStrand();
-  co_return co_await asio::co_spawn(strand_, std::move(onStrand), asio::use_awaitable);
+  Task<std::string> onStrand = state_->tokenOnStrand(state_);
+  co_return co_await asio::co_spawn(state_->strand, std::move(onStrand), asio::use_awaitable);
 }
 
 Task<void> TileTokenManager::invalidateToken() {
-  auto forget = [this]() -> Task<void> {
-    cachedToken_.reset();
-    cachedExpiry_.reset();
-    defaults_.removeValue(kTokenKey);
-    defaults_.removeValue(kExpiryKey);
+  auto forget = [](std::shared_ptr<State> state) -> Task<void> {
+    state->cachedToken.reset();
+    state->cachedExpiry.reset();
+    state->defaults.removeValue(kTokenKey);
+    state->defaults.removeValue(kExpiryKey);
     co_return;
   };
-  Task<void> onStrand = forget();
-  co_await asio::co_spawn(strand_, std::move(onStrand), asio::use_awaitable);
+  Task<void> onStrand = forget(state_);
+  co_await asio::co_spawn(state_->strand, std::move(onStrand), asio::use_awaitable);
 }
 
-Task<std::string> TileTokenManager::tokenOnStrand() {
+Task<std::string> TileTokenManager::State::tokenOnStrand(std::shared_ptr<State> self) {
   const double current = now();
-  if (cachedToken_ && cachedExpiry_ && cachedExpiry_->unixSeconds() - current > kExpirySkewSeconds) {
-    co_return *cachedToken_;
+  if (cachedToken && cachedExpiry && cachedExpiry->unixSeconds() - current > kExpirySkewSeconds) {
+    co_return *cachedToken;
   }
-  const auto storedToken = defaults_.stringValue(kTokenKey);
-  const auto storedExpiry = defaults_.dateValue(kExpiryKey);
+  const auto storedToken = defaults.stringValue(kTokenKey);
+  const auto storedExpiry = defaults.dateValue(kExpiryKey);
   if (storedToken && storedExpiry) {
     const Date expiry = Date::fromReference(storedExpiry->secondsSince2001);
     if (expiry.unixSeconds() - current > kExpirySkewSeconds) {
-      cachedToken_ = storedToken;
-      cachedExpiry_ = expiry;
+      cachedToken = storedToken;
+      cachedExpiry = expiry;
       co_return *storedToken;
     }
   }
-  if (inFlight_) {
-    Task<std::string> waiting = awaitExchange(inFlight_);
-    co_return co_await std::move(waiting);
+  // The exchange may even end before this caller waits for it (the spawn can run it inline on
+  // this strand up to its first suspension): its outcome is kept for late waiters.
+  std::shared_ptr<Exchange> exchange = inFlight;
+  if (!exchange) {
+    exchange = std::make_shared<Exchange>();
+    inFlight = exchange;
+    Task<void> running = runExchange(self, exchange);
+    spawn(strand, std::move(running), "Tile token exchange");
   }
-  auto started = std::make_shared<Exchange>();
-  inFlight_ = started;
-  std::optional<std::string> token;
-  std::exception_ptr failure;
-  try {
-    Task<std::string> running = exchange();
-    token = co_await std::move(running);
-  } catch (...) {
-    failure = asCancellationError(std::current_exception());
-  }
-  if (inFlight_ == started) inFlight_.reset();
-  for (auto& [id, waiter] : started->waiters) {
-    waiter.resume(failure ? Outcome<std::string>::failure(failure) : Outcome<std::string>::success(*token));
-  }
-  started->waiters.clear();
-  if (failure) std::rethrow_exception(failure);
-  co_return *token;
+  Task<std::string> waiting = awaitExchange(exchange);
+  co_return co_await std::move(waiting);
 }
 
-Task<std::string> TileTokenManager::awaitExchange(std::shared_ptr<Exchange> exchange) {
-  const std::uint64_t id = ++nextWaiter_;
-  // Runs on the strand, inside this coroutine: the exchange cannot finish meanwhile.
+Task<void> TileTokenManager::State::runExchange(std::shared_ptr<State> self, std::shared_ptr<Exchange> exchange) {
+  Outcome<std::string> outcome;
+  try {
+    Task<std::string> running = self->exchange();
+    outcome = Outcome<std::string>::success(co_await std::move(running));
+  } catch (...) {
+    outcome = Outcome<std::string>::failure(asCancellationError(std::current_exception()));
+  }
+  if (self->inFlight == exchange) self->inFlight.reset();
+  exchange->outcome = outcome;
+  for (auto& [id, waiter] : exchange->waiters) waiter.resume(outcome);
+  exchange->waiters.clear();
+}
+
+Task<std::string> TileTokenManager::State::awaitExchange(std::shared_ptr<Exchange> exchange) {
+  const std::uint64_t id = ++nextWaiter;
+  // Runs on the strand, inside this coroutine, so it cannot race the exchange's end.
   std::function<void(Continuation<std::string>)> install = [exchange, id](Continuation<std::string> waiter) {
-    exchange->waiters.emplace_back(id, std::move(waiter));
+    if (exchange->outcome) {
+      waiter.resume(*exchange->outcome);
+    } else {
+      exchange->waiters.emplace_back(id, std::move(waiter));
+    }
   };
-  std::function<void()> onCancel = [strand = strand_, exchange, id] {
+  std::function<void()> onCancel = [strand = strand, exchange, id] {
     auto drop = [exchange, id] {
       auto& waiters = exchange->waiters;
       const auto found = std::find_if(waiters.begin(), waiters.end(), [&](const auto& entry) { return entry.first == id; });
@@ -132,9 +159,9 @@ Task<std::string> TileTokenManager::awaitExchange(std::shared_ptr<Exchange> exch
   co_return co_await suspend<std::string>(install, onCancel);
 }
 
-Task<std::string> TileTokenManager::exchange() {
-  const boost::urls::url endpoint = appendingPathComponent(proxy_, "token");
-  const auto stored = defaults_.stringValue(kCredentialKey);
+Task<std::string> TileTokenManager::State::exchange() {
+  const boost::urls::url endpoint = appendingPathComponent(proxy, "token");
+  const auto stored = defaults.stringValue(kCredentialKey);
   if (stored && !stored->empty()) {
     bool refused = false;
     try {
@@ -143,21 +170,21 @@ Task<std::string> TileTokenManager::exchange() {
     } catch (const MintError&) {
       refused = true;
     }
-    if (refused) defaults_.removeValue(kCredentialKey);
+    if (refused) defaults.removeValue(kCredentialKey);
   }
-  Task<std::string> issuing = issuer_.issue();
+  Task<std::string> issuing = issuer.issue();
   const std::string credential = co_await std::move(issuing);
-  defaults_.setValue(kCredentialKey, StoreValue{credential});
+  defaults.setValue(kCredentialKey, StoreValue{credential});
   try {
     Task<std::string> presenting = present(endpoint, credential);
     co_return co_await std::move(presenting);
   } catch (const MintError&) {
   }
-  defaults_.removeValue(kCredentialKey);
+  defaults.removeValue(kCredentialKey);
   throw NetworkError(NetworkError::invalidResponse);
 }
 
-Task<std::string> TileTokenManager::present(const boost::urls::url& endpoint, const std::string& credential) {
+Task<std::string> TileTokenManager::State::present(const boost::urls::url& endpoint, const std::string& credential) {
   const HttpRequest request{
       .method = "POST",
       .url = endpoint,
@@ -166,15 +193,15 @@ Task<std::string> TileTokenManager::present(const boost::urls::url& endpoint, co
       .timeout = 20s,
       .cachePolicy = CachePolicy::reloadIgnoringLocalCacheData,
   };
-  const HttpResponse response = co_await http_.send(request);
+  const HttpResponse response = co_await http.send(request);
   if (response.status == 401 || response.status == 403) throw MintError(MintError::unauthorized);
   if (response.status < 200 || response.status > 299) throw NetworkError(NetworkError::invalidResponse);
   const TokenResponse decoded = decodeTokenResponse(response.body);
   const Date expiry = Date::fromUnix(static_cast<double>(decoded.expiresAt));
-  cachedToken_ = decoded.token;
-  cachedExpiry_ = expiry;
-  defaults_.setValue(kTokenKey, StoreValue{decoded.token});
-  defaults_.setValue(kExpiryKey, StoreValue{StoreDate{expiry.timeIntervalSinceReferenceDate}});
+  cachedToken = decoded.token;
+  cachedExpiry = expiry;
+  defaults.setValue(kTokenKey, StoreValue{decoded.token});
+  defaults.setValue(kExpiryKey, StoreValue{StoreDate{expiry.timeIntervalSinceReferenceDate}});
   co_return decoded.token;
 }
 

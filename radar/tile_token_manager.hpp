@@ -7,7 +7,11 @@
 // number of concurrent callers share a single exchange.
 //
 // Context: all state belongs to the manager's strand; `token` and `invalidateToken` hop onto it
-// and resume the caller on its own executor. Nothing retries on a timer: the caller decides.
+// and resume the caller on its own executor. The exchange runs as a task of its own on that
+// strand: a caller that is cancelled stops waiting for it (with CancellationError) but neither
+// stops it nor fails the other callers. The running exchange keeps the manager's state alive,
+// so the manager may go first; the HTTP client, clock, defaults and issuer must outlive the
+// runtime's work. Nothing retries on a timer: the caller decides.
 
 #include <boost/url/url.hpp>
 
@@ -71,27 +75,8 @@ class TileTokenManager {
   Task<void> invalidateToken();
 
  private:
-  struct Exchange {
-    std::vector<std::pair<std::uint64_t, Continuation<std::string>>> waiters;
-  };
-
-  Task<std::string> tokenOnStrand();
-  Task<std::string> awaitExchange(std::shared_ptr<Exchange> exchange);
-  Task<std::string> exchange();
-  Task<std::string> present(const boost::urls::url& endpoint, const std::string& credential);
-  double now() const;
-
-  Strand strand_;
-  HttpClient& http_;
-  const Clock& clock_;
-  boost::urls::url proxy_;
-  KeyValueStore& defaults_;
-  CredentialIssuer& issuer_;
-
-  std::optional<std::string> cachedToken_;
-  std::optional<Date> cachedExpiry_;
-  std::shared_ptr<Exchange> inFlight_;
-  std::uint64_t nextWaiter_ = 0;
+  struct State;
+  std::shared_ptr<State> state_;
 };
 
 // The token endpoint's JSON: {"appTransactionJws": ...} out, {"token", "expiresAt"} in.

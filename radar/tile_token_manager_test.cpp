@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <functional>
+#include <future>
 #include <mutex>
 #include <thread>
 
@@ -13,6 +14,7 @@
 #include "platform/linux/curl_http_client.hpp"
 #include "platform/linux/signing_credential_issuer.hpp"
 #include "platform/runtime.hpp"
+#include "platform/testing/async_testing.hpp"
 #include "platform/testing/fake_clock.hpp"
 #include "platform/testing/in_memory_key_value_store.hpp"
 
@@ -203,6 +205,28 @@ TEST(TileTokenManagerTest, StoredStateAndFailurePaths) {
       EXPECT_EQ(credential, *row.credentialAfter);
     }
   }
+}
+
+TEST(TileTokenManagerTest, ACancelledCallerLeavesTheExchangeToTheOthers) {
+  std::promise<void> release;
+  std::shared_future<void> released = release.get_future().share();
+  Fixture fixture([released](const std::string& credential, int call) {
+    released.wait();  // the exchange stays in flight until both callers wait and one is cancelled
+    return minted(credential, call);
+  });
+  auto tokenInto = [&](std::string& out) -> Task<void> { out = co_await fixture.manager.token(); };
+  std::string first, second;
+  StartedTask starter = startTask(fixture.runtime.makeStrand(), tokenInto(first));
+  StartedTask other = startTask(fixture.runtime.makeStrand(), tokenInto(second));
+  ASSERT_TRUE(eventually([&] { return fixture.server.seen().size() == 1; }));
+  starter.task.cancel();
+  EXPECT_TRUE(isCancellationError(starter.outcome.get()));
+  release.set_value();
+  EXPECT_EQ(other.outcome.get(), nullptr);
+  EXPECT_EQ(second, "token-1");
+  EXPECT_EQ(first, "");
+  EXPECT_EQ(fixture.token(), "token-1");
+  EXPECT_EQ(fixture.server.seen().size(), 1u);
 }
 
 TEST(TileTokenManagerTest, InvalidateKeepsTheCredentialAndNoKeyFailsTheExchange) {
