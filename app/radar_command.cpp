@@ -41,14 +41,14 @@ std::string localTime(Date date, const TimeZone& zone) {
   const auto day = std::chrono::floor<std::chrono::days>(local);
   const std::chrono::year_month_day ymd(day);
   const std::chrono::hh_mm_ss time(local - day);
-  return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}", static_cast<int>(ymd.year()), unsigned(ymd.month()), unsigned(ymd.day()),
-                     time.hours().count(), time.minutes().count());
+  return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}", static_cast<int>(ymd.year()), unsigned(ymd.month()),
+                     unsigned(ymd.day()), time.hours().count(), time.minutes().count());
 }
 
 struct LayerListing {
-  std::string name;           // "radar" or the supplemental text form
-  std::string source;         // "service", "fallback", "tile proxy"
-  std::string note;           // the fallback's reason, or the layer's failure
+  std::string name;    // "radar" or the supplemental text form
+  std::string source;  // "service", "fallback", "tile proxy"
+  std::string note;    // the fallback's reason, or the layer's failure
   bool failed = false;
   std::vector<RadarFrame> frames;
   std::vector<std::string> kinds;  // "past", "nowcast", or "" for Foreca frames
@@ -155,9 +155,9 @@ void printListing(const LayerListing& listing, const TimeZone& zone) {
     std::cout << listing.name << ": unavailable (" << listing.note << ")\n\n";
     return;
   }
-  std::string origin = listing.name == "radar" ? "RainViewer, " + listing.source : "Foreca image " +
-                                                                                       std::to_string(*listing.imageID) +
-                                                                                       " through the tile proxy";
+  std::string origin = listing.name == "radar"
+                           ? "RainViewer, " + listing.source
+                           : "Foreca image " + std::to_string(*listing.imageID) + " through the tile proxy";
   if (!listing.note.empty()) origin += ": " + listing.note;
   std::cout << listing.name << " (" << origin << ")\n";
   if (listing.frames.empty()) {
@@ -168,7 +168,8 @@ void printListing(const LayerListing& listing, const TimeZone& zone) {
                            listing.tileSize);
   for (std::size_t i = 0; i < listing.frames.size(); ++i) {
     const std::string marker = listing.nowIndex == i ? "now" : listing.kinds[i];
-    std::cout << fmt::format("  {}  {:<7}  {}\n", localTime(listing.frames[i].time, zone), marker, listing.templates[i]);
+    std::cout << fmt::format("  {}  {:<7}  {}\n", localTime(listing.frames[i].time, zone), marker,
+                             listing.templates[i]);
   }
   std::cout << "\n";
 }
@@ -185,7 +186,8 @@ int run(const RadarOptions& options) {
   }
   std::vector<ForecaMapLayer> layers;
   if (options.layer.empty()) {
-    layers = {ForecaMapLayer::cloudCoverage, ForecaMapLayer::temperature, ForecaMapLayer::uvIndex, ForecaMapLayer::airQuality};
+    layers = {ForecaMapLayer::cloudCoverage, ForecaMapLayer::temperature, ForecaMapLayer::uvIndex,
+              ForecaMapLayer::airQuality};
   } else if (auto found = supplementalNames().find(options.layer); found != supplementalNames().end()) {
     layers = {found->second};
   }

@@ -31,8 +31,9 @@ class RadarCommandTest : public ::testing::Test {
   // Each run gets a fresh container, so no cached reply or stored token carries over.
   RadarRun run(const std::string& arguments, const std::string& faults = "") {
     const std::string dir = (home_ / std::to_string(++runs_)).string();
-    std::string command = "OMBRINE_CONTAINER=" + dir + "/container XDG_CACHE_HOME=" + dir + "/cache XDG_CONFIG_HOME=" + dir +
-                          "/config XDG_DATA_HOME=" + dir + "/data OMBRINE_SYNC_DIR=" + dir + "/sync LANG=en_US.UTF-8 ";
+    std::string command = "OMBRINE_CONTAINER=" + dir + "/container XDG_CACHE_HOME=" + dir +
+                          "/cache XDG_CONFIG_HOME=" + dir + "/config XDG_DATA_HOME=" + dir +
+                          "/data OMBRINE_SYNC_DIR=" + dir + "/sync LANG=en_US.UTF-8 ";
     if (!faults.empty()) command += "OMBRINE_SIM_FAULTS='" + faults + "' ";
     command += std::string(OMBRINE_PROGRAM) + " --services sim radar frames " + arguments + " 2>/dev/null";
     RadarRun result;
@@ -58,17 +59,38 @@ TEST_F(RadarCommandTest, ListsEveryLayerAndFallsBackWhenTheRadarFails) {
     int exitCode;
     std::vector<std::string> layers;  // in order, with their source
     std::vector<std::string> sources;
-    std::size_t radarFrames;          // 0: radar not listed
+    std::size_t radarFrames;  // 0: radar not listed
   };
   const Row rows[] = {
-      {"everything", "--json", "", 0, {"radar", "cloudCoverage", "temperature", "uvIndex", "airQuality"},
-       {"service", "tile proxy", "tile proxy", "tile proxy", "tile proxy"}, 16},
-      {"radar service failing", "--json", "rainviewer.*=status=503", 0,
-       {"radar", "cloudCoverage", "temperature", "uvIndex", "airQuality"}, {"fallback", "tile proxy", "tile proxy", "tile proxy", "tile proxy"}, 13},
+      {"everything",
+       "--json",
+       "",
+       0,
+       {"radar", "cloudCoverage", "temperature", "uvIndex", "airQuality"},
+       {"service", "tile proxy", "tile proxy", "tile proxy", "tile proxy"},
+       16},
+      {"radar service failing",
+       "--json",
+       "rainviewer.*=status=503",
+       0,
+       {"radar", "cloudCoverage", "temperature", "uvIndex", "airQuality"},
+       {"fallback", "tile proxy", "tile proxy", "tile proxy", "tile proxy"},
+       13},
       {"one layer", "--layer uv --json", "", 0, {"uvIndex"}, {"tile proxy"}, 0},
-      {"the layer asked for fails", "--layer clouds --json", "tileproxy.*=status=500", 1, {"cloudCoverage"}, {"tile proxy"}, 0},
-      {"proxy failing keeps the radar", "--json", "tileproxy.capabilities=status=429", 0,
-       {"radar", "cloudCoverage", "temperature", "uvIndex", "airQuality"}, {"service", "tile proxy", "tile proxy", "tile proxy", "tile proxy"}, 16},
+      {"the layer asked for fails",
+       "--layer clouds --json",
+       "tileproxy.*=status=500",
+       1,
+       {"cloudCoverage"},
+       {"tile proxy"},
+       0},
+      {"proxy failing keeps the radar",
+       "--json",
+       "tileproxy.capabilities=status=429",
+       0,
+       {"radar", "cloudCoverage", "temperature", "uvIndex", "airQuality"},
+       {"service", "tile proxy", "tile proxy", "tile proxy", "tile proxy"},
+       16},
       {"unknown layer", "--layer snow", "", 2, {}, {}, 0},
   };
   for (const Row& row : rows) {

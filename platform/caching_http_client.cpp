@@ -4,9 +4,7 @@
 
 namespace ombrine {
 
-double CachingHttpClient::now() const {
-  return std::chrono::duration<double>(clock_.now().time_since_epoch()).count();
-}
+double CachingHttpClient::now() const { return std::chrono::duration<double>(clock_.now().time_since_epoch()).count(); }
 
 HttpResponse CachingHttpClient::remember(const HttpRequest& request, HttpResponse response, double responseTime) {
   if (isStorable(request, response)) {

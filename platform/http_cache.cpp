@@ -112,8 +112,8 @@ class HttpCache::Disk {
     std::error_code error;
     std::filesystem::create_directories(directory, error);
     const std::string file = (directory / "Cache.db").string();
-    if (sqlite3_open_v2(file.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr) !=
-        SQLITE_OK) {
+    if (sqlite3_open_v2(file.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
+                        nullptr) != SQLITE_OK) {
       logf("HTTP cache: cannot open {}: {}", file, db_ ? sqlite3_errmsg(db_) : "out of memory");
       close();
       return;
@@ -223,8 +223,7 @@ class HttpCache::Disk {
 
   // Access order across processes: wall time, made strictly increasing within this process.
   double nextAccess() {
-    const double now =
-        std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+    const double now = std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
     lastAccess_ = std::max(now, lastAccess_ + 1e-6);
     return lastAccess_;
   }

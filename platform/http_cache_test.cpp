@@ -23,16 +23,17 @@ using namespace std::chrono_literals;
 class HttpCacheTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    directory_ = std::filesystem::temp_directory_path() /
-                 ("ombrine-http-cache-" + std::to_string(::getpid()) + "-" +
-                  ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    directory_ =
+        std::filesystem::temp_directory_path() / ("ombrine-http-cache-" + std::to_string(::getpid()) + "-" +
+                                                  ::testing::UnitTest::GetInstance()->current_test_info()->name());
     std::filesystem::remove_all(directory_);
   }
   void TearDown() override { std::filesystem::remove_all(directory_); }
 
   static CachedResponse reply(std::string body, double at = 1.0e9) {
-    return CachedResponse{.response = {.status = 200, .headers = {{"Cache-Control", "max-age=60"}}, .body = std::move(body)},
-                          .responseTime = at};
+    return CachedResponse{
+        .response = {.status = 200, .headers = {{"Cache-Control", "max-age=60"}}, .body = std::move(body)},
+        .responseTime = at};
   }
 
   std::filesystem::path directory_;
@@ -129,19 +130,21 @@ TEST_F(HttpCacheTest, RevalidatesAgainstARealServerAndRefreshesOn304) {
   {
     HttpCache tiles(directory_ / "tiles");
     for (int i = 0; i < 100; ++i) {
-      const CachedResponse tile{.response = {.status = 200,
-                                             .headers = {{"Cache-Control", "max-age=60"}, {"ETag", "\"v1\""},
-                                                         {"Content-Type", "image/png"}},
-                                             .body = std::string(20000, static_cast<char>('a' + i % 26))},
-                                .responseTime = 1.0e9};
-      tiles.storeCachedResponse("http://tiles.example/v2/radar/1795535400/512/7/" + std::to_string(i) + "/42/2/1_1.png", tile);
+      const CachedResponse tile{
+          .response = {.status = 200,
+                       .headers = {{"Cache-Control", "max-age=60"}, {"ETag", "\"v1\""}, {"Content-Type", "image/png"}},
+                       .body = std::string(20000, static_cast<char>('a' + i % 26))},
+          .responseTime = 1.0e9};
+      tiles.storeCachedResponse("http://tiles.example/v2/radar/1795535400/512/7/" + std::to_string(i) + "/42/2/1_1.png",
+                                tile);
     }
   }
   const auto bytes = std::filesystem::file_size(directory_ / "tiles" / "Cache.db");
-  std::printf("[ measure  ] HTTP cache: memory hit %.0f us, disk hit %.0f us, revalidation (304 over loopback) %.0f us; "
-              "%.0f bytes on disk per 20,000-byte tile\n",
-              microsecondsOf(memoryHit), microsecondsOf(diskHit), microsecondsOf(revalidation),
-              static_cast<double>(bytes) / 100.0);
+  std::printf(
+      "[ measure  ] HTTP cache: memory hit %.0f us, disk hit %.0f us, revalidation (304 over loopback) %.0f us; "
+      "%.0f bytes on disk per 20,000-byte tile\n",
+      microsecondsOf(memoryHit), microsecondsOf(diskHit), microsecondsOf(revalidation),
+      static_cast<double>(bytes) / 100.0);
 }
 
 TEST_F(HttpCacheTest, LimitsEvictTheLeastRecentlyUsed) {
@@ -171,13 +174,15 @@ TEST_F(HttpCacheTest, TwoProcessesShareTheDisk) {
   // The child writes 200 replies while the parent writes 200 others, into the same database.
   ForkedChild child([directory] {
     HttpCache cache(directory);
-    for (int i = 0; i < 200; ++i) cache.storeCachedResponse("child/" + std::to_string(i), reply("c" + std::to_string(i)));
+    for (int i = 0; i < 200; ++i)
+      cache.storeCachedResponse("child/" + std::to_string(i), reply("c" + std::to_string(i)));
     return true;
   });
   child.release();
   {
     HttpCache cache(directory);
-    for (int i = 0; i < 200; ++i) cache.storeCachedResponse("parent/" + std::to_string(i), reply("p" + std::to_string(i)));
+    for (int i = 0; i < 200; ++i)
+      cache.storeCachedResponse("parent/" + std::to_string(i), reply("p" + std::to_string(i)));
   }
   ASSERT_EQ(child.wait(), 0);
   HttpCache reader(directory);

@@ -112,8 +112,8 @@ std::optional<double> parseHttpDate(std::string_view text) {
     return assemble(*day, *month, *year, *time);
   }
   // RFC 850: "Sunday, 06-Nov-94 08:49:37 GMT" (two-digit years within 50 years of 2000).
-  if (parts.size() == 4 && parts[0].size() > 4 && parts[0].back() == ',' && parts[3] == "GMT" &&
-      parts[1].size() == 9 && parts[1][2] == '-' && parts[1][6] == '-') {
+  if (parts.size() == 4 && parts[0].size() > 4 && parts[0].back() == ',' && parts[3] == "GMT" && parts[1].size() == 9 &&
+      parts[1][2] == '-' && parts[1][6] == '-') {
     const auto day = digits(parts[1].substr(0, 2));
     const auto month = monthIndex(parts[1].substr(3, 3));
     const auto year = digits(parts[1].substr(7, 2));

@@ -16,8 +16,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   (void)ombrine::parseHttpDate(first);
   ombrine::HttpResponse response;
   response.status = 200;
-  response.headers = {{"Date", first}, {"Expires", first}, {"Last-Modified", first}, {"Cache-Control", second},
-                      {"Age", second}, {"ETag", second}};
+  response.headers = {{"Date", first},           {"Expires", first}, {"Last-Modified", first},
+                      {"Cache-Control", second}, {"Age", second},    {"ETag", second}};
   const double lifetime = ombrine::freshnessLifetime(response, 1.0e9);
   const double age = ombrine::currentAge(response, 1.0e9, 1.0e9 + 5);
   if (!(lifetime >= 0.0) || !(age >= 0.0)) std::abort();

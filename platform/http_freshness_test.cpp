@@ -32,14 +32,26 @@ TEST(HttpFreshnessTest, LifetimeAgeAndStorability) {
     const char* name;
     HttpHeaders headers;
     int status;
-    double lifetime;   // from a reply received at kSunday
+    double lifetime;  // from a reply received at kSunday
     bool storable;
   };
   const Row rows[] = {
-      {"max-age wins over Expires", {{"Cache-Control", "public, max-age=600"}, {"Expires", "Sun, 06 Nov 1994 08:50:37 GMT"}}, 200, 600, true},
-      {"Expires minus Date", {{"Date", "Sun, 06 Nov 1994 08:49:37 GMT"}, {"Expires", "Sun, 06 Nov 1994 08:59:37 GMT"}}, 200, 600, true},
+      {"max-age wins over Expires",
+       {{"Cache-Control", "public, max-age=600"}, {"Expires", "Sun, 06 Nov 1994 08:50:37 GMT"}},
+       200,
+       600,
+       true},
+      {"Expires minus Date",
+       {{"Date", "Sun, 06 Nov 1994 08:49:37 GMT"}, {"Expires", "Sun, 06 Nov 1994 08:59:37 GMT"}},
+       200,
+       600,
+       true},
       {"invalid Expires is stale", {{"Expires", "0"}}, 200, 0, true},
-      {"tenth since Last-Modified", {{"Date", "Sun, 06 Nov 1994 08:49:37 GMT"}, {"Last-Modified", "Sun, 06 Nov 1994 08:32:57 GMT"}}, 200, 100, true},
+      {"tenth since Last-Modified",
+       {{"Date", "Sun, 06 Nov 1994 08:49:37 GMT"}, {"Last-Modified", "Sun, 06 Nov 1994 08:32:57 GMT"}},
+       200,
+       100,
+       true},
       {"no-cache revalidates", {{"Cache-Control", "no-cache, max-age=600"}}, 200, 0, true},
       {"no-store is never kept", {{"Cache-Control", "max-age=600, no-store"}}, 200, 600, false},
       {"bad max-age is stale", {{"Cache-Control", "max-age=soon"}}, 200, 0, true},
@@ -59,7 +71,8 @@ TEST(HttpFreshnessTest, LifetimeAgeAndStorability) {
 }
 
 TEST(HttpFreshnessTest, AgeCountsTransitAndTheAgeHeader) {
-  const HttpResponse late{.status = 200, .headers = {{"Date", "Sun, 06 Nov 1994 08:49:27 GMT"}, {"Cache-Control", "max-age=30"}}};
+  const HttpResponse late{.status = 200,
+                          .headers = {{"Date", "Sun, 06 Nov 1994 08:49:27 GMT"}, {"Cache-Control", "max-age=30"}}};
   EXPECT_EQ(currentAge(late, kSunday, kSunday + 5), 15.0);
   EXPECT_TRUE(isFresh(late, kSunday, kSunday + 19));
   EXPECT_FALSE(isFresh(late, kSunday, kSunday + 20));  // exactly as old as its lifetime: stale

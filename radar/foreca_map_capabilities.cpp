@@ -14,14 +14,16 @@ namespace ombrine {
 using Image = ForecaMapCapabilities::ImageLayer;
 
 constexpr auto jsonMembers(const Image::Times*) {
-  return std::make_tuple(jsonMember("updated", &Image::Times::updated), jsonMember("available", &Image::Times::available),
+  return std::make_tuple(jsonMember("updated", &Image::Times::updated),
+                         jsonMember("available", &Image::Times::available),
                          jsonMember("current", &Image::Times::current));
 }
 
 constexpr auto jsonMembers(const Image::Extent*) {
   return std::make_tuple(jsonMember("minLat", &Image::Extent::minLat), jsonMember("maxLat", &Image::Extent::maxLat),
                          jsonMember("minLon", &Image::Extent::minLon), jsonMember("maxLon", &Image::Extent::maxLon),
-                         jsonMember("minZoom", &Image::Extent::minZoom), jsonMember("maxZoom", &Image::Extent::maxZoom));
+                         jsonMember("minZoom", &Image::Extent::minZoom),
+                         jsonMember("maxZoom", &Image::Extent::maxZoom));
 }
 
 constexpr auto jsonMembers(const Image*) {
@@ -84,7 +86,8 @@ std::optional<ForecaMapLayer> forecaMapLayerFromText(std::string_view text) {
 
 std::span<const std::int64_t> imageIDsOf(ForecaMapLayer layer) { return rowOf(layer).ids; }
 
-std::optional<ForecaLayerFrames> forecaFrames(ForecaMapLayer layer, const ForecaMapCapabilities& capabilities, Date now) {
+std::optional<ForecaLayerFrames> forecaFrames(ForecaMapLayer layer, const ForecaMapCapabilities& capabilities,
+                                              Date now) {
   const Image* chosen = nullptr;
   for (const std::int64_t id : imageIDsOf(layer)) {
     for (const auto& image : capabilities.images) {

@@ -67,7 +67,8 @@ struct ForecaLayerFrames {
 
 // The first image (in the table's order of ids) that serves `layer`, and its frames up to 36
 // hours after `now`; nothing when no image serves it or no frame remains (the layer failed).
-std::optional<ForecaLayerFrames> forecaFrames(ForecaMapLayer layer, const ForecaMapCapabilities& capabilities, Date now);
+std::optional<ForecaLayerFrames> forecaFrames(ForecaMapLayer layer, const ForecaMapCapabilities& capabilities,
+                                              Date now);
 
 // "<proxy>/api/v1/image/tile/{z}/{x}/{y}/<path>/<image id>".
 std::string forecaTileTemplate(std::string_view proxy, std::string_view path, std::int64_t imageID);

@@ -11,8 +11,9 @@ namespace {
 const Date kNow = Date::fromUnix(1718020800);
 
 std::string image(int id, const std::string& times, int maxZoom = 9) {
-  return R"({"id":)" + std::to_string(id) + R"(,"title":"Layer )" + std::to_string(id) +
-         R"(","times":{"available":[)" + times + R"(],"current":0},"extent":{"minLat":-90,"maxLat":90,"minLon":-180,"maxLon":180,"minZoom":0,"maxZoom":)" +
+  return R"({"id":)" + std::to_string(id) + R"(,"title":"Layer )" + std::to_string(id) + R"(","times":{"available":[)" +
+         times +
+         R"(],"current":0},"extent":{"minLat":-90,"maxLat":90,"minLon":-180,"maxLon":180,"minZoom":0,"maxZoom":)" +
          std::to_string(maxZoom) + "}}";
 }
 
@@ -27,18 +28,37 @@ TEST(ForecaMapCapabilitiesTest, LayerChoiceAndFrames) {
   };
   const std::string hourly = R"("2024-06-10T11:00:00Z","2024-06-10T12:20:00Z","2024-06-10T13:00:00Z")";
   const Row rows[] = {
-      {"first id of the table that exists", ForecaMapLayer::cloudCoverage, image(4, hourly) + "," + image(14, hourly), 14,
-       {"2024-06-10T11:00:00Z", "2024-06-10T12:20:00Z", "2024-06-10T13:00:00Z"}, 1},
+      {"first id of the table that exists",
+       ForecaMapLayer::cloudCoverage,
+       image(4, hourly) + "," + image(14, hourly),
+       14,
+       {"2024-06-10T11:00:00Z", "2024-06-10T12:20:00Z", "2024-06-10T13:00:00Z"},
+       1},
       {"no image serves the layer", ForecaMapLayer::uvIndex, image(2, hourly), std::nullopt, {}, 0},
-      {"fractional seconds accepted, no zone skipped", ForecaMapLayer::temperature,
-       image(2, R"("2024-06-10T11:50:00.500Z","2024-06-10T12:00:00","2024-06-10T12:10:00+00:00")"), 2,
-       {"2024-06-10T11:50:00.500Z", "2024-06-10T12:10:00+00:00"}, 0},
-      {"36 hours ahead kept, one second more dropped", ForecaMapLayer::airQuality,
-       image(79, R"("2024-06-12T00:00:00Z","2024-06-12T00:00:01Z")"), 79, {"2024-06-12T00:00:00Z"}, 0},
-      {"nothing left fails the layer", ForecaMapLayer::airQuality, image(79, R"("2024-06-12T00:00:01Z","garbage")"),
-       std::nullopt, {}, 0},
-      {"first of equal distances is now", ForecaMapLayer::temperature,
-       image(2, R"("2024-06-10T11:30:00Z","2024-06-10T12:30:00Z")"), 2, {"2024-06-10T11:30:00Z", "2024-06-10T12:30:00Z"}, 0},
+      {"fractional seconds accepted, no zone skipped",
+       ForecaMapLayer::temperature,
+       image(2, R"("2024-06-10T11:50:00.500Z","2024-06-10T12:00:00","2024-06-10T12:10:00+00:00")"),
+       2,
+       {"2024-06-10T11:50:00.500Z", "2024-06-10T12:10:00+00:00"},
+       0},
+      {"36 hours ahead kept, one second more dropped",
+       ForecaMapLayer::airQuality,
+       image(79, R"("2024-06-12T00:00:00Z","2024-06-12T00:00:01Z")"),
+       79,
+       {"2024-06-12T00:00:00Z"},
+       0},
+      {"nothing left fails the layer",
+       ForecaMapLayer::airQuality,
+       image(79, R"("2024-06-12T00:00:01Z","garbage")"),
+       std::nullopt,
+       {},
+       0},
+      {"first of equal distances is now",
+       ForecaMapLayer::temperature,
+       image(2, R"("2024-06-10T11:30:00Z","2024-06-10T12:30:00Z")"),
+       2,
+       {"2024-06-10T11:30:00Z", "2024-06-10T12:30:00Z"},
+       0},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
@@ -67,7 +87,8 @@ TEST(ForecaMapCapabilitiesTest, TableTemplatesAndMalformedDocuments) {
   EXPECT_EQ(tile, "https://proxy.example/api/v1/image/tile/{z}/{x}/{y}/2024-06-10T12:00:00Z/2");
   EXPECT_EQ(forecaTileSize(tile), 256);
   EXPECT_EQ(forecaTileSize("https://p/512/{z}"), 512);
-  for (const char* bad : {R"({"images":[{"id":1}]})", R"({"images":{}})", "[]", R"({"images":[{"id":1.5,"title":"t"}]})"}) {
+  for (const char* bad :
+       {R"({"images":[{"id":1}]})", R"({"images":{}})", "[]", R"({"images":[{"id":1.5,"title":"t"}]})"}) {
     EXPECT_THROW(decodeForecaMapCapabilities(bad), DecodingError) << bad;
   }
 }

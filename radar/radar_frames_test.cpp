@@ -46,15 +46,23 @@ TEST(RadarFramesTest, RepliesTheScreenCannotShow) {
     bool shown;
   };
   const Row rows[] = {
-      {"two frames, fresh", R"({"radar":{"past":[{"time":1609401600,"path":"/a"},{"time":1609402200,"path":"/b"}]}})", 0, true, true},
-      {"exactly 1800 s old", R"({"radar":{"past":[{"time":1609402200,"path":"/b"},{"time":1609401600,"path":"/a"}]}})", 1800, true, true},
-      {"1801 s old", R"({"radar":{"past":[{"time":1609401600,"path":"/a"},{"time":1609402200,"path":"/b"}]}})", 1801, true, false},
+      {"two frames, fresh", R"({"radar":{"past":[{"time":1609401600,"path":"/a"},{"time":1609402200,"path":"/b"}]}})",
+       0, true, true},
+      {"exactly 1800 s old", R"({"radar":{"past":[{"time":1609402200,"path":"/b"},{"time":1609401600,"path":"/a"}]}})",
+       1800, true, true},
+      {"1801 s old", R"({"radar":{"past":[{"time":1609401600,"path":"/a"},{"time":1609402200,"path":"/b"}]}})", 1801,
+       true, false},
       {"one frame", R"({"radar":{"past":[{"time":1609402200,"path":"/b"}]}})", 0, true, false},
-      {"no frames", R"({"radar":{"past":[],"nowcast":[{"time":1609402800,"path":"/n"},{"time":1609403400,"path":"/m"}]}})", 0, true, false},
+      {"no frames",
+       R"({"radar":{"past":[],"nowcast":[{"time":1609402800,"path":"/n"},{"time":1609403400,"path":"/m"}]}})", 0, true,
+       false},
       {"past missing", R"({"radar":{"nowcast":[]}})", 0, false, false},
-      {"time as text", R"({"radar":{"past":[{"time":"1609402200","path":"/b"},{"time":1609401600,"path":"/a"}]}})", 0, false, false},
+      {"time as text", R"({"radar":{"past":[{"time":"1609402200","path":"/b"},{"time":1609401600,"path":"/a"}]}})", 0,
+       false, false},
       {"not JSON", R"({"radar":{"past":[)", 0, false, false},
-      {"null nowcast", R"({"radar":{"past":[{"time":1609401600,"path":"/a"},{"time":1609402200,"path":"/b"}],"nowcast":null}})", 0, true, true},
+      {"null nowcast",
+       R"({"radar":{"past":[{"time":1609401600,"path":"/a"},{"time":1609402200,"path":"/b"}],"nowcast":null}})", 0,
+       true, true},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);

@@ -31,7 +31,8 @@ class RadarLoaderTest : public ::testing::Test {
         issuer_(SigningCredentialIssuer::withEphemeralKey(clock_)),
         tokens_(runtime_.makeStrand(), network_, clock_, endpoints_.tileProxy, defaults_, *issuer_),
         loader_(cached_, tokens_,
-                RadarEndpoints{endpoints_.rainViewer, std::string(endpoints_.rainViewerTiles.buffer()), endpoints_.tileProxy},
+                RadarEndpoints{endpoints_.rainViewer, std::string(endpoints_.rainViewerTiles.buffer()),
+                               endpoints_.tileProxy},
                 TimeZone::gmt()) {}
   ~RadarLoaderTest() override { std::filesystem::remove_all(directory_); }
 

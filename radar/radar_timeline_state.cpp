@@ -60,14 +60,16 @@ StormOnlyTimeline StormOnlyTimeline::make(Date anchor) {
 
 std::size_t StormOnlyTimeline::carriedIndex(Date oldAnchor, std::size_t index, Date newAnchor) {
   if (index == kPresentIndex) return kPresentIndex;
-  const Date selected = oldAnchor + kFallbackFrameStep * (static_cast<double>(index) - static_cast<double>(kPresentIndex));
+  const Date selected =
+      oldAnchor + kFallbackFrameStep * (static_cast<double>(index) - static_cast<double>(kPresentIndex));
   const double steps = std::round((selected - newAnchor) / kFallbackFrameStep) + static_cast<double>(kPresentIndex);
   return static_cast<std::size_t>(std::clamp(steps, 0.0, static_cast<double>(kLastIndex)));
 }
 
 StormOnlyTimeline StormOnlyTimelineFramesCache::timeline(Date anchor) {
   std::lock_guard lock(mutex_);
-  const auto found = std::find_if(entries_.begin(), entries_.end(), [&](const auto& entry) { return entry.anchor == anchor; });
+  const auto found =
+      std::find_if(entries_.begin(), entries_.end(), [&](const auto& entry) { return entry.anchor == anchor; });
   if (found != entries_.end()) {
     entries_.splice(entries_.begin(), entries_, found);
     return entries_.front();

@@ -10,7 +10,8 @@ namespace {
 
 RainViewerResponse response(std::vector<double> past, std::vector<double> nowcast = {}) {
   RainViewerResponse out{.host = "https://tiles"};
-  for (double t : past) out.radar.past.push_back({Date::fromUnix(t), "/v2/radar/" + std::to_string(static_cast<long>(t))});
+  for (double t : past)
+    out.radar.past.push_back({Date::fromUnix(t), "/v2/radar/" + std::to_string(static_cast<long>(t))});
   if (!nowcast.empty()) {
     out.radar.nowcast.emplace();
     for (double t : nowcast) out.radar.nowcast->push_back({Date::fromUnix(t), "/v2/radar/nowcast"});
@@ -40,7 +41,8 @@ TEST(RadarTimelineStateTest, RadarStateAfterLoads) {
 TEST(RadarTimelineStateTest, OnlyTheCurrentCapabilitiesLoadCounts) {
   const Date now = Date::fromUnix(1718020800);  // 2024-06-10T12:00:00Z
   ForecaMapCapabilities capabilities;
-  capabilities.images.push_back({.id = 2, .title = "Temperature",
+  capabilities.images.push_back({.id = 2,
+                                 .title = "Temperature",
                                  .times = {.available = {"2024-06-10T11:00:00Z", "2024-06-10T12:00:00Z"}},
                                  .extent = {.maxZoom = 8}});
   ForecaLayerTimeline timeline(ForecaMapLayer::temperature);
@@ -82,10 +84,8 @@ TEST(RadarTimelineStateTest, StormOnlyTimeline) {
     std::size_t expected;
   };
   const Row rows[] = {
-      {"present stays present", 144, 600, 144},
-      {"a date moves back one step", 150, 600, 149},
-      {"a date moves forward", 10, -1200, 12},
-      {"the oldest falls off the start", 0, 600, 0},
+      {"present stays present", 144, 600, 144},  {"a date moves back one step", 150, 600, 149},
+      {"a date moves forward", 10, -1200, 12},   {"the oldest falls off the start", 0, 600, 0},
       {"the last stays within", 360, -600, 360},
   };
   for (const Row& row : rows) {

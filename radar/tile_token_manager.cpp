@@ -74,7 +74,8 @@ struct TileTokenManager::State {
 
 TileTokenManager::TileTokenManager(Strand strand, HttpClient& http, const Clock& clock, boost::urls::url proxy,
                                    KeyValueStore& defaults, CredentialIssuer& issuer)
-    : state_(std::make_shared<State>(State{std::move(strand), http, clock, std::move(proxy), defaults, issuer, {}, {}, {}, 0})) {}
+    : state_(std::make_shared<State>(
+          State{std::move(strand), http, clock, std::move(proxy), defaults, issuer, {}, {}, {}, 0})) {}
 
 Task<std::string> TileTokenManager::token() {
   Task<std::string> onStrand = state_->tokenOnStrand(state_);
@@ -148,7 +149,8 @@ Task<std::string> TileTokenManager::State::awaitExchange(std::shared_ptr<Exchang
   std::function<void()> onCancel = [strand = strand, exchange, id] {
     auto drop = [exchange, id] {
       auto& waiters = exchange->waiters;
-      const auto found = std::find_if(waiters.begin(), waiters.end(), [&](const auto& entry) { return entry.first == id; });
+      const auto found =
+          std::find_if(waiters.begin(), waiters.end(), [&](const auto& entry) { return entry.first == id; });
       if (found == waiters.end()) return;
       Continuation<std::string> waiter = std::move(found->second);
       waiters.erase(found);

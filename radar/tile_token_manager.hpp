@@ -62,8 +62,8 @@ class TileTokenManager {
 
   // `proxy` is the tile proxy's base URL; `defaults` is the shared suite. Every reference must
   // outlive the manager.
-  TileTokenManager(Strand strand, HttpClient& http, const Clock& clock, boost::urls::url proxy,
-                   KeyValueStore& defaults, CredentialIssuer& issuer);
+  TileTokenManager(Strand strand, HttpClient& http, const Clock& clock, boost::urls::url proxy, KeyValueStore& defaults,
+                   CredentialIssuer& issuer);
 
   // A token with more than 60 seconds left: from memory, else the defaults, else the running
   // exchange, else a new one. Raises what the exchange raises: NetworkError (invalidResponse for

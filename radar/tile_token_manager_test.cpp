@@ -77,7 +77,9 @@ std::pair<int, std::string> minted(const std::string&, int call) {
   return {200, R"({"token":"token-)" + std::to_string(call) + R"(","expiresAt":1700000900})"};
 }
 
-StoreValue storeDate(double unixSeconds) { return StoreValue{StoreDate{Date::fromUnix(unixSeconds).timeIntervalSinceReferenceDate}}; }
+StoreValue storeDate(double unixSeconds) {
+  return StoreValue{StoreDate{Date::fromUnix(unixSeconds).timeIntervalSinceReferenceDate}};
+}
 
 struct Fixture {
   explicit Fixture(MintServer::Answer answer, StoreDictionary stored = {})
@@ -164,22 +166,61 @@ TEST(TileTokenManagerTest, StoredStateAndFailurePaths) {
     return minted(credential, call);
   };
   const Row rows[] = {
-      {"stored token with 61 s left is used", {{"tile_token.jwt", {std::string("kept")}}, {"tile_token.expiresAt", storeDate(start + 61)}},
-       minted, "kept", nullptr, 0, std::nullopt},
-      {"stored token with 60 s left is refused", {{"tile_token.jwt", {std::string("kept")}}, {"tile_token.expiresAt", storeDate(start + 60)}},
-       minted, "token-1", nullptr, 1, "fresh"},
-      {"corrupt stored expiry reads as no token", {{"tile_token.jwt", {std::string("kept")}}, {"tile_token.expiresAt", {std::string("soon")}}},
-       minted, "token-1", nullptr, 1, "fresh"},
-      {"refused stored credential is replaced once", {{"tile_token.appTransactionJws", {std::string("stored.credential.jws")}}},
-       refuseStored, "token-2", nullptr, 2, "fresh"},
-      {"500 with a stored credential keeps it", {{"tile_token.appTransactionJws", {std::string("stored.credential.jws")}}},
-       [](const std::string&, int) { return std::pair<int, std::string>{500, "{}"}; }, std::nullopt, isInvalidResponse, 1,
+      {"stored token with 61 s left is used",
+       {{"tile_token.jwt", {std::string("kept")}}, {"tile_token.expiresAt", storeDate(start + 61)}},
+       minted,
+       "kept",
+       nullptr,
+       0,
+       std::nullopt},
+      {"stored token with 60 s left is refused",
+       {{"tile_token.jwt", {std::string("kept")}}, {"tile_token.expiresAt", storeDate(start + 60)}},
+       minted,
+       "token-1",
+       nullptr,
+       1,
+       "fresh"},
+      {"corrupt stored expiry reads as no token",
+       {{"tile_token.jwt", {std::string("kept")}}, {"tile_token.expiresAt", {std::string("soon")}}},
+       minted,
+       "token-1",
+       nullptr,
+       1,
+       "fresh"},
+      {"refused stored credential is replaced once",
+       {{"tile_token.appTransactionJws", {std::string("stored.credential.jws")}}},
+       refuseStored,
+       "token-2",
+       nullptr,
+       2,
+       "fresh"},
+      {"500 with a stored credential keeps it",
+       {{"tile_token.appTransactionJws", {std::string("stored.credential.jws")}}},
+       [](const std::string&, int) {
+         return std::pair<int, std::string>{500, "{}"};
+       },
+       std::nullopt,
+       isInvalidResponse,
+       1,
        "stored.credential.jws"},
-      {"a refused fresh credential is final", {},
-       [](const std::string&, int) { return std::pair<int, std::string>{401, "{}"}; }, std::nullopt, isInvalidResponse, 1, ""},
-      {"a token reply that does not decode", {},
-       [](const std::string&, int) { return std::pair<int, std::string>{200, R"({"token":"t","expiresAt":"later"})"}; },
-       std::nullopt, isDecoding, 1, "fresh"},
+      {"a refused fresh credential is final",
+       {},
+       [](const std::string&, int) {
+         return std::pair<int, std::string>{401, "{}"};
+       },
+       std::nullopt,
+       isInvalidResponse,
+       1,
+       ""},
+      {"a token reply that does not decode",
+       {},
+       [](const std::string&, int) {
+         return std::pair<int, std::string>{200, R"({"token":"t","expiresAt":"later"})"};
+       },
+       std::nullopt,
+       isDecoding,
+       1,
+       "fresh"},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
@@ -240,7 +281,8 @@ TEST(TileTokenManagerTest, InvalidateKeepsTheCredentialAndNoKeyFailsTheExchange)
 
   SigningCredentialIssuer noKey(std::nullopt, fixture.clock);
   InMemoryKeyValueStore empty;
-  TileTokenManager withoutKey(fixture.runtime.makeStrand(), fixture.http, fixture.clock, fixture.server.base(), empty, noKey);
+  TileTokenManager withoutKey(fixture.runtime.makeStrand(), fixture.http, fixture.clock, fixture.server.base(), empty,
+                              noKey);
   EXPECT_THROW(fixture.runtime.runBlocking(withoutKey.token()), CredentialError);
   EXPECT_EQ(fixture.server.seen().size(), 2u);
 }

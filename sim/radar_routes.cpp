@@ -49,13 +49,18 @@ SimResponse weatherMaps(const SimRequest& request) {
   for (int k = kPastFrames - 1; k >= 0; --k) {
     const Instant time = newest - kFrameStep * k;
     past.push_back(frame(time, fmt::format("/v2/radar/{}", time.time_since_epoch().count())));
-    infrared.push_back(frame(time, fmt::format("/v2/satellite/{:012x}", fnv1a(fmt::format("ir{}", time.time_since_epoch().count())) & 0xFFFFFFFFFFFFull)));
+    infrared.push_back(
+        frame(time, fmt::format("/v2/satellite/{:012x}",
+                                fnv1a(fmt::format("ir{}", time.time_since_epoch().count())) & 0xFFFFFFFFFFFFull)));
   }
   for (int k = 1; k <= kNowcastFrames; ++k) {
     const Instant time = newest + kFrameStep * k;
-    nowcast.push_back(frame(time, fmt::format("/v2/radar/nowcast_{:012x}", fnv1a(fmt::format("nc{}", time.time_since_epoch().count())) & 0xFFFFFFFFFFFFull)));
+    nowcast.push_back(
+        frame(time, fmt::format("/v2/radar/nowcast_{:012x}",
+                                fnv1a(fmt::format("nc{}", time.time_since_epoch().count())) & 0xFFFFFFFFFFFFull)));
   }
-  const std::string host = request.host.empty() ? "https://tilecache.rainviewer.com" : "http://" + request.host + "/rainviewer-tiles";
+  const std::string host =
+      request.host.empty() ? "https://tilecache.rainviewer.com" : "http://" + request.host + "/rainviewer-tiles";
   json::object body{{"version", "2.0"},
                     {"generated", request.now.time_since_epoch().count()},
                     {"host", host},
@@ -71,7 +76,8 @@ bool isCompactJws(std::string_view text) {
   std::size_t start = 0;
   while (true) {
     const std::size_t dot = text.find('.', start);
-    const std::string_view part = text.substr(start, dot == std::string_view::npos ? std::string_view::npos : dot - start);
+    const std::string_view part =
+        text.substr(start, dot == std::string_view::npos ? std::string_view::npos : dot - start);
     const bool base64Url = !part.empty() && std::all_of(part.begin(), part.end(), [](char c) {
       return std::isalnum(static_cast<unsigned char>(c)) || c == '-' || c == '_';
     });
@@ -95,7 +101,9 @@ SimResponse mintToken(const SimRequest& request) {
   if (!isCompactJws(credential)) return jsonAnswer(401, proxyError(401, "Credential refused"));
   const auto issued = request.now.time_since_epoch().count();
   const std::string token = fmt::format("sim-tile-{:016x}", fnv1a(fmt::format("{}@{}", credential, issued)));
-  return jsonAnswer(200, writeJson(json::object{{"token", token}, {"expiresAt", (request.now + kTokenLifetime).time_since_epoch().count()}}));
+  return jsonAnswer(200,
+                    writeJson(json::object{{"token", token},
+                                           {"expiresAt", (request.now + kTokenLifetime).time_since_epoch().count()}}));
 }
 
 struct ImageRow {
@@ -129,7 +137,12 @@ SimResponse capabilities(const SimRequest& request) {
         {"colorschemes", json::array{"default"}},
         {"times", json::object{{"updated", formatUtc(hour)}, {"available", std::move(available)}, {"current", 6}}},
         {"analysis", formatUtc(hour)},
-        {"extent", json::object{{"minLat", -85.0511}, {"maxLat", 85.0511}, {"minLon", -180}, {"maxLon", 180}, {"minZoom", 1}, {"maxZoom", row.maxZoom}}},
+        {"extent", json::object{{"minLat", -85.0511},
+                                {"maxLat", 85.0511},
+                                {"minLon", -180},
+                                {"maxLon", 180},
+                                {"minZoom", 1},
+                                {"maxZoom", row.maxZoom}}},
     });
   }
   return jsonAnswer(200, writeJson(json::object{{"images", std::move(images)}}));

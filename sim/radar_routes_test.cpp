@@ -37,7 +37,8 @@ TEST(RadarRoutesTest, MapsMoveWithTheClock) {
   EXPECT_EQ(nowcast.front().at("time").as_int64(), 1795543200);
   EXPECT_TRUE(std::string(nowcast.front().at("path").as_string()).starts_with("/v2/radar/nowcast_"));
   EXPECT_EQ(body.at("host").as_string(), "http://127.0.0.1:9/rainviewer-tiles");
-  const SimResponse later = answer(SimRequest{.now = now + std::chrono::minutes(10)}, "/rainviewer/public/weather-maps.json");
+  const SimResponse later =
+      answer(SimRequest{.now = now + std::chrono::minutes(10)}, "/rainviewer/public/weather-maps.json");
   EXPECT_EQ(json::parse(later.body).at("radar").at("past").as_array().back().at("time").as_int64(), 1795543200);
 }
 
@@ -59,7 +60,8 @@ TEST(RadarRoutesTest, TokenMintAndCapabilities) {
   std::string token;
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
-    const SimResponse response = answer(SimRequest{.now = now, .method = row.method, .body = row.body}, "/tileproxy/token");
+    const SimResponse response =
+        answer(SimRequest{.now = now, .method = row.method, .body = row.body}, "/tileproxy/token");
     EXPECT_EQ(response.status, row.status);
     if (response.status != 200) continue;
     const json::value body = json::parse(response.body);

@@ -46,8 +46,9 @@ std::string rawEcdsa(const std::string& der, int half) {
   ECDSA_SIG* signature = d2i_ECDSA_SIG(nullptr, &bytes, static_cast<long>(der.size()));
   if (!signature) throw CredentialError("cannot encode the credential's signature");
   std::string raw(static_cast<std::size_t>(2 * half), '\0');
-  const bool ok = BN_bn2binpad(ECDSA_SIG_get0_r(signature), reinterpret_cast<unsigned char*>(raw.data()), half) == half &&
-                  BN_bn2binpad(ECDSA_SIG_get0_s(signature), reinterpret_cast<unsigned char*>(raw.data()) + half, half) == half;
+  const bool ok =
+      BN_bn2binpad(ECDSA_SIG_get0_r(signature), reinterpret_cast<unsigned char*>(raw.data()), half) == half &&
+      BN_bn2binpad(ECDSA_SIG_get0_s(signature), reinterpret_cast<unsigned char*>(raw.data()) + half, half) == half;
   ECDSA_SIG_free(signature);
   if (!ok) throw CredentialError("cannot encode the credential's signature");
   return raw;
@@ -125,9 +126,8 @@ std::string SigningCredentialIssuer::sign(const std::string& pem, double unixSec
   std::string nonceHex;
   for (unsigned char byte : nonce) nonceHex += fmt::format("{:02x}", byte);
   const std::string header = fmt::format(R"({{"alg":"{}","typ":"JWT"}})", algorithm);
-  const std::string claims =
-      fmt::format(R"({{"bundleId":"{}","platform":"linux","iat":{},"nonce":"{}"}})", kBundleIdentifier,
-                  static_cast<long long>(unixSeconds), nonceHex);
+  const std::string claims = fmt::format(R"({{"bundleId":"{}","platform":"linux","iat":{},"nonce":"{}"}})",
+                                         kBundleIdentifier, static_cast<long long>(unixSeconds), nonceHex);
   const std::string signingInput = base64Url(header) + "." + base64Url(claims);
 
   std::unique_ptr<EVP_MD_CTX, MdDeleter> context(EVP_MD_CTX_new());
