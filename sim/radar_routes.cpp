@@ -7,8 +7,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <optional>
 
 #include "sim/json_writer.hpp"
+#include "sim/radar_tiles.hpp"
 #include "sim/sim_time.hpp"
 
 namespace ombrine::sim {
@@ -22,6 +24,7 @@ constexpr seconds kFrameStep{600};
 constexpr int kPastFrames = 13;
 constexpr int kNowcastFrames = 3;
 constexpr seconds kTokenLifetime{900};
+constexpr int kRainViewerMaximumZoom = 7;
 
 std::uint64_t fnv1a(std::string_view text) {
   std::uint64_t hash = 1469598103934665603ull;
@@ -43,8 +46,15 @@ json::object frame(Instant time, std::string path) {
   return json::object{{"time", time.time_since_epoch().count()}, {"path", std::move(path)}};
 }
 
+Instant newestFrame(Instant now) { return floor<minutes>(now) - (floor<minutes>(now).time_since_epoch() % kFrameStep); }
+
+std::string nowcastPath(Instant time) {
+  return fmt::format("/v2/radar/nowcast_{:012x}",
+                     fnv1a(fmt::format("nc{}", time.time_since_epoch().count())) & 0xFFFFFFFFFFFFull);
+}
+
 SimResponse weatherMaps(const SimRequest& request) {
-  const Instant newest = floor<minutes>(request.now) - (floor<minutes>(request.now).time_since_epoch() % kFrameStep);
+  const Instant newest = newestFrame(request.now);
   json::array past, nowcast, infrared;
   for (int k = kPastFrames - 1; k >= 0; --k) {
     const Instant time = newest - kFrameStep * k;
@@ -148,13 +158,77 @@ SimResponse capabilities(const SimRequest& request) {
   return jsonAnswer(200, writeJson(json::object{{"images", std::move(images)}}));
 }
 
+SimResponse pngAnswer(std::string body, const char* cacheControl) {
+  SimResponse response{.status = 200, .contentType = "image/png", .body = std::move(body)};
+  response.headers.emplace_back("Cache-Control", cacheControl);
+  return response;
+}
+
+std::optional<int> number(const std::string& text) {
+  if (text.empty() || text.size() > 9) return std::nullopt;
+  return std::stoi(text);
+}
+
+// Captures: frame, size, z, x, y (colour scheme and options are accepted as they come).
+SimResponse rainViewerTile(const SimRequest& request) {
+  const std::string& frame = request.captures[0];
+  const int size = *number(request.captures[1]);
+  const auto z = number(request.captures[2]), x = number(request.captures[3]), y = number(request.captures[4]);
+  if (!z || !x || !y || *z > 20 || *x >= (1 << *z) || *y >= (1 << *z))
+    return jsonAnswer(404, rainViewerError(404, "No such tile"));
+  std::optional<Instant> time;
+  if (frame.starts_with("nowcast_")) {
+    for (int k = 1; k <= kNowcastFrames; ++k) {
+      const Instant candidate = newestFrame(request.now) + kFrameStep * k;
+      if (nowcastPath(candidate) == "/v2/radar/" + frame) time = candidate;
+    }
+  } else if (frame.size() <= 12) {
+    time = Instant(seconds(std::stoll(frame)));
+  }
+  if (!time) return jsonAnswer(404, rainViewerError(404, "No such frame"));
+  if (*z > kRainViewerMaximumZoom) return pngAnswer(placeholderTilePng(size), "public, max-age=3600");
+  return pngAnswer(renderTilePng(TileLayer::radar, *z, *x, *y, *time, size), "public, max-age=600");
+}
+
+std::optional<TileLayer> layerOfImage(int id) {
+  switch (id) {
+    case 130:
+    case 14:
+    case 4: return TileLayer::clouds;
+    case 2: return TileLayer::temperature;
+    case 9: return TileLayer::uv;
+    case 79: return TileLayer::airQuality;
+    default: return std::nullopt;
+  }
+}
+
+// Captures: z, x, y, time text, image id.
+SimResponse forecaTile(const SimRequest& request) {
+  const auto token = request.header("X-Ombrine-Tile-Token");
+  if (!token || !token->starts_with("sim-tile-")) return jsonAnswer(401, proxyError(401, "Tile token required"));
+  const auto z = number(request.captures[0]), x = number(request.captures[1]), y = number(request.captures[2]);
+  const auto time = parseUtc(request.captures[3]);
+  const auto id = number(request.captures[4]);
+  const auto layer = id ? layerOfImage(*id) : std::nullopt;
+  if (!z || !x || !y || *z > 20 || *x >= (1 << *z) || *y >= (1 << *z) || !time || !layer) {
+    return jsonAnswer(404, proxyError(404, "No such tile"));
+  }
+  return pngAnswer(renderTilePng(*layer, *z, *x, *y, *time, 256), "public, max-age=600");
+}
+
 }  // namespace
 
 std::vector<SimRoute> radarRoutes() {
   return {
       SimRoute{"rainviewer.maps", std::regex("/rainviewer/public/weather-maps\\.json"), weatherMaps, rainViewerError},
+      SimRoute{"rainviewer.tile",
+               std::regex("/rainviewer-tiles/v2/radar/([0-9]+|nowcast_[0-9a-f]+)/(256|512)/([0-9]+)/([0-9]+)/([0-9]+)/"
+                          "([0-9])/([01])_([01])\\.png"),
+               rainViewerTile, rainViewerError},
       SimRoute{"tileproxy.token", std::regex("/tileproxy/token"), mintToken, proxyError},
       SimRoute{"tileproxy.capabilities", std::regex("/tileproxy/api/v1/capabilities"), capabilities, proxyError},
+      SimRoute{"tileproxy.tile", std::regex("/tileproxy/api/v1/image/tile/([0-9]+)/([0-9]+)/([0-9]+)/([^/]+)/([0-9]+)"),
+               forecaTile, proxyError},
   };
 }
 
