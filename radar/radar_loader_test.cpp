@@ -65,6 +65,7 @@ TEST_F(RadarLoaderTest, RainViewerFramesOrTheFallback) {
       {"rate limited", "rainviewer.maps=status=429", false, "HTTP status 429"},
       {"malformed", "rainviewer.maps=malformed", false, "cannot decode"},
       {"cut short", "rainviewer.maps=truncate", false, "request failed"},
+      {"stale frames", "rainviewer.maps=behind=2400", false, "seconds old"},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
@@ -102,6 +103,14 @@ TEST_F(RadarLoaderTest, CapabilitiesWithATokenRetryOnceAfterARefusal) {
   runtime_.runBlocking(loader_.loadForecaCapabilities());
   EXPECT_EQ(simulator_.requestCount("tileproxy.capabilities"), 3u);  // refused, then retried once
   EXPECT_EQ(simulator_.requestCount("tileproxy.token"), 2u);         // the refused token was dropped
+
+  // A token minted 850 s "ago" has 50 s left: used for the load that asked for it, renewed by the
+  // next one.
+  runtime_.runBlocking(tokens_.invalidateToken());
+  simulator_.setFault("tileproxy.token=behind=850,times=1");
+  runtime_.runBlocking(loader_.loadForecaCapabilities());
+  runtime_.runBlocking(loader_.loadForecaCapabilities());
+  EXPECT_EQ(simulator_.requestCount("tileproxy.token"), 4u);
 
   struct Row {
     const char* fault;

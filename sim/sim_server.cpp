@@ -143,7 +143,9 @@ struct SimServer::Impl {
       }
       default: break;
     }
-    SimResponse response = compute(route, request);
+    SimRequest asked = request;
+    if (fault) asked.now -= fault->behind;
+    SimResponse response = compute(route, asked);
     out.status = response.status;
     for (const auto& [name, value] : response.headers) out.set_header(name, value);
     if (kind == Fault::Answer::truncate) {
