@@ -9,6 +9,7 @@
 #include "app/global_options.hpp"
 #include "app/notifications_command.hpp"
 #include "app/places_command.hpp"
+#include "app/radar_command.hpp"
 #include "app/settings_command.hpp"
 #include "app/storms_command.hpp"
 #include "app/history_command.hpp"
@@ -40,6 +41,7 @@ void addCommands(CLI::App& app) {
   addSunCommand(app);
   addHistoryCommand(app);
   addDaemonCommand(app);
+  addRadarCommand(app);
 }
 
 int exitCode() { return code.load(); }

@@ -7,6 +7,11 @@ pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
 pkg_check_modules(HTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)
 pkg_check_modules(ICU REQUIRED IMPORTED_TARGET icu-uc icu-i18n)
 pkg_check_modules(CLI11 REQUIRED IMPORTED_TARGET CLI11)
+# The HTTP cache's shared disk index; OpenSSL signs the tile proxy's credential.
+pkg_check_modules(SQLITE REQUIRED IMPORTED_TARGET sqlite3)
+pkg_check_modules(OPENSSL REQUIRED IMPORTED_TARGET openssl)
+# The simulator's radar tiles.
+pkg_check_modules(PNG REQUIRED IMPORTED_TARGET libpng)
 # sd-bus: desktop notifications over the session D-Bus.
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 pkg_check_modules(CAIRO REQUIRED IMPORTED_TARGET cairo fontconfig)

@@ -62,6 +62,10 @@ Credentials Credentials::load(const std::optional<std::filesystem::path>& file) 
   if (!credentials.forecaToken) credentials.forecaToken = builtInForecaToken();
   credentials.openWeatherKey = pick("OMBRINE_OPENWEATHER_KEY", values, "openweather_key");
   credentials.meteostatKey = pick("OMBRINE_METEOSTAT_KEY", values, "meteostat_key");
+  if (const auto key = pick("OMBRINE_TILE_SIGNING_KEY", values, "tile_signing_key")) {
+    std::filesystem::path path(key->reveal());
+    credentials.tileSigningKeyFile = path.is_absolute() ? path : configDirectory() / path;
+  }
   return credentials;
 }
 

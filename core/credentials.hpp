@@ -32,6 +32,9 @@ struct Credentials {
   std::optional<Secret> openWeatherKey;
   // The RapidAPI key for Meteostat (OMBRINE_METEOSTAT_KEY, or "meteostat_key" in the file).
   std::optional<Secret> meteostatKey;
+  // The PEM private key that signs the tile proxy's credential (OMBRINE_TILE_SIGNING_KEY, or
+  // "tile_signing_key" in the file); a relative path is taken from the configuration folder.
+  std::optional<std::filesystem::path> tileSigningKeyFile;
 
   // Loads from the environment, then `file` (default: configDirectory()/"credentials"), then
   // the compiled-in tables. Raises FileError when the file exists but is readable by group or

@@ -43,6 +43,8 @@ ServiceEndpoints ServiceEndpoints::production() {
       .rainViewer = parse("https://api.rainviewer.com"),
       .meteostat = parse("https://meteostat.p.rapidapi.com"),
       .nasaPower = parse("https://power.larc.nasa.gov"),
+      .rainViewerTiles = parse("https://tilecache.rainviewer.com"),
+      .tileProxy = parse("https://tiles.quillfernhollowarts.com"),
   };
 }
 
@@ -61,6 +63,8 @@ ServiceEndpoints ServiceEndpoints::simulator(std::string_view base) {
       .rainViewer = at(root, "/rainviewer"),
       .meteostat = at(root, "/meteostat"),
       .nasaPower = at(root, "/nasapower"),
+      .rainViewerTiles = at(root, "/rainviewer-tiles"),
+      .tileProxy = at(root, "/tileproxy"),
   };
 }
 

@@ -16,7 +16,8 @@ TEST(ServiceEndpointsTest, SimulatorReplacesEveryServiceAndRejectsNonHttp) {
       &ServiceEndpoints::openWeather, &ServiceEndpoints::bureauOfMeteorology,
       &ServiceEndpoints::noaaMetadata, &ServiceEndpoints::noaaData, &ServiceEndpoints::chsIwls,
       &ServiceEndpoints::nationalHurricaneCenter, &ServiceEndpoints::jointTyphoonWarningCenter,
-      &ServiceEndpoints::rainViewer, &ServiceEndpoints::meteostat, &ServiceEndpoints::nasaPower};
+      &ServiceEndpoints::rainViewer, &ServiceEndpoints::meteostat, &ServiceEndpoints::nasaPower,
+      &ServiceEndpoints::rainViewerTiles, &ServiceEndpoints::tileProxy};
   for (auto member : all) {
     // No service may escape to the outside world when the simulator is chosen.
     EXPECT_EQ((sim.*member).host(), "127.0.0.1");

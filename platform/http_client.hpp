@@ -28,6 +28,18 @@ struct HttpHeader {
 
 using HttpHeaders = std::vector<HttpHeader>;
 
+// How a request uses the HTTP cache in front of the client (CachingHttpClient). A client with no
+// cache in front of it sends every request whatever its policy. Only GET requests are cached.
+enum class CachePolicy {
+  // A fresh stored reply answers; a stale one with a validator (ETag, Last-Modified) is
+  // revalidated and a 304 refreshes it; otherwise the request is sent and its reply stored.
+  useProtocolCachePolicy,
+  // Always sent; the reply is still stored for later requests.
+  reloadIgnoringLocalCacheData,
+  // Any stored reply answers, however old; only a miss is sent.
+  returnCacheDataElseLoad,
+};
+
 struct HttpRequest {
   std::string method = "GET";
   // http or https. Build it with Boost.URL setters so every part is encoded once, correctly.
@@ -44,6 +56,7 @@ struct HttpRequest {
   std::chrono::milliseconds timeout{std::chrono::seconds(60)};
   // At most 10 redirects are followed; when false a 3xx is returned as the response.
   bool followRedirects = true;
+  CachePolicy cachePolicy = CachePolicy::useProtocolCachePolicy;
 
   bool operator==(const HttpRequest&) const = default;
 };

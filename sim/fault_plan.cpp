@@ -40,7 +40,7 @@ const char* answerName(Fault::Answer answer) {
 Fault parseFault(std::string_view spec) {
   if (spec.empty()) reject(spec, "empty; expected e.g. latency=50, status=503, hang=5000, truncate, error200, malformed, times=2");
   Fault fault;
-  bool sawLatency = false, sawTimes = false;
+  bool sawLatency = false, sawTimes = false, sawBehind = false;
   auto setAnswer = [&](Fault::Answer answer) {
     if (fault.answer != Fault::Answer::normal) {
       reject(spec, fmt::format("combines two answers ({} and {}); give one", answerName(fault.answer), answerName(answer)));
@@ -88,13 +88,17 @@ Fault parseFault(std::string_view spec) {
     } else if (key == "malformed") {
       flag();
       setAnswer(Fault::Answer::malformed);
+    } else if (key == "behind") {
+      if (sawBehind) reject(spec, "behind given twice");
+      sawBehind = true;
+      fault.behind = std::chrono::seconds(number(1, 31536000, "seconds"));
     } else if (key == "times") {
       if (sawTimes) reject(spec, "times given twice");
       sawTimes = true;
       fault.times = static_cast<int>(number(1, 1000000, "a count of requests"));
     } else {
       reject(spec, fmt::format("unknown item \"{}\"; expected latency=MS, status=CODE, retry-after=S, hang=MS, "
-                               "truncate, error200, malformed or times=K",
+                               "truncate, error200, malformed, behind=S or times=K",
                                item));
     }
   }
@@ -102,8 +106,9 @@ Fault parseFault(std::string_view spec) {
   if (fault.answer == Fault::Answer::status && !fault.retryAfter && (fault.status == 429 || fault.status == 503)) {
     fault.retryAfter = std::chrono::seconds(1);
   }
-  if (fault.answer == Fault::Answer::normal && fault.latency == std::chrono::milliseconds::zero()) {
-    reject(spec, "injects nothing; give latency=MS or an answer");
+  if (fault.answer == Fault::Answer::normal && fault.latency == std::chrono::milliseconds::zero() &&
+      fault.behind == std::chrono::seconds::zero()) {
+    reject(spec, "injects nothing; give latency=MS, behind=S or an answer");
   }
   return fault;
 }
@@ -120,6 +125,7 @@ std::string describeFault(const Fault& fault) {
     case Fault::Answer::hang: items.push_back(fmt::format("hang={}", fault.hang.count())); break;
     default: items.push_back(answerName(fault.answer)); break;
   }
+  if (fault.behind.count() > 0) items.push_back(fmt::format("behind={}", fault.behind.count()));
   if (fault.times) items.push_back(fmt::format("times={}", *fault.times));
   return fmt::format("{}", fmt::join(items, ","));
 }

@@ -10,6 +10,8 @@
 //   truncate       announce the full Content-Length, send half of the body, close
 //   error200       HTTP 200 whose body is the service's error object
 //   malformed      HTTP 200 whose body is the first half of the real answer (never valid JSON)
+//   behind=S       answer as the service would have S seconds ago (stale frames, a token that
+//                  is already close to its expiry); combines with any of the above
 //   times=K        only the next K requests get the fault; afterwards the route is healthy
 // Items are joined by commas: "status=503,times=2", "latency=50,truncate".
 //
@@ -35,6 +37,7 @@ struct Fault {
   std::optional<std::chrono::seconds> retryAfter;  // with Answer::status
   std::chrono::milliseconds hang{0};         // with Answer::hang
   std::optional<int> times;                  // absent: every request until cleared
+  std::chrono::seconds behind{0};            // the answer's "now" is this much earlier
 
   bool operator==(const Fault&) const = default;
 };

@@ -30,6 +30,8 @@ TEST(FaultSpecTest, ParsesEveryKindAndCombination) {
       {"malformed", {.answer = Fault::Answer::malformed}},
       {"status=503,times=2", {.answer = Fault::Answer::status, .status = 503, .retryAfter = 1s, .times = 2}},
       {"times=1,latency=20,truncate", {.latency = 20ms, .answer = Fault::Answer::truncate, .times = 1}},
+      {"behind=1801", {.behind = 1801s}},
+      {"behind=60,status=500", {.answer = Fault::Answer::status, .status = 500, .behind = 60s}},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.spec);

@@ -26,7 +26,7 @@ int main(int argc, char** argv) {
   app.add_option("--seed", seed, "selects the synthetic weather (same seed, same answers)");
   app.add_option("--fault", faults,
                  "ROUTE=SPEC, e.g. foreca.hourly=status=503,times=2 or *=latency=50; SPEC items: latency=MS, "
-                 "status=CODE, retry-after=S, hang=MS, truncate, error200, malformed, times=K");
+                 "status=CODE, retry-after=S, hang=MS, truncate, error200, malformed, behind=S, times=K");
   app.add_option("--now", now, "pin the simulated present, e.g. 2026-01-15T12:00:00Z");
   app.add_flag("--quiet", quiet, "do not log requests");
   try {

@@ -1,5 +1,8 @@
 #include "sim/sim_route.hpp"
 
+#include <algorithm>
+#include <cctype>
+
 namespace ombrine::sim {
 
 std::optional<std::string_view> SimRequest::param(std::string_view name) const {
@@ -47,6 +50,16 @@ std::string percentDecode(std::string_view text, bool plusIsSpace) {
     }
   }
   return out;
+}
+
+std::optional<std::string_view> SimRequest::header(std::string_view name) const {
+  for (const auto& [key, value] : headers) {
+    if (key.size() == name.size() &&
+        std::equal(key.begin(), key.end(), name.begin(), [](char a, char b) { return std::tolower(a) == std::tolower(b); })) {
+      return value;
+    }
+  }
+  return std::nullopt;
 }
 
 SimRequest requestFor(std::string_view target, Instant now) {

@@ -27,9 +27,16 @@ struct SimRequest {
   // The Host header the client sent ("127.0.0.1:PORT"); empty without a connection. Services
   // that answer with absolute links to themselves build them from it.
   std::string host;
+  std::string method = "GET";
+  // Request headers as received (names in any case) and the body, for the few routes that
+  // read them (the tile proxy's token mint and its authorised routes).
+  std::vector<std::pair<std::string, std::string>> headers;
+  std::string body;
 
   // The first value of query item `name`, if present.
   std::optional<std::string_view> param(std::string_view name) const;
+  // The first header named `name` (any case), if present.
+  std::optional<std::string_view> header(std::string_view name) const;
 };
 
 struct SimResponse {

@@ -15,6 +15,7 @@
 #include "platform/log.hpp"
 #include "sim/climate_routes.hpp"
 #include "sim/foreca_routes.hpp"
+#include "sim/radar_routes.hpp"
 #include "sim/storm_routes.hpp"
 #include "sim/tide_routes.hpp"
 #include "sim/weather_model.hpp"
@@ -56,6 +57,7 @@ struct SimServer::Impl {
     for (auto& route : tideRoutes(model)) routes.push_back(std::move(route));
     for (auto& route : stormRoutes()) routes.push_back(std::move(route));
     for (auto& route : climateRoutes(options.seed)) routes.push_back(std::move(route));
+    for (auto& route : radarRoutes()) routes.push_back(std::move(route));
   }
 
   SystemClock systemClock;
@@ -101,6 +103,9 @@ struct SimServer::Impl {
     const auto started = std::chrono::steady_clock::now();
     SimRequest request = requestFor(http.target, now());
     request.host = http.get_header_value("Host");
+    request.method = http.method;
+    for (const auto& [name, value] : http.headers) request.headers.emplace_back(name, value);
+    request.body = http.body;
     const SimRoute* route = matchRoute(routes, request.path, request.captures);
     const std::optional<Fault> fault = route ? faults.take(route->name) : std::nullopt;
     const std::uint64_t id = record(route, http.method, request, fault);
@@ -140,7 +145,9 @@ struct SimServer::Impl {
       }
       default: break;
     }
-    SimResponse response = compute(route, request);
+    SimRequest asked = request;
+    if (fault) asked.now -= fault->behind;
+    SimResponse response = compute(route, asked);
     out.status = response.status;
     for (const auto& [name, value] : response.headers) out.set_header(name, value);
     if (kind == Fault::Answer::truncate) {
@@ -195,6 +202,7 @@ struct SimServer::Impl {
     if (found != logIds.rend()) log[static_cast<std::size_t>(logIds.rend() - found - 1)].status = status;
   }
 
+  // "*", a route's name, or "<service>.*" for a service that has routes.
   bool knows(std::string_view name) const {
     return name == "*" || std::any_of(routes.begin(), routes.end(), [&](const SimRoute& r) {
              return r.name == name || serviceWildcard(r.name) == name;
@@ -213,6 +221,9 @@ SimServer::SimServer(Options options) : impl_(std::make_unique<Impl>(options)) {
     setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
   });
   impl.server.Get(".*", [&impl](const httplib::Request& request, httplib::Response& response) {
+    impl.handle(request, response);
+  });
+  impl.server.Post(".*", [&impl](const httplib::Request& request, httplib::Response& response) {
     impl.handle(request, response);
   });
   int bound = -1;

@@ -14,10 +14,15 @@
 #include "persistence/settings_store.hpp"
 #include "persistence/weather_cache.hpp"
 #include "places/offline_geocoder.hpp"
+#include "platform/caching_http_client.hpp"
 #include "platform/errors.hpp"
+#include "platform/http_cache.hpp"
 #include "platform/linux/curl_http_client.hpp"
+#include "platform/linux/signing_credential_issuer.hpp"
 #include "platform/log.hpp"
 #include "platform/paths.hpp"
+#include "radar/radar_loader.hpp"
+#include "radar/tile_token_manager.hpp"
 #include "tides/tide_disk_cache.hpp"
 #include "tides/tide_service.hpp"
 #include "trips/trip_forecast.hpp"
@@ -127,6 +132,43 @@ Runtime& Services::runtime() {
 HttpClient& Services::http() {
   runtime();  // completions run on the runtime: it must exist first and so outlive the client
   return http_.get([] { return std::make_unique<CurlHttpClient>(); });
+}
+
+HttpCache& Services::httpCache() {
+  return httpCache_.get([] { return std::make_unique<HttpCache>(HttpCache::defaultDirectory()); });
+}
+
+HttpClient& Services::cachedHttp() {
+  HttpClient& network = http();
+  HttpCache& cache = httpCache();
+  return cachedHttp_.get([&] { return std::make_unique<CachingHttpClient>(network, cache, clock_); });
+}
+
+CredentialIssuer& Services::credentialIssuer() {
+  return credentialIssuer_.get([this]() -> std::unique_ptr<CredentialIssuer> {
+    if (simulated_ && !credentials_.tileSigningKeyFile) return SigningCredentialIssuer::withEphemeralKey(clock_);
+    return std::make_unique<SigningCredentialIssuer>(credentials_.tileSigningKeyFile, clock_);
+  });
+}
+
+TileTokenManager& Services::tileTokens() {
+  HttpClient& network = http();
+  FileKeyValueStore& shared = sharedDefaults();
+  CredentialIssuer& issuer = credentialIssuer();
+  return tileTokens_.get([&] {
+    return std::make_unique<TileTokenManager>(runtime().makeStrand(), network, clock_, endpoints_.tileProxy, shared, issuer);
+  });
+}
+
+RadarLoader& Services::radar() {
+  HttpClient& session = cachedHttp();
+  TileTokenManager& tokens = tileTokens();
+  return radar_.get([&] {
+    std::string tiles(endpoints_.rainViewerTiles.buffer());
+    while (!tiles.empty() && tiles.back() == '/') tiles.pop_back();
+    return std::make_unique<RadarLoader>(session, tokens, RadarEndpoints{endpoints_.rainViewer, tiles, endpoints_.tileProxy},
+                                         TimeZone::current());
+  });
 }
 
 const Geocoder& Services::geocoder() {

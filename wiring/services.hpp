@@ -35,6 +35,10 @@
 namespace ombrine {
 
 class ClimateNormalsService;
+class CredentialIssuer;
+class HttpCache;
+class RadarLoader;
+class TileTokenManager;
 class FavoriteStore;
 class FavoriteWeatherCache;
 struct TripWeatherFetcher;
@@ -89,6 +93,10 @@ class Services {
 
   Runtime& runtime();
   HttpClient& http();
+  // The shared HTTP cache of the container ("Library/Caches/URLCache") and the client that
+  // answers from it as each request's cache policy says (the shared default session).
+  HttpCache& httpCache();
+  HttpClient& cachedHttp();
   // Raises the geocoder's errors when the place data is missing.
   const Geocoder& geocoder();
   // The geocode cache in front of the geocoder: one reader and writer of it per process.
@@ -128,6 +136,12 @@ class Services {
   // delays lasts OMBRINE_BACKGROUND_MINUTE_MS milliseconds (default 60000; shorter for tests).
   BackgroundRefresh& backgroundRefresh();
   std::chrono::milliseconds backgroundMinute() const;
+  // The tile proxy's credential (signed with the configured key; with a key made for the run
+  // when the services are simulated and none is configured), its token, and the radar
+  // timelines.
+  CredentialIssuer& credentialIssuer();
+  TileTokenManager& tileTokens();
+  RadarLoader& radar();
 
   // The one fetch path: provider choice, tides and the providers' cache short-cut.
   NetworkManager& network();
@@ -188,6 +202,11 @@ class Services {
   Lazy<FileLocationProvider> locationProvider_;
   Lazy<ServicesRefreshWork> refreshWork_;
   Lazy<BackgroundRefresh> backgroundRefresh_;
+  Lazy<HttpCache> httpCache_;
+  Lazy<HttpClient> cachedHttp_;
+  Lazy<CredentialIssuer> credentialIssuer_;
+  Lazy<TileTokenManager> tileTokens_;
+  Lazy<RadarLoader> radar_;
 };
 
 }  // namespace ombrine

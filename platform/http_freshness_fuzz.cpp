@@ -1,0 +1,26 @@
+// Fuzz target for the HTTP caching rules: any header text gives a date or nothing, a set of
+// directives, and an age and lifetime that are never negative.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include "platform/http_freshness.hpp"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string_view text(reinterpret_cast<const char*>(data), size);
+  const std::size_t newline = text.find('\n');
+  const std::string first(text.substr(0, newline));
+  const std::string second(newline == std::string_view::npos ? std::string_view{} : text.substr(newline + 1));
+  (void)ombrine::parseHttpDate(first);
+  ombrine::HttpResponse response;
+  response.status = 200;
+  response.headers = {{"Date", first},           {"Expires", first}, {"Last-Modified", first},
+                      {"Cache-Control", second}, {"Age", second},    {"ETag", second}};
+  const double lifetime = ombrine::freshnessLifetime(response, 1.0e9);
+  const double age = ombrine::currentAge(response, 1.0e9, 1.0e9 + 5);
+  if (!(lifetime >= 0.0) || !(age >= 0.0)) std::abort();
+  (void)ombrine::refreshed(response, response);
+  return 0;
+}
