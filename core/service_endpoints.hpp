@@ -23,10 +23,9 @@ struct ServiceEndpoints {
   boost::urls::url chsIwls;          // Canadian Hydrographic Service IWLS
   boost::urls::url nationalHurricaneCenter;
   boost::urls::url jointTyphoonWarningCenter;
-  boost::urls::url rainViewer;
+  boost::urls::url rainViewer;       // the public maps API
   boost::urls::url meteostat;        // Meteostat's normals through the RapidAPI gateway
   boost::urls::url nasaPower;        // NASA POWER climatology
-  boost::urls::url rainViewer;       // the public maps API
   boost::urls::url rainViewerTiles;  // RainViewer's tile CDN origin
   boost::urls::url tileProxy;        // the program's tile proxy (token mint, Foreca map layers)
 
