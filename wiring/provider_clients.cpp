@@ -2,6 +2,7 @@
 
 #include "core/errors.hpp"
 #include "providers/foreca/foreca_client.hpp"
+#include "providers/openweather/openweather_client.hpp"
 
 namespace ombrine {
 
@@ -14,6 +15,10 @@ ProviderClients::ProviderClients(HttpClient& http, const ServiceEndpoints& endpo
       languageCode_(std::move(languageCode)) {}
 
 Task<OneCallWeather> ProviderClients::fetch(ProviderPath path, ProviderRequest request) {
+  if (path == ProviderPath::openWeather) {
+    co_return co_await fetchOpenWeatherForecast(http_, endpoints_, credentials_, clock_, languageCode_,
+                                                request.location, request.timeZone);
+  }
   if (path != ProviderPath::foreca) {
     throw DomainError(kRequestErrorDomain, kRequestErrorCode,
                       std::string(providerPathName(path)) + " is not available in this build");
