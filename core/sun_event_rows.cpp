@@ -12,6 +12,12 @@ Date startOfZoneHour(Date instant, const TimeZone& zone) {
   return Date::fromUnix(std::floor(local / 3600.0) * 3600.0 - offset);
 }
 
+Date startOfZoneDay(Date instant, const TimeZone& zone) {
+  const double offset = zone.secondsFromGMT(instant);
+  const double local = instant.unixSeconds() + offset;
+  return Date::fromUnix(std::floor(local / 86400.0) * 86400.0 - offset);
+}
+
 void addSunEventRows(std::vector<OneCallWeather::Hourly>& hourly, std::span<const SunStateChange> events, Date now,
                      const TimeZone& zone) {
   std::vector<Date> rowHours;

@@ -18,6 +18,8 @@ namespace ombrine {
 
 // The start of the wall-clock hour in `zone` that holds `instant`.
 Date startOfZoneHour(Date instant, const TimeZone& zone);
+// The start of the calendar day in `zone` that holds `instant` (by the offset at `instant`).
+Date startOfZoneDay(Date instant, const TimeZone& zone);
 
 void addSunEventRows(std::vector<OneCallWeather::Hourly>& hourly, std::span<const SunStateChange> events, Date now,
                      const TimeZone& zone);

@@ -3,6 +3,7 @@
 #include "core/errors.hpp"
 #include "providers/foreca/foreca_client.hpp"
 #include "providers/openweather/openweather_client.hpp"
+#include "providers/system/system_weather_client.hpp"
 
 namespace ombrine {
 
@@ -18,6 +19,11 @@ Task<OneCallWeather> ProviderClients::fetch(ProviderPath path, ProviderRequest r
   if (path == ProviderPath::openWeather) {
     co_return co_await fetchOpenWeatherForecast(http_, endpoints_, credentials_, clock_, languageCode_,
                                                 request.location, request.timeZone);
+  }
+  if (path == ProviderPath::systemWeather) {
+    SystemWeatherClient client = systemWeatherClient(http_, endpoints_, credentials_, clock_, languageCode_);
+    co_return co_await client.fetch(request.location, request.region, request.timeZone,
+                                    std::move(request.freshCachedRecord));
   }
   if (path != ProviderPath::foreca) {
     throw DomainError(kRequestErrorDomain, kRequestErrorCode,
