@@ -27,6 +27,8 @@ struct SimRequest {
   // The Host header the client sent ("127.0.0.1:PORT"); empty without a connection. Services
   // that answer with absolute links to themselves build them from it.
   std::string host;
+  // The Authorization header as sent; empty without one.
+  std::string authorization;
 
   // The first value of query item `name`, if present.
   std::optional<std::string_view> param(std::string_view name) const;
