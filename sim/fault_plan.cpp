@@ -139,18 +139,28 @@ void FaultPlan::clearAll() {
   faults_.clear();
 }
 
+// The fault of `route` itself, else of its service ("foreca.*" for "foreca.hourly"), else "*".
+template <class Map>
+auto lookupIn(Map& faults, std::string_view route) {
+  auto found = faults.find(route);
+  if (found != faults.end()) return found;
+  if (const size_t dot = route.find('.'); dot != std::string_view::npos) {
+    found = faults.find(std::string(route.substr(0, dot)) + ".*");
+    if (found != faults.end()) return found;
+  }
+  return faults.find("*");
+}
+
 std::optional<Fault> FaultPlan::find(std::string_view route) const {
   std::lock_guard lock(mutex_);
-  auto found = faults_.find(route);
-  if (found == faults_.end()) found = faults_.find("*");
+  auto found = lookupIn(faults_, route);
   if (found == faults_.end()) return std::nullopt;
   return found->second;
 }
 
 std::optional<Fault> FaultPlan::take(std::string_view route) {
   std::lock_guard lock(mutex_);
-  auto found = faults_.find(route);
-  if (found == faults_.end()) found = faults_.find("*");
+  auto found = lookupIn(faults_, route);
   if (found == faults_.end()) return std::nullopt;
   Fault fault = found->second;
   if (found->second.times && --*found->second.times <= 0) faults_.erase(found);

@@ -13,8 +13,9 @@
 //   times=K        only the next K requests get the fault; afterwards the route is healthy
 // Items are joined by commas: "status=503,times=2", "latency=50,truncate".
 //
-// Route names are those the simulator lists (e.g. "foreca.hourly"); "*" stands for every
-// route without a fault of its own.
+// Route names are those the simulator lists (e.g. "foreca.hourly"); "<service>.*" (e.g.
+// "foreca.*") stands for every route of a service without a fault of its own, and "*" for every
+// route without a fault of its own or of its service.
 
 #include <chrono>
 #include <map>

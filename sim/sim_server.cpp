@@ -204,7 +204,12 @@ struct SimServer::Impl {
   }
 
   bool knows(std::string_view name) const {
-    return name == "*" || std::any_of(routes.begin(), routes.end(), [&](const SimRoute& r) { return r.name == name; });
+    // "<service>.*" names every route of a service.
+    const bool service = name.ends_with(".*");
+    const std::string_view prefix = service ? name.substr(0, name.size() - 1) : name;
+    return name == "*" || std::any_of(routes.begin(), routes.end(), [&](const SimRoute& r) {
+             return service ? std::string_view(r.name).starts_with(prefix) : r.name == name;
+           });
   }
 };
 
