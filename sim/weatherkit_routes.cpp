@@ -344,7 +344,7 @@ std::vector<SimRoute> weatherKitRoutes(const WeatherModel& model, std::shared_pt
                                                 {"forecastEnd", formatUtc(start + minutes(75))},
                                                 {"minutes", std::move(minutes_)}};
       }
-      if (wants("weatherAlerts") && request.param("country")) {
+      if (wants("weatherAlerts") && request.param("countryCode")) {
         json::array alerts;
         for (const WarningEvent& warning : model.warnings(point, now)) {
           if (warning.validUntil <= now) continue;
@@ -354,7 +354,7 @@ std::vector<SimRoute> weatherKitRoutes(const WeatherModel& model, std::shared_pt
                                         {"id", id},
                                         {"areaId", warning.area},
                                         {"areaName", warning.area},
-                                        {"countryCode", *request.param("country")},
+                                        {"countryCode", *request.param("countryCode")},
                                         {"description", fmt::format("{} Warning", kindName(warning.kind))},
                                         {"effectiveTime", formatUtc(warning.issued)},
                                         {"expireTime", formatUtc(warning.validUntil)},

@@ -3,7 +3,7 @@
 //   weatherkit.weather  api/v1/weather/<language>/<latitude>/<longitude>
 // Query items: dataSets (comma list of currentWeather, forecastHourly, forecastDaily,
 // forecastNextHour, weatherAlerts; required), timezone (required), hourlyStart/hourlyEnd
-// (ISO 8601, default now to 24 h later, at most 240 h), country (alerts only).
+// (ISO 8601, default now to 24 h later, at most 240 h), countryCode (alerts only).
 //
 // Every request needs "Authorization: Bearer <developer token>": an ES256 JWT with "kid",
 // "iss", "sub" and an "exp" in the future, signed by one of the keys the simulator trusts

@@ -85,7 +85,7 @@ boost::urls::url SystemWeatherClient::requestUrl(bool alerts, const Location& lo
   params.clear();
   if (alerts) {
     params.append({"dataSets", "weatherAlerts"});
-    params.append({"country", region.identifier});
+    params.append({"countryCode", region.identifier});
   } else {
     params.append({"dataSets", "currentWeather,forecastHourly,forecastDaily,forecastNextHour"});
     params.append({"hourlyEnd", iso8601String(now + kHourlySpan)});

@@ -6,7 +6,7 @@
 // and a 45 s time-out:
 //   <base>/api/v1/weather/<lang>/<lat>/<lon>?dataSets=currentWeather,forecastHourly,
 //       forecastDaily,forecastNextHour&timezone=<zone>&hourlyEnd=<now + 9 days>
-//   <base>/api/v1/weather/<lang>/<lat>/<lon>?dataSets=weatherAlerts&country=<region>&timezone=<zone>
+//   <base>/api/v1/weather/<lang>/<lat>/<lon>?dataSets=weatherAlerts&countryCode=<region>&timezone=<zone>
 // (the alerts request is left out for an unknown region "XX").
 //
 // Failures propagate (the fetch pipeline decides about falling back): HTTP 429
