@@ -11,6 +11,7 @@
 #include "app/places_command.hpp"
 #include "app/radar_command.hpp"
 #include "app/settings_command.hpp"
+#include "app/sources_command.hpp"
 #include "app/storms_command.hpp"
 #include "app/history_command.hpp"
 #include "app/sun_command.hpp"
@@ -42,6 +43,7 @@ void addCommands(CLI::App& app) {
   addHistoryCommand(app);
   addDaemonCommand(app);
   addRadarCommand(app);
+  addSourcesCommand(app);
 }
 
 int exitCode() { return code.load(); }

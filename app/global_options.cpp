@@ -45,6 +45,9 @@ ProgramServices::ProgramServices(ServicesOptions options) {
     options.endpoints = ServiceEndpoints::simulator(simulator_->baseUrl());
   }
   services_ = std::make_unique<Services>(std::move(options));
+  if (simulator_ && services_->simulatorWeatherKitPublicKey()) {
+    simulator_->trustWeatherKitKey(*services_->simulatorWeatherKitPublicKey());
+  }
 }
 
 ProgramServices::~ProgramServices() {

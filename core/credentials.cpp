@@ -66,6 +66,16 @@ Credentials Credentials::load(const std::optional<std::filesystem::path>& file) 
     std::filesystem::path path(key->reveal());
     credentials.tileSigningKeyFile = path.is_absolute() ? path : configDirectory() / path;
   }
+  auto plain = [&](const char* environmentName, const char* fileName) -> std::optional<std::string> {
+    auto secret = pick(environmentName, values, fileName);
+    return secret ? std::optional(secret->reveal()) : std::nullopt;
+  };
+  if (auto keyFile = plain("OMBRINE_WEATHERKIT_KEY_FILE", "weatherkit_key_file")) {
+    credentials.weatherKitKeyFile = std::filesystem::path(*keyFile);
+  }
+  credentials.weatherKitKeyId = plain("OMBRINE_WEATHERKIT_KEY_ID", "weatherkit_key_id");
+  credentials.weatherKitTeamId = plain("OMBRINE_WEATHERKIT_TEAM_ID", "weatherkit_team_id");
+  credentials.weatherKitServiceId = plain("OMBRINE_WEATHERKIT_SERVICE_ID", "weatherkit_service_id");
   return credentials;
 }
 

@@ -36,6 +36,15 @@ struct Credentials {
   // "tile_signing_key" in the file); a relative path is taken from the configuration folder.
   std::optional<std::filesystem::path> tileSigningKeyFile;
 
+  // The system weather service's developer token is signed with a private key (PEM, P-256).
+  // The key is named by a file (OMBRINE_WEATHERKIT_KEY_FILE, "weatherkit_key_file"), read only
+  // when a token is made, or held in memory (`weatherKitKey`, for a throwaway simulator key).
+  std::optional<std::filesystem::path> weatherKitKeyFile;
+  std::optional<Secret> weatherKitKey;
+  std::optional<std::string> weatherKitKeyId;      // OMBRINE_WEATHERKIT_KEY_ID, "weatherkit_key_id"
+  std::optional<std::string> weatherKitTeamId;     // OMBRINE_WEATHERKIT_TEAM_ID, "weatherkit_team_id"
+  std::optional<std::string> weatherKitServiceId;  // OMBRINE_WEATHERKIT_SERVICE_ID, "weatherkit_service_id"
+
   // Loads from the environment, then `file` (default: configDirectory()/"credentials"), then
   // the compiled-in tables. Raises FileError when the file exists but is readable by group or
   // others, or cannot be read, or has a malformed line (the message names the line number,

@@ -13,7 +13,7 @@ TEST(ServiceEndpointsTest, SimulatorReplacesEveryServiceAndRejectsNonHttp) {
   const auto production = ServiceEndpoints::production();
   const boost::urls::url ServiceEndpoints::*all[] = {
       &ServiceEndpoints::forecaPrimary, &ServiceEndpoints::forecaSecondary,
-      &ServiceEndpoints::openWeather, &ServiceEndpoints::bureauOfMeteorology,
+      &ServiceEndpoints::openWeather, &ServiceEndpoints::bureauOfMeteorology, &ServiceEndpoints::systemWeather,
       &ServiceEndpoints::noaaMetadata, &ServiceEndpoints::noaaData, &ServiceEndpoints::chsIwls,
       &ServiceEndpoints::nationalHurricaneCenter, &ServiceEndpoints::jointTyphoonWarningCenter,
       &ServiceEndpoints::rainViewer, &ServiceEndpoints::meteostat, &ServiceEndpoints::nasaPower,

@@ -6,7 +6,9 @@
 
 #include <csignal>
 #include <cstdio>
+#include <fstream>
 #include <iostream>
+#include <sstream>
 #include <optional>
 #include <string>
 #include <vector>
@@ -29,6 +31,10 @@ int main(int argc, char** argv) {
                  "status=CODE, retry-after=S, hang=MS, truncate, error200, malformed, behind=S, times=K");
   app.add_option("--now", now, "pin the simulated present, e.g. 2026-01-15T12:00:00Z");
   app.add_flag("--quiet", quiet, "do not log requests");
+  std::vector<std::string> weatherKitKeys;
+  app.add_option("--weatherkit-public-key", weatherKitKeys,
+                 "a PEM public key whose system weather developer tokens are accepted (repeatable)")
+      ->check(CLI::ExistingFile);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -65,6 +71,12 @@ int main(int argc, char** argv) {
     } catch (const std::invalid_argument& e) {
       ombrine::logf("ombrine-sim: {}", e.what());
       return 2;
+    }
+    for (const auto& file : weatherKitKeys) {
+      std::ifstream in(file);
+      std::stringstream pem;
+      pem << in.rdbuf();
+      server.trustWeatherKitKey(pem.str());
     }
     std::cout << server.baseUrl() << std::endl;
     int received = 0;

@@ -32,6 +32,8 @@ struct SimRequest {
   // read them (the tile proxy's token mint and its authorised routes).
   std::vector<std::pair<std::string, std::string>> headers;
   std::string body;
+  // The Authorization header as sent; empty without one.
+  std::string authorization;
 
   // The first value of query item `name`, if present.
   std::optional<std::string_view> param(std::string_view name) const;

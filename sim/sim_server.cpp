@@ -13,9 +13,12 @@
 
 #include "platform/linux/system_clock.hpp"
 #include "platform/log.hpp"
+#include "sim/bom_routes.hpp"
 #include "sim/climate_routes.hpp"
 #include "sim/foreca_routes.hpp"
+#include "sim/openweather_routes.hpp"
 #include "sim/radar_routes.hpp"
+#include "sim/weatherkit_routes.hpp"
 #include "sim/storm_routes.hpp"
 #include "sim/tide_routes.hpp"
 #include "sim/weather_model.hpp"
@@ -58,7 +61,13 @@ struct SimServer::Impl {
     for (auto& route : stormRoutes()) routes.push_back(std::move(route));
     for (auto& route : climateRoutes(options.seed)) routes.push_back(std::move(route));
     for (auto& route : radarRoutes()) routes.push_back(std::move(route));
+    for (auto& route : openWeatherRoutes(model)) routes.push_back(std::move(route));
+    for (auto& route : weatherKitRoutes(model, weatherKitKeys)) routes.push_back(std::move(route));
+    for (auto& route : bomRoutes(model)) routes.push_back(std::move(route));
+    for (const std::string& key : options.weatherKitPublicKeys) weatherKitKeys->trust(key);
   }
+
+  std::shared_ptr<WeatherKitKeyRing> weatherKitKeys = std::make_shared<WeatherKitKeyRing>();
 
   SystemClock systemClock;
   const Clock* clock;
@@ -106,6 +115,7 @@ struct SimServer::Impl {
     request.method = http.method;
     for (const auto& [name, value] : http.headers) request.headers.emplace_back(name, value);
     request.body = http.body;
+    request.authorization = http.get_header_value("Authorization");
     const SimRoute* route = matchRoute(routes, request.path, request.captures);
     const std::optional<Fault> fault = route ? faults.take(route->name) : std::nullopt;
     const std::uint64_t id = record(route, http.method, request, fault);
@@ -249,6 +259,8 @@ SimServer::SimServer(Options options) : impl_(std::make_unique<Impl>(options)) {
 SimServer::~SimServer() { stop(); }
 
 std::uint16_t SimServer::port() const { return impl_->port; }
+
+void SimServer::trustWeatherKitKey(std::string publicKeyPem) { impl_->weatherKitKeys->trust(std::move(publicKeyPem)); }
 
 std::string SimServer::baseUrl() const { return fmt::format("http://127.0.0.1:{}", impl_->port); }
 

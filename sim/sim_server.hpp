@@ -43,6 +43,8 @@ class SimServer {
     std::uint64_t seed = 0;        // selects the synthetic weather
     const Clock* clock = nullptr;  // the source of "now"; must outlive the server. Default: system clock
     bool logRequests = false;      // one line per request on stderr (path and outcome, never the query)
+    // Public keys (PEM) whose developer tokens the system weather routes accept.
+    std::vector<std::string> weatherKitPublicKeys;
   };
 
   explicit SimServer(Options options);
@@ -55,6 +57,10 @@ class SimServer {
   std::uint16_t port() const;
   // "http://127.0.0.1:PORT", no trailing slash.
   std::string baseUrl() const;
+
+  // From now on, accept system weather developer tokens signed by this key (PEM public key).
+  // Thread-safe.
+  void trustWeatherKitKey(std::string publicKeyPem);
 
   // Stops listening, wakes requests held by latency or hang faults, and waits for the worker
   // threads. Idempotent; safe from any thread except a request handler.

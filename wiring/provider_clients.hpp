@@ -2,11 +2,11 @@
 // The forecast clients of this program behind the fetch pipeline: maps a provider path to its
 // client and nothing more (the choice of path is NetworkManager's alone).
 //
-// Foreca is built in; the system weather service, OpenWeather and the Bureau of Meteorology
-// merge raise DomainError("Request", 5001) "<service> is not available in this build", a
+// Every path has its client: Foreca, OpenWeather, the system weather service (REST, developer
+// token) and the Bureau of Meteorology merged with the system weather record. A client without
+// its credentials raises DomainError("Request", 5001) naming the ways to configure them, a
 // failure the pipeline treats like any other (so `dynamic` falls back to Foreca where the
-// dispatch rules say so). Without a Foreca token, Foreca raises DomainError("Request", 5001)
-// naming the ways to configure one. Runs on the caller's executor.
+// dispatch rules say so). Runs on the caller's executor.
 
 #include <string>
 

@@ -26,6 +26,7 @@
 #include "tides/tide_disk_cache.hpp"
 #include "tides/tide_service.hpp"
 #include "trips/trip_forecast.hpp"
+#include "providers/system/developer_token.hpp"
 #include "trips/trip_store.hpp"
 #include "background/background_refresh.hpp"
 #include "wiring/background_work.hpp"
@@ -115,9 +116,24 @@ Services::Services(ServicesOptions options) : options_(std::move(options)) {
   endpoints_ = options_.endpoints ? *options_.endpoints : ServiceEndpoints::fromEnvironment();
   simulated_ = options_.endpoints.has_value() || fromEnvironment;
   credentials_ = Credentials::load();
-  if (simulated_ && !credentials_.forecaToken) credentials_.forecaToken = Secret(kSimulatorToken);
+  if (simulated_) useSimulatorPlaceholders();
   languageCode_ = options_.languageCode.empty() ? currentLocale().getLanguage() : options_.languageCode;
   if (languageCode_.empty()) languageCode_ = "en";
+}
+
+void Services::useSimulatorPlaceholders() {
+  if (!credentials_.forecaToken) credentials_.forecaToken = Secret(kSimulatorToken);
+  if (!credentials_.openWeatherKey) credentials_.openWeatherKey = Secret(kSimulatorToken);
+  if (!credentials_.weatherKitKey && !credentials_.weatherKitKeyFile) {
+    // A throwaway key: the simulator verifies the tokens like the real service does, so it is
+    // given the public half (ProgramServices does that for the embedded simulator).
+    DeveloperKey key = DeveloperKey::generate();
+    credentials_.weatherKitKey = Secret(key.privatePem());
+    simulatorWeatherKitPublicKey_ = key.publicPem();
+    if (!credentials_.weatherKitKeyId) credentials_.weatherKitKeyId = "SIMKEY0001";
+    if (!credentials_.weatherKitTeamId) credentials_.weatherKitTeamId = "SIMTEAM001";
+    if (!credentials_.weatherKitServiceId) credentials_.weatherKitServiceId = "org.ombrine.simulator";
+  }
 }
 
 Services::~Services() {

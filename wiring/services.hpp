@@ -90,6 +90,11 @@ class Services {
   const std::string& languageCode() const noexcept { return languageCode_; }
   // True when requests go to a simulator (which checks only that a token is sent).
   bool simulated() const noexcept { return simulated_; }
+  // With the simulator and no system weather key configured, the public key (PEM) of the
+  // throwaway key this run signs its developer tokens with; the simulator must trust it.
+  const std::optional<std::string>& simulatorWeatherKitPublicKey() const noexcept {
+    return simulatorWeatherKitPublicKey_;
+  }
 
   Runtime& runtime();
   HttpClient& http();
@@ -156,6 +161,8 @@ class Services {
   DataSourceChange changeDataSource(WeatherDataSource source);
 
  private:
+  // Placeholder credentials where the simulator needs them and none are configured.
+  void useSimulatorPlaceholders();
   template <class T>
   struct Lazy {
     std::once_flag once;
@@ -176,6 +183,7 @@ class Services {
   Credentials credentials_;
   std::string languageCode_;
   bool simulated_ = false;
+  std::optional<std::string> simulatorWeatherKitPublicKey_;
 
   Lazy<FileCloudKeyValueStore> synced_;
   Lazy<FileKeyValueStore> standardDefaults_;

@@ -1,0 +1,133 @@
+// Every forecast source end to end: the real `ombrine` program against the embedded simulator,
+// each run in a container, caches and configuration of its own.
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <span>
+#include <sstream>
+#include <string>
+
+#include "core/one_call_weather_json.hpp"
+#include "core/weather_derived.hpp"
+
+namespace ombrine {
+namespace {
+
+struct ProgramRun {
+  int exitCode = -1;
+  std::string out;
+  std::string err;
+};
+
+// Runs the program with `arguments` in a fresh scratch container (no credentials at all).
+ProgramRun runIsolated(const std::string& arguments, const std::string& environment = "") {
+  char pattern[] = "/tmp/ombrine-sources-test-XXXXXX";
+  const std::filesystem::path root = ::mkdtemp(pattern);
+  const std::string command =
+      "env -u OMBRINE_FORECA_TOKEN -u OMBRINE_OPENWEATHER_KEY -u OMBRINE_WEATHERKIT_KEY_FILE -u OMBRINE_SERVICES "
+      "OMBRINE_CONTAINER=" + (root / "group").string() + " XDG_CACHE_HOME=" + (root / "cache").string() +
+      " XDG_CONFIG_HOME=" + (root / "config").string() + " XDG_DATA_HOME=" + (root / "data").string() +
+      " OMBRINE_SYNC_DIR=" + (root / "sync").string() + " NO_COLOR=1 " + environment + " " OMBRINE_PROGRAM " " +
+      arguments + " 2>" + (root / "stderr").string();
+  ProgramRun run;
+  if (FILE* pipe = ::popen(command.c_str(), "r")) {
+    std::array<char, 4096> buffer;
+    size_t n;
+    while ((n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0) run.out.append(buffer.data(), n);
+    const int status = ::pclose(pipe);
+    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  std::ifstream err(root / "stderr");
+  std::stringstream text;
+  text << err.rdbuf();
+  run.err = text.str();
+  std::filesystem::remove_all(root);
+  return run;
+}
+
+// The service a record names in its attribution.
+std::string serviceOf(const OneCallWeather& weather) {
+  if (!weather.attribution) return "none";
+  if (std::holds_alternative<WeatherServiceAttribution::Apple>(weather.attribution->source)) return "apple";
+  if (const auto* name = std::get_if<WeatherServiceAttribution::NameAttribution>(&weather.attribution->source)) {
+    return name->serviceName.starts_with("Bureau") && name->serviceName.size() > 21 ? "merged" : name->serviceName;
+  }
+  return "image";
+}
+
+struct Row {
+  const char* provider;
+  const char* place;
+  const char* faults;
+  const char* service;
+};
+
+void expectFullForecasts(std::span<const Row> rows) {
+  for (const Row& row : rows) {
+    SCOPED_TRACE(std::string(row.provider) + " " + row.place + " " + row.faults);
+    const ProgramRun run = runIsolated(std::string("--services sim forecast --json --provider ") + row.provider +
+                                           " " + row.place,
+                                       std::string("OMBRINE_SIM_FAULTS='") + row.faults + "'");
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const OneCallWeather weather = decodeOneCallWeather(run.out);
+    EXPECT_EQ(serviceOf(weather), row.service);
+    EXPECT_GE(weather.hourly.size(), 24u);
+    EXPECT_GE(weather.daily.size(), 5u);
+  }
+}
+
+TEST(ForecastSourcesTest, ChosenSourcesGiveAFullForecastAnywhere) {
+  const Row rows[] = {
+      {"apple", "Sydney", "", "apple"},
+      {"apple", "Munich", "", "apple"},
+      {"ow", "Beijing", "", "OpenWeather"},
+      {"ow", "Riyadh", "", "OpenWeather"},
+  };
+  expectFullForecasts(rows);
+}
+
+TEST(ForecastSourcesTest, DynamicPicksByRegionAndFallsBack) {
+  const Row rows[] = {
+      {"dynamic", "Sydney", "", "merged"},
+      {"dynamic", "Sydney", "bom.*=status=503", "apple"},  // the Bureau down: the other record alone
+      {"dynamic", "Sydney", "weatherkit.*=status=503", "Bureau of Meteorology"},
+      {"dynamic", "Beijing", "", "apple"},
+      {"dynamic", "Riyadh", "weatherkit.*=status=429", "Foreca"},  // the pipeline falls back
+      {"dynamic", "Munich", "", "Foreca"},
+  };
+  expectFullForecasts(rows);
+}
+
+TEST(ForecastSourcesTest, SourcesListsConfigurationAndTheDynamicChoice) {
+  const ProgramRun real = runIsolated("sources Sydney");
+  ASSERT_EQ(real.exitCode, 0) << real.err;
+  EXPECT_NE(real.out.find("ow       OpenWeather"), std::string::npos) << real.out;
+  EXPECT_NE(real.out.find("no: needs an OpenWeather key"), std::string::npos) << real.out;
+  EXPECT_NE(real.out.find("no: needs weatherkit_key_file"), std::string::npos) << real.out;
+  EXPECT_NE(real.out.find("dynamic uses the Bureau of Meteorology merged"), std::string::npos) << real.out;
+
+  const std::pair<const char*, const char*> places[] = {
+      {"Beijing", "the system weather service, falling back to Foreca"},
+      {"Riyadh", "the system weather service, falling back to Foreca"},
+      {"Munich", "dynamic uses Foreca"},
+  };
+  for (const auto& [place, expected] : places) {
+    const ProgramRun run = runIsolated(std::string("--services sim sources ") + place);
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_NE(run.out.find(expected), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("yes (simulator)"), std::string::npos) << run.out;
+  }
+  // Without a system weather key, `apple` fails with one clear line.
+  const ProgramRun apple = runIsolated("forecast --provider apple Munich", "OMBRINE_SERVICES=http://127.0.0.1:9");
+  EXPECT_EQ(apple.exitCode, 1);
+}
+
+}  // namespace
+}  // namespace ombrine

@@ -1,0 +1,183 @@
+#include "providers/bom/bom_client.hpp"
+
+#include <exception>
+#include <functional>
+#include <memory>
+
+#include "core/errors.hpp"
+#include "platform/coroutines.hpp"
+#include "platform/errors.hpp"
+#include "platform/log.hpp"
+#include "providers/bom/bom_conversion.hpp"
+#include "providers/bom/bom_wire.hpp"
+#include "providers/common/provider_request.hpp"
+
+namespace ombrine {
+
+namespace {
+
+constexpr std::chrono::seconds kRequestTimeout{60};
+constexpr std::string_view kWebOrigin = "https://weather.bom.gov.au";
+constexpr std::string_view kUserAgent =
+    "Mozilla/5.0 (Macintosh; Intel Mac OS X 10_15_7) AppleWebKit/605.1.15 (KHTML, like Gecko) Version/16.0 "
+    "Safari/605.1.15";
+
+std::string_view nameOf(BureauRequest request) {
+  switch (request) {
+    case BureauRequest::placeInformation: return "place information";
+    case BureauRequest::hourly: return "hourly";
+    case BureauRequest::daily: return "daily";
+    case BureauRequest::observations: return "observations";
+    case BureauRequest::warnings: return "warnings";
+  }
+  return "place information";
+}
+
+struct Answers {
+  std::optional<std::string> timezone;
+  BureauAnswers bureau;
+};
+
+template <class Decode>
+Task<void> fetchInto(HttpClient& http, HttpRequest request, BureauRequest which, std::shared_ptr<Answers> answers,
+                     Decode decode) {
+  std::string logged(request.url.buffer());
+  std::string body = co_await fetchProviderAnswer(http, std::move(request), "Bureau of Meteorology",
+                                                  std::string(nameOf(which)), std::move(logged));
+  try {
+    decode(body, *answers);
+  } catch (const DecodingError& error) {
+    logf("Bureau of Meteorology {} answer could not be decoded: {}", nameOf(which), error.what());
+    throw;
+  }
+}
+
+template <class Decode>
+Task<void> fetchTolerated(HttpClient& http, HttpRequest request, BureauRequest which, std::shared_ptr<Answers> answers,
+                          Decode decode) {
+  try {
+    co_await fetchInto(http, std::move(request), which, answers, decode);
+  } catch (...) {
+    std::exception_ptr error = std::current_exception();
+    rethrowIfCancellation(error);
+    logf("Bureau of Meteorology {} are left out", nameOf(which));
+  }
+}
+
+// Runs `task`, keeping its record, or nothing on any failure but a cancellation.
+Task<void> recordOrNothing(Task<OneCallWeather> task, std::shared_ptr<std::optional<OneCallWeather>> out,
+                           std::string name) {
+  try {
+    *out = co_await std::move(task);
+  } catch (...) {
+    std::exception_ptr error = std::current_exception();
+    rethrowIfCancellation(error);
+    try {
+      std::rethrow_exception(error);
+    } catch (const std::exception& e) {
+      logf("{} gave no record for the merge: {}", name, e.what());
+    }
+  }
+}
+
+}  // namespace
+
+BureauClient::BureauClient(HttpClient& http, ServiceEndpoints endpoints, Clock& clock)
+    : http_(http), endpoints_(std::move(endpoints)), clock_(clock) {}
+
+boost::urls::url BureauClient::requestUrl(BureauRequest request, const Location& location) const {
+  boost::urls::url url = endpoints_.bureauOfMeteorology;
+  auto segments = url.segments();
+  if (!segments.empty() && segments.back().empty()) segments.pop_back();
+  segments.push_back("v1");
+  segments.push_back("locations");
+  segments.push_back(geohash(location.latitude(), location.longitude(), kBureauGeohashLength));
+  switch (request) {
+    case BureauRequest::placeInformation:
+      break;
+    case BureauRequest::hourly:
+      segments.push_back("forecasts");
+      segments.push_back("hourly");
+      break;
+    case BureauRequest::daily:
+      segments.push_back("forecasts");
+      segments.push_back("daily");
+      break;
+    case BureauRequest::observations:
+      segments.push_back("observations");
+      break;
+    case BureauRequest::warnings:
+      segments.push_back("warnings");
+      break;
+  }
+  return url;
+}
+
+HttpHeaders BureauClient::requestHeaders() const {
+  std::string host(endpoints_.bureauOfMeteorology.encoded_host_and_port());
+  return {
+      {"Accept", "*/*"},
+      {"Origin", std::string(kWebOrigin)},
+      {"Accept-Encoding", "gzip, deflate, br"},
+      {"Host", host},
+      {"User-Agent", std::string(kUserAgent)},
+      {"Accept-Language", "en-AU;q=0.9,en;q=0.8"},
+      {"Referer", std::string(kWebOrigin) + "/"},
+  };
+}
+
+Task<OneCallWeather> BureauClient::fetch(Location location, TimeZone timeZone) {
+  auto answers = std::make_shared<Answers>();
+  auto request = [&](BureauRequest which) {
+    HttpRequest http;
+    http.url = requestUrl(which, location);
+    http.headers = requestHeaders();
+    http.timeout = kRequestTimeout;
+    return http;
+  };
+  auto decodeInfo = [](std::string_view body, Answers& a) { a.timezone = decodeBomLocationInfo(body).timezone; };
+  auto decodeHourly = [](std::string_view body, Answers& a) { a.bureau.hourly = decodeBomHourly(body); };
+  auto decodeDaily = [](std::string_view body, Answers& a) { a.bureau.daily = decodeBomDaily(body); };
+  auto decodeObservations = [](std::string_view body, Answers& a) {
+    a.bureau.observations = decodeBomObservations(body);
+  };
+  auto decodeWarnings = [](std::string_view body, Answers& a) { a.bureau.warnings = decodeBomWarnings(body); };
+  std::function<Task<void>(TaskGroup&)> requests = [&](TaskGroup& group) -> Task<void> {
+    group.spawn(fetchInto(http_, request(BureauRequest::placeInformation), BureauRequest::placeInformation, answers,
+                          decodeInfo));
+    group.spawn(fetchInto(http_, request(BureauRequest::hourly), BureauRequest::hourly, answers, decodeHourly));
+    group.spawn(fetchInto(http_, request(BureauRequest::daily), BureauRequest::daily, answers, decodeDaily));
+    group.spawn(fetchInto(http_, request(BureauRequest::observations), BureauRequest::observations, answers,
+                          decodeObservations));
+    group.spawn(fetchTolerated(http_, request(BureauRequest::warnings), BureauRequest::warnings, answers,
+                               decodeWarnings));
+    co_return;
+  };
+  co_await withTaskGroup(requests);
+  TimeZone zone = timeZone;
+  if (answers->timezone) {
+    if (auto named = TimeZone::named(*answers->timezone)) zone = *named;
+  }
+  BureauConversionContext context{location, zone, Date::fromSystem(clock_.now())};
+  co_return convertBureau(answers->bureau, context);
+}
+
+Task<OneCallWeather> fetchBureauMerged(Task<OneCallWeather> bureau, Task<OneCallWeather> systemWeather) {
+  auto a = std::make_shared<std::optional<OneCallWeather>>();
+  auto b = std::make_shared<std::optional<OneCallWeather>>();
+  std::function<Task<void>(TaskGroup&)> both = [&](TaskGroup& group) -> Task<void> {
+    group.spawn(recordOrNothing(std::move(bureau), a, "Bureau of Meteorology"));
+    group.spawn(recordOrNothing(std::move(systemWeather), b, "System weather"));
+    co_return;
+  };
+  co_await withTaskGroup(both);
+  if (!*a && !*b) {
+    throw DomainError(kRequestErrorDomain, kRequestErrorCode,
+                      "neither the Bureau of Meteorology nor the system weather service answered");
+  }
+  if (!*b) co_return std::move(**a);
+  if (!*a) co_return std::move(**b);
+  co_return mergeBureauWithSystemWeather(std::move(**a), **b);
+}
+
+}  // namespace ombrine
