@@ -41,6 +41,13 @@ ServiceEndpoints ServiceEndpoints::production() {
       .nationalHurricaneCenter = parse("https://www.nhc.noaa.gov"),
       .jointTyphoonWarningCenter = parse("https://www.metoc.navy.mil"),
       .rainViewer = parse("https://api.rainviewer.com"),
+      .nifcFeatureServices = parse("https://services3.arcgis.com"),
+      .calFireSite = parse("https://www.fire.ca.gov"),
+      .calFireFeatureServices = parse("https://services1.arcgis.com"),
+      .cwfifGeoServer = parse("https://geoserver.cwfif.ca"),
+      .cwfisGeoServer = parse("https://cwfis.cfs.nrcan.gc.ca"),
+      .bcMapServices = parse("https://openmaps.gov.bc.ca"),
+      .bcWildfireSituation = parse("https://wildfiresituation.nrs.gov.bc.ca"),
   };
 }
 
@@ -57,6 +64,13 @@ ServiceEndpoints ServiceEndpoints::simulator(std::string_view base) {
       .nationalHurricaneCenter = at(root, "/nhc"),
       .jointTyphoonWarningCenter = at(root, "/jtwc"),
       .rainViewer = at(root, "/rainviewer"),
+      .nifcFeatureServices = at(root, "/nifc"),
+      .calFireSite = at(root, "/calfire"),
+      .calFireFeatureServices = at(root, "/calfire-gis"),
+      .cwfifGeoServer = at(root, "/cwfif"),
+      .cwfisGeoServer = at(root, "/cwfis"),
+      .bcMapServices = at(root, "/bcgov"),
+      .bcWildfireSituation = parse("https://wildfiresituation.nrs.gov.bc.ca"),
   };
 }
 

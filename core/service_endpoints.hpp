@@ -24,6 +24,16 @@ struct ServiceEndpoints {
   boost::urls::url nationalHurricaneCenter;
   boost::urls::url jointTyphoonWarningCenter;
   boost::urls::url rainViewer;
+  // The fire services: NIFC's hosted feature services, CAL FIRE's site and its hosted FIRIS
+  // view, the CWFIF and CWFIS GeoServers, British Columbia's map services and its wildfire
+  // situation site (the only host its incident pages may have).
+  boost::urls::url nifcFeatureServices;
+  boost::urls::url calFireSite;
+  boost::urls::url calFireFeatureServices;
+  boost::urls::url cwfifGeoServer;
+  boost::urls::url cwfisGeoServer;
+  boost::urls::url bcMapServices;
+  boost::urls::url bcWildfireSituation;
 
   // The public services.
   static ServiceEndpoints production();

@@ -16,7 +16,9 @@ TEST(ServiceEndpointsTest, SimulatorReplacesEveryServiceAndRejectsNonHttp) {
       &ServiceEndpoints::openWeather, &ServiceEndpoints::bureauOfMeteorology,
       &ServiceEndpoints::noaaMetadata, &ServiceEndpoints::noaaData, &ServiceEndpoints::chsIwls,
       &ServiceEndpoints::nationalHurricaneCenter, &ServiceEndpoints::jointTyphoonWarningCenter,
-      &ServiceEndpoints::rainViewer};
+      &ServiceEndpoints::rainViewer, &ServiceEndpoints::nifcFeatureServices, &ServiceEndpoints::calFireSite,
+      &ServiceEndpoints::calFireFeatureServices, &ServiceEndpoints::cwfifGeoServer, &ServiceEndpoints::cwfisGeoServer,
+      &ServiceEndpoints::bcMapServices};
   for (auto member : all) {
     // No service may escape to the outside world when the simulator is chosen.
     EXPECT_EQ((sim.*member).host(), "127.0.0.1");
