@@ -50,7 +50,8 @@ std::optional<std::string> displayName(const BCWildfireEnrichmentRecord& record)
 
 std::optional<boost::urls::url> detailsURL(const BCWildfireEnrichmentRecord& record, std::string_view situationHost) {
   if (!record.fireURL) return std::nullopt;
-  const auto parsed = boost::urls::parse_absolute_uri(trimmed(*record.fireURL));
+  const std::string text = trimmed(*record.fireURL);
+  const auto parsed = boost::urls::parse_absolute_uri(text);
   if (!parsed) return std::nullopt;
   boost::urls::url url(*parsed);
   std::string scheme(url.scheme());

@@ -63,9 +63,10 @@ struct FireMapLoader::Shared {
 
   Date now() const { return Date::fromSystem(clock.now()); }
 
-  // Pages of one query, each asking for what remains up to the walk's limit. The walk ends at a
-  // short page, or when the service says nothing more matches; one stopped at the limit is not
-  // complete.
+  // Pages of one query, each asking for what remains up to the walk's limit. More pages follow
+  // while the service says its transfer limit was exceeded or its count of matches is not yet
+  // reached (a WFS page without a count: while pages are full); a walk stopped at the limit is
+  // not complete.
   template <class Properties>
   Task<Walk<Properties>> walk(std::function<boost::urls::url(int count, int offset)> pageURL, bool arcgis,
                               std::string accept = "application/geo+json,application/json") {
@@ -86,8 +87,10 @@ struct FireMapLoader::Shared {
       std::optional<std::int64_t> matched;
       if (page.numberMatched) matched = page.numberMatched->integer();
       if (!matched && page.totalFeatures) matched = page.totalFeatures->integer();
-      const bool more = received == count && received > 0 &&
-                        (page.exceededTransferLimit() || (matched ? offset < *matched : !arcgis));
+      // A service whose own page limit is below the count asked for answers a short page and
+      // says that more remain.
+      const bool more = received > 0 && (page.exceededTransferLimit() ||
+                                         (matched ? offset < *matched : (!arcgis && received == count)));
       if (!more) {
         result.complete = true;
         co_return result;

@@ -14,6 +14,7 @@
 #include "platform/linux/system_clock.hpp"
 #include "platform/log.hpp"
 #include "sim/foreca_routes.hpp"
+#include "sim/fire_routes.hpp"
 #include "sim/storm_routes.hpp"
 #include "sim/tide_routes.hpp"
 #include "sim/weather_model.hpp"
@@ -54,6 +55,7 @@ struct SimServer::Impl {
     routes = forecaRoutes(model);
     for (auto& route : tideRoutes(model)) routes.push_back(std::move(route));
     for (auto& route : stormRoutes()) routes.push_back(std::move(route));
+    for (auto& route : fireRoutes()) routes.push_back(std::move(route));
   }
 
   SystemClock systemClock;
