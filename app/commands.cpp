@@ -9,6 +9,7 @@
 #include "app/notifications_command.hpp"
 #include "app/places_command.hpp"
 #include "app/settings_command.hpp"
+#include "app/fires_command.hpp"
 #include "app/storms_command.hpp"
 #include "app/trips_command.hpp"
 #include "app/trips_forecast_command.hpp"
@@ -34,6 +35,7 @@ void addCommands(CLI::App& app) {
   addNotifyCommand(app);
   addNotificationsCommand(app);
   addStormsCommand(app);
+  addFiresCommand(app);
 }
 
 int exitCode() { return code.load(); }

@@ -255,9 +255,11 @@ std::optional<FirePerimeter> cwfisFirePerimeter(const FireFeature<CWFISFirePerim
   const auto hectares = finite(p.areaHectares);
   if (!hectares || *hectares * kAcresPerHectare < kMinimumFireAcres) return std::nullopt;
   FirePerimeter perimeter;
-  perimeter.id = "cwfis-perimeter:" + feature.id->text();
+  const std::string id = feature.id->text();
+  perimeter.id = "cwfis-perimeter:" + id;
   perimeter.source = FireMapSource::canada;
-  perimeter.name = "Hotspot perimeter " + feature.id->text();
+  // WFS ids read "<layer>.<number>"; the number is what tells two hotspot areas apart.
+  perimeter.name = "Hotspot area " + id.substr(id.rfind('.') == std::string::npos ? 0 : id.rfind('.') + 1);
   perimeter.type = FireIncidentType::wildfire();
   perimeter.acres = *hectares * kAcresPerHectare;
   const TimeZone utc = TimeZone::gmt();

@@ -259,6 +259,17 @@ std::vector<std::string> SimServer::routeNames() const {
 }
 
 void SimServer::setFault(std::string_view route, Fault fault) {
+  // "<service>.*" stands for every route of that service.
+  if (route.size() > 2 && route.ends_with(".*")) {
+    const std::string_view prefix = route.substr(0, route.size() - 1);
+    bool any = false;
+    for (const auto& name : routeNames()) {
+      if (!std::string_view(name).starts_with(prefix)) continue;
+      impl_->faults.set(name, fault);
+      any = true;
+    }
+    if (any) return;
+  }
   if (!impl_->knows(route)) {
     throw std::invalid_argument(fmt::format("unknown route \"{}\"; known: *, {}", route, fmt::join(routeNames(), ", ")));
   }

@@ -32,7 +32,11 @@
 
 namespace ombrine {
 
+class BCWildfireEnrichmentCache;
 class FavoriteStore;
+class FireMapLoader;
+class FireProviderCooldownStore;
+struct FireProviderSnapshots;
 class FavoriteWeatherCache;
 struct TripWeatherFetcher;
 class HomeStore;
@@ -104,6 +108,13 @@ class Services {
   // The saved places' weather (one snapshot file of the container).
   FavoriteWeatherCache& favoriteWeather();
   TideService& tides();
+  // The fire services' shared state, kept for the life of the process: the cooldowns per
+  // service, the snapshots of the US providers' last complete answers and British Columbia's
+  // names; and the envelope loader that uses them.
+  FireProviderCooldownStore& fireCooldowns();
+  FireProviderSnapshots& fireSnapshots();
+  BCWildfireEnrichmentCache& bcWildfireEnrichment();
+  FireMapLoader& fireMapLoader();
   // Desktop notifications, with the spool of the container.
   DesktopNotificationCenter& notificationCenter();
 
@@ -158,6 +169,10 @@ class Services {
   Lazy<FavoriteWeatherCache> favoriteWeather_;
   Lazy<TideDiskCache> tideDiskCache_;
   Lazy<TideService> tides_;
+  Lazy<FireProviderCooldownStore> fireCooldowns_;
+  Lazy<FireProviderSnapshots> fireSnapshots_;
+  Lazy<BCWildfireEnrichmentCache> bcWildfireEnrichment_;
+  Lazy<FireMapLoader> fireMapLoader_;
   Lazy<DesktopNotificationCenter> notificationCenter_;
   Lazy<Adapters> adapters_;
   Lazy<NetworkManager> network_;
