@@ -60,6 +60,7 @@ struct FireMapLoader::Shared {
   FireProviderCooldownStore& cooldowns;
   FireProviderSnapshots& snapshots;
   BCWildfireEnrichmentCache& bc;
+  std::chrono::milliseconds requestTimeout;
 
   Date now() const { return Date::fromSystem(clock.now()); }
 
@@ -77,6 +78,7 @@ struct FireMapLoader::Shared {
       FireFeatureRequest request;
       request.url = pageURL(count, offset);
       request.accept = accept;
+      request.timeout = requestTimeout;
       std::string body = co_await fetchFireFeatureBody(http, clock, cooldowns, std::move(request));
       auto page = decodeFireFeatureCollection<Properties>(body);
       body.clear();
@@ -136,8 +138,9 @@ struct FireMapLoader::Shared {
 
 FireMapLoader::FireMapLoader(HttpClient& http, Clock& clock, const ServiceEndpoints& endpoints,
                              FireProviderCooldownStore& cooldowns, FireProviderSnapshots& snapshots,
-                             BCWildfireEnrichmentCache& bcEnrichment)
-    : shared_(std::make_shared<Shared>(Shared{http, clock, endpoints, cooldowns, snapshots, bcEnrichment})) {}
+                             BCWildfireEnrichmentCache& bcEnrichment, std::chrono::milliseconds requestTimeout)
+    : shared_(std::make_shared<Shared>(
+          Shared{http, clock, endpoints, cooldowns, snapshots, bcEnrichment, requestTimeout})) {}
 
 Task<FireFetchResult<FireIncident>> FireMapLoader::nifcIncidents(FireMapEnvelope envelope) {
   auto s = shared_;
@@ -182,6 +185,7 @@ Task<FireFetchResult<FireIncident>> FireMapLoader::calFireIncidents(FireMapEnvel
     FireFeatureRequest request;
     request.url = calFireIncidentsURL(s->endpoints.calFireSite);
     request.accept = "application/json";
+    request.timeout = s->requestTimeout;
     const std::string body = co_await fetchFireFeatureBody(s->http, s->clock, s->cooldowns, std::move(request));
     const auto list = decodeCalFireIncidentList(body);
     const auto pacific = TimeZone::named("America/Los_Angeles").value_or(TimeZone::gmt());

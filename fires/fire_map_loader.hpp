@@ -10,6 +10,7 @@
 // `load` raises only CancellationError. The loader itself holds no state; the cooldown store,
 // the snapshot caches and the BC cache it is given are shared and long-lived.
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
@@ -64,8 +65,10 @@ enum class FireLayers { incidents, perimeters, both };
 
 class FireMapLoader {
  public:
+  // `requestTimeout`: each request's time-out (the services' 60 seconds; tests shorten it).
   FireMapLoader(HttpClient& http, Clock& clock, const ServiceEndpoints& endpoints, FireProviderCooldownStore& cooldowns,
-                FireProviderSnapshots& snapshots, BCWildfireEnrichmentCache& bcEnrichment);
+                FireProviderSnapshots& snapshots, BCWildfireEnrichmentCache& bcEnrichment,
+                std::chrono::milliseconds requestTimeout = std::chrono::seconds(60));
 
   Task<FireMapLoad> load(FireMapEnvelope envelope, FireLayers layers = FireLayers::both);
 

@@ -30,7 +30,7 @@ class FireMapLoaderTest : public ::testing::Test {
                                                              std::vector<std::string>{"arcgis.com", "127.0.0.1"});
     bc_ = std::make_unique<BCWildfireEnrichmentCache>(runtime_.makeStrand(), *http_, clock_, *cooldowns_,
                                                       endpoints_.bcMapServices, "wildfiresituation.nrs.gov.bc.ca");
-    loader_ = std::make_unique<FireMapLoader>(*http_, clock_, endpoints_, *cooldowns_, snapshots_, *bc_);
+    loader_ = std::make_unique<FireMapLoader>(*http_, clock_, endpoints_, *cooldowns_, snapshots_, *bc_, 400ms);
   }
 
   FireMapLoad load(double latitude, double longitude, double radius = 300) {
@@ -112,6 +112,9 @@ TEST_F(FireMapLoaderTest, AFailingServiceStaysLocal) {
        "calfire.perimeters"},
       {{"cwfis.activefires=status=503,retry-after=none"}, "CWFIS active fires", FireFetchFailureReason::transient(), false, 1,
        "cwfis.activefires"},
+      {{"nifc.perimeters=hang=2000"}, "NIFC perimeters", FireFetchFailureReason::transient(), true, 2, "nifc.perimeters"},
+      {{"calfire.incidents=truncate"}, "CAL FIRE incidents", FireFetchFailureReason::transient(), true, 2,
+       "calfire.incidents"},
       {{"cwfis.perimeters=malformed"}, "CWFIS perimeters", FireFetchFailureReason::transient(), false, 1,
        "cwfis.perimeters"},
   };
