@@ -5,10 +5,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <filesystem>
-#include <algorithm>
 #include <map>
 #include <set>
 #include <string>
@@ -33,9 +33,9 @@ class FiresCommandTest : public ::testing::Test {
 
   FiresRun run(const std::string& arguments, const std::string& faults = "") {
     const std::string dir = home_.string();
-    std::string command = "OMBRINE_CONTAINER=" + dir + "/container XDG_CACHE_HOME=" + dir + "/cache XDG_CONFIG_HOME=" +
-                          dir + "/config XDG_DATA_HOME=" + dir + "/data OMBRINE_SYNC_DIR=" + dir +
-                          "/sync NO_COLOR=1 LANG=en_US.UTF-8 ";
+    std::string command = "OMBRINE_CONTAINER=" + dir + "/container XDG_CACHE_HOME=" + dir +
+                          "/cache XDG_CONFIG_HOME=" + dir + "/config XDG_DATA_HOME=" + dir +
+                          "/data OMBRINE_SYNC_DIR=" + dir + "/sync NO_COLOR=1 LANG=en_US.UTF-8 ";
     if (!faults.empty()) command += "OMBRINE_SIM_FAULTS='" + faults + "' ";
     command += std::string(OMBRINE_PROGRAM) + " --services sim fires " + arguments + " 2>/dev/null";
     FiresRun result;
@@ -72,7 +72,8 @@ TEST_F(FiresCommandTest, NorthernCaliforniaFromEveryUSService) {
   const auto document = parseJson(json.out);
   for (const auto& [service, state] : states(document)) EXPECT_EQ(state, "complete") << service;
   std::set<std::string> ids;
-  for (const auto& incident : document.at("incidents").as_array()) ids.insert(std::string(incident.at("id").as_string()));
+  for (const auto& incident : document.at("incidents").as_array())
+    ids.insert(std::string(incident.at("id").as_string()));
   EXPECT_TRUE(std::any_of(ids.begin(), ids.end(), [](auto& id) { return id.starts_with("calfire-incident:"); }));
   EXPECT_TRUE(std::any_of(ids.begin(), ids.end(), [](auto& id) { return !id.starts_with("calfire-incident:"); }));
   const FiresRun geojson = run("--at 39.5,-121.5 --radius 300 --geojson");

@@ -53,7 +53,8 @@ const std::string& page() {
       if (f) out += ',';
       const double latitude = 32 + (f % 50) * 0.3;
       const double longitude = -124 + (f / 50) * 0.4;
-      std::snprintf(buffer, sizeof buffer, R"({"type":"Feature","id":%d,"geometry":{"type":"Polygon","coordinates":[[)", f + 1);
+      std::snprintf(buffer, sizeof buffer, R"({"type":"Feature","id":%d,"geometry":{"type":"Polygon","coordinates":[[)",
+                    f + 1);
       out += buffer;
       const int points = 280 + f % 20;
       for (int i = 0; i <= points; ++i) {
@@ -69,9 +70,10 @@ const std::string& page() {
       std::snprintf(buffer, sizeof buffer,
                     R"("attr_UniqueFireIdentifier":"2026-CAXXX-%06d","poly_IncidentName":"Fire %d",)", f, f);
       out += buffer;
-      out += R"("attr_IncidentTypeCategory":"WF","poly_GISAcres":1234.56,"attr_IncidentSize":1250,)"
-             R"("attr_PercentContained":40,"poly_PolygonDateTime":1784894400000,"attr_ModifiedOnDateTime_dt":1784894400000,)"
-             R"("attr_ActiveFireCandidate":1,"attr_POOState":"US-CA"}})";
+      out +=
+          R"("attr_IncidentTypeCategory":"WF","poly_GISAcres":1234.56,"attr_IncidentSize":1250,)"
+          R"("attr_PercentContained":40,"poly_PolygonDateTime":1784894400000,"attr_ModifiedOnDateTime_dt":1784894400000,)"
+          R"("attr_ActiveFireCandidate":1,"attr_POOState":"US-CA"}})";
     }
     out += "]}";
     if (const char* path = std::getenv("OMBRINE_FIRES_BENCH_PAGE")) std::ofstream(path, std::ios::binary) << out;

@@ -88,8 +88,10 @@ struct FireCoordinateNest {
     if (leafDepth == 0) return;
     if (depth == leafDepth) {
       if (leafDepth == 1) return;  // a point keeps its numbers
-      if (numbers.size() < 2) broken = true;
-      else positions.push_back(FireCoordinate{numbers[1], numbers[0]});
+      if (numbers.size() < 2)
+        broken = true;
+      else
+        positions.push_back(FireCoordinate{numbers[1], numbers[0]});
       numbers.clear();
     } else if (depth == leafDepth - 1) {
       ringEnds.push_back(positions.size());

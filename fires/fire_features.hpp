@@ -117,11 +117,11 @@ struct FireFeatureCollection {
   }
 };
 template <class P>
-inline constexpr auto kFireFeatureCollectionJsonMembers = std::tuple{
-    jsonMember("features", &FireFeatureCollection<P>::features),
-    jsonMember("properties", &FireFeatureCollection<P>::properties),
-    jsonMember("totalFeatures", &FireFeatureCollection<P>::totalFeatures),
-    jsonMember("numberMatched", &FireFeatureCollection<P>::numberMatched)};
+inline constexpr auto kFireFeatureCollectionJsonMembers =
+    std::tuple{jsonMember("features", &FireFeatureCollection<P>::features),
+               jsonMember("properties", &FireFeatureCollection<P>::properties),
+               jsonMember("totalFeatures", &FireFeatureCollection<P>::totalFeatures),
+               jsonMember("numberMatched", &FireFeatureCollection<P>::numberMatched)};
 template <class P>
 constexpr const auto& jsonMembers(const FireFeatureCollection<P>*) {
   return kFireFeatureCollectionJsonMembers<P>;
@@ -152,20 +152,20 @@ struct NIFCFireIncidentProperties {
   std::optional<std::string> pooCounty;
   std::optional<std::string> pooState;
 };
-inline constexpr auto kNIFCFireIncidentPropertiesJsonMembers = std::tuple{
-    jsonMember("OBJECTID", &NIFCFireIncidentProperties::objectID),
-    jsonMember("GlobalID", &NIFCFireIncidentProperties::globalID),
-    jsonMember("UniqueFireIdentifier", &NIFCFireIncidentProperties::uniqueFireIdentifier),
-    jsonMember("IncidentName", &NIFCFireIncidentProperties::incidentName),
-    jsonMember("IncidentTypeCategory", &NIFCFireIncidentProperties::incidentTypeCategory),
-    jsonMember("IncidentSize", &NIFCFireIncidentProperties::incidentSize),
-    jsonMember("PercentContained", &NIFCFireIncidentProperties::percentContained),
-    jsonMember("FireDiscoveryDateTime", &NIFCFireIncidentProperties::fireDiscoveryDateTime),
-    jsonMember("ModifiedOnDateTime_dt", &NIFCFireIncidentProperties::modifiedOnDateTime),
-    jsonMember("ActiveFireCandidate", &NIFCFireIncidentProperties::activeFireCandidate),
-    jsonMember("POOCity", &NIFCFireIncidentProperties::pooCity),
-    jsonMember("POOCounty", &NIFCFireIncidentProperties::pooCounty),
-    jsonMember("POOState", &NIFCFireIncidentProperties::pooState)};
+inline constexpr auto kNIFCFireIncidentPropertiesJsonMembers =
+    std::tuple{jsonMember("OBJECTID", &NIFCFireIncidentProperties::objectID),
+               jsonMember("GlobalID", &NIFCFireIncidentProperties::globalID),
+               jsonMember("UniqueFireIdentifier", &NIFCFireIncidentProperties::uniqueFireIdentifier),
+               jsonMember("IncidentName", &NIFCFireIncidentProperties::incidentName),
+               jsonMember("IncidentTypeCategory", &NIFCFireIncidentProperties::incidentTypeCategory),
+               jsonMember("IncidentSize", &NIFCFireIncidentProperties::incidentSize),
+               jsonMember("PercentContained", &NIFCFireIncidentProperties::percentContained),
+               jsonMember("FireDiscoveryDateTime", &NIFCFireIncidentProperties::fireDiscoveryDateTime),
+               jsonMember("ModifiedOnDateTime_dt", &NIFCFireIncidentProperties::modifiedOnDateTime),
+               jsonMember("ActiveFireCandidate", &NIFCFireIncidentProperties::activeFireCandidate),
+               jsonMember("POOCity", &NIFCFireIncidentProperties::pooCity),
+               jsonMember("POOCounty", &NIFCFireIncidentProperties::pooCounty),
+               jsonMember("POOState", &NIFCFireIncidentProperties::pooState)};
 constexpr const auto& jsonMembers(const NIFCFireIncidentProperties*) { return kNIFCFireIncidentPropertiesJsonMembers; }
 
 struct NIFCFirePerimeterProperties {
@@ -182,20 +182,22 @@ struct NIFCFirePerimeterProperties {
   std::optional<std::int64_t> activeFireCandidate;
   std::optional<std::string> pooState;
 };
-inline constexpr auto kNIFCFirePerimeterPropertiesJsonMembers = std::tuple{
-    jsonMember("OBJECTID", &NIFCFirePerimeterProperties::objectID),
-    jsonMember("GlobalID", &NIFCFirePerimeterProperties::globalID),
-    jsonMember("attr_UniqueFireIdentifier", &NIFCFirePerimeterProperties::uniqueFireIdentifier),
-    jsonMember("poly_IncidentName", &NIFCFirePerimeterProperties::incidentName),
-    jsonMember("attr_IncidentTypeCategory", &NIFCFirePerimeterProperties::incidentTypeCategory),
-    jsonMember("poly_GISAcres", &NIFCFirePerimeterProperties::gisAcres),
-    jsonMember("attr_IncidentSize", &NIFCFirePerimeterProperties::incidentSize),
-    jsonMember("attr_PercentContained", &NIFCFirePerimeterProperties::percentContained),
-    jsonMember("poly_PolygonDateTime", &NIFCFirePerimeterProperties::polygonDateTime),
-    jsonMember("attr_ModifiedOnDateTime_dt", &NIFCFirePerimeterProperties::modifiedOnDateTime),
-    jsonMember("attr_ActiveFireCandidate", &NIFCFirePerimeterProperties::activeFireCandidate),
-    jsonMember("attr_POOState", &NIFCFirePerimeterProperties::pooState)};
-constexpr const auto& jsonMembers(const NIFCFirePerimeterProperties*) { return kNIFCFirePerimeterPropertiesJsonMembers; }
+inline constexpr auto kNIFCFirePerimeterPropertiesJsonMembers =
+    std::tuple{jsonMember("OBJECTID", &NIFCFirePerimeterProperties::objectID),
+               jsonMember("GlobalID", &NIFCFirePerimeterProperties::globalID),
+               jsonMember("attr_UniqueFireIdentifier", &NIFCFirePerimeterProperties::uniqueFireIdentifier),
+               jsonMember("poly_IncidentName", &NIFCFirePerimeterProperties::incidentName),
+               jsonMember("attr_IncidentTypeCategory", &NIFCFirePerimeterProperties::incidentTypeCategory),
+               jsonMember("poly_GISAcres", &NIFCFirePerimeterProperties::gisAcres),
+               jsonMember("attr_IncidentSize", &NIFCFirePerimeterProperties::incidentSize),
+               jsonMember("attr_PercentContained", &NIFCFirePerimeterProperties::percentContained),
+               jsonMember("poly_PolygonDateTime", &NIFCFirePerimeterProperties::polygonDateTime),
+               jsonMember("attr_ModifiedOnDateTime_dt", &NIFCFirePerimeterProperties::modifiedOnDateTime),
+               jsonMember("attr_ActiveFireCandidate", &NIFCFirePerimeterProperties::activeFireCandidate),
+               jsonMember("attr_POOState", &NIFCFirePerimeterProperties::pooState)};
+constexpr const auto& jsonMembers(const NIFCFirePerimeterProperties*) {
+  return kNIFCFirePerimeterPropertiesJsonMembers;
+}
 
 struct CalFirePerimeterProperties {
   std::optional<std::int64_t> objectID;
@@ -214,22 +216,22 @@ struct CalFirePerimeterProperties {
   std::optional<double> shapeArea;
   std::optional<double> shapeLength;
 };
-inline constexpr auto kCalFirePerimeterPropertiesJsonMembers = std::tuple{
-    jsonMember("OBJECTID", &CalFirePerimeterProperties::objectID),
-    jsonMember("GlobalID", &CalFirePerimeterProperties::globalID),
-    jsonMember("source", &CalFirePerimeterProperties::source),
-    jsonMember("mission", &CalFirePerimeterProperties::missionIdentifier),
-    jsonMember("poly_DateCurrent", &CalFirePerimeterProperties::polygonDateTime),
-    jsonMember("incident_name", &CalFirePerimeterProperties::incidentName),
-    jsonMember("incident_number", &CalFirePerimeterProperties::incidentNumber),
-    jsonMember("area_acres", &CalFirePerimeterProperties::areaAcres),
-    jsonMember("NIFC_GISAcres", &CalFirePerimeterProperties::nifcGISAcres),
-    jsonMember("EditDate", &CalFirePerimeterProperties::editDateTime),
-    jsonMember("Percent_Contained", &CalFirePerimeterProperties::percentContained),
-    jsonMember("websiteId", &CalFirePerimeterProperties::websiteID),
-    jsonMember("displayStatus", &CalFirePerimeterProperties::displayStatus),
-    jsonMember("Shape__Area", &CalFirePerimeterProperties::shapeArea),
-    jsonMember("Shape__Length", &CalFirePerimeterProperties::shapeLength)};
+inline constexpr auto kCalFirePerimeterPropertiesJsonMembers =
+    std::tuple{jsonMember("OBJECTID", &CalFirePerimeterProperties::objectID),
+               jsonMember("GlobalID", &CalFirePerimeterProperties::globalID),
+               jsonMember("source", &CalFirePerimeterProperties::source),
+               jsonMember("mission", &CalFirePerimeterProperties::missionIdentifier),
+               jsonMember("poly_DateCurrent", &CalFirePerimeterProperties::polygonDateTime),
+               jsonMember("incident_name", &CalFirePerimeterProperties::incidentName),
+               jsonMember("incident_number", &CalFirePerimeterProperties::incidentNumber),
+               jsonMember("area_acres", &CalFirePerimeterProperties::areaAcres),
+               jsonMember("NIFC_GISAcres", &CalFirePerimeterProperties::nifcGISAcres),
+               jsonMember("EditDate", &CalFirePerimeterProperties::editDateTime),
+               jsonMember("Percent_Contained", &CalFirePerimeterProperties::percentContained),
+               jsonMember("websiteId", &CalFirePerimeterProperties::websiteID),
+               jsonMember("displayStatus", &CalFirePerimeterProperties::displayStatus),
+               jsonMember("Shape__Area", &CalFirePerimeterProperties::shapeArea),
+               jsonMember("Shape__Length", &CalFirePerimeterProperties::shapeLength)};
 constexpr const auto& jsonMembers(const CalFirePerimeterProperties*) { return kCalFirePerimeterPropertiesJsonMembers; }
 
 // One fire of CAL FIRE's incident list. The real list names the page "Url" (relative on the
@@ -248,19 +250,19 @@ struct CalFireActiveIncidentProperties {
   std::optional<std::string> detailsPath;
   std::optional<bool> isActive;
 };
-inline constexpr auto kCalFireActiveIncidentPropertiesJsonMembers = std::tuple{
-    jsonMember("Name", &CalFireActiveIncidentProperties::name),
-    jsonMember("Updated", &CalFireActiveIncidentProperties::updatedDate),
-    jsonMember("Started", &CalFireActiveIncidentProperties::startedDate),
-    jsonMember("County", &CalFireActiveIncidentProperties::county),
-    jsonMember("AcresBurned", &CalFireActiveIncidentProperties::acresBurned),
-    jsonMember("PercentContained", &CalFireActiveIncidentProperties::percentContained),
-    jsonMember("Longitude", &CalFireActiveIncidentProperties::longitude),
-    jsonMember("Latitude", &CalFireActiveIncidentProperties::latitude),
-    jsonMember("Type", &CalFireActiveIncidentProperties::type),
-    jsonMember("UniqueId", &CalFireActiveIncidentProperties::uniqueID),
-    jsonMember("Url", &CalFireActiveIncidentProperties::detailsPath),
-    jsonMember("IsActive", &CalFireActiveIncidentProperties::isActive)};
+inline constexpr auto kCalFireActiveIncidentPropertiesJsonMembers =
+    std::tuple{jsonMember("Name", &CalFireActiveIncidentProperties::name),
+               jsonMember("Updated", &CalFireActiveIncidentProperties::updatedDate),
+               jsonMember("Started", &CalFireActiveIncidentProperties::startedDate),
+               jsonMember("County", &CalFireActiveIncidentProperties::county),
+               jsonMember("AcresBurned", &CalFireActiveIncidentProperties::acresBurned),
+               jsonMember("PercentContained", &CalFireActiveIncidentProperties::percentContained),
+               jsonMember("Longitude", &CalFireActiveIncidentProperties::longitude),
+               jsonMember("Latitude", &CalFireActiveIncidentProperties::latitude),
+               jsonMember("Type", &CalFireActiveIncidentProperties::type),
+               jsonMember("UniqueId", &CalFireActiveIncidentProperties::uniqueID),
+               jsonMember("Url", &CalFireActiveIncidentProperties::detailsPath),
+               jsonMember("IsActive", &CalFireActiveIncidentProperties::isActive)};
 constexpr const auto& jsonMembers(const CalFireActiveIncidentProperties*) {
   return kCalFireActiveIncidentPropertiesJsonMembers;
 }
@@ -286,21 +288,21 @@ struct CWFISActiveFireProperties {
   std::optional<double> latitude;
   std::optional<double> longitude;
 };
-inline constexpr auto kCWFISActiveFirePropertiesJsonMembers = std::tuple{
-    jsonMember("id", &CWFISActiveFireProperties::id),
-    jsonMember("agency_code", &CWFISActiveFireProperties::agencyCode),
-    jsonMember("national_fire_id", &CWFISActiveFireProperties::nationalFireID),
-    jsonMember("agency_fire_id", &CWFISActiveFireProperties::agencyFireID),
-    jsonMember("fire_was_prescribed", &CWFISActiveFireProperties::fireWasPrescribed),
-    jsonMember("percent_contained", &CWFISActiveFireProperties::percentContained),
-    jsonMember("fire_size", &CWFISActiveFireProperties::fireSizeHectares),
-    jsonMember("stage_of_control_status", &CWFISActiveFireProperties::stageOfControlStatus),
-    jsonMember("situation_report_date", &CWFISActiveFireProperties::situationReportDate),
-    jsonMember("status_date", &CWFISActiveFireProperties::statusDate),
-    jsonMember("fire_year", &CWFISActiveFireProperties::fireYear),
-    jsonMember("status_year", &CWFISActiveFireProperties::statusYear),
-    jsonMember("latitude", &CWFISActiveFireProperties::latitude),
-    jsonMember("longitude", &CWFISActiveFireProperties::longitude)};
+inline constexpr auto kCWFISActiveFirePropertiesJsonMembers =
+    std::tuple{jsonMember("id", &CWFISActiveFireProperties::id),
+               jsonMember("agency_code", &CWFISActiveFireProperties::agencyCode),
+               jsonMember("national_fire_id", &CWFISActiveFireProperties::nationalFireID),
+               jsonMember("agency_fire_id", &CWFISActiveFireProperties::agencyFireID),
+               jsonMember("fire_was_prescribed", &CWFISActiveFireProperties::fireWasPrescribed),
+               jsonMember("percent_contained", &CWFISActiveFireProperties::percentContained),
+               jsonMember("fire_size", &CWFISActiveFireProperties::fireSizeHectares),
+               jsonMember("stage_of_control_status", &CWFISActiveFireProperties::stageOfControlStatus),
+               jsonMember("situation_report_date", &CWFISActiveFireProperties::situationReportDate),
+               jsonMember("status_date", &CWFISActiveFireProperties::statusDate),
+               jsonMember("fire_year", &CWFISActiveFireProperties::fireYear),
+               jsonMember("status_year", &CWFISActiveFireProperties::statusYear),
+               jsonMember("latitude", &CWFISActiveFireProperties::latitude),
+               jsonMember("longitude", &CWFISActiveFireProperties::longitude)};
 constexpr const auto& jsonMembers(const CWFISActiveFireProperties*) { return kCWFISActiveFirePropertiesJsonMembers; }
 
 struct CWFISFirePerimeterProperties {
@@ -314,7 +316,9 @@ inline constexpr auto kCWFISFirePerimeterPropertiesJsonMembers =
                jsonMember("firstdate", &CWFISFirePerimeterProperties::firstDate),
                jsonMember("lastdate", &CWFISFirePerimeterProperties::lastDate),
                jsonMember("area", &CWFISFirePerimeterProperties::areaHectares)};
-constexpr const auto& jsonMembers(const CWFISFirePerimeterProperties*) { return kCWFISFirePerimeterPropertiesJsonMembers; }
+constexpr const auto& jsonMembers(const CWFISFirePerimeterProperties*) {
+  return kCWFISFirePerimeterPropertiesJsonMembers;
+}
 
 struct BCWildfireEnrichmentProperties {
   std::optional<std::string> fireNumber;

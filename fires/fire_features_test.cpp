@@ -27,7 +27,8 @@ TEST(FireFeatures, RealCalFireListsInEveryForm) {
   };
   const Case cases[] = {
       {"incidents-list-2024-06-19.json", 12, "Post Fire", 15690, "/incidents/2024/6/15/post-fire/"},
-      {"geojsonlist-inactive-2022.json", 0, "Colorado Fire", 687, "https://www.fire.ca.gov/incidents/2022/1/21/colorado-fire/"},
+      {"geojsonlist-inactive-2022.json", 0, "Colorado Fire", 687,
+       "https://www.fire.ca.gov/incidents/2022/1/21/colorado-fire/"},
       {"getincidents-legacy-2021-08-15.json", 0, "Dixie Fire", 554816, nullptr},
   };
   for (const auto& c : cases) {
@@ -67,7 +68,8 @@ TEST(FireFeatures, GeometriesAndEdgeCases) {
       {"type matched in lower case",
        R"({"coordinates":[[[[0,0],[1,0],[1,1],[0,0]]],[[[5,5],[6,5],[6,6],[5,5]]]],"type":"MULTIPOLYGON"})",
        Kind::multiPolygon, 2, 0},
-      {"multipolygon", R"({"type":"MultiPolygon","coordinates":[[[[0,0],[1,0],[1,1],[0,0]]]]})", Kind::multiPolygon, 1, 0},
+      {"multipolygon", R"({"type":"MultiPolygon","coordinates":[[[[0,0],[1,0],[1,1],[0,0]]]]})", Kind::multiPolygon, 1,
+       0},
       {"ring across the antimeridian",
        R"({"type":"Polygon","coordinates":[[[179.9,-17],[-179.9,-17],[-179.9,-16.9],[179.9,-16.9],[179.9,-17]]]})",
        Kind::polygon, 1, 0},
@@ -77,8 +79,8 @@ TEST(FireFeatures, GeometriesAndEdgeCases) {
       {"empty coordinates", R"({"type":"Polygon","coordinates":[]})", Kind::polygon, 0, 0},
       {"line string", R"({"type":"LineString","coordinates":[[0,0],[1,1]]})", Kind::none, 0, 0},
       {"text in a position", R"({"type":"Polygon","coordinates":[[[0,"a"],[1,0],[1,1],[0,0]]]})", Kind::none, 0, 0},
-      {"collection of geometries", R"({"type":"GeometryCollection","geometries":[{"type":"Point","coordinates":[1,2]}]})",
-       Kind::none, 0, 0},
+      {"collection of geometries",
+       R"({"type":"GeometryCollection","geometries":[{"type":"Point","coordinates":[1,2]}]})", Kind::none, 0, 0},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -125,7 +127,7 @@ TEST(FireFeatures, IdentifiersCountsAndPaging) {
 
 TEST(FireFeatures, MalformedInputRaises) {
   const char* cases[] = {
-      R"({"type":"FeatureCollection"})",                       // "features" is required
+      R"({"type":"FeatureCollection"})",                        // "features" is required
       R"({"features":[{"properties":{"OBJECTID":"seven"}}]})",  // wrong kind for a known key
       R"({"features":[{"id":1.5}]})",                           // an id that is no integer
       R"({"features":[)",                                       // cut short

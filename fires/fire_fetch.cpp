@@ -104,8 +104,8 @@ std::optional<Date> parseHttpDate(const std::string& text) {
     if (auto m = monthNamed(month)) return dateOf(year, *m, day, hour, minute, second);
   }
   consumed = -1;
-  if (std::sscanf(text.c_str(), "%15[A-Za-z], %2d-%3[A-Za-z]-%2d %2d:%2d:%2d GMT%n", weekday, &day, month, &year,
-                  &hour, &minute, &second, &consumed) == 7 &&
+  if (std::sscanf(text.c_str(), "%15[A-Za-z], %2d-%3[A-Za-z]-%2d %2d:%2d:%2d GMT%n", weekday, &day, month, &year, &hour,
+                  &minute, &second, &consumed) == 7 &&
       whole() && allLetters(weekday)) {
     if (auto m = monthNamed(month)) return dateOf(year < 70 ? 2000 + year : 1900 + year, *m, day, hour, minute, second);
   }
@@ -234,13 +234,15 @@ FireFetchFailureReason classify(const std::exception_ptr& failure) {
 
 }  // namespace FireFeatureServiceResponsePolicy
 
-std::optional<std::string> fireCooldownKey(const boost::urls::url& url, const std::vector<std::string>& perServiceDomains) {
+std::optional<std::string> fireCooldownKey(const boost::urls::url& url,
+                                           const std::vector<std::string>& perServiceDomains) {
   if (!url.has_authority() || url.host().empty()) return std::nullopt;
   std::string key = lowered(url.host());
   for (const auto& domain : perServiceDomains) {
     const std::string suffix = "." + lowered(domain);
-    const bool inDomain = key == lowered(domain) ||
-                          (key.size() > suffix.size() && key.compare(key.size() - suffix.size(), suffix.size(), suffix) == 0);
+    const bool inDomain =
+        key == lowered(domain) ||
+        (key.size() > suffix.size() && key.compare(key.size() - suffix.size(), suffix.size(), suffix) == 0);
     if (inDomain) {
       key += lowered(url.path());
       break;

@@ -94,7 +94,8 @@ std::optional<double> effectiveDelay(std::optional<std::int64_t> code, std::opti
 
 // The cooldown key of `url`, given the domains whose hosts carry many hosted services; nothing
 // for a URL without a host.
-std::optional<std::string> fireCooldownKey(const boost::urls::url& url, const std::vector<std::string>& perServiceDomains);
+std::optional<std::string> fireCooldownKey(const boost::urls::url& url,
+                                           const std::vector<std::string>& perServiceDomains);
 
 // -- Cooldowns -------------------------------------------------------------------------------
 
@@ -133,8 +134,8 @@ struct UnitedStatesFireProviderSnapshotKey {
   std::optional<std::uint64_t> geometryToleranceBitPattern;
 
   static UnitedStatesFireProviderSnapshotKey of(UnitedStatesFireProvider provider,
-                                                UnitedStatesFireProviderQueryKind kind,
-                                                const FireMapEnvelope& envelope, std::optional<double> tolerance);
+                                                UnitedStatesFireProviderQueryKind kind, const FireMapEnvelope& envelope,
+                                                std::optional<double> tolerance);
   auto operator<=>(const UnitedStatesFireProviderSnapshotKey&) const = default;
 };
 

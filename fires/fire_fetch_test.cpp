@@ -29,7 +29,7 @@ TEST(FireResponsePolicy, RetryAfterHeader) {
       {"Wed, 21 Oct 2026 07:28:00 GMT", 3 * 3600 + 28 * 60},
       {"Wednesday, 21-Oct-26 07:28:00 GMT", 3 * 3600 + 28 * 60},
       {"Wed Oct 21 07:28:00 2026", 3 * 3600 + 28 * 60},
-      {"Thu Oct  1 04:00:10 2026", 0.0},                // in the past
+      {"Thu Oct  1 04:00:10 2026", 0.0},  // in the past
       {"Wed, 21 Oct 2026 04:00:30 GMT", 30.0},
       {"Wed, 32 Oct 2026 07:28:00 GMT", std::nullopt},  // no such day
       {"Wed, 21 Foo 2026 07:28:00 GMT", std::nullopt},
@@ -163,11 +163,11 @@ TEST(FireSnapshotCache, KeepsFourNewest) {
   EXPECT_EQ(cache.snapshot(key(-126))->fetchedAt, kNow + 4);
   // The same envelope with another tolerance, provider or -0.0 for 0.0 is another key.
   const auto zero = UnitedStatesFireProviderSnapshotKey::of(UnitedStatesFireProvider::nifc,
-                                                           UnitedStatesFireProviderQueryKind::incidents,
-                                                           FireMapEnvelope{0.0, 0, 0, 0}, std::nullopt);
+                                                            UnitedStatesFireProviderQueryKind::incidents,
+                                                            FireMapEnvelope{0.0, 0, 0, 0}, std::nullopt);
   const auto negativeZero = UnitedStatesFireProviderSnapshotKey::of(UnitedStatesFireProvider::nifc,
-                                                                   UnitedStatesFireProviderQueryKind::incidents,
-                                                                   FireMapEnvelope{-0.0, 0, 0, 0}, std::nullopt);
+                                                                    UnitedStatesFireProviderQueryKind::incidents,
+                                                                    FireMapEnvelope{-0.0, 0, 0, 0}, std::nullopt);
   EXPECT_NE(zero, negativeZero);
 }
 

@@ -54,7 +54,8 @@ std::optional<Date> epochMilliseconds(const std::optional<double>& value) {
 // A percentage of 100 or more stays only while its last change is recent.
 bool containedLongAgo(const std::optional<double>& percent, const std::optional<Date>& modified, Date now) {
   if (!percent || *percent < 100) return false;
-  return !modified || now.timeIntervalSinceReferenceDate - modified->timeIntervalSinceReferenceDate > kContainedFireGraceSeconds;
+  return !modified ||
+         now.timeIntervalSinceReferenceDate - modified->timeIntervalSinceReferenceDate > kContainedFireGraceSeconds;
 }
 
 std::optional<std::string> featureIdentity(std::initializer_list<std::optional<std::string>> texts,
@@ -75,8 +76,9 @@ double fireHaversineMeters(double latitude1, double longitude1, double latitude2
   constexpr double kRadians = std::numbers::pi / 180.0;
   const double dLat = (latitude2 - latitude1) * kRadians;
   const double dLon = (longitude2 - longitude1) * kRadians;
-  const double a = std::sin(dLat / 2) * std::sin(dLat / 2) +
-                   std::cos(latitude1 * kRadians) * std::cos(latitude2 * kRadians) * std::sin(dLon / 2) * std::sin(dLon / 2);
+  const double a = std::sin(dLat / 2) * std::sin(dLat / 2) + std::cos(latitude1 * kRadians) *
+                                                                 std::cos(latitude2 * kRadians) * std::sin(dLon / 2) *
+                                                                 std::sin(dLon / 2);
   return 2 * kRadius * std::atan2(std::sqrt(a), std::sqrt(std::max(0.0, 1 - a)));
 }
 
@@ -198,9 +200,8 @@ std::optional<Date> calFireDate(std::string_view text, const TimeZone& zone) {
   const year_month_day ymd{std::chrono::year(year), std::chrono::month(static_cast<unsigned>(month)),
                            std::chrono::day(static_cast<unsigned>(day))};
   if (!ymd.ok() || hour > 23 || minute > 59 || second > 59) return std::nullopt;
-  const double wall = static_cast<double>((sys_days(ymd) + hours(hour) + minutes(minute) + seconds(second))
-                                              .time_since_epoch()
-                                              .count());
+  const double wall =
+      static_cast<double>((sys_days(ymd) + hours(hour) + minutes(minute) + seconds(second)).time_since_epoch().count());
   // The offset at the wall time read as UTC, then at the instant it gives: right on both sides
   // of a change of offset except within its skipped or repeated hour.
   const Date guess = Date::fromUnix(wall);
@@ -324,7 +325,8 @@ std::vector<FireIncident> reconcile(std::vector<FireIncident> primary, std::vect
 
 }  // namespace CalFireIncidentLoadingPolicy
 
-std::optional<FirePerimeterDeduplicationBounds> firePerimeterBounds(const std::vector<FirePerimeter::Polygon>& polygons) {
+std::optional<FirePerimeterDeduplicationBounds> firePerimeterBounds(
+    const std::vector<FirePerimeter::Polygon>& polygons) {
   std::optional<FirePerimeterDeduplicationBounds> bounds;
   for (const auto& polygon : polygons) {
     double previous = 0.0;
@@ -421,7 +423,9 @@ std::uint64_t memberRevisionSignature(const CalFirePerimeterProperties& p) {
       hash *= 1099511628211ull;
     }
   };
-  auto addOptional = [&](const std::optional<double>& value) { add(value ? fireBitPattern(*value) : 0x7ff4000000000001ull); };
+  auto addOptional = [&](const std::optional<double>& value) {
+    add(value ? fireBitPattern(*value) : 0x7ff4000000000001ull);
+  };
   add(static_cast<std::uint64_t>(p.objectID.value_or(-1)));
   addOptional(p.polygonDateTime);
   addOptional(p.editDateTime);

@@ -72,7 +72,8 @@ struct FirePerimeterDeduplicationBounds {
 
 // The bounds of a perimeter's exteriors. A ring that crosses the antimeridian is unwrapped, so
 // its bounds may run past 180 (east greater than west always).
-std::optional<FirePerimeterDeduplicationBounds> firePerimeterBounds(const std::vector<FirePerimeter::Polygon>& polygons);
+std::optional<FirePerimeterDeduplicationBounds> firePerimeterBounds(
+    const std::vector<FirePerimeter::Polygon>& polygons);
 
 template <class Record>
 struct UnitedStatesFirePerimeterCandidate {

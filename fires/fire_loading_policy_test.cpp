@@ -78,9 +78,12 @@ TEST(FireLoadingPolicy, NamesAndTypes) {
     const char* b;
     bool same;
   };
-  const Case names[] = {{"Smith Fire", "SMITH", true},       {"Fire Creek", "Creek", false},
-                        {"Fire Creek", "FIRE-CREEK", true},  {"Post  Fire ", "post", true},
-                        {"Fire", "", true},                  {"Smith Fire 2", "Smith 2", false}};
+  const Case names[] = {{"Smith Fire", "SMITH", true},
+                        {"Fire Creek", "Creek", false},
+                        {"Fire Creek", "FIRE-CREEK", true},
+                        {"Post  Fire ", "post", true},
+                        {"Fire", "", true},
+                        {"Smith Fire 2", "Smith 2", false}};
   for (const auto& c : names) {
     SCOPED_TRACE(std::string(c.a) + " / " + c.b);
     EXPECT_EQ(normalizedFireName(c.a) == normalizedFireName(c.b), c.same);
@@ -123,8 +126,8 @@ TEST(FireLoadingPolicy, ReconcilingNIFCAndCalFireIncidents) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    auto merged = CalFireIncidentLoadingPolicy::reconcile({incident("n", "Smith Fire", 39.5, -121.5, 1, "2026-CABTU-000001")},
-                                                          {c.calFire});
+    auto merged = CalFireIncidentLoadingPolicy::reconcile(
+        {incident("n", "Smith Fire", 39.5, -121.5, 1, "2026-CABTU-000001")}, {c.calFire});
     ASSERT_EQ(merged.size(), c.merged);
     EXPECT_EQ(merged.front().id, "n");  // the primary record stays first and unchanged
   }
@@ -161,7 +164,8 @@ TEST(FireLoadingPolicy, ReconcilingPerimetersAndTheirBounds) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    auto merged = UnitedStatesFirePerimeterLoadingPolicy::reconcile({square("n", "Smith Fire", -121.5, 39.5, 0.1)}, {c.calFire});
+    auto merged =
+        UnitedStatesFirePerimeterLoadingPolicy::reconcile({square("n", "Smith Fire", -121.5, 39.5, 0.1)}, {c.calFire});
     EXPECT_EQ(merged.size(), c.merged);
   }
   // A ring across the antimeridian has narrow bounds, and is near a ring just east of it.
@@ -170,7 +174,8 @@ TEST(FireLoadingPolicy, ReconcilingPerimetersAndTheirBounds) {
   const auto bounds = firePerimeterBounds(wrapped.polygons);
   ASSERT_TRUE(bounds);
   EXPECT_NEAR(bounds->east - bounds->west, 0.2, 1e-9);
-  EXPECT_TRUE(UnitedStatesFirePerimeterLoadingPolicy::near(*bounds, FirePerimeterDeduplicationBounds{-179.95, -17, -179.8, -16.95}));
+  EXPECT_TRUE(UnitedStatesFirePerimeterLoadingPolicy::near(
+      *bounds, FirePerimeterDeduplicationBounds{-179.95, -17, -179.8, -16.95}));
 }
 
 TEST(FireLoadingPolicy, RevisionsCompareBits) {
@@ -209,7 +214,8 @@ TEST(FireLoadingPolicy, CalFireMissionsAndBatches) {
   EXPECT_EQ(groups[0].memberRecords.size(), 2u);  // the duplicate of member 1 is dropped
   EXPECT_EQ(groups[0].historicalRecords.size(), 1u);
   EXPECT_FALSE(groups[1].key.has_value());
-  const FireGeoJSONGeometry shape{FireGeoJSONGeometry::Polygon{{{{39, -121}, {39, -120.9}, {39.1, -120.9}, {39, -121}}}}};
+  const FireGeoJSONGeometry shape{
+      FireGeoJSONGeometry::Polygon{{{{39, -121}, {39, -120.9}, {39.1, -120.9}, {39, -121}}}}};
   EXPECT_EQ(CalFirePerimeterLoadingPolicy::perimeter(groups[0], shape)->id, "calfire-mission:CA-BTU-1");
   EXPECT_EQ(CalFirePerimeterLoadingPolicy::perimeter(groups[1], shape)->id, "calfire-perimeter:2");
   // A changed historical member changes the group's revision without changing its shape.
@@ -273,18 +279,20 @@ TEST(FireQueries, TolerancesEnvelopesAndClauses) {
   }
   EXPECT_EQ(fireMaximumAllowableOffset(std::nan("")), 0.01);
   EXPECT_EQ(fireDateLiteral(kNow - 12 * 3600), "timestamp '2026-10-20 16:00:00'");
-  EXPECT_EQ(nifcIncidentWhere(NIFCIncidentLayer::current, kNow),
-            "ActiveFireCandidate = 1 AND IncidentTypeCategory IN ('WF','RX','CX') AND IncidentSize >= 2.471053814671653 "
-            "AND (PercentContained IS NULL OR PercentContained < 100 OR ModifiedOnDateTime_dt >= timestamp '2026-10-20 "
-            "16:00:00')");
+  EXPECT_EQ(
+      nifcIncidentWhere(NIFCIncidentLayer::current, kNow),
+      "ActiveFireCandidate = 1 AND IncidentTypeCategory IN ('WF','RX','CX') AND IncidentSize >= 2.471053814671653 "
+      "AND (PercentContained IS NULL OR PercentContained < 100 OR ModifiedOnDateTime_dt >= timestamp '2026-10-20 "
+      "16:00:00')");
   auto url = nifcIncidentURL(boost::urls::url("https://services3.arcgis.com"), NIFCIncidentLayer::yearToDate, kNow,
-                                   2000, 4000, FireMapEnvelope{-122, 39, -121, 40});
+                             2000, 4000, FireMapEnvelope{-122, 39, -121, 40});
   std::vector<std::string> keys;
   for (const auto& param : url.params()) keys.push_back(param.key);
   EXPECT_EQ(keys, (std::vector<std::string>{"where", "outFields", "returnGeometry", "outSR", "resultRecordCount",
                                             "resultOffset", "orderByFields", "f", "geometry", "geometryType", "inSR",
                                             "spatialRel"}));
-  EXPECT_EQ(url.path(), "/T4QMspbfLg3qTGWY/arcgis/rest/services/WFIGS_Incident_Locations_YearToDate/FeatureServer/0/query");
+  EXPECT_EQ(url.path(),
+            "/T4QMspbfLg3qTGWY/arcgis/rest/services/WFIGS_Incident_Locations_YearToDate/FeatureServer/0/query");
   EXPECT_EQ((*url.params().find("geometry")).value, "-122,39,-121,40");
   auto cwfis = cwfisActiveFiresURL(boost::urls::url("https://x"), kNow, 2000, 0, FireMapEnvelope{-121, 50, -120, 51});
   EXPECT_NE((*cwfis.params().find("CQL_FILTER")).value.find("status_year>=2025) AND longitude >= -121.000000"),

@@ -144,7 +144,8 @@ FireMapLoader::FireMapLoader(HttpClient& http, Clock& clock, const ServiceEndpoi
 
 Task<FireFetchResult<FireIncident>> FireMapLoader::nifcIncidents(FireMapEnvelope envelope) {
   auto s = shared_;
-  std::function<Task<ProviderOutcome<FireIncident>>()> operation = [s, envelope]() -> Task<ProviderOutcome<FireIncident>> {
+  std::function<Task<ProviderOutcome<FireIncident>>()> operation = [s,
+                                                                    envelope]() -> Task<ProviderOutcome<FireIncident>> {
     const Date now = s->now();
     auto pages = [s, envelope, now](NIFCIncidentLayer layer) {
       return [s, envelope, now, layer](int count, int offset) {
@@ -173,15 +174,15 @@ Task<FireFetchResult<FireIncident>> FireMapLoader::nifcIncidents(FireMapEnvelope
     const auto walk = co_await std::move(yearWalk);
     co_return convert(walk, false);
   };
-  const auto key = UnitedStatesFireProviderSnapshotKey::of(UnitedStatesFireProvider::nifc,
-                                                           UnitedStatesFireProviderQueryKind::incidents, envelope,
-                                                           std::nullopt);
+  const auto key = UnitedStatesFireProviderSnapshotKey::of(
+      UnitedStatesFireProvider::nifc, UnitedStatesFireProviderQueryKind::incidents, envelope, std::nullopt);
   co_return co_await s->guarded<FireIncident>(operation, key, &s->snapshots.incidents);
 }
 
 Task<FireFetchResult<FireIncident>> FireMapLoader::calFireIncidents(FireMapEnvelope envelope) {
   auto s = shared_;
-  std::function<Task<ProviderOutcome<FireIncident>>()> operation = [s, envelope]() -> Task<ProviderOutcome<FireIncident>> {
+  std::function<Task<ProviderOutcome<FireIncident>>()> operation = [s,
+                                                                    envelope]() -> Task<ProviderOutcome<FireIncident>> {
     FireFeatureRequest request;
     request.url = calFireIncidentsURL(s->endpoints.calFireSite);
     request.accept = "application/json";
@@ -197,16 +198,16 @@ Task<FireFetchResult<FireIncident>> FireMapLoader::calFireIncidents(FireMapEnvel
     }
     co_return outcome;
   };
-  const auto key = UnitedStatesFireProviderSnapshotKey::of(UnitedStatesFireProvider::calFire,
-                                                           UnitedStatesFireProviderQueryKind::incidents, envelope,
-                                                           std::nullopt);
+  const auto key = UnitedStatesFireProviderSnapshotKey::of(
+      UnitedStatesFireProvider::calFire, UnitedStatesFireProviderQueryKind::incidents, envelope, std::nullopt);
   co_return co_await s->guarded<FireIncident>(operation, key, &s->snapshots.incidents);
 }
 
 Task<FireFetchResult<FirePerimeter>> FireMapLoader::nifcPerimeters(FireMapEnvelope envelope) {
   auto s = shared_;
   const double tolerance = fireGeometryTolerance(envelope);
-  std::function<Task<ProviderOutcome<FirePerimeter>>()> operation = [s, envelope, tolerance]() -> Task<ProviderOutcome<FirePerimeter>> {
+  std::function<Task<ProviderOutcome<FirePerimeter>>()> operation =
+      [s, envelope, tolerance]() -> Task<ProviderOutcome<FirePerimeter>> {
     const Date now = s->now();
     auto pageURL = [s, envelope, tolerance, now](int count, int offset) {
       return nifcPerimeterURL(s->endpoints.nifcFeatureServices, now, count, offset, envelope, tolerance);
@@ -228,7 +229,8 @@ Task<FireFetchResult<FirePerimeter>> FireMapLoader::nifcPerimeters(FireMapEnvelo
 Task<FireFetchResult<FirePerimeter>> FireMapLoader::calFirePerimeters(FireMapEnvelope envelope) {
   auto s = shared_;
   const double tolerance = fireGeometryTolerance(envelope);
-  std::function<Task<ProviderOutcome<FirePerimeter>>()> operation = [s, envelope, tolerance]() -> Task<ProviderOutcome<FirePerimeter>> {
+  std::function<Task<ProviderOutcome<FirePerimeter>>()> operation =
+      [s, envelope, tolerance]() -> Task<ProviderOutcome<FirePerimeter>> {
     ProviderOutcome<FirePerimeter> outcome;
     if (!fireEnvelopeMeetsCalifornia(envelope)) {
       outcome.complete = true;
@@ -275,7 +277,8 @@ Task<FireFetchResult<FirePerimeter>> FireMapLoader::calFirePerimeters(FireMapEnv
     for (size_t start = 0; start < ids.size(); start += CalFirePerimeterLoadingPolicy::kObjectIDBatchSize) {
       const std::vector<std::int64_t> chunk(
           ids.begin() + static_cast<std::ptrdiff_t>(start),
-          ids.begin() + static_cast<std::ptrdiff_t>(std::min(ids.size(), start + CalFirePerimeterLoadingPolicy::kObjectIDBatchSize)));
+          ids.begin() + static_cast<std::ptrdiff_t>(
+                            std::min(ids.size(), start + CalFirePerimeterLoadingPolicy::kObjectIDBatchSize)));
       auto shapeURL = [&base, &chunk, tolerance](int count, int offset) {
         return calFirePerimeterShapeURL(base, chunk, tolerance, count, offset);
       };
@@ -306,7 +309,8 @@ Task<FireFetchResult<FirePerimeter>> FireMapLoader::calFirePerimeters(FireMapEnv
 
 Task<FireFetchResult<FireIncident>> FireMapLoader::cwfisIncidents(FireMapEnvelope envelope) {
   auto s = shared_;
-  std::function<Task<ProviderOutcome<FireIncident>>()> operation = [s, envelope]() -> Task<ProviderOutcome<FireIncident>> {
+  std::function<Task<ProviderOutcome<FireIncident>>()> operation = [s,
+                                                                    envelope]() -> Task<ProviderOutcome<FireIncident>> {
     const Date now = s->now();
     auto pageURL = [s, envelope, now](int count, int offset) {
       return cwfisActiveFiresURL(s->endpoints.cwfifGeoServer, now, count, offset, envelope);
@@ -315,7 +319,8 @@ Task<FireFetchResult<FireIncident>> FireMapLoader::cwfisIncidents(FireMapEnvelop
     const auto walk = co_await std::move(pages);
     std::vector<CanadianFireIncidentCandidate<FireIncident>> candidates;
     for (const auto& feature : walk.features) {
-      if (auto candidate = CanadianFireIncidentLoadingPolicy::candidate(feature)) candidates.push_back(std::move(*candidate));
+      if (auto candidate = CanadianFireIncidentLoadingPolicy::candidate(feature))
+        candidates.push_back(std::move(*candidate));
     }
     std::vector<BCWildfireEnrichmentKey> keys;
     for (const auto& c : candidates) {
@@ -343,7 +348,8 @@ Task<FireFetchResult<FireIncident>> FireMapLoader::cwfisIncidents(FireMapEnvelop
 
 Task<FireFetchResult<FirePerimeter>> FireMapLoader::cwfisPerimeters(FireMapEnvelope envelope) {
   auto s = shared_;
-  std::function<Task<ProviderOutcome<FirePerimeter>>()> operation = [s, envelope]() -> Task<ProviderOutcome<FirePerimeter>> {
+  std::function<Task<ProviderOutcome<FirePerimeter>>()> operation =
+      [s, envelope]() -> Task<ProviderOutcome<FirePerimeter>> {
     auto pageURL = [s, envelope](int count, int offset) {
       return cwfisPerimetersURL(s->endpoints.cwfisGeoServer, count, offset, envelope);
     };

@@ -32,8 +32,8 @@ struct FireFetchResult {
   bool hasCompleteSnapshot = false;
   std::optional<FireFetchFailureReason> failureReason;
   std::optional<Date> snapshotFetchedAt;  // with hasCompleteSnapshot
-  bool asked = true;                       // false: the envelope lies outside the service's area
-  std::string failure;                     // the failure's message, with failureReason
+  bool asked = true;                      // false: the envelope lies outside the service's area
+  std::string failure;                    // the failure's message, with failureReason
 };
 
 // The snapshots of the US providers, one cache per record type.
@@ -46,7 +46,7 @@ struct FireProviderSnapshots {
 struct FireServiceReport {
   std::string service;  // "NIFC incidents", "CAL FIRE perimeters", ...
   FireMapSource source = FireMapSource::unitedStates;
-  bool asked = true;    // false: not asked (outside its area)
+  bool asked = true;  // false: not asked (outside its area)
   bool isComplete = false;
   bool hasCompleteSnapshot = false;
   std::optional<Date> snapshotFetchedAt;

@@ -43,7 +43,8 @@ class FireMapLoaderTest : public ::testing::Test {
 
   template <class Record>
   static int count(const std::vector<Record>& records, std::string_view name) {
-    return static_cast<int>(std::count_if(records.begin(), records.end(), [&](const auto& r) { return r.name == name; }));
+    return static_cast<int>(
+        std::count_if(records.begin(), records.end(), [&](const auto& r) { return r.name == name; }));
   }
 
   sim::PinnedClock simClock_;
@@ -61,7 +62,8 @@ class FireMapLoaderTest : public ::testing::Test {
 TEST_F(FireMapLoaderTest, NorthernCaliforniaMergesTheProvidersAndWalksPages) {
   const auto load = this->load(39.5, -121.5);
   const auto& data = load.data;
-  EXPECT_EQ(data.completeIncidentSources, (std::set<FireMapSource>{FireMapSource::unitedStates, FireMapSource::canada}));
+  EXPECT_EQ(data.completeIncidentSources,
+            (std::set<FireMapSource>{FireMapSource::unitedStates, FireMapSource::canada}));
   EXPECT_EQ(data.completePerimeterSources, data.completeIncidentSources);
   EXPECT_TRUE(data.incidentFailureReasons.empty());
   // The Dixon Fire is in NIFC ("Dixon") and CAL FIRE ("Dixon Fire"): one incident, one perimeter.
@@ -71,14 +73,17 @@ TEST_F(FireMapLoaderTest, NorthernCaliforniaMergesTheProvidersAndWalksPages) {
   EXPECT_EQ(count(data.perimeters, "Dixon Fire"), 0);
   EXPECT_EQ(count(data.incidents, "Cedar Fire"), 1);  // CAL FIRE alone
   EXPECT_EQ(count(data.perimeters, "Cedar Fire"), 1);
-  EXPECT_EQ(count(data.incidents, "Oak Fire"), 0);     // one acre
-  EXPECT_EQ(count(data.incidents, "Peavine"), 0);      // not active on the current layer
-  const auto gold = std::find_if(data.perimeters.begin(), data.perimeters.end(), [](auto& p) { return p.name == "Gold Creek"; });
+  EXPECT_EQ(count(data.incidents, "Oak Fire"), 0);  // one acre
+  EXPECT_EQ(count(data.incidents, "Peavine"), 0);   // not active on the current layer
+  const auto gold =
+      std::find_if(data.perimeters.begin(), data.perimeters.end(), [](auto& p) { return p.name == "Gold Creek"; });
   ASSERT_NE(gold, data.perimeters.end());
   EXPECT_EQ(gold->polygons.size(), 2u);  // the spot fire
-  const auto dixon = std::find_if(data.perimeters.begin(), data.perimeters.end(), [](auto& p) { return p.name == "Dixon"; });
+  const auto dixon =
+      std::find_if(data.perimeters.begin(), data.perimeters.end(), [](auto& p) { return p.name == "Dixon"; });
   EXPECT_EQ(dixon->polygons[0].interiors.size(), 1u);
-  const auto rx = std::find_if(data.incidents.begin(), data.incidents.end(), [](auto& i) { return i.name == "Sagehen RX"; });
+  const auto rx =
+      std::find_if(data.incidents.begin(), data.incidents.end(), [](auto& i) { return i.name == "Sagehen RX"; });
   ASSERT_NE(rx, data.incidents.end());
   EXPECT_EQ(rx->type, FireIncidentType::prescribedFire());
   // NIFC's perimeter layer holds three a page: the walk asked for a second one.
@@ -99,23 +104,58 @@ TEST_F(FireMapLoaderTest, AFailingServiceStaysLocal) {
     std::vector<const char*> faults;
     const char* service;
     FireFetchFailureReason reason;
-    bool snapshot;          // a snapshot of the previous load stands in
+    bool snapshot;           // a snapshot of the previous load stands in
     size_t requestsOfRoute;  // requests the faulted route saw in the failed load
     const char* route;
   };
   const Case cases[] = {
-      {{"nifc.current=error200", "nifc.yeartodate=error200"}, "NIFC incidents", FireFetchFailureReason::transient(), true, 2, "nifc.current"},
-      {{"nifc.perimeters=status=429"}, "NIFC perimeters", FireFetchFailureReason::rateLimited(1), true, 1, "nifc.perimeters"},
-      {{"calfire.incidents=status=429,retry-after=none"}, "CAL FIRE incidents", FireFetchFailureReason::rateLimited(60), true, 1,
+      {{"nifc.current=error200", "nifc.yeartodate=error200"},
+       "NIFC incidents",
+       FireFetchFailureReason::transient(),
+       true,
+       2,
+       "nifc.current"},
+      {{"nifc.perimeters=status=429"},
+       "NIFC perimeters",
+       FireFetchFailureReason::rateLimited(1),
+       true,
+       1,
+       "nifc.perimeters"},
+      {{"calfire.incidents=status=429,retry-after=none"},
+       "CAL FIRE incidents",
+       FireFetchFailureReason::rateLimited(60),
+       true,
+       1,
        "calfire.incidents"},
-      {{"calfire.perimeters=status=404"}, "CAL FIRE perimeters", FireFetchFailureReason::permanent(), true, 1,
+      {{"calfire.perimeters=status=404"},
+       "CAL FIRE perimeters",
+       FireFetchFailureReason::permanent(),
+       true,
+       1,
        "calfire.perimeters"},
-      {{"cwfis.activefires=status=503,retry-after=none"}, "CWFIS active fires", FireFetchFailureReason::transient(), false, 1,
+      {{"cwfis.activefires=status=503,retry-after=none"},
+       "CWFIS active fires",
+       FireFetchFailureReason::transient(),
+       false,
+       1,
        "cwfis.activefires"},
-      {{"nifc.perimeters=hang=2000"}, "NIFC perimeters", FireFetchFailureReason::transient(), true, 2, "nifc.perimeters"},
-      {{"calfire.incidents=truncate"}, "CAL FIRE incidents", FireFetchFailureReason::transient(), true, 2,
+      {{"nifc.perimeters=hang=2000"},
+       "NIFC perimeters",
+       FireFetchFailureReason::transient(),
+       true,
+       2,
+       "nifc.perimeters"},
+      {{"calfire.incidents=truncate"},
+       "CAL FIRE incidents",
+       FireFetchFailureReason::transient(),
+       true,
+       2,
        "calfire.incidents"},
-      {{"cwfis.perimeters=malformed"}, "CWFIS perimeters", FireFetchFailureReason::transient(), false, 1,
+      {{"cwfis.perimeters=malformed"},
+       "CWFIS perimeters",
+       FireFetchFailureReason::transient(),
+       false,
+       1,
        "cwfis.perimeters"},
   };
   const auto healthy = load(39.5, -121.5);
@@ -142,7 +182,8 @@ TEST_F(FireMapLoaderTest, CooldownsAndTheYearToDateLayer) {
   sim_->setFault("calfire.incidents=status=429,retry-after=600");
   auto first = load(39.5, -121.5);
   EXPECT_EQ(service(first, "CAL FIRE incidents").failureReason, FireFetchFailureReason::rateLimited(600));
-  EXPECT_EQ(first.data.incidentFailureReasons.at(FireMapSource::unitedStates), FireFetchFailureReason::rateLimited(600));
+  EXPECT_EQ(first.data.incidentFailureReasons.at(FireMapSource::unitedStates),
+            FireFetchFailureReason::rateLimited(600));
   sim_->clearFaults();
   clock_.advance(100s);
   auto second = load(39.5, -121.5);  // still cooling down: not asked
@@ -167,9 +208,9 @@ TEST_F(FireMapLoaderTest, BritishColumbiaNamesTheirFires) {
   EXPECT_EQ(named("Tranquille Creek")->controlStatus, FireControlStatus::outOfControl);  // this year's row survived
   EXPECT_EQ(named("Tranquille Creek")->detailsURL->host(), "wildfiresituation.nrs.gov.bc.ca");
   EXPECT_NE(named("Bear Creek"), incidents.end());
-  ASSERT_NE(named("3 km S of Hope"), incidents.end());  // a placeholder name gives way to the place
+  ASSERT_NE(named("3 km S of Hope"), incidents.end());            // a placeholder name gives way to the place
   EXPECT_FALSE(named("3 km S of Hope")->detailsURL.has_value());  // http is refused
-  EXPECT_EQ(named("K50077"), incidents.end());  // out
+  EXPECT_EQ(named("K50077"), incidents.end());                    // out
   EXPECT_EQ(count(incidents, "Tranquille Creek"), 1);
   // Answers are remembered: a second load asks the province nothing.
   load = this->load(50.5, -120.5);

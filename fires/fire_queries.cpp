@@ -49,9 +49,7 @@ boost::urls::url at(const boost::urls::url& base, std::string_view path) {
   return url;
 }
 
-void add(boost::urls::url& url, std::string_view key, std::string_view value) {
-  url.params().append({key, value});
-}
+void add(boost::urls::url& url, std::string_view key, std::string_view value) { url.params().append({key, value}); }
 
 void addEnvelope(boost::urls::url& url, const FireMapEnvelope& e) {
   add(url, "geometry", number(e.west) + "," + number(e.south) + "," + number(e.east) + "," + number(e.north));
@@ -93,17 +91,17 @@ bool fireEnvelopeMeetsCalifornia(const FireMapEnvelope& e) noexcept {
 }
 
 std::string nifcIncidentWhere(NIFCIncidentLayer layer, Date now) {
-  const std::string recentlyContained = "(PercentContained IS NULL OR PercentContained < 100 OR ModifiedOnDateTime_dt >= " +
-                                        hoursAgo(now, 12) + ")";
+  const std::string recentlyContained =
+      "(PercentContained IS NULL OR PercentContained < 100 OR ModifiedOnDateTime_dt >= " + hoursAgo(now, 12) + ")";
   if (layer == NIFCIncidentLayer::current) {
     return joined({"ActiveFireCandidate = 1", "IncidentTypeCategory IN ('WF','RX','CX')",
                    std::string("IncidentSize >= ") + kMinimumAcresText, recentlyContained},
                   " AND ");
   }
-  const std::string ladder = std::string("((IncidentSize < 10 AND ModifiedOnDateTime_dt >= ") + hoursAgo(now, 72) +
-                             ") OR (IncidentSize >= 10 AND IncidentSize <= 100 AND ModifiedOnDateTime_dt >= " +
-                             hoursAgo(now, 8 * 24) + ") OR (IncidentSize > 100 AND ModifiedOnDateTime_dt >= " +
-                             hoursAgo(now, 14 * 24) + "))";
+  const std::string ladder =
+      std::string("((IncidentSize < 10 AND ModifiedOnDateTime_dt >= ") + hoursAgo(now, 72) +
+      ") OR (IncidentSize >= 10 AND IncidentSize <= 100 AND ModifiedOnDateTime_dt >= " + hoursAgo(now, 8 * 24) +
+      ") OR (IncidentSize > 100 AND ModifiedOnDateTime_dt >= " + hoursAgo(now, 14 * 24) + "))";
   return joined({"IncidentTypeCategory IN ('WF','RX','CX')", std::string("IncidentSize >= ") + kMinimumAcresText,
                  "ContainmentDateTime IS NULL", "ControlDateTime IS NULL", "FireOutDateTime IS NULL",
                  "FinalFireReportApprovedDate IS NULL", "IsValid = 1", "(IsQuarantined IS NULL OR IsQuarantined = 0)",
@@ -113,8 +111,8 @@ std::string nifcIncidentWhere(NIFCIncidentLayer layer, Date now) {
 
 std::string nifcPerimeterWhere(Date now) {
   return joined({"attr_ActiveFireCandidate = 1", "attr_IncidentTypeCategory IN ('WF','RX')",
-                 std::string("(poly_GISAcres >= ") + kMinimumAcresText + " OR (poly_GISAcres IS NULL AND attr_IncidentSize >= " +
-                     kMinimumAcresText + "))",
+                 std::string("(poly_GISAcres >= ") + kMinimumAcresText +
+                     " OR (poly_GISAcres IS NULL AND attr_IncidentSize >= " + kMinimumAcresText + "))",
                  "(attr_PercentContained IS NULL OR attr_PercentContained < 100 OR attr_ModifiedOnDateTime_dt >= " +
                      hoursAgo(now, 12) + ")"},
                 " AND ");
@@ -127,8 +125,8 @@ std::string calFirePerimeterDiscoveryWhere() {
 
 boost::urls::url nifcIncidentURL(const boost::urls::url& base, NIFCIncidentLayer layer, Date now, int count, int offset,
                                  const std::optional<FireMapEnvelope>& envelope) {
-  const char* name = layer == NIFCIncidentLayer::current ? "WFIGS_Incident_Locations_Current"
-                                                          : "WFIGS_Incident_Locations_YearToDate";
+  const char* name =
+      layer == NIFCIncidentLayer::current ? "WFIGS_Incident_Locations_Current" : "WFIGS_Incident_Locations_YearToDate";
   boost::urls::url url = at(base, std::string(kNIFCServicePath) + name + "/FeatureServer/0/query");
   add(url, "where", nifcIncidentWhere(layer, now));
   add(url, "outFields",
@@ -191,8 +189,8 @@ boost::urls::url calFirePerimeterDiscoveryURL(const boost::urls::url& base, cons
   return url;
 }
 
-boost::urls::url calFirePerimeterMissionURL(const boost::urls::url& base, const CalFirePerimeterMissionQueryBatch& batch,
-                                            int count, int offset) {
+boost::urls::url calFirePerimeterMissionURL(const boost::urls::url& base,
+                                            const CalFirePerimeterMissionQueryBatch& batch, int count, int offset) {
   const std::string where = "(" + calFirePerimeterDiscoveryWhere() + ") AND UPPER(mission) IN (" +
                             joined(batch.missionSQLComparisonIdentities, ",") + ")";
   return calFireQuery(base, where, false, count, offset);
@@ -260,8 +258,7 @@ boost::urls::url cwfisActiveFiresURL(const boost::urls::url& base, Date now, int
   return url;
 }
 
-boost::urls::url cwfisPerimetersURL(const boost::urls::url& base, int count, int startIndex,
-                                    const FireMapEnvelope& e) {
+boost::urls::url cwfisPerimetersURL(const boost::urls::url& base, int count, int startIndex, const FireMapEnvelope& e) {
   boost::urls::url url = at(base, "/geoserver/public/ows");
   add(url, "service", "WFS");
   add(url, "version", "2.0.0");
@@ -271,7 +268,8 @@ boost::urls::url cwfisPerimetersURL(const boost::urls::url& base, int count, int
   add(url, "srsName", "EPSG:4326");
   add(url, "count", std::to_string(count));
   add(url, "startIndex", std::to_string(startIndex));
-  add(url, "bbox", number(e.west) + "," + number(e.south) + "," + number(e.east) + "," + number(e.north) + ",EPSG:4326");
+  add(url, "bbox",
+      number(e.west) + "," + number(e.south) + "," + number(e.east) + "," + number(e.north) + ",EPSG:4326");
   return url;
 }
 
@@ -279,8 +277,10 @@ boost::urls::url bcWildfireEnrichmentURL(const boost::urls::url& base, const std
   std::vector<std::string> quoted;
   for (const auto& number : fireNumbers) {
     std::string_view trimmedNumber = number;
-    while (!trimmedNumber.empty() && std::isspace(static_cast<unsigned char>(trimmedNumber.front()))) trimmedNumber.remove_prefix(1);
-    while (!trimmedNumber.empty() && std::isspace(static_cast<unsigned char>(trimmedNumber.back()))) trimmedNumber.remove_suffix(1);
+    while (!trimmedNumber.empty() && std::isspace(static_cast<unsigned char>(trimmedNumber.front())))
+      trimmedNumber.remove_prefix(1);
+    while (!trimmedNumber.empty() && std::isspace(static_cast<unsigned char>(trimmedNumber.back())))
+      trimmedNumber.remove_suffix(1);
     std::string text = "'";
     for (char c : trimmedNumber) {
       if (c == '\'') text.push_back('\'');

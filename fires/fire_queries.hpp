@@ -46,8 +46,8 @@ boost::urls::url nifcPerimeterURL(const boost::urls::url& base, Date now, int co
 
 boost::urls::url calFirePerimeterDiscoveryURL(const boost::urls::url& base, const FireMapEnvelope& envelope, int count,
                                               int offset);
-boost::urls::url calFirePerimeterMissionURL(const boost::urls::url& base, const CalFirePerimeterMissionQueryBatch& batch,
-                                            int count, int offset);
+boost::urls::url calFirePerimeterMissionURL(const boost::urls::url& base,
+                                            const CalFirePerimeterMissionQueryBatch& batch, int count, int offset);
 boost::urls::url calFirePerimeterShapeURL(const boost::urls::url& base, const std::vector<std::int64_t>& objectIDs,
                                           double tolerance, int count, int offset);
 boost::urls::url calFireIncidentsURL(const boost::urls::url& site);

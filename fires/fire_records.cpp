@@ -69,7 +69,8 @@ void refreshFirePerimeterRevision(FirePerimeter& perimeter, std::optional<std::u
   revision.upstream.name = perimeter.name;
   revision.upstream.typeRawValue = perimeter.type.rawValue();
   revision.upstream.acresBitPattern = fireBitPattern(perimeter.acres);
-  if (perimeter.percentContained) revision.upstream.percentContainedBitPattern = fireBitPattern(*perimeter.percentContained);
+  if (perimeter.percentContained)
+    revision.upstream.percentContainedBitPattern = fireBitPattern(*perimeter.percentContained);
   revision.upstream.polygonDateReferenceInterval = perimeter.polygonDate.timeIntervalSinceReferenceDate;
   if (perimeter.modifiedDate) {
     revision.upstream.modifiedDateReferenceInterval = perimeter.modifiedDate->timeIntervalSinceReferenceDate;

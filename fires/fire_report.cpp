@@ -103,7 +103,9 @@ FireList fireListAround(const FireMapData& data, FireCoordinate centre, double r
     if (!nearest || best > radiusKilometres) continue;
     list.perimeters.push_back({nullptr, &perimeter, best, bearing(centre, *nearest)});
   }
-  auto byDistance = [](const FireListEntry& a, const FireListEntry& b) { return a.distanceKilometres < b.distanceKilometres; };
+  auto byDistance = [](const FireListEntry& a, const FireListEntry& b) {
+    return a.distanceKilometres < b.distanceKilometres;
+  };
   std::stable_sort(list.incidents.begin(), list.incidents.end(), byDistance);
   std::stable_sort(list.perimeters.begin(), list.perimeters.end(), byDistance);
   return list;
@@ -117,8 +119,9 @@ std::string fireServiceStateText(const FireServiceReport& report, Date now) {
   std::string why;
   if (report.failureReason) why = ", " + reasonText(*report.failureReason) + ": " + report.failure;
   if (state == "snapshot") {
-    return "from a snapshot " + age(now.timeIntervalSinceReferenceDate - report.snapshotFetchedAt->timeIntervalSinceReferenceDate) +
-           " old" + count + why;
+    return "from a snapshot " +
+           age(now.timeIntervalSinceReferenceDate - report.snapshotFetchedAt->timeIntervalSinceReferenceDate) + " old" +
+           count + why;
   }
   if (state == "coolingDown") return "cooling down until " + utcTime(*report.cooldownUntil) + why;
   return "failed" + why;

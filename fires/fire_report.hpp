@@ -15,10 +15,10 @@
 namespace ombrine {
 
 struct FireListEntry {
-  const FireIncident* incident = nullptr;    // one of the two
+  const FireIncident* incident = nullptr;  // one of the two
   const FirePerimeter* perimeter = nullptr;
-  double distanceKilometres = 0.0;           // to the point, or to the perimeter's nearest vertex
-  double bearingDegrees = 0.0;               // from the centre, clockwise from north
+  double distanceKilometres = 0.0;  // to the point, or to the perimeter's nearest vertex
+  double bearingDegrees = 0.0;      // from the centre, clockwise from north
 };
 
 // Incidents and perimeters within `radiusKilometres` of the centre, each list nearest first.

@@ -12,7 +12,8 @@ TEST(FireReport, BearingsDistancesAndTheDateLine) {
     double degrees;
     const char* name;
   };
-  const Case bearings[] = {{0, "N"}, {11.2, "N"}, {11.3, "NNE"}, {90, "E"}, {200, "SSW"}, {348.8, "N"}, {-90, "W"}, {720, "N"}};
+  const Case bearings[] = {{0, "N"},     {11.2, "N"},  {11.3, "NNE"}, {90, "E"},
+                           {200, "SSW"}, {348.8, "N"}, {-90, "W"},    {720, "N"}};
   for (const auto& c : bearings) EXPECT_EQ(fireBearingName(c.degrees), c.name) << c.degrees;
 
   FireMapData data;
@@ -38,11 +39,16 @@ TEST(FireReport, BearingsDistancesAndTheDateLine) {
 
 TEST(FireReport, ServiceStates) {
   FireServiceReport complete{.service = "NIFC incidents", .isComplete = true, .recordCount = 3};
-  FireServiceReport snapshot{.service = "x", .hasCompleteSnapshot = true, .snapshotFetchedAt = kNow - 300,
-                             .failureReason = FireFetchFailureReason::transient(), .failure = "Fire service returned HTTP 503",
+  FireServiceReport snapshot{.service = "x",
+                             .hasCompleteSnapshot = true,
+                             .snapshotFetchedAt = kNow - 300,
+                             .failureReason = FireFetchFailureReason::transient(),
+                             .failure = "Fire service returned HTTP 503",
                              .recordCount = 2};
-  FireServiceReport cooling{.service = "x", .failureReason = FireFetchFailureReason::rateLimited(65),
-                            .cooldownUntil = kNow + 65, .failure = "Fire service returned HTTP 429"};
+  FireServiceReport cooling{.service = "x",
+                            .failureReason = FireFetchFailureReason::rateLimited(65),
+                            .cooldownUntil = kNow + 65,
+                            .failure = "Fire service returned HTTP 429"};
   FireServiceReport failed{.service = "x", .failureReason = FireFetchFailureReason::permanent(), .failure = "gone"};
   FireServiceReport notAsked{.service = "x", .asked = false, .isComplete = true};
   struct Case {

@@ -1,7 +1,7 @@
 #include "sim/fire_routes.hpp"
 
-#include <boost/json.hpp>
 #include <fmt/format.h>
+#include <boost/json.hpp>
 
 #include <algorithm>
 #include <cmath>
@@ -122,12 +122,14 @@ json::array ring(double latitude, double longitude, double acres, std::uint64_t 
   for (int i = 0; i <= kPoints; ++i) {
     const int k = (i % kPoints);
     const int index = clockwise ? kPoints - k : k;
-    const double jitter = 0.8 + 0.4 * static_cast<double>(mix(seed + static_cast<std::uint64_t>(index)) % 1000) / 1000.0;
+    const double jitter =
+        0.8 + 0.4 * static_cast<double>(mix(seed + static_cast<std::uint64_t>(index)) % 1000) / 1000.0;
     const double angle = 2 * std::numbers::pi * index / kPoints;
     const double dy = radius * jitter * std::sin(angle);
     const double dx = radius * jitter * std::cos(angle);
-    points.push_back(json::array{number6(longitude + dx / (kMetresPerDegree * std::cos(latitude * std::numbers::pi / 180))),
-                                 number6(latitude + dy / kMetresPerDegree)});
+    points.push_back(
+        json::array{number6(longitude + dx / (kMetresPerDegree * std::cos(latitude * std::numbers::pi / 180))),
+                    number6(latitude + dy / kMetresPerDegree)});
   }
   return points;
 }
@@ -249,18 +251,20 @@ SimResponse wfsPage(const SimRequest& request, json::array features, int serverL
     page.push_back(features[static_cast<size_t>(i)]);
   }
   const auto returned = page.size();
-  json::object collection{{"type", "FeatureCollection"},
-                          {"features", page},
-                          {"totalFeatures", features.size()},
-                          {"numberMatched", features.size()},
-                          {"numberReturned", returned},
-                          {"timeStamp", formatUtc(request.now, true)},
-                          {"crs", json::object{{"type", "name"},
-                                               {"properties", json::object{{"name", "urn:ogc:def:crs:EPSG::4326"}}}}}};
+  json::object collection{
+      {"type", "FeatureCollection"},
+      {"features", page},
+      {"totalFeatures", features.size()},
+      {"numberMatched", features.size()},
+      {"numberReturned", returned},
+      {"timeStamp", formatUtc(request.now, true)},
+      {"crs", json::object{{"type", "name"}, {"properties", json::object{{"name", "urn:ogc:def:crs:EPSG::4326"}}}}}};
   return jsonResponse(collection, "application/json;charset=UTF-8");
 }
 
-double fireAcres(const SimFire& fire, Instant now) { return fire.startAcres + fire.acresPerHour * ageHours(now, fire.ageOffsetHours); }
+double fireAcres(const SimFire& fire, Instant now) {
+  return fire.startAcres + fire.acresPerHour * ageHours(now, fire.ageOffsetHours);
+}
 double containment(const SimFire& fire, Instant now) {
   if (std::string_view(fire.category) == "RX") return 0;
   return std::min(95.0, std::floor(ageHours(now, fire.ageOffsetHours) * 0.4));
@@ -292,18 +296,20 @@ SimResponse nifcIncidents(const SimRequest& request, bool currentLayer) {
         {"IncidentName", std::string(fire.name).substr(0, std::string(fire.name).rfind(" Fire"))},
         {"IncidentTypeCategory", fire.category},
         {"IncidentSize", std::round(fireAcres(fire, request.now))},
-        {"PercentContained", std::string_view(fire.category) == "RX" ? json::value(nullptr) : json::value(containment(fire, request.now))},
+        {"PercentContained",
+         std::string_view(fire.category) == "RX" ? json::value(nullptr) : json::value(containment(fire, request.now))},
         {"FireDiscoveryDateTime", millis(ignition(fire, request.now))},
         {"ModifiedOnDateTime_dt", millis(lastChange(request.now))},
         {"POOCity", nullptr},
         {"POOCounty", fire.county},
         {"POOState", std::string("US-") + fire.state},
         {"ActiveFireCandidate", active ? 1 : 0}};
-    features.push_back(json::object{{"type", "Feature"},
-                                    {"id", objectID},
-                                    {"geometry", json::object{{"type", "Point"},
-                                                              {"coordinates", json::array{number6(fire.longitude), number6(fire.latitude)}}}},
-                                    {"properties", properties}});
+    features.push_back(json::object{
+        {"type", "Feature"},
+        {"id", objectID},
+        {"geometry", json::object{{"type", "Point"},
+                                  {"coordinates", json::array{number6(fire.longitude), number6(fire.latitude)}}}},
+        {"properties", properties}});
   }
   return arcgisPage(request, std::move(features), 2000);
 }
@@ -320,18 +326,19 @@ SimResponse nifcPerimeters(const SimRequest& request) {
     if (ids && std::find(ids->begin(), ids->end(), std::to_string(objectID)) == ids->end()) continue;
     if (box && !box->contains(fire.latitude, fire.longitude, 0.1)) continue;
     const double acres = fireAcres(fire, request.now);
-    json::object properties{{"OBJECTID", objectID},
-                            {"GlobalID", fmt::format("{{{:016X}}}", hashOf(fire.key) + 1)},
-                            {"attr_UniqueFireIdentifier", uniqueFireID(fire, currentYear(request.now))},
-                            {"poly_IncidentName", std::string(fire.name).substr(0, std::string(fire.name).rfind(" Fire"))},
-                            {"attr_IncidentTypeCategory", fire.category},
-                            {"poly_GISAcres", roundedNumber(acres * 0.97, 2)},
-                            {"attr_IncidentSize", std::round(acres)},
-                            {"attr_PercentContained", containment(fire, request.now)},
-                            {"poly_PolygonDateTime", millis(lastChange(request.now) - std::chrono::hours(2))},
-                            {"attr_ModifiedOnDateTime_dt", millis(lastChange(request.now))},
-                            {"attr_ActiveFireCandidate", 1},
-                            {"attr_POOState", std::string("US-") + fire.state}};
+    json::object properties{
+        {"OBJECTID", objectID},
+        {"GlobalID", fmt::format("{{{:016X}}}", hashOf(fire.key) + 1)},
+        {"attr_UniqueFireIdentifier", uniqueFireID(fire, currentYear(request.now))},
+        {"poly_IncidentName", std::string(fire.name).substr(0, std::string(fire.name).rfind(" Fire"))},
+        {"attr_IncidentTypeCategory", fire.category},
+        {"poly_GISAcres", roundedNumber(acres * 0.97, 2)},
+        {"attr_IncidentSize", std::round(acres)},
+        {"attr_PercentContained", containment(fire, request.now)},
+        {"poly_PolygonDateTime", millis(lastChange(request.now) - std::chrono::hours(2))},
+        {"attr_ModifiedOnDateTime_dt", millis(lastChange(request.now))},
+        {"attr_ActiveFireCandidate", 1},
+        {"attr_POOState", std::string("US-") + fire.state}};
     features.push_back(json::object{{"type", "Feature"},
                                     {"id", objectID},
                                     {"geometry", perimeterGeometry(fire, acres * 0.97, hashOf(fire.key))},
@@ -368,11 +375,18 @@ SimResponse calFireIncidents(const SimRequest& request) {
                                 {"ExternalUrl", ""}});
   }
   // A one-acre fire the client must leave out.
-  list.push_back(json::object{{"Name", "Oak Fire"},        {"Updated", day(request.now)}, {"Started", day(request.now)},
-                              {"County", "Placer"},        {"AcresBurned", 1},           {"PercentContained", 100},
-                              {"Longitude", -121.05},      {"Latitude", 38.9},           {"Type", nullptr},
+  list.push_back(json::object{{"Name", "Oak Fire"},
+                              {"Updated", day(request.now)},
+                              {"Started", day(request.now)},
+                              {"County", "Placer"},
+                              {"AcresBurned", 1},
+                              {"PercentContained", 100},
+                              {"Longitude", -121.05},
+                              {"Latitude", 38.9},
+                              {"Type", nullptr},
                               {"UniqueId", "0a0a0a0a-1111-4222-8333-444444444444"},
-                              {"Url", "/incidents/oak-fire/"}, {"IsActive", true}});
+                              {"Url", "/incidents/oak-fire/"},
+                              {"IsActive", true}});
   return jsonResponse(list, "application/json; charset=utf-8");
 }
 
@@ -398,28 +412,31 @@ SimResponse calFirePerimeters(const SimRequest& request) {
       if (missions && std::find(missions->begin(), missions->end(), fire.mission) == missions->end()) continue;
       if (box && !box->contains(latitude, fire.longitude, 0.1)) continue;
       const Instant polygonTime = lastChange(request.now) - std::chrono::hours(current ? 1 : 25);
-      json::object properties{{"OBJECTID", id},
-                              {"GlobalID", fmt::format("{:08x}-aaaa-4bbb-8ccc-{:012x}", id, hashOf(fire.key) & 0xffffffffffff)},
-                              {"source", "FIRIS"},
-                              {"mission", fire.mission},
-                              {"poly_DateCurrent", millis(polygonTime)},
-                              {"incident_name", fire.name},
-                              {"incident_number", fmt::format("{}-{:05}", fire.county, hashOf(fire.key) % 100000)},
-                              {"area_acres", roundedNumber(memberAcres, 1)},
-                              {"NIFC_GISAcres", nullptr},
-                              {"EditDate", millis(polygonTime + std::chrono::minutes(20))},
-                              {"Percent_Contained", containment(fire, request.now)},
-                              {"websiteId", nullptr},
-                              {"displayStatus", "Active"},
-                              {"Shape__Area", roundedNumber(memberAcres * kSquareMetresPerAcre, 0)},
-                              {"Shape__Length", roundedNumber(std::sqrt(memberAcres * kSquareMetresPerAcre) * 3.7, 0)}};
+      json::object properties{
+          {"OBJECTID", id},
+          {"GlobalID", fmt::format("{:08x}-aaaa-4bbb-8ccc-{:012x}", id, hashOf(fire.key) & 0xffffffffffff)},
+          {"source", "FIRIS"},
+          {"mission", fire.mission},
+          {"poly_DateCurrent", millis(polygonTime)},
+          {"incident_name", fire.name},
+          {"incident_number", fmt::format("{}-{:05}", fire.county, hashOf(fire.key) % 100000)},
+          {"area_acres", roundedNumber(memberAcres, 1)},
+          {"NIFC_GISAcres", nullptr},
+          {"EditDate", millis(polygonTime + std::chrono::minutes(20))},
+          {"Percent_Contained", containment(fire, request.now)},
+          {"websiteId", nullptr},
+          {"displayStatus", "Active"},
+          {"Shape__Area", roundedNumber(memberAcres * kSquareMetresPerAcre, 0)},
+          {"Shape__Length", roundedNumber(std::sqrt(memberAcres * kSquareMetresPerAcre) * 3.7, 0)}};
       SimFire shaped = fire;
       shaped.latitude = latitude;
-      features.push_back(json::object{{"type", "Feature"},
-                                      {"id", id},
-                                      {"geometry", geometry ? json::value(perimeterGeometry(shaped, memberAcres, hashOf(fire.key) + static_cast<std::uint64_t>(member)))
-                                                            : json::value(nullptr)},
-                                      {"properties", properties}});
+      features.push_back(json::object{
+          {"type", "Feature"},
+          {"id", id},
+          {"geometry", geometry ? json::value(perimeterGeometry(shaped, memberAcres,
+                                                                hashOf(fire.key) + static_cast<std::uint64_t>(member)))
+                                : json::value(nullptr)},
+          {"properties", properties}});
     }
   }
   return arcgisPage(request, std::move(features), 3);
@@ -448,25 +465,27 @@ SimResponse cwfisActiveFires(const SimRequest& request) {
     if (!box.contains(fire.latitude, fire.longitude)) continue;
     const double hours = ageHours(request.now, 10.0 * row);
     const Instant started = request.now - std::chrono::seconds(static_cast<std::int64_t>(hours * 3600));
-    json::object properties{{"id", row},
-                            {"agency_code", fire.agency},
-                            {"national_fire_id", fmt::format("{}-{}", year, fire.fireID)},
-                            {"agency_fire_id", fire.fireID},
-                            {"fire_was_prescribed", false},
-                            {"percent_contained", nullptr},
-                            {"fire_size", roundedNumber(fire.startHectares + fire.hectaresPerHour * hours, 1)},
-                            {"stage_of_control_status", fire.stage},
-                            {"situation_report_date", formatUtc(started)},
-                            {"status_date", formatUtc(lastChange(request.now) - std::chrono::hours(24 * 365 * fire.statusYearBack))},
-                            {"fire_year", year - fire.statusYearBack},
-                            {"status_year", year - fire.statusYearBack},
-                            {"latitude", fire.latitude},
-                            {"longitude", fire.longitude}};
-    features.push_back(json::object{{"type", "Feature"},
-                                    {"id", fmt::format("cwfif_national_activefires.{}", row)},
-                                    {"geometry", json::object{{"type", "Point"}, {"coordinates", json::array{fire.longitude, fire.latitude}}}},
-                                    {"geometry_name", "geom"},
-                                    {"properties", properties}});
+    json::object properties{
+        {"id", row},
+        {"agency_code", fire.agency},
+        {"national_fire_id", fmt::format("{}-{}", year, fire.fireID)},
+        {"agency_fire_id", fire.fireID},
+        {"fire_was_prescribed", false},
+        {"percent_contained", nullptr},
+        {"fire_size", roundedNumber(fire.startHectares + fire.hectaresPerHour * hours, 1)},
+        {"stage_of_control_status", fire.stage},
+        {"situation_report_date", formatUtc(started)},
+        {"status_date", formatUtc(lastChange(request.now) - std::chrono::hours(24 * 365 * fire.statusYearBack))},
+        {"fire_year", year - fire.statusYearBack},
+        {"status_year", year - fire.statusYearBack},
+        {"latitude", fire.latitude},
+        {"longitude", fire.longitude}};
+    features.push_back(json::object{
+        {"type", "Feature"},
+        {"id", fmt::format("cwfif_national_activefires.{}", row)},
+        {"geometry", json::object{{"type", "Point"}, {"coordinates", json::array{fire.longitude, fire.latitude}}}},
+        {"geometry_name", "geom"},
+        {"properties", properties}});
   }
   return wfsPage(request, std::move(features), 1000);
 }
@@ -480,16 +499,18 @@ SimResponse cwfisPerimeters(const SimRequest& request) {
     if (!fire.perimeter) continue;
     if (box && !box->contains(fire.latitude, fire.longitude, 0.1)) continue;
     const double hectares = fire.startHectares + fire.hectaresPerHour * ageHours(request.now, 10.0 * row);
-    const SimFire shape{fire.fireID, fire.fireID, fire.latitude, fire.longitude, "", "", "WF", 0, 0, 0, false, false, nullptr, 0};
+    const SimFire shape{fire.fireID, fire.fireID, fire.latitude, fire.longitude, "",      "", "WF", 0,
+                        0,           0,           false,         false,          nullptr, 0};
     json::object properties{{"hcount", 10 + row * 7},
                             {"firstdate", formatUtc(request.now - std::chrono::hours(24 * 5))},
                             {"lastdate", formatUtc(lastChange(request.now))},
                             {"area", roundedNumber(hectares * 0.9, 2)}};
-    features.push_back(json::object{{"type", "Feature"},
-                                    {"id", fmt::format("m3_polygons_current.{}", 4000 + row)},
-                                    {"geometry", perimeterGeometry(shape, hectares * 0.9 * 2.4710538, hashOf(fire.fireID))},
-                                    {"geometry_name", "geom"},
-                                    {"properties", properties}});
+    features.push_back(
+        json::object{{"type", "Feature"},
+                     {"id", fmt::format("m3_polygons_current.{}", 4000 + row)},
+                     {"geometry", perimeterGeometry(shape, hectares * 0.9 * 2.4710538, hashOf(fire.fireID))},
+                     {"geometry_name", "geom"},
+                     {"properties", properties}});
   }
   return wfsPage(request, std::move(features), 3);
 }
@@ -532,8 +553,9 @@ std::string geoServerErrorBody(int status, std::string_view message) {
 }
 
 std::string calFireSiteErrorBody(int status, std::string_view message) {
-  return fmt::format("<!DOCTYPE html><html><head><title>{}</title></head><body><h1>CAL FIRE</h1><p>{}</p></body></html>",
-                     status, message);
+  return fmt::format(
+      "<!DOCTYPE html><html><head><title>{}</title></head><body><h1>CAL FIRE</h1><p>{}</p></body></html>", status,
+      message);
 }
 
 SimRoute route(std::string name, const std::string& pattern, std::function<SimResponse(const SimRequest&)> answer,
@@ -562,8 +584,8 @@ std::vector<SimRoute> fireRoutes() {
                          calFirePerimeters, arcgisErrorBody));
   routes.push_back(route("cwfis.activefires", "/cwfif/geoserver/ows", cwfisActiveFires, geoServerErrorBody));
   routes.push_back(route("cwfis.perimeters", "/cwfis/geoserver/public/ows", cwfisPerimeters, geoServerErrorBody));
-  routes.push_back(route("bcws.fires", "/bcgov/arcgis/rest/services/mpcm/bcgwpub/MapServer/502/query", bcFires,
-                         arcgisErrorBody));
+  routes.push_back(
+      route("bcws.fires", "/bcgov/arcgis/rest/services/mpcm/bcgwpub/MapServer/502/query", bcFires, arcgisErrorBody));
   return routes;
 }
 
