@@ -1,12 +1,13 @@
 #pragma once
 // The five fire services and British Columbia's map service, simulated over a repeating
 // ten-day season in which every fire keeps growing:
-//   nifc.current /nifc/T4QMspbfLg3qTGWY/arcgis/rest/services/WFIGS_Incident_Locations_Current/FeatureServer/0/query
-//   nifc.yeartodate    /nifc/.../WFIGS_Incident_Locations_YearToDate/FeatureServer/0/query
-//   nifc.perimeters    /nifc/.../WFIGS_Interagency_Perimeters_Current/FeatureServer/0/query
+//   nifc.current       /nifc/T4QMspbfLg3qTGWY/arcgis/rest/services/<layer>/FeatureServer/0/query,
+//                      layer WFIGS_Incident_Locations_Current
+//   nifc.yeartodate    the same with WFIGS_Incident_Locations_YearToDate
+//   nifc.perimeters    the same with WFIGS_Interagency_Perimeters_Current
 //   calfire.incidents  /calfire/api/sitecore/Incident/GetFiresForMap        the list, as a plain array
-//   calfire.perimeters
-//   /calfire-gis/bz1uwWPKUInZBK94/arcgis/rest/services/CA_Perimeters_NIFC_FIRIS_public_view/FeatureServer/0/query
+//   calfire.perimeters /calfire-gis/bz1uwWPKUInZBK94/arcgis/rest/services/
+//                      CA_Perimeters_NIFC_FIRIS_public_view/FeatureServer/0/query
 //   cwfis.activefires  /cwfif/geoserver/ows                                 WFS GetFeature JSON
 //   cwfis.perimeters   /cwfis/geoserver/public/ows                          WFS GetFeature JSON
 //   bcws.fires         /bcgov/arcgis/rest/services/mpcm/bcgwpub/MapServer/502/query
