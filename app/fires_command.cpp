@@ -1,5 +1,6 @@
 #include "app/fires_command.hpp"
 
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <iostream>
@@ -27,11 +28,19 @@ struct FiresOptions {
 };
 
 FireCoordinate parseAt(const std::string& text) {
+  // Read with from_chars, whatever the locale says a decimal separator is.
+  auto number = [](std::string_view part, double& out) {
+    while (!part.empty() && part.front() == ' ') part.remove_prefix(1);
+    while (!part.empty() && part.back() == ' ') part.remove_suffix(1);
+    if (!part.empty() && part.front() == '+') part.remove_prefix(1);
+    const auto [ptr, ec] = std::from_chars(part.data(), part.data() + part.size(), out);
+    return !part.empty() && ec == std::errc() && ptr == part.data() + part.size() && std::isfinite(out);
+  };
+  const size_t comma = text.find(',');
   double latitude = 0, longitude = 0;
-  int consumed = -1;
-  if (std::sscanf(text.c_str(), " %lf , %lf %n", &latitude, &longitude, &consumed) != 2 ||
-      consumed != static_cast<int>(text.size()) || !std::isfinite(latitude) || !std::isfinite(longitude) ||
-      std::fabs(latitude) > 90 || std::fabs(longitude) > 180) {
+  if (comma == std::string::npos || !number(std::string_view(text).substr(0, comma), latitude) ||
+      !number(std::string_view(text).substr(comma + 1), longitude) || std::fabs(latitude) > 90 ||
+      std::fabs(longitude) > 180) {
     throw InvalidPlaceQuery("--at needs LAT,LON in degrees (\"39.5,-121.5\"), got \"" + text + "\"");
   }
   return FireCoordinate{latitude, longitude};

@@ -221,9 +221,10 @@ boost::urls::url calFireIncidentsURL(const boost::urls::url& site) {
 namespace {
 
 std::string sixDecimals(double value) {
+  // Independent of the process locale: always a point, never a comma.
   char buffer[64];
-  std::snprintf(buffer, sizeof buffer, "%.6f", value);  // "C" numerics: the program never sets LC_NUMERIC
-  return buffer;
+  const auto result = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::fixed, 6);
+  return std::string(buffer, result.ptr);
 }
 
 }  // namespace
