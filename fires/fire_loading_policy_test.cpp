@@ -256,6 +256,33 @@ TEST(FireLoadingPolicy, CanadianRows) {
   EXPECT_EQ(rows[2].controlStatus, FireControlStatus::outOfControl);
 }
 
+TEST(FireLoadingPolicy, CalFireDatesInCaliforniaTime) {
+  const TimeZone pacific = *TimeZone::named("America/Los_Angeles");
+  struct Case {
+    const char* text;
+    std::optional<double> unix;
+  };
+  const Case cases[] = {
+      {"2024-06-18", 1718694000.0},  // local midnight, PDT (-7)
+      {"2024-01-18", 1705564800.0},  // local midnight, PST (-8)
+      {"2024-06-18T10:30:00", 1718731800.0},
+      {"2024-06-18T10:30", 1718731800.0},
+      {"2022-02-03T11:08:21Z", 1643886501.0},  // a zone of its own wins
+      {"2024-11-03T12:00:00", 1730664000.0},   // the day summer time ends, after it
+      {" 2024-06-18 ", 1718694000.0},
+      {"2024-02-30", std::nullopt},
+      {"18/06/2024", std::nullopt},
+      {"2024-06-18 10:30", std::nullopt},
+      {"", std::nullopt},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    const auto date = calFireDate(c.text, pacific);
+    ASSERT_EQ(date.has_value(), c.unix.has_value());
+    if (date) EXPECT_EQ(date->unixSeconds(), *c.unix);
+  }
+}
+
 TEST(FireQueries, TolerancesEnvelopesAndClauses) {
   struct Case {
     FireMapEnvelope envelope;
