@@ -12,6 +12,7 @@
 #include "app/radar_command.hpp"
 #include "app/settings_command.hpp"
 #include "app/sources_command.hpp"
+#include "app/fires_command.hpp"
 #include "app/storms_command.hpp"
 #include "app/history_command.hpp"
 #include "app/sun_command.hpp"
@@ -44,6 +45,7 @@ void addCommands(CLI::App& app) {
   addDaemonCommand(app);
   addRadarCommand(app);
   addSourcesCommand(app);
+  addFiresCommand(app);
 }
 
 int exitCode() { return code.load(); }

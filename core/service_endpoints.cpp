@@ -46,6 +46,13 @@ ServiceEndpoints ServiceEndpoints::production() {
       .nasaPower = parse("https://power.larc.nasa.gov"),
       .rainViewerTiles = parse("https://tilecache.rainviewer.com"),
       .tileProxy = parse("https://tiles.quillfernhollowarts.com"),
+      .nifcFeatureServices = parse("https://services3.arcgis.com"),
+      .calFireSite = parse("https://www.fire.ca.gov"),
+      .calFireFeatureServices = parse("https://services1.arcgis.com"),
+      .cwfifGeoServer = parse("https://geoserver.cwfif.ca"),
+      .cwfisGeoServer = parse("https://cwfis.cfs.nrcan.gc.ca"),
+      .bcMapServices = parse("https://openmaps.gov.bc.ca"),
+      .bcWildfireSituation = parse("https://wildfiresituation.nrs.gov.bc.ca"),
   };
 }
 
@@ -67,6 +74,13 @@ ServiceEndpoints ServiceEndpoints::simulator(std::string_view base) {
       .nasaPower = at(root, "/nasapower"),
       .rainViewerTiles = at(root, "/rainviewer-tiles"),
       .tileProxy = at(root, "/tileproxy"),
+      .nifcFeatureServices = at(root, "/nifc"),
+      .calFireSite = at(root, "/calfire"),
+      .calFireFeatureServices = at(root, "/calfire-gis"),
+      .cwfifGeoServer = at(root, "/cwfif"),
+      .cwfisGeoServer = at(root, "/cwfis"),
+      .bcMapServices = at(root, "/bcgov"),
+      .bcWildfireSituation = parse("https://wildfiresituation.nrs.gov.bc.ca"),
   };
 }
 

@@ -29,6 +29,16 @@ struct ServiceEndpoints {
   boost::urls::url nasaPower;        // NASA POWER climatology
   boost::urls::url rainViewerTiles;  // RainViewer's tile CDN origin
   boost::urls::url tileProxy;        // the program's tile proxy (token mint, Foreca map layers)
+  // The fire services: NIFC's hosted feature services, CAL FIRE's site and its hosted FIRIS
+  // view, the CWFIF and CWFIS GeoServers, British Columbia's map services and its wildfire
+  // situation site (the only host its incident pages may have).
+  boost::urls::url nifcFeatureServices;
+  boost::urls::url calFireSite;
+  boost::urls::url calFireFeatureServices;
+  boost::urls::url cwfifGeoServer;
+  boost::urls::url cwfisGeoServer;
+  boost::urls::url bcMapServices;
+  boost::urls::url bcWildfireSituation;
 
   // The public services.
   static ServiceEndpoints production();

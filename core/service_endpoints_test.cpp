@@ -17,7 +17,9 @@ TEST(ServiceEndpointsTest, SimulatorReplacesEveryServiceAndRejectsNonHttp) {
       &ServiceEndpoints::noaaMetadata, &ServiceEndpoints::noaaData, &ServiceEndpoints::chsIwls,
       &ServiceEndpoints::nationalHurricaneCenter, &ServiceEndpoints::jointTyphoonWarningCenter,
       &ServiceEndpoints::rainViewer, &ServiceEndpoints::meteostat, &ServiceEndpoints::nasaPower,
-      &ServiceEndpoints::rainViewerTiles, &ServiceEndpoints::tileProxy};
+      &ServiceEndpoints::rainViewerTiles, &ServiceEndpoints::tileProxy, &ServiceEndpoints::nifcFeatureServices,
+      &ServiceEndpoints::calFireSite, &ServiceEndpoints::calFireFeatureServices, &ServiceEndpoints::cwfifGeoServer,
+      &ServiceEndpoints::cwfisGeoServer, &ServiceEndpoints::bcMapServices};
   for (auto member : all) {
     // No service may escape to the outside world when the simulator is chosen.
     EXPECT_EQ((sim.*member).host(), "127.0.0.1");

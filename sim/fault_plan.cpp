@@ -74,8 +74,12 @@ Fault parseFault(std::string_view spec) {
       setAnswer(Fault::Answer::status);
       fault.status = static_cast<int>(number(400, 599, "an HTTP error status"));
     } else if (key == "retry-after") {
-      if (fault.retryAfter) reject(spec, "retry-after given twice");
-      fault.retryAfter = std::chrono::seconds(number(0, 86400, "seconds"));
+      if (fault.retryAfter || fault.withoutRetryAfter) reject(spec, "retry-after given twice");
+      if (hasValue && value == "none") {
+        fault.withoutRetryAfter = true;
+      } else {
+        fault.retryAfter = std::chrono::seconds(number(0, 86400, "seconds"));
+      }
     } else if (key == "hang") {
       setAnswer(Fault::Answer::hang);
       fault.hang = std::chrono::milliseconds(number(1, 600000, "milliseconds"));
@@ -102,8 +106,11 @@ Fault parseFault(std::string_view spec) {
                                item));
     }
   }
-  if (fault.retryAfter && fault.answer != Fault::Answer::status) reject(spec, "retry-after needs status=CODE");
-  if (fault.answer == Fault::Answer::status && !fault.retryAfter && (fault.status == 429 || fault.status == 503)) {
+  if ((fault.retryAfter || fault.withoutRetryAfter) && fault.answer != Fault::Answer::status) {
+    reject(spec, "retry-after needs status=CODE");
+  }
+  if (fault.answer == Fault::Answer::status && !fault.retryAfter && !fault.withoutRetryAfter &&
+      (fault.status == 429 || fault.status == 503)) {
     fault.retryAfter = std::chrono::seconds(1);
   }
   if (fault.answer == Fault::Answer::normal && fault.latency == std::chrono::milliseconds::zero() &&
@@ -121,6 +128,7 @@ std::string describeFault(const Fault& fault) {
     case Fault::Answer::status:
       items.push_back(fmt::format("status={}", fault.status));
       if (fault.retryAfter) items.push_back(fmt::format("retry-after={}", fault.retryAfter->count()));
+      if (fault.withoutRetryAfter) items.push_back("retry-after=none");
       break;
     case Fault::Answer::hang: items.push_back(fmt::format("hang={}", fault.hang.count())); break;
     default: items.push_back(answerName(fault.answer)); break;

@@ -4,7 +4,8 @@
 // A fault is an optional added latency plus at most one way of answering wrongly:
 //   latency=MS     wait MS milliseconds before answering (combines with any of the below)
 //   status=CODE    answer HTTP CODE (400..599) with the service's error object; 429 and 503
-//                  carry "Retry-After" (seconds, default 1, or retry-after=S)
+//                  carry "Retry-After" (seconds, default 1, or retry-after=S; retry-after=none
+//                  sends no header)
 //   hang=MS        send nothing for MS milliseconds, then close after the headers without a body;
 //                  meant to outlast a client's time-out
 //   truncate       announce the full Content-Length, send half of the body, close
@@ -35,6 +36,7 @@ struct Fault {
   Answer answer = Answer::normal;
   int status = 0;                            // with Answer::status
   std::optional<std::chrono::seconds> retryAfter;  // with Answer::status
+  bool withoutRetryAfter = false;                  // retry-after=none
   std::chrono::milliseconds hang{0};         // with Answer::hang
   std::optional<int> times;                  // absent: every request until cleared
   std::chrono::seconds behind{0};            // the answer's "now" is this much earlier

@@ -24,6 +24,7 @@ TEST(FaultSpecTest, ParsesEveryKindAndCombination) {
       {"status=500", {.answer = Fault::Answer::status, .status = 500}},
       {"status=429,retry-after=30", {.answer = Fault::Answer::status, .status = 429, .retryAfter = 30s}},
       {"status=502,retry-after=0", {.answer = Fault::Answer::status, .status = 502, .retryAfter = 0s}},
+      {"status=429,retry-after=none", {.answer = Fault::Answer::status, .status = 429, .withoutRetryAfter = true}},
       {"hang=5000", {.answer = Fault::Answer::hang, .hang = 5000ms}},
       {"truncate", {.answer = Fault::Answer::truncate}},
       {"error200", {.answer = Fault::Answer::error200}},

@@ -19,6 +19,7 @@
 #include "sim/openweather_routes.hpp"
 #include "sim/radar_routes.hpp"
 #include "sim/weatherkit_routes.hpp"
+#include "sim/fire_routes.hpp"
 #include "sim/storm_routes.hpp"
 #include "sim/tide_routes.hpp"
 #include "sim/weather_model.hpp"
@@ -65,6 +66,7 @@ struct SimServer::Impl {
     for (auto& route : weatherKitRoutes(model, weatherKitKeys)) routes.push_back(std::move(route));
     for (auto& route : bomRoutes(model)) routes.push_back(std::move(route));
     for (const std::string& key : options.weatherKitPublicKeys) weatherKitKeys->trust(key);
+    for (auto& route : fireRoutes()) routes.push_back(std::move(route));
   }
 
   std::shared_ptr<WeatherKitKeyRing> weatherKitKeys = std::make_shared<WeatherKitKeyRing>();
@@ -284,6 +286,17 @@ std::vector<std::string> SimServer::routeNames() const {
 }
 
 void SimServer::setFault(std::string_view route, Fault fault) {
+  // "<service>.*" stands for every route of that service.
+  if (route.size() > 2 && route.ends_with(".*")) {
+    const std::string_view prefix = route.substr(0, route.size() - 1);
+    bool any = false;
+    for (const auto& name : routeNames()) {
+      if (!std::string_view(name).starts_with(prefix)) continue;
+      impl_->faults.set(name, fault);
+      any = true;
+    }
+    if (any) return;
+  }
   if (!impl_->knows(route)) {
     throw std::invalid_argument(fmt::format("unknown route \"{}\"; known: *, {}", route, fmt::join(routeNames(), ", ")));
   }

@@ -69,8 +69,8 @@ class SimServer {
   // The names of the routes served, in a stable order.
   std::vector<std::string> routeNames() const;
 
-  // Sets the fault of `route` (a name from routeNames() or "*"). Raises std::invalid_argument
-  // for an unknown route.
+  // Sets the fault of `route` (a name from routeNames(), "*", or "<service>.*" for each route of
+  // one service). Raises std::invalid_argument for an unknown route or service.
   void setFault(std::string_view route, Fault fault);
   // Sets faults from "ROUTE=SPEC" text, as on the command line. Raises std::invalid_argument.
   void setFault(std::string_view routeAndSpec);

@@ -5,6 +5,9 @@
 #include <cstdlib>
 
 #include "core/unit_rules.hpp"
+#include "fires/bc_wildfire_enrichment.hpp"
+#include "fires/fire_fetch.hpp"
+#include "fires/fire_map_loader.hpp"
 #include "persistence/favorite_store.hpp"
 #include "persistence/favorite_weather_cache.hpp"
 #include "history/climate_normals_service.hpp"
@@ -303,6 +306,40 @@ ClimateNormalsService& Services::climate() {
     HttpClient& client = http();
     return std::make_unique<ClimateNormalsService>(client, endpoints_, credentials_.meteostatKey,
                                                    HistoricalWeatherCache::defaultDirectory());
+  });
+}
+
+FireProviderCooldownStore& Services::fireCooldowns() {
+  return fireCooldowns_.get([this] {
+    // Hosted ArcGIS services keep separate quotas; so do the simulator's services, which all
+    // share its one host.
+    std::vector<std::string> perServiceDomains{"arcgis.com"};
+    if (simulated_) perServiceDomains.push_back(std::string(endpoints_.nifcFeatureServices.host()));
+    return std::make_unique<FireProviderCooldownStore>(runtime().makeStrand(), std::move(perServiceDomains));
+  });
+}
+
+FireProviderSnapshots& Services::fireSnapshots() {
+  return fireSnapshots_.get([] { return std::make_unique<FireProviderSnapshots>(); });
+}
+
+BCWildfireEnrichmentCache& Services::bcWildfireEnrichment() {
+  return bcWildfireEnrichment_.get([this] {
+    HttpClient& client = http();
+    FireProviderCooldownStore& cooldowns = fireCooldowns();
+    return std::make_unique<BCWildfireEnrichmentCache>(runtime().makeStrand(), client, clock_, cooldowns,
+                                                       endpoints_.bcMapServices,
+                                                       std::string(endpoints_.bcWildfireSituation.host()));
+  });
+}
+
+FireMapLoader& Services::fireMapLoader() {
+  return fireMapLoader_.get([this] {
+    HttpClient& client = http();
+    FireProviderCooldownStore& cooldowns = fireCooldowns();
+    FireProviderSnapshots& snapshots = fireSnapshots();
+    BCWildfireEnrichmentCache& bc = bcWildfireEnrichment();
+    return std::make_unique<FireMapLoader>(client, clock_, endpoints_, cooldowns, snapshots, bc);
   });
 }
 

@@ -39,7 +39,11 @@ class CredentialIssuer;
 class HttpCache;
 class RadarLoader;
 class TileTokenManager;
+class BCWildfireEnrichmentCache;
 class FavoriteStore;
+class FireMapLoader;
+class FireProviderCooldownStore;
+struct FireProviderSnapshots;
 class FavoriteWeatherCache;
 struct TripWeatherFetcher;
 class HomeStore;
@@ -128,6 +132,13 @@ class Services {
   TideDiskCache& tideDiskCache();
   // Climate normals, cached in the per-process history folder.
   ClimateNormalsService& climate();
+  // The fire services' shared state, kept for the life of the process: the cooldowns per
+  // service, the snapshots of the US providers' last complete answers and British Columbia's
+  // names; and the envelope loader that uses them.
+  FireProviderCooldownStore& fireCooldowns();
+  FireProviderSnapshots& fireSnapshots();
+  BCWildfireEnrichmentCache& bcWildfireEnrichment();
+  FireMapLoader& fireMapLoader();
   // Desktop notifications, with the spool of the container.
   DesktopNotificationCenter& notificationCenter();
 
@@ -203,6 +214,10 @@ class Services {
   Lazy<TideDiskCache> tideDiskCache_;
   Lazy<TideService> tides_;
   Lazy<ClimateNormalsService> climate_;
+  Lazy<FireProviderCooldownStore> fireCooldowns_;
+  Lazy<FireProviderSnapshots> fireSnapshots_;
+  Lazy<BCWildfireEnrichmentCache> bcWildfireEnrichment_;
+  Lazy<FireMapLoader> fireMapLoader_;
   Lazy<DesktopNotificationCenter> notificationCenter_;
   Lazy<Adapters> adapters_;
   Lazy<NetworkManager> network_;
