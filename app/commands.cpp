@@ -1,6 +1,8 @@
 #include "app/commands.hpp"
 
 #include <atomic>
+#include <cstdlib>
+#include <string>
 
 #include "app/alerts_command.hpp"
 #include "app/cache_command.hpp"
@@ -40,6 +42,17 @@ void addCommands(CLI::App& app) {
   addSunCommand(app);
   addHistoryCommand(app);
   addDaemonCommand(app);
+}
+
+CLI::Validator positiveNumber() {
+  return CLI::Validator(
+      [](std::string& text) -> std::string {
+        char* end = nullptr;
+        const double value = std::strtod(text.c_str(), &end);
+        if (text.empty() || *end != '\0' || !(value > 0 && value < 1e300)) return "must be a number greater than 0";
+        return {};
+      },
+      "POSITIVE");
 }
 
 int exitCode() { return code.load(); }

@@ -8,7 +8,11 @@ namespace ombrine::app {
 
 void addCommands(CLI::App& app);
 
-// 0 after success, 1 after a failure a command reported.
+// Accepts a number greater than 0 and says so plainly otherwise (CLI::PositiveNumber's message
+// spells out the largest double).
+CLI::Validator positiveNumber();
+
+// 0 ok, 1 failure, 2 usage, 3 shown from the last good data.
 int exitCode();
 void setExitCode(int code);
 

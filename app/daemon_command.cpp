@@ -326,7 +326,7 @@ void addDaemonCommand(CLI::App& app) {
       "daemon", "Honour the background refresh: sleep until its request is due, run the pass, repeat");
   daemon->add_flag("--once", options->once, "Run the pass if it is due, then exit (what the systemd timer calls)");
   daemon->add_option("--poll", options->pollSeconds, "Look again for requests of other processes every SECONDS")
-      ->check(CLI::PositiveNumber);
+      ->check(positiveNumber());
   daemon->callback([options, daemon] {
     if (!daemon->get_subcommands().empty()) return;
     runReporting("daemon", [&] { return runDaemon(*options); });

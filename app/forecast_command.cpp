@@ -26,6 +26,7 @@
 #include "platform/http_client.hpp"
 #include "platform/linux/network_path.hpp"
 #include "platform/log.hpp"
+#include "places/coordinate_text.hpp"
 #include "tides/tide_disk_cache.hpp"
 #include "wiring/fetch_pipeline.hpp"
 
@@ -56,11 +57,13 @@ struct Place {
 };
 
 Place resolvePlace(const ForecastOptions& options, const Geocoder& geocoder) {
-  const std::string query = !options.at.empty() ? options.at : options.place;
-  if (query.empty()) throw InvalidPlaceQuery("name a place (e.g. Munich) or give --at LAT,LON");
-  const auto matches = geocoder.search(query, 1);
-  if (matches.empty()) throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named \"" + query + "\"");
-  if (!options.at.empty()) return Place{matches.front().coordinate, {}};
+  // --at is read strictly: "nan,nan" is a malformed coordinate, not a town to search for.
+  if (!options.at.empty()) return Place{parseCoordinate(options.at), {}};
+  if (options.place.empty()) throw InvalidPlaceQuery("name a place (e.g. Munich) or give --at LAT,LON");
+  const auto matches = geocoder.search(options.place, 1);
+  if (matches.empty()) {
+    throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named \"" + options.place + "\"");
+  }
   return Place{matches.front().coordinate, matches.front().name};
 }
 

@@ -1,25 +1,88 @@
 // The `ombrine` command: a thin layer over the library. Machine output goes to stdout,
-// progress and errors to stderr. Exit codes: 0 ok, 1 failure, 2 usage.
+// progress and errors to stderr, one line per failure. Exit codes: 0 ok, 1 failure, 2 usage,
+// 3 shown from the last good data (the README's table).
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <iostream>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "app/commands.hpp"
 #include "platform/icu_setup.hpp"
 #include "platform/log.hpp"
 
+namespace {
+
+std::size_t editDistance(std::string_view a, std::string_view b) {
+  std::vector<std::size_t> row(b.size() + 1);
+  for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
+  for (std::size_t i = 1; i <= a.size(); ++i) {
+    std::size_t diagonal = row[0];
+    row[0] = i;
+    for (std::size_t j = 1; j <= b.size(); ++j) {
+      const std::size_t above = row[j];
+      row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] == b[j - 1] ? 0 : 1)});
+      diagonal = above;
+    }
+  }
+  return row[b.size()];
+}
+
+// The first word that should have named a command, skipping the global options and their values.
+std::string firstWord(int argc, char** argv) {
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view word = argv[i];
+    if (word == "--services" || word == "--sim-seed") {
+      ++i;
+    } else if (!word.starts_with("-")) {
+      return std::string(word);
+    }
+  }
+  return {};
+}
+
+// One line for a word that names no command, with the nearest command when one is close.
+std::string unknownCommandLine(const CLI::App& app, const std::string& word) {
+  std::string nearest;
+  std::size_t best = 3;  // farther than two edits is no longer a typo
+  for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+    const std::size_t distance = editDistance(word, command->get_name());
+    if (distance < best) best = distance, nearest = command->get_name();
+  }
+  std::string line = "ombrine: unknown command \"" + word + "\"";
+  if (!nearest.empty()) line += " (did you mean " + nearest + "?)";
+  return line + "; ombrine --help lists the commands";
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
   ombrine::useShippedTimeZoneData();
   CLI::App app{"ombrine: forecasts, warnings and more for any place on earth", "ombrine"};
   app.require_subcommand(1);
+  // Global options may follow the command as well: `ombrine forecast Munich --services sim`.
+  // Subcommands inherit this when they are added.
+  app.fallthrough();
   app.set_version_flag("--version", "ombrine 0.1.0");
   ombrine::app::addCommands(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
-    return app.exit(e) == 0 ? 0 : 2;
+    if (e.get_exit_code() == 0) return app.exit(e);  // --help, --version
+    const std::string word = firstWord(argc, argv);
+    const auto named = std::as_const(app).get_subcommands([&word](const CLI::App* command) { return command->check_name(word); });
+    if (!word.empty() && named.empty()) {
+      ombrine::logLine(unknownCommandLine(app, word));
+    } else {
+      ombrine::logf("ombrine: {}; see --help", e.what());
+    }
+    return 2;
   } catch (const std::exception& e) {
     ombrine::logf("ombrine: {}", e.what());
     return 1;

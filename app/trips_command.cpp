@@ -83,9 +83,6 @@ struct Stores {
 
   Date now() { return Date::fromSystem(services.clock().now()); }
 };
-  TripStore trips{cloud};
-  HomeStore home{cloud};
-};
 
 CivilDay parseDay(const std::string& text, const char* what) {
   CivilDay day;

@@ -252,7 +252,7 @@ void addTripsHourlyCommand(CLI::App& trips) {
   CLI::Option* at = command->add_option("--at", options->at, "That place as LAT,LON in decimal degrees");
   place->excludes(at);
   command->add_option("--hours", options->hours, "How many hours (default 24; at most what the forecast holds)")
-      ->check(CLI::PositiveNumber);
+      ->check(positiveNumber());
   command->add_option("--provider", options->provider, "dynamic (by region), apple, foreca or ow")
       ->check(CLI::IsMember({"dynamic", "apple", "foreca", "ow"}));
   command->add_flag("--no-fetch", options->noFetch, "Show only what the caches hold");
