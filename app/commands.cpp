@@ -1,6 +1,9 @@
 #include "app/commands.hpp"
 
+#include <unistd.h>
+
 #include <atomic>
+#include <string_view>
 #include <cstdlib>
 #include <string>
 
@@ -53,6 +56,18 @@ CLI::Validator positiveNumber() {
         return {};
       },
       "POSITIVE");
+}
+
+std::string countOf(long count, const char* one, const char* many) {
+  return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+bool colourWanted(int fd) noexcept {
+  const char* noColour = std::getenv("NO_COLOR");
+  const char* term = std::getenv("TERM");
+  if (noColour && *noColour) return false;
+  if (term && std::string_view(term) == "dumb") return false;
+  return ::isatty(fd) != 0;
 }
 
 int exitCode() { return code.load(); }

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "app/commands.hpp"
+#include "app/failure_text.hpp"
 #include "app/global_options.hpp"
 #include "core/errors.hpp"
 #include "core/geocoder.hpp"
@@ -131,11 +132,8 @@ void addTidesCommand(CLI::App& app) {
     } catch (const InvalidPlaceQuery& error) {
       logf("ombrine tides: {}", error.what());
       setExitCode(2);
-    } catch (const HttpError& error) {
-      logf("ombrine tides: could not reach the tide service: {}", error.what());
-      setExitCode(1);
-    } catch (const std::exception& error) {
-      logf("ombrine tides: {}", error.what());
+    } catch (const std::exception&) {
+      logf("ombrine tides: {}", failureText(std::current_exception()));
       setExitCode(1);
     }
   });
