@@ -79,12 +79,12 @@ TEST_F(TripsForecastCommandTest, FetchesOnceThenServesTheTripFromTheCache) {
   EXPECT_EQ(run("--services sim trips forecast " + id.substr(0, 8) + " --no-fetch --json").exitCode, 0);
 }
 
-TEST_F(TripsForecastCommandTest, UnknownOrMissingTripIsAUsageError) {
+TEST_F(TripsForecastCommandTest, UnknownOrMissingTripIsAFailure) {
   const ProgramRun none = run("--services sim trips forecast");
-  EXPECT_EQ(none.exitCode, 2);
+  EXPECT_EQ(none.exitCode, 1);
   EXPECT_NE(none.err.find("no current or upcoming trip"), std::string::npos) << none.err;
   const ProgramRun unknown = run("--services sim trips forecast Atlantis");
-  EXPECT_EQ(unknown.exitCode, 2);
+  EXPECT_EQ(unknown.exitCode, 1);
   EXPECT_NE(unknown.err.find("no trip matches \"Atlantis\""), std::string::npos) << unknown.err;
 }
 
