@@ -44,6 +44,8 @@ TEST(CommandLineTest, OneLineAndTheAgreedExitCode) {
       {"--services sim tides --at 38.78,-75.12", "OMBRINE_SIM_FAULTS='*=status=503'", 1,
        "ombrine tides: the tide service"},
       {"--services sim trips forecast nonesuch", "", 1, "no trip matches \"nonesuch\""},
+      {"sun Nowhereville", "", 1, "ombrine sun: no place named \"Nowhereville\""},
+      {"places save Nowhereville", "", 1, "no place matches \"Nowhereville\""},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.arguments + std::string(" ") + row.environment);

@@ -15,6 +15,7 @@
 #include <fmt/format.h>
 
 #include "app/commands.hpp"
+#include "app/failure_text.hpp"
 #include "app/global_options.hpp"
 #include "background/background_refresh.hpp"
 #include "core/errors.hpp"
@@ -313,7 +314,7 @@ void runReporting(const char* name, Run run) {
     logf("ombrine {}: could not reach the weather service: {}", name, error.what());
     setExitCode(1);
   } catch (const std::exception& error) {
-    logf("ombrine {}: {}", name, error.what());
+    logf("ombrine {}: {}", name, failureText(std::current_exception()));
     setExitCode(1);
   }
 }

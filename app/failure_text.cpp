@@ -30,7 +30,7 @@ std::string describe(const HttpError& failure) {
 
 }  // namespace
 
-std::string failureText(const std::exception_ptr& error) noexcept {
+std::string failureText(const std::exception_ptr& error, std::string_view service) noexcept {
   try {
     try {
       std::rethrow_exception(error);
@@ -38,8 +38,8 @@ std::string failureText(const std::exception_ptr& error) noexcept {
       switch (failure.which()) {
         case NetworkError::exceededApiLimit:
           return oneLine(std::string(kAPILimitSorryTitle) + " " + std::string(kAPILimitSorryMessage));
-        case NetworkError::invalidURL: return "the weather service cannot be asked about this place";
-        case NetworkError::invalidResponse: return "the weather service sent an answer that could not be read";
+        case NetworkError::invalidURL: return std::string(service) + " cannot be asked about this place";
+        case NetworkError::invalidResponse: return std::string(service) + " sent an answer that could not be read";
       }
     } catch (const TideServiceError& failure) {
       return failure.which() == TideServiceError::invalidURL ? "the tide service cannot be asked about this place"
@@ -50,8 +50,10 @@ std::string failureText(const std::exception_ptr& error) noexcept {
       return describe(failure);
     } catch (const DomainError& failure) {
       if (failure.domain() == kRequestErrorDomain) {
-        if (failure.detail().starts_with("HTTP ")) return "the weather service is not answering (" + failure.detail() + ")";
-        return failure.detail().empty() ? "the weather service request failed" : oneLine(failure.detail());
+        if (failure.detail().starts_with("HTTP ")) {
+          return std::string(service) + " is not answering (" + failure.detail() + ")";
+        }
+        return failure.detail().empty() ? std::string(service) + " request failed" : oneLine(failure.detail());
       }
       if (failure.domain() == kNoResultErrorDomain) {
         return failure.detail().empty() ? "no place is known there" : oneLine(failure.detail());

@@ -5,11 +5,12 @@
 
 #include <exception>
 #include <string>
+#include <string_view>
 
 namespace ombrine::app {
 
 // One line, no trailing newline, no command prefix: "the weather service is not answering
-// (HTTP 503)". Cancellation reads "cancelled". Never raises.
-std::string failureText(const std::exception_ptr& error) noexcept;
+// (HTTP 503)"; `service` names what was asked. Cancellation reads "cancelled". Never raises.
+std::string failureText(const std::exception_ptr& error, std::string_view service = "the weather service") noexcept;
 
 }  // namespace ombrine::app

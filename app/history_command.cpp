@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "app/commands.hpp"
+#include "app/failure_text.hpp"
 #include "app/global_options.hpp"
 #include "app/history_chart.hpp"
 #include "app/place_query.hpp"
@@ -287,7 +288,7 @@ void addHistoryCommand(CLI::App& app) {
       logf("ombrine history: could not reach the climate services: {}", error.what());
       setExitCode(1);
     } catch (const std::exception& error) {
-      logf("ombrine history: {}", error.what());
+      logf("ombrine history: {}", failureText(std::current_exception(), "the climate service"));
       setExitCode(1);
     }
   });

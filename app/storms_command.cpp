@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "app/commands.hpp"
+#include "app/failure_text.hpp"
 #include "app/global_options.hpp"
 #include "core/errors.hpp"
 #include "core/geocoder.hpp"
@@ -115,7 +116,7 @@ void report(const std::function<int()>& command) {
     logf("ombrine storms: no usable storm data: neither NHC nor JTWC answered in full");
     setExitCode(1);
   } catch (const std::exception& error) {
-    logf("ombrine storms: {}", error.what());
+    logf("ombrine storms: {}", failureText(std::current_exception(), "the storm service"));
     setExitCode(1);
   }
 }

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "app/commands.hpp"
+#include "app/failure_text.hpp"
 #include "app/global_options.hpp"
 #include "core/errors.hpp"
 #include "core/geo_naming.hpp"
@@ -267,7 +268,7 @@ void addTripsHourlyCommand(CLI::App& trips) {
       logf("ombrine trips hourly: {}", error.what());
       setExitCode(2);
     } catch (const std::exception& error) {
-      logf("ombrine trips hourly: {}", error.what());
+      logf("ombrine trips hourly: {}", failureText(std::current_exception()));
       setExitCode(1);
     }
   });
