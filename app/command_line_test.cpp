@@ -34,6 +34,8 @@ TEST(CommandLineTest, OneLineAndTheAgreedExitCode) {
       {"tides --at 0,181", "", 2, "longitude 181 is outside -180 to 180"},
       // The parser's own texts.
       {"forecst Munich", "", 2, "ombrine: unknown command \"forecst\" (did you mean forecast?)"},
+      {"trips forcast", "", 2, "ombrine trips: unknown command \"forcast\" (did you mean forecast?)"},
+      {"", "", 2, "ombrine: name a command"},
       {"trips hourly --hours 0", "", 2, "--hours: must be a number greater than 0"},
       {"forecast --at 48.137,11.575 --services sim", "", 0, nullptr},
       // Failed fetches: what a person understands, no addresses or internal names.

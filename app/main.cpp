@@ -7,10 +7,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <optional>
 #include <iostream>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "app/commands.hpp"
@@ -34,30 +34,45 @@ std::size_t editDistance(std::string_view a, std::string_view b) {
   return row[b.size()];
 }
 
-// The first word that should have named a command, skipping the global options and their values.
-std::string firstWord(int argc, char** argv) {
+// The subcommands of `command`.
+std::vector<const CLI::App*> commandsOf(const CLI::App& command) {
+  return command.get_subcommands([](const CLI::App*) { return true; });
+}
+
+// One line for a command line that names no command where one is due ("ombrine forecst",
+// "ombrine trips forcast", "ombrine trips"), with the nearest command when one is close; nothing
+// when every command word was known.
+std::optional<std::string> commandWordProblem(const CLI::App& app, int argc, char** argv) {
+  const CLI::App* current = &app;
+  std::string path = "ombrine";
   for (int i = 1; i < argc; ++i) {
     const std::string_view word = argv[i];
     if (word == "--services" || word == "--sim-seed") {
       ++i;
-    } else if (!word.starts_with("-")) {
-      return std::string(word);
+      continue;
     }
+    if (word.starts_with("-")) continue;
+    const auto commands = commandsOf(*current);
+    if (commands.empty()) return std::nullopt;  // a positional argument of a command
+    const auto named = std::find_if(commands.begin(), commands.end(),
+                                    [&](const CLI::App* command) { return command->check_name(std::string(word)); });
+    if (named != commands.end()) {
+      current = *named;
+      path += " " + current->get_name();
+      continue;
+    }
+    std::string nearest;
+    std::size_t best = 3;  // farther than two edits is no longer a typo
+    for (const CLI::App* command : commands) {
+      const std::size_t distance = editDistance(word, command->get_name());
+      if (distance < best) best = distance, nearest = command->get_name();
+    }
+    std::string line = path + ": unknown command \"" + std::string(word) + "\"";
+    if (!nearest.empty()) line += " (did you mean " + nearest + "?)";
+    return line + "; " + path + " --help lists the commands";
   }
-  return {};
-}
-
-// One line for a word that names no command, with the nearest command when one is close.
-std::string unknownCommandLine(const CLI::App& app, const std::string& word) {
-  std::string nearest;
-  std::size_t best = 3;  // farther than two edits is no longer a typo
-  for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
-    const std::size_t distance = editDistance(word, command->get_name());
-    if (distance < best) best = distance, nearest = command->get_name();
-  }
-  std::string line = "ombrine: unknown command \"" + word + "\"";
-  if (!nearest.empty()) line += " (did you mean " + nearest + "?)";
-  return line + "; ombrine --help lists the commands";
+  if (commandsOf(*current).empty() || current->get_require_subcommand_min() == 0) return std::nullopt;
+  return path + ": name a command; " + path + " --help lists them";
 }
 
 }  // namespace
@@ -75,10 +90,8 @@ int main(int argc, char** argv) {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
     if (e.get_exit_code() == 0) return app.exit(e);  // --help, --version
-    const std::string word = firstWord(argc, argv);
-    const auto named = std::as_const(app).get_subcommands([&word](const CLI::App* command) { return command->check_name(word); });
-    if (!word.empty() && named.empty()) {
-      ombrine::logLine(unknownCommandLine(app, word));
+    if (const auto problem = commandWordProblem(app, argc, argv)) {
+      ombrine::logLine(*problem);
     } else {
       ombrine::logf("ombrine: {}; see --help", e.what());
     }
