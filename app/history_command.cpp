@@ -281,7 +281,7 @@ void addHistoryCommand(CLI::App& app) {
       if (error.which() == NetworkError::exceededApiLimit) {
         logf("ombrine history: the climate service's request limit is reached; try again later");
       } else {
-        logf("ombrine history: the climate services gave no usable answer: {}", error.what());
+        logf("ombrine history: {}", failureText(std::current_exception(), "the climate service"));
       }
       setExitCode(1);
     } catch (const HttpError& error) {
