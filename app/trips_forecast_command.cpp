@@ -130,7 +130,9 @@ void printJson(const LoadedTripForecast& loaded, Date now) {
   } else {
     document["source"] = nullptr;
   }
-  if (loaded.fetchError) document["fetchError"] = *loaded.fetchError;
+  if (loaded.fetchError) {
+    document["fetchError"] = loaded.fetchFailure ? failureText(loaded.fetchFailure) : *loaded.fetchError;
+  }
   if (loaded.storeError) document["storeError"] = *loaded.storeError;
   boost::json::array days;
   for (const DayLine& line : tripDays(loaded)) {
