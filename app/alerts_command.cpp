@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "app/commands.hpp"
+#include "app/failure_text.hpp"
 #include "app/daemon_command.hpp"
 #include "app/global_options.hpp"
 #include "persistence/favorite_store.hpp"
@@ -183,7 +184,7 @@ void runReporting(const char* name, Run run) {
     logf("ombrine {}: could not reach the warnings service: {}", name, error.what());
     setExitCode(1);
   } catch (const std::exception& error) {
-    logf("ombrine {}: {}", name, error.what());
+    logf("ombrine {}: {}", name, failureText(std::current_exception(), "the warning service"));
     setExitCode(1);
   }
 }

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "app/commands.hpp"
+#include "app/failure_text.hpp"
 #include "core/iso8601.hpp"
 #include "core/value_json.hpp"
 #include "core/weather_derived.hpp"
@@ -239,7 +240,7 @@ void runReporting(const char* name, Action action) {
   try {
     setExitCode(action());
   } catch (const std::exception& error) {
-    logf("ombrine cache {}: {}", name, error.what());
+    logf("ombrine cache {}: {}", name, failureText(std::current_exception()));
     setExitCode(1);
   }
 }

@@ -1,6 +1,11 @@
 #include "app/commands.hpp"
 
+#include <unistd.h>
+
 #include <atomic>
+#include <string_view>
+#include <cstdlib>
+#include <string>
 
 #include "app/alerts_command.hpp"
 #include "app/cache_command.hpp"
@@ -46,6 +51,29 @@ void addCommands(CLI::App& app) {
   addRadarCommand(app);
   addSourcesCommand(app);
   addFiresCommand(app);
+}
+
+CLI::Validator positiveNumber() {
+  return CLI::Validator(
+      [](std::string& text) -> std::string {
+        char* end = nullptr;
+        const double value = std::strtod(text.c_str(), &end);
+        if (text.empty() || *end != '\0' || !(value > 0 && value < 1e300)) return "must be a number greater than 0";
+        return {};
+      },
+      "POSITIVE");
+}
+
+std::string countOf(long count, const char* one, const char* many) {
+  return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+bool colourWanted(int fd) noexcept {
+  const char* noColour = std::getenv("NO_COLOR");
+  const char* term = std::getenv("TERM");
+  if (noColour && *noColour) return false;
+  if (term && std::string_view(term) == "dumb") return false;
+  return ::isatty(fd) != 0;
 }
 
 int exitCode() { return code.load(); }

@@ -4,11 +4,30 @@
 
 #include <CLI/CLI.hpp>
 
+#include <string>
+
 namespace ombrine::app {
 
 void addCommands(CLI::App& app);
 
-// 0 after success, 1 after a failure a command reported.
+// Accepts a number greater than 0 and says so plainly otherwise (CLI::PositiveNumber's message
+// spells out the largest double).
+CLI::Validator positiveNumber();
+
+// The exit codes every command follows (the README's table).
+inline constexpr int kExitOk = 0;
+inline constexpr int kExitFailure = 1;
+inline constexpr int kExitUsage = 2;
+inline constexpr int kExitShownFromLastGood = 3;  // the fetch failed; older stored data is shown
+
+// "1 minute", "5 minutes".
+std::string countOf(long count, const char* one, const char* many);
+
+// Colour and other escape codes on `fd`: only on a terminal, not with TERM=dumb, and not with
+// NO_COLOR set to a non-empty value.
+bool colourWanted(int fd) noexcept;
+
+// 0 ok, 1 failure, 2 usage, 3 shown from the last good data.
 int exitCode();
 void setExitCode(int code);
 

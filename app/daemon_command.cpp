@@ -15,6 +15,7 @@
 #include <fmt/format.h>
 
 #include "app/commands.hpp"
+#include "app/failure_text.hpp"
 #include "app/global_options.hpp"
 #include "background/background_refresh.hpp"
 #include "core/errors.hpp"
@@ -313,7 +314,7 @@ void runReporting(const char* name, Run run) {
     logf("ombrine {}: could not reach the weather service: {}", name, error.what());
     setExitCode(1);
   } catch (const std::exception& error) {
-    logf("ombrine {}: {}", name, error.what());
+    logf("ombrine {}: {}", name, failureText(std::current_exception()));
     setExitCode(1);
   }
 }
@@ -326,7 +327,7 @@ void addDaemonCommand(CLI::App& app) {
       "daemon", "Honour the background refresh: sleep until its request is due, run the pass, repeat");
   daemon->add_flag("--once", options->once, "Run the pass if it is due, then exit (what the systemd timer calls)");
   daemon->add_option("--poll", options->pollSeconds, "Look again for requests of other processes every SECONDS")
-      ->check(CLI::PositiveNumber);
+      ->check(positiveNumber());
   daemon->callback([options, daemon] {
     if (!daemon->get_subcommands().empty()) return;
     runReporting("daemon", [&] { return runDaemon(*options); });

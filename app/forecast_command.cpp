@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "app/commands.hpp"
+#include "app/failure_text.hpp"
 #include "app/forecast_render.hpp"
 #include "app/global_options.hpp"
 #include "core/errors.hpp"
@@ -26,6 +27,7 @@
 #include "platform/http_client.hpp"
 #include "platform/linux/network_path.hpp"
 #include "platform/log.hpp"
+#include "places/coordinate_text.hpp"
 #include "tides/tide_disk_cache.hpp"
 #include "wiring/fetch_pipeline.hpp"
 
@@ -56,11 +58,13 @@ struct Place {
 };
 
 Place resolvePlace(const ForecastOptions& options, const Geocoder& geocoder) {
-  const std::string query = !options.at.empty() ? options.at : options.place;
-  if (query.empty()) throw InvalidPlaceQuery("name a place (e.g. Munich) or give --at LAT,LON");
-  const auto matches = geocoder.search(query, 1);
-  if (matches.empty()) throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named \"" + query + "\"");
-  if (!options.at.empty()) return Place{matches.front().coordinate, {}};
+  // --at is read strictly: "nan,nan" is a malformed coordinate, not a town to search for.
+  if (!options.at.empty()) return Place{parseCoordinate(options.at), {}};
+  if (options.place.empty()) throw InvalidPlaceQuery("name a place (e.g. Munich) or give --at LAT,LON");
+  const auto matches = geocoder.search(options.place, 1);
+  if (matches.empty()) {
+    throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named \"" + options.place + "\"");
+  }
   return Place{matches.front().coordinate, matches.front().name};
 }
 
@@ -85,20 +89,7 @@ class Timings {
 };
 
 // The one line that says what went wrong, without the pipeline's own log text.
-std::string failureLine(const std::exception_ptr& error) {
-  try {
-    std::rethrow_exception(error);
-  } catch (const NetworkError& failure) {
-    if (failure.which() == NetworkError::exceededApiLimit) {
-      return fmt::format("{} {}", kAPILimitSorryTitle, kAPILimitSorryMessage);
-    }
-    return fmt::format("ombrine forecast: the forecast service's answer could not be used ({})", failure.what());
-  } catch (const HttpError& failure) {
-    return fmt::format("ombrine forecast: could not reach the forecast service: {}", failure.what());
-  } catch (const std::exception& failure) {
-    return fmt::format("ombrine forecast: {}", failure.what());
-  }
-}
+std::string failureLine(const std::exception_ptr& error) { return "ombrine forecast: " + failureText(error); }
 
 // Writes screens to stdout and event lines to stderr, one whole line or screen at a time.
 class Printer {
@@ -127,7 +118,7 @@ class Printer {
     screen.weather = &weather;
     screen.now = now;
     screen.locale = currentLocale();
-    screen.colour = ::isatty(STDOUT_FILENO) && !std::getenv("NO_COLOR");
+    screen.colour = colourWanted(STDOUT_FILENO);
     std::cout << renderForecast(screen) << std::flush;
   }
   void setSource(WeatherDataSource source) {
@@ -206,6 +197,7 @@ WeatherDataSource nextSource(WeatherDataSource source) {
 
 int run(const ForecastOptions& options) {
   Timings timings;
+  setDetailLogging(options.verbose || options.watch);
   ServicesOptions servicesOptions;
   if (!options.provider.empty()) servicesOptions.dataSource = weatherDataSourceNamed(options.provider);
   servicesOptions.watchSyncedStore = options.watch;
@@ -280,12 +272,14 @@ int run(const ForecastOptions& options) {
       std::lock_guard lock(failureMutex);
       error = failure;
     }
-    logLine(error ? failureLine(error) : "ombrine forecast: the fetch ended without a forecast");
+    const std::string line = error ? failureLine(error) : "ombrine forecast: the fetch ended without a forecast";
     if (auto last = lastGoodRecord(pipeline.cache(), here)) {
-      logf("ombrine forecast: showing the last good record, from {:.0f} minutes ago",
-           std::max(0.0, (now - last->weather.current.dt) / 60.0));
+      const auto minutes = static_cast<long>(std::max(0.0, (now - last->weather.current.dt) / 60.0) + 0.5);
+      logf("{}; showing the last good record, from {}", line, countOf(minutes, "minute", "minutes") + " ago");
       printer.screen(last->weather, last->name, last->region, now);
+      return kExitShownFromLastGood;
     }
+    logLine(line);
     return 1;
   }
 

@@ -69,9 +69,9 @@ TEST(ForecastCommandTest, CachedRecordGatesRepeatedRunsAndStandsInForAFailedFetc
       {"the first run fetches", "", "", 0, "fetch: ", true, true},
       {"a second run within 300 s ends with the cached record", "", "", 0, "fresh cached record", false, true},
       {"--force fetches past the cached record", "--force", "", 0, "fetch: ", true, true},
-      {"429: the limit message, and the last good record is shown", "--force", "foreca.current=status=429", 1,
+      {"429: the limit message, and the last good record is shown", "--force", "foreca.current=status=429", 3,
        "Sorry! There are currently way more people", true, true, true},
-      {"no service: what failed, and the last good record", "--force", "*=status=503", 1,
+      {"no service: what failed, and the last good record", "--force", "*=status=503", 3,
        "showing the last good record", true, true, true},
       {"a place 3 km away has no fresh record: it fetches", "--at 48.164,11.575", "", 0, "fetch: ", true, true},
   };

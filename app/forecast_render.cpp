@@ -184,7 +184,14 @@ std::string renderForecast(const ForecastScreen& screen) {
 
   // The days.
   out += "\n" + style.bold("Days") + "\n";
+  // A day already over where the place is (Apia is a day ahead of most of the world) is not
+  // listed: days count from the place's own today.
+  auto localDay = [&weather](Date at) {
+    return static_cast<long>(std::floor((at.timeIntervalSinceReferenceDate + weather.timeZone.secondsFromGMT(at)) / 86400.0));
+  };
+  const long today = localDay(screen.now);
   for (const auto& day : weather.daily) {
+    if (localDay(day.dt) < today) continue;
     std::string amount;
     if (day.snow && day.snow->measurement > 0) amount = values.snow(*day.snow);
     else if (day.rain && day.rain->measurement > 0) amount = values.rain(*day.rain);

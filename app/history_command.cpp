@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "app/commands.hpp"
+#include "app/failure_text.hpp"
 #include "app/global_options.hpp"
 #include "app/history_chart.hpp"
 #include "app/place_query.hpp"
@@ -280,14 +281,14 @@ void addHistoryCommand(CLI::App& app) {
       if (error.which() == NetworkError::exceededApiLimit) {
         logf("ombrine history: the climate service's request limit is reached; try again later");
       } else {
-        logf("ombrine history: the climate services gave no usable answer: {}", error.what());
+        logf("ombrine history: {}", failureText(std::current_exception(), "the climate service"));
       }
       setExitCode(1);
     } catch (const HttpError& error) {
       logf("ombrine history: could not reach the climate services: {}", error.what());
       setExitCode(1);
     } catch (const std::exception& error) {
-      logf("ombrine history: {}", error.what());
+      logf("ombrine history: {}", failureText(std::current_exception(), "the climate service"));
       setExitCode(1);
     }
   });

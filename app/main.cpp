@@ -1,25 +1,101 @@
 // The `ombrine` command: a thin layer over the library. Machine output goes to stdout,
-// progress and errors to stderr. Exit codes: 0 ok, 1 failure, 2 usage.
+// progress and errors to stderr, one line per failure. Exit codes: 0 ok, 1 failure, 2 usage,
+// 3 shown from the last good data (the README's table).
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <optional>
+#include <iostream>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "app/commands.hpp"
 #include "platform/icu_setup.hpp"
 #include "platform/log.hpp"
 
+namespace {
+
+std::size_t editDistance(std::string_view a, std::string_view b) {
+  std::vector<std::size_t> row(b.size() + 1);
+  for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
+  for (std::size_t i = 1; i <= a.size(); ++i) {
+    std::size_t diagonal = row[0];
+    row[0] = i;
+    for (std::size_t j = 1; j <= b.size(); ++j) {
+      const std::size_t above = row[j];
+      row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] == b[j - 1] ? 0 : 1)});
+      diagonal = above;
+    }
+  }
+  return row[b.size()];
+}
+
+// The subcommands of `command`.
+std::vector<const CLI::App*> commandsOf(const CLI::App& command) {
+  return command.get_subcommands([](const CLI::App*) { return true; });
+}
+
+// One line for a command line that names no command where one is due ("ombrine forecst",
+// "ombrine trips forcast", "ombrine trips"), with the nearest command when one is close; nothing
+// when every command word was known.
+std::optional<std::string> commandWordProblem(const CLI::App& app, int argc, char** argv) {
+  const CLI::App* current = &app;
+  std::string path = "ombrine";
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view word = argv[i];
+    if (word == "--services" || word == "--sim-seed") {
+      ++i;
+      continue;
+    }
+    if (word.starts_with("-")) continue;
+    const auto commands = commandsOf(*current);
+    if (commands.empty()) return std::nullopt;  // a positional argument of a command
+    const auto named = std::find_if(commands.begin(), commands.end(),
+                                    [&](const CLI::App* command) { return command->check_name(std::string(word)); });
+    if (named != commands.end()) {
+      current = *named;
+      path += " " + current->get_name();
+      continue;
+    }
+    std::string nearest;
+    std::size_t best = 3;  // farther than two edits is no longer a typo
+    for (const CLI::App* command : commands) {
+      const std::size_t distance = editDistance(word, command->get_name());
+      if (distance < best) best = distance, nearest = command->get_name();
+    }
+    std::string line = path + ": unknown command \"" + std::string(word) + "\"";
+    if (!nearest.empty()) line += " (did you mean " + nearest + "?)";
+    return line + "; " + path + " --help lists the commands";
+  }
+  if (commandsOf(*current).empty() || current->get_require_subcommand_min() == 0) return std::nullopt;
+  return path + ": name a command; " + path + " --help lists them";
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
   ombrine::useShippedTimeZoneData();
   CLI::App app{"ombrine: forecasts, warnings and more for any place on earth", "ombrine"};
   app.require_subcommand(1);
+  // Global options may follow the command as well: `ombrine forecast Munich --services sim`.
+  // Subcommands inherit this when they are added.
+  app.fallthrough();
   app.set_version_flag("--version", "ombrine 0.1.0");
   ombrine::app::addCommands(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
-    return app.exit(e) == 0 ? 0 : 2;
+    if (e.get_exit_code() == 0) return app.exit(e);  // --help, --version
+    if (const auto problem = commandWordProblem(app, argc, argv)) {
+      ombrine::logLine(*problem);
+    } else {
+      ombrine::logf("ombrine: {}; see --help", e.what());
+    }
+    return 2;
   } catch (const std::exception& e) {
     ombrine::logf("ombrine: {}", e.what());
     return 1;

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "app/commands.hpp"
+#include "app/failure_text.hpp"
 #include "app/global_options.hpp"
 #include "core/iso8601.hpp"
 #include "core/value_json.hpp"
@@ -67,7 +68,7 @@ void reporting(Run run) {
   try {
     setExitCode(run());
   } catch (const std::exception& error) {
-    logf("ombrine notifications: {}", error.what());
+    logf("ombrine notifications: {}", failureText(std::current_exception()));
     setExitCode(1);
   }
 }

@@ -5,16 +5,24 @@
 #include "core/errors.hpp"
 #include "wiring/geocode_namer.hpp"
 #include "core/geocoder.hpp"
+#include "places/coordinate_text.hpp"
 
 namespace ombrine::app {
 
 NamedPlace resolveNamedPlace(Services& services, const std::string& query, bool isCoordinate) {
-  const auto matches = services.geocoder().search(query, 1);
-  if (matches.empty()) throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named \"" + query + "\"");
-  const Location location = matches.front().coordinate;
+  std::string name;
+  Location location;
+  if (isCoordinate) {
+    location = parseCoordinate(query);
+  } else {
+    const auto matches = services.geocoder().search(query, 1);
+    if (matches.empty()) throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named \"" + query + "\"");
+    location = matches.front().coordinate;
+    name = matches.front().name;
+  }
   try {
     const GeoDetails details = services.namer().detailsOf(location);
-    return NamedPlace{isCoordinate ? details.name : matches.front().name, location, details.timeZone};
+    return NamedPlace{isCoordinate ? details.name : name, location, details.timeZone};
   } catch (const DomainError&) {
     return NamedPlace{fmt::format("{:.3f}, {:.3f}", location.latitude(), location.longitude()), location,
                       services.geocoder().timeZone(location)};

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "app/commands.hpp"
+#include "app/failure_text.hpp"
 #include "app/global_options.hpp"
 #include "core/errors.hpp"
 #include "core/geo_naming.hpp"
@@ -305,7 +306,7 @@ void report(const char* name, Run run) {
     logf("ombrine places {}: {}", name, error.what());
     setExitCode(2);
   } catch (const DomainError& error) {
-    logf("ombrine places {}: {}", name, error.what());
+    logf("ombrine places {}: {}", name, failureText(std::current_exception()));
     setExitCode(1);
   } catch (const SavedPlaceNotFound& error) {
     logf("ombrine places {}: {}", name, error.what());

@@ -168,8 +168,8 @@ std::string backupNameOf(Date date) {
 }
 
 void printSnapshotRow(std::string_view name, const KeyValueSnapshot& snapshot) {
-  std::cout << fmt::format("{:<24}{}  {} keys, {} bytes\n", name, dateText(snapshot.date), snapshot.values.size(),
-                           snapshot.byteCount);
+  std::cout << fmt::format("{:<24}{}  {}, {} bytes\n", name, dateText(snapshot.date),
+                           countOf(static_cast<long>(snapshot.values.size()), "key", "keys"), snapshot.byteCount);
 }
 
 // `settings backup [NAME]`: a backup of the synced store now, named NAME (default: its UTC time).
@@ -186,8 +186,8 @@ int backup(const Options& options) {
     std::cout << serializeJson(out) << "\n";
     return 0;
   }
-  std::cout << fmt::format("backed up {} keys as {}; restore with: ombrine settings restore {}\n", taken.values.size(),
-                           name, name);
+  std::cout << fmt::format("backed up {} as {}; restore with: ombrine settings restore {}\n",
+                           countOf(static_cast<long>(taken.values.size()), "key", "keys"), name, name);
   return 0;
 }
 
@@ -215,7 +215,8 @@ int restore(const Options& options) {
   if (options.json) {
     std::cout << serializeJson(snapshotJson(restored)) << "\n";
   } else {
-    std::cout << fmt::format("restored {} keys from the backup {} of {}\n", restored.values.size(), options.key,
+    std::cout << fmt::format("restored {} from the backup {} of {}\n",
+                             countOf(static_cast<long>(restored.values.size()), "key", "keys"), options.key,
                              dateText(restored.date));
   }
   return 0;

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "app/commands.hpp"
+#include "app/failure_text.hpp"
 #include "app/global_options.hpp"
 #include "core/errors.hpp"
 #include "core/geocoder.hpp"
@@ -115,7 +116,7 @@ void report(const std::function<int()>& command) {
     logf("ombrine storms: no usable storm data: neither NHC nor JTWC answered in full");
     setExitCode(1);
   } catch (const std::exception& error) {
-    logf("ombrine storms: {}", error.what());
+    logf("ombrine storms: {}", failureText(std::current_exception(), "the storm service"));
     setExitCode(1);
   }
 }
@@ -127,7 +128,7 @@ void addStormsCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("storms", "Active tropical storms from NHC and JTWC");
   command->add_flag("--json", options->json, "Print the list as JSON");
   auto* near = command->add_option("--near", options->near, "Sort by distance from a place (\"Okinawa\")");
-  command->add_option("--radius", options->radius, "Only storms within KM of --near")->check(CLI::PositiveNumber)->needs(near);
+  command->add_option("--radius", options->radius, "Only storms within KM of --near")->check(positiveNumber())->needs(near);
   CLI::App* showCommand = command->add_subcommand("show", "One storm's forecast track");
   showCommand->add_option("id", options->showID, "The storm's id (\"al052026\", \"WP0626\")")->required();
   showCommand->add_flag("--geojson", options->geojson, "Print the cone and tracks as GeoJSON");

@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "app/commands.hpp"
+#include "app/failure_text.hpp"
 #include "app/global_options.hpp"
 #include "app/place_query.hpp"
 #include "core/errors.hpp"
@@ -222,7 +223,7 @@ void addSunCommand(CLI::App& app) {
       logf("ombrine sun: {}", error.what());
       setExitCode(2);
     } catch (const std::exception& error) {
-      logf("ombrine sun: {}", error.what());
+      logf("ombrine sun: {}", failureText(std::current_exception()));
       setExitCode(1);
     }
   });

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "app/commands.hpp"
+#include "app/failure_text.hpp"
 #include "app/global_options.hpp"
 #include "core/errors.hpp"
 #include "core/geocoder.hpp"
@@ -13,6 +14,7 @@
 #include "core/value_json.hpp"
 #include "platform/http_client.hpp"
 #include "platform/log.hpp"
+#include "places/coordinate_text.hpp"
 #include "tides/tide_deep_link.hpp"
 #include "tides/tide_service.hpp"
 #include "tides/tide_summary.hpp"
@@ -70,13 +72,23 @@ int run(const TidesOptions& options) {
       }
     }
   } else {
-    const std::string query = !options.at.empty() ? options.at : options.place;
-    if (query.empty()) throw InvalidPlaceQuery("name a place (e.g. Dover), give --at LAT,LON or --station ID");
-    const auto matches = services.geocoder().search(query, 1);
-    if (matches.empty()) throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named \"" + query + "\"");
-    const Location location = matches.front().coordinate;
+    if (options.at.empty() && options.place.empty()) {
+      throw InvalidPlaceQuery("name a place (e.g. Dover), give --at LAT,LON or --station ID");
+    }
+    Location location;
+    std::string foundName;
+    if (!options.at.empty()) {
+      location = parseCoordinate(options.at);
+    } else {
+      const auto matches = services.geocoder().search(options.place, 1);
+      if (matches.empty()) {
+        throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named \"" + options.place + "\"");
+      }
+      location = matches.front().coordinate;
+      foundName = matches.front().name;
+    }
     const GeoDetails details = services.namer().detailsOf(location);
-    placeName = options.at.empty() ? matches.front().name : details.name;
+    placeName = options.at.empty() ? foundName : details.name;
     zone = details.timeZone;
     auto task = services.tides().tideData(location.latitude(), location.longitude(), details.region.identifier);
     data = services.runtime().runBlocking(std::move(task));
@@ -120,11 +132,8 @@ void addTidesCommand(CLI::App& app) {
     } catch (const InvalidPlaceQuery& error) {
       logf("ombrine tides: {}", error.what());
       setExitCode(2);
-    } catch (const HttpError& error) {
-      logf("ombrine tides: could not reach the tide service: {}", error.what());
-      setExitCode(1);
-    } catch (const std::exception& error) {
-      logf("ombrine tides: {}", error.what());
+    } catch (const std::exception&) {
+      logf("ombrine tides: {}", failureText(std::current_exception()));
       setExitCode(1);
     }
   });

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "app/commands.hpp"
+#include "app/failure_text.hpp"
 #include "app/global_options.hpp"
 #include "core/one_call_weather_json.hpp"
 #include "core/provider_dispatch.hpp"
@@ -41,6 +42,7 @@ struct TripsForecastOptions {
   std::string provider;  // empty: the stored preference
   bool noFetch = false;
   bool json = false;
+  bool verbose = false;
 };
 
 std::string_view providerLabel(WeatherDataSource source) {
@@ -128,7 +130,9 @@ void printJson(const LoadedTripForecast& loaded, Date now) {
   } else {
     document["source"] = nullptr;
   }
-  if (loaded.fetchError) document["fetchError"] = *loaded.fetchError;
+  if (loaded.fetchError) {
+    document["fetchError"] = loaded.fetchFailure ? failureText(loaded.fetchFailure) : *loaded.fetchError;
+  }
   if (loaded.storeError) document["storeError"] = *loaded.storeError;
   boost::json::array days;
   for (const DayLine& line : tripDays(loaded)) {
@@ -169,7 +173,6 @@ void printReadable(const LoadedTripForecast& loaded, Date now) {
     source = "no forecast stored for this trip";
   }
   std::cout << "Source: " << source << "\n";
-  if (loaded.fetchError) std::cout << "Refresh failed (" << *loaded.fetchError << "); showing what is stored.\n";
   if (loaded.storeError) std::cout << "Not saved to the trip cache (" << *loaded.storeError << ").\n";
   std::optional<Date> lastForecastDay;
   if (loaded.entry && !loaded.entry->cachedWeather.weather.daily.empty()) {
@@ -197,6 +200,7 @@ void printReadable(const LoadedTripForecast& loaded, Date now) {
 }
 
 int run(const TripsForecastOptions& options) {
+  setDetailLogging(options.verbose);
   ProgramServices program;
   Services& services = *program;
   const Date now = Date::fromSystem(services.clock().now());
@@ -215,9 +219,14 @@ int run(const TripsForecastOptions& options) {
   } else {
     printReadable(result, now);
   }
-  if (!result.entry && result.fetchError) {
-    logf("ombrine trips forecast: no forecast for the trip: {}", *result.fetchError);
-    return 1;
+  if (result.fetchError) {
+    const std::string why = result.fetchFailure ? failureText(result.fetchFailure) : *result.fetchError;
+    if (!result.entry) {
+      logf("ombrine trips forecast: no forecast for the trip: {}", why);
+      return 1;
+    }
+    logf("ombrine trips forecast: {}; showing what the trip cache holds", why);
+    return kExitShownFromLastGood;
   }
   return 0;
 }
@@ -233,17 +242,18 @@ void addTripsForecastCommand(CLI::App& trips) {
       ->check(CLI::IsMember({"dynamic", "apple", "foreca", "ow"}));
   command->add_flag("--no-fetch", options->noFetch, "Show only what the trip cache holds");
   command->add_flag("--json", options->json, "Print the trip, the source and the days as JSON");
+  command->add_flag("--verbose,-v", options->verbose, "Print each failed request with its address to stderr");
   command->callback([options] {
     try {
       setExitCode(run(*options));
     } catch (const NoSuchTrip& error) {
       logf("ombrine trips forecast: {}", error.what());
-      setExitCode(2);
+      setExitCode(1);
     } catch (const AmbiguousTrip& error) {
       logf("ombrine trips forecast: {}", error.what());
       setExitCode(2);
-    } catch (const std::exception& error) {
-      logf("ombrine trips forecast: {}", error.what());
+    } catch (const std::exception&) {
+      logf("ombrine trips forecast: {}", failureText(std::current_exception()));
       setExitCode(1);
     }
   });

@@ -77,14 +77,27 @@ TEST_F(TripsForecastCommandTest, FetchesOnceThenServesTheTripFromTheCache) {
 
   // By id prefix, as the other trips commands accept.
   EXPECT_EQ(run("--services sim trips forecast " + id.substr(0, 8) + " --no-fetch --json").exitCode, 0);
+
+  // A stale record and a failed refresh: the stored days on stdout, one line on stderr, exit 3.
+  const fs::path file = sandbox_.container() / "Library" / "Caches" / "TripCache" / (id + ".json");
+  boost::json::value stored = boost::json::parse(readTextFile(file));
+  boost::json::value& dt = stored.at("entries").at(0).at("cachedWeather").at("weather").at("current").at("dt");
+  dt = dt.to_number<double>() - 3600;
+  std::ofstream(file) << boost::json::serialize(stored);
+  const ProgramRun failed =
+      sandbox_.run(OMBRINE_PROGRAM, "--services sim trips forecast", "LANG=en_US.UTF-8 OMBRINE_SIM_FAULTS='*=status=503'");
+  EXPECT_EQ(failed.exitCode, 3) << failed.err;
+  EXPECT_EQ(failed.err,
+            "ombrine trips forecast: the weather service is not answering (HTTP 503); showing what the trip cache holds\n");
+  EXPECT_NE(failed.out.find("Trip to Lisbon"), std::string::npos) << failed.out;
 }
 
-TEST_F(TripsForecastCommandTest, UnknownOrMissingTripIsAUsageError) {
+TEST_F(TripsForecastCommandTest, UnknownOrMissingTripIsAFailure) {
   const ProgramRun none = run("--services sim trips forecast");
-  EXPECT_EQ(none.exitCode, 2);
+  EXPECT_EQ(none.exitCode, 1);
   EXPECT_NE(none.err.find("no current or upcoming trip"), std::string::npos) << none.err;
   const ProgramRun unknown = run("--services sim trips forecast Atlantis");
-  EXPECT_EQ(unknown.exitCode, 2);
+  EXPECT_EQ(unknown.exitCode, 1);
   EXPECT_NE(unknown.err.find("no trip matches \"Atlantis\""), std::string::npos) << unknown.err;
 }
 

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "app/commands.hpp"
+#include "app/failure_text.hpp"
 #include "app/global_options.hpp"
 #include "core/errors.hpp"
 #include "core/geo_naming.hpp"
@@ -252,7 +253,7 @@ void addTripsHourlyCommand(CLI::App& trips) {
   CLI::Option* at = command->add_option("--at", options->at, "That place as LAT,LON in decimal degrees");
   place->excludes(at);
   command->add_option("--hours", options->hours, "How many hours (default 24; at most what the forecast holds)")
-      ->check(CLI::PositiveNumber);
+      ->check(positiveNumber());
   command->add_option("--provider", options->provider, "dynamic (by region), apple, foreca or ow")
       ->check(CLI::IsMember({"dynamic", "apple", "foreca", "ow"}));
   command->add_flag("--no-fetch", options->noFetch, "Show only what the caches hold");
@@ -267,7 +268,7 @@ void addTripsHourlyCommand(CLI::App& trips) {
       logf("ombrine trips hourly: {}", error.what());
       setExitCode(2);
     } catch (const std::exception& error) {
-      logf("ombrine trips hourly: {}", error.what());
+      logf("ombrine trips hourly: {}", failureText(std::current_exception()));
       setExitCode(1);
     }
   });

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <map>
 #include <sstream>
 
@@ -22,6 +23,8 @@ std::string trim(std::string_view text) {
   const auto last = text.find_last_not_of(" \t\r");
   return std::string(text.substr(first, last - first + 1));
 }
+
+constexpr const char* kEnvironmentNames[] = {"OMBRINE_FORECA_TOKEN", "OMBRINE_OPENWEATHER_KEY", "OMBRINE_METEOSTAT_KEY"};
 
 std::map<std::string, std::string> readCredentialFile(const std::filesystem::path& file) {
   struct stat st {};
@@ -56,7 +59,18 @@ std::optional<Secret> pick(const char* environmentName, const std::map<std::stri
 }  // namespace
 
 Credentials Credentials::load(const std::optional<std::filesystem::path>& file) {
-  const auto values = readCredentialFile(file.value_or(configDirectory() / "credentials"));
+  std::map<std::string, std::string> values;
+  try {
+    values = readCredentialFile(file.value_or(configDirectory() / "credentials"));
+  } catch (const FileError&) {
+    // The environment comes first: with a credential there, a file that cannot be used is
+    // passed over (its values stay unused) rather than refusing the run.
+    const bool fromEnvironment = std::any_of(std::begin(kEnvironmentNames), std::end(kEnvironmentNames), [](const char* name) {
+      const char* value = std::getenv(name);
+      return value != nullptr && *value != '\0';
+    });
+    if (!fromEnvironment) throw;
+  }
   Credentials credentials;
   credentials.forecaToken = pick("OMBRINE_FORECA_TOKEN", values, "foreca_token");
   if (!credentials.forecaToken) credentials.forecaToken = builtInForecaToken();

@@ -4,7 +4,7 @@
 // Sources, first present wins: the environment (OMBRINE_FORECA_TOKEN, ...), the user's file
 // ~/.config/ombrine/credentials ("name = value" lines, '#' comments), and for the Foreca token
 // the tables compiled in at configure time (-DOMBRINE_FORECA_TOKEN=...). The file is refused when
-// group or others may read it. A `Secret` never prints its value: log and error texts show
+// group or others may read it (passed over when the environment holds a credential). A `Secret` never prints its value: log and error texts show
 // "<redacted>".
 
 #include <cstdint>
@@ -48,7 +48,8 @@ struct Credentials {
   // Loads from the environment, then `file` (default: configDirectory()/"credentials"), then
   // the compiled-in tables. Raises FileError when the file exists but is readable by group or
   // others, or cannot be read, or has a malformed line (the message names the line number,
-  // never its value).
+  // never its value) — unless the environment holds a credential: then such a file is passed
+  // over and none of its values is used.
   static Credentials load(const std::optional<std::filesystem::path>& file = std::nullopt);
 };
 

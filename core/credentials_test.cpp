@@ -62,8 +62,15 @@ TEST_F(CredentialFileTest, SourcesAndRefusals) {
   ::setenv("OMBRINE_FORECA_TOKEN", "from-env", 1);
   EXPECT_EQ(Credentials::load(file).forecaToken->reveal(), "from-env");
 
-  // A file others can read is refused, and the message does not contain the secret.
-  writeFileAtomically(file, "foreca_token = topsecret\n", 0644);
+  // A file others can read is passed over while the environment holds a credential: none of
+  // its values is used.
+  writeFileAtomically(file, "foreca_token = topsecret\nopenweather_key = ow\n", 0644);
+  loaded = Credentials::load(file);
+  EXPECT_EQ(loaded.forecaToken->reveal(), "from-env");
+  EXPECT_FALSE(loaded.openWeatherKey);
+  ::unsetenv("OMBRINE_FORECA_TOKEN");
+
+  // Otherwise it is refused, and the message does not contain the secret.
   try {
     Credentials::load(file);
     FAIL() << "a world-readable credential file was accepted";

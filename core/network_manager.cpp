@@ -22,7 +22,7 @@ Task<void> fetchTides(TideFetcher& tides, Location location, Region region,
     try {
       std::rethrow_exception(error);
     } catch (const std::exception& failure) {
-      logf("Tide fetch failed: {}", failure.what());
+      logDetail("Tide fetch failed: {}", failure.what());
     }
   }
 }

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "places/coordinate_text.hpp"
+#include "places/region_abbreviations.hpp"
 #include "places/search_key.hpp"
 #include "platform/paths.hpp"
 
@@ -40,12 +41,13 @@ bool isAlias(std::string_view aliases, std::string_view folded) noexcept {
   return false;
 }
 
-// A qualifier such as "il", "illinois", "ill", "us", "usa" or "united states" (folded).
+// A qualifier such as "il", "illinois", "ill", "us", "usa", "united states" or, outside the
+// United States, a usual region abbreviation ("nsw", "ns") (folded).
 bool qualifies(std::string_view qualifier, const IndexedRegion& region, const IndexedCountry& country) noexcept {
   return equalsLowercased(region.code, qualifier) ||
          (!region.searchKey.empty() && startsWith(region.searchKey, qualifier)) ||
          equalsLowercased(country.code, qualifier) || startsWith(country.searchKey, qualifier) ||
-         isAlias(country.aliases, qualifier);
+         isAlias(country.aliases, qualifier) || isRegionAbbreviation(country.code, region.searchKey, qualifier);
 }
 
 // Capitals first, then seats of divisions, towns, and districts of towns last.

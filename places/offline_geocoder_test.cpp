@@ -132,6 +132,16 @@ TEST(OfflineGeocoderTest, SearchFindsPlacesIgnoringCaseAndAccents) {
       {"Springfield, IL", "Springfield, Illinois, US"},
       {"Springfield, MO", "Springfield, Missouri, US"},
       {"springfield, illinois, usa", "Springfield, Illinois, US"},
+      // Region abbreviations outside the United States, where the index's codes are numbers.
+      {"Sydney, NSW", "Sydney, New South Wales, AU"},
+      {"Perth, WA", "Perth, Western Australia, AU"},
+      {"Halifax, NS", "Halifax, Nova Scotia, CA"},
+      {"London, ON", "London, Ontario, CA"},
+      {"Cardiff, WLS", "Cardiff, Wales, GB"},
+      {"Augsburg, BY", "Augsburg, Bavaria, DE"},
+      {"Recife, PE", "Recife, Pernambuco, BR"},
+      {"Pune, MH", "Pune, Maharashtra, IN"},
+      {"Monterrey, NL", "Monterrey, Nuevo León, MX"},
       {"st louis", "St. Louis, Missouri, US"},
       {"new york", "New York City, New York, US"},
   };

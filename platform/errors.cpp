@@ -17,7 +17,7 @@ std::string describe(const std::string& domain, int code, const std::string& det
 }  // namespace
 
 DomainError::DomainError(std::string domain, int code, std::string detail)
-    : std::runtime_error(describe(domain, code, detail)), domain_(std::move(domain)), code_(code) {}
+    : std::runtime_error(describe(domain, code, detail)), domain_(std::move(domain)), code_(code), detail_(std::move(detail)) {}
 
 std::string exceptionMessage(const std::exception_ptr& error) noexcept {
   try {

@@ -23,10 +23,13 @@ class DomainError : public std::runtime_error {
   DomainError(std::string domain, int code, std::string detail = {});
   const std::string& domain() const noexcept { return domain_; }
   int code() const noexcept { return code_; }
+  // What the raiser added for people ("HTTP 503", "no place named ..."); may be empty.
+  const std::string& detail() const noexcept { return detail_; }
 
  private:
   std::string domain_;
   int code_;
+  std::string detail_;
 };
 
 // A file could not be read, written or replaced. `what()` names the path and the system error.

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <string>
 
@@ -24,6 +25,16 @@ void logLine(std::string_view message) noexcept {
     }
   } catch (...) {
   }
+}
+
+namespace {
+std::atomic<bool> detailsWanted{false};
+}
+
+void setDetailLogging(bool enabled) noexcept { detailsWanted.store(enabled); }
+bool detailLogging() noexcept { return detailsWanted.load(); }
+void logDetailLine(std::string_view message) noexcept {
+  if (detailLogging()) logLine(message);
 }
 
 }  // namespace ombrine

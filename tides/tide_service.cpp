@@ -484,7 +484,7 @@ Task<std::optional<TideData>> TideService::throughCaches(std::string key, const 
     if (isCancellation(failure) || co_await taskIsCancelled()) throw CancellationError();
   }
   if (stale) {
-    logf("Tide predictions for {} could not be fetched ({}); serving the stored ones", key, exceptionMessage(failure));
+    logDetail("Tide predictions for {} could not be fetched ({}); serving the stored ones", key, exceptionMessage(failure));
     // Dated by its own fetch, so the memory check lets the next call try the network at once.
     cache_[key] = CachedEntry{*stale, stale->fetchedAt};
     co_return served(std::move(*stale));

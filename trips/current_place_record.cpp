@@ -70,7 +70,7 @@ Task<CachedWeather> currentPlaceRecord(CurrentPlaceQuery query, WeatherCache& la
   try {
     std::rethrow_exception(failure);
   } catch (const std::exception& error) {
-    logf("The forecast for {} could not be refreshed ({}); showing the cached one", query.name, error.what());
+    logDetail("The forecast for {} could not be refreshed ({}); showing the cached one", query.name, error.what());
   }
   co_return *cached;
 }

@@ -29,6 +29,7 @@ struct Fetch {
   TripCacheRequest request;
   std::optional<CachedWeather> weather;
   std::optional<std::string> error;
+  std::exception_ptr failure;
 };
 
 Task<void> fetchOne(std::shared_ptr<Fetch> fetch, Trip trip, TripWeatherFetcher fetcher) {
@@ -44,6 +45,7 @@ Task<void> fetchOne(std::shared_ptr<Fetch> fetch, Trip trip, TripWeatherFetcher 
   } catch (const std::exception& error) {
     rethrowIfCancellation(std::current_exception());
     fetch->error = error.what();
+    fetch->failure = std::current_exception();
   }
 }
 
@@ -77,6 +79,7 @@ Task<std::vector<LoadedTripForecast>> loadTripForecasts(std::vector<Trip> trips,
     const auto& fetch = fetches[i];
     if (!fetch) continue;
     results[i].fetchError = fetch->error;
+    results[i].fetchFailure = fetch->failure;
     if (!fetch->weather) continue;
     results[i].fetched = true;
     writes.push_back(TripCacheWrite{fetch->request.cacheID, *fetch->weather, fetch->request.requestedProvider,

@@ -7,6 +7,7 @@
 // requested (TripCacheRequest), so a fetch that was requested before the trip was removed can
 // never bring it back, and two processes fetching at once converge on one record.
 
+#include <exception>
 #include <functional>
 #include <optional>
 #include <string>
@@ -46,6 +47,7 @@ struct LoadedTripForecast {
   std::optional<TripCacheEntry> entry;  // the record they come from, if any
   bool fetched = false;                 // the record was fetched by this load
   std::optional<std::string> fetchError;  // why a fetch failed; a cached record still stands
+  std::exception_ptr fetchFailure;        // the same failure, typed, for its reader to word
   std::optional<std::string> storeError;  // fetched, shown, but not written to the cache
   bool operator==(const LoadedTripForecast&) const = default;
 };

@@ -140,15 +140,15 @@ Task<std::string> getAnswer(HttpClient& http, boost::urls::url url, std::string_
   try {
     response = co_await http.send(httpRequest);
   } catch (const HttpError& error) {
-    logf("Foreca {} request failed: {} ({})", name, error.what(), redactedForecaUrl(httpRequest.url));
+    logDetail("Foreca {} request failed: {} ({})", name, error.what(), redactedForecaUrl(httpRequest.url));
     throw DomainError(kRequestErrorDomain, kRequestErrorCode, error.what());
   }
   if (response.status == 429) {
-    logf("Foreca {} request hit the API limit (HTTP 429) ({})", name, redactedForecaUrl(httpRequest.url));
+    logDetail("Foreca {} request hit the API limit (HTTP 429) ({})", name, redactedForecaUrl(httpRequest.url));
     throw NetworkError(NetworkError::exceededApiLimit);
   }
   if (response.status != 200) {
-    logf("Foreca {} request failed: HTTP {} ({})", name, response.status, redactedForecaUrl(httpRequest.url));
+    logDetail("Foreca {} request failed: HTTP {} ({})", name, response.status, redactedForecaUrl(httpRequest.url));
     throw DomainError(kRequestErrorDomain, kRequestErrorCode, "HTTP " + std::to_string(response.status));
   }
   co_return std::move(response.body);
@@ -170,7 +170,7 @@ Task<void> fetchInto(HttpClient& http, boost::urls::url url, std::string_view na
   try {
     state->weather.*field = decode(body, *state);
   } catch (const DecodingError& error) {
-    logf("Foreca {} answer could not be decoded: {}", name, error.what());
+    logDetail("Foreca {} answer could not be decoded: {}", name, error.what());
     throw;
   }
 }
@@ -188,7 +188,7 @@ Task<void> fetchWarnings(HttpClient& http, boost::urls::url url, std::shared_ptr
     try {
       std::rethrow_exception(error);
     } catch (const std::exception& e) {
-      logf("Foreca warnings are left out: {}", e.what());
+      logDetail("Foreca warnings are left out: {}", e.what());
     }
     state->weather.warnings.clear();
   }
@@ -233,7 +233,7 @@ Task<OneCallWeather> ForecaClient::fetch(Location location, GeoDetails details, 
     co_await withTaskGroup(firstStage);
     const ForecaWeather& results = state->weather;
     if (results.hourly.size() < 3 || results.daily.empty()) {
-      logf("Foreca answer too short: {} hourly rows, {} daily rows", results.hourly.size(), results.daily.size());
+      logDetail("Foreca answer too short: {} hourly rows, {} daily rows", results.hourly.size(), results.daily.size());
       throw NetworkError(NetworkError::invalidResponse);
     }
     if (forecaNeedsMinutely(forecaMinutelyProbability(results.current, results.hourly))) {
