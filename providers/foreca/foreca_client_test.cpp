@@ -15,6 +15,7 @@
 #include "platform/linux/curl_http_client.hpp"
 #include "platform/runtime.hpp"
 #include "providers/foreca/foreca_conversion.hpp"
+#include "platform/log.hpp"
 #include "providers/foreca/foreca_test_support.hpp"
 #include "sim/pinned_clock.hpp"
 #include "sim/sim_server.hpp"
@@ -185,6 +186,8 @@ TEST_F(ForecaClientTest, UsesTheSecondaryBaseWhenAsked) {
 }
 
 TEST_F(ForecaClientTest, FailuresOfTheRequestsAndTheirErrors) {
+  // The per-request lines are the -v details the program asks for.
+  setDetailLogging(true);
   enum class Expect { success, apiLimit, request5001, decoding };
   struct Row {
     const char* route;
