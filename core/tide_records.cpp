@@ -116,7 +116,16 @@ std::vector<TideChartPoint> chartPoints(std::vector<TideExtreme> extremes, doubl
     const TideExtreme& b = extremes[i + 1];
     const double span = b.date - a.date;
     if (!(span > 0.0)) continue;
-    for (double offset = 0.0; offset < span; offset += stepSeconds) {
+    // Points outside the window are dropped below anyway; never generating them keeps a feed
+    // with far-apart extremes from costing time and memory.
+    double offset = 0.0;
+    double end = span;
+    if (window) {
+      if (b.date < window->start || a.date > window->end) continue;
+      if (window->start > a.date) offset = std::ceil((window->start - a.date) / stepSeconds) * stepSeconds;
+      end = std::min(span, window->end - a.date + stepSeconds / 2.0);
+    }
+    for (; offset < end; offset += stepSeconds) {
       heights[a.date + offset] = cosineHeight(a, b, offset, span);
     }
     heights[b.date] = b.height.inMeters();

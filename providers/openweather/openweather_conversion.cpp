@@ -165,6 +165,8 @@ std::vector<OpenWeatherHourlySample> openWeatherSamples(std::span<const OpenWeat
   return samples;
 }
 
+constexpr double kLongestFilledGap = 12.0 * 3600.0;
+
 std::vector<OpenWeatherHourlySample> interpolateHourly(std::span<const OpenWeatherHourlySample> samples) {
   std::vector<OpenWeatherHourlySample> hours;
   if (samples.empty()) return hours;
@@ -174,6 +176,9 @@ std::vector<OpenWeatherHourlySample> interpolateHourly(std::span<const OpenWeath
     const OpenWeatherHourlySample& b = samples[i + 1];
     const double gap = b.dt - a.dt;
     hours.push_back(a);
+    // The list is three-hourly; a hole longer than a few samples is a gap in the data, not a
+    // stretch to invent hours for (and a wild timestamp must not make millions of them).
+    if (!(gap <= kLongestFilledGap)) continue;
     for (double offset = 3600.0; offset < gap; offset += 3600.0) {
       const double f = offset / gap;
       OpenWeatherHourlySample hour = b;

@@ -148,6 +148,10 @@ TEST(OpenWeatherConversionTest, SamplesSpanAndInterpolate) {
     EXPECT_NEAR(hours[i].temperature.inCelsius(), static_cast<double>(i), 1e-9) << i;
   }
   EXPECT_NEAR(*hours[1].windDirection, 360.0 - 10.0 / 3.0, 1e-9);  // 0 (no wind) to 350 the short way
+  // Two days without items is a hole in the data: no hours are invented across it.
+  const std::vector<OpenWeatherForecastItem> holed{item(0, 0.0, std::nullopt, false),
+                                                   item(48 * 3600, 0.0, std::nullopt, false)};
+  EXPECT_EQ(interpolateHourly(openWeatherSamples(holed)).size(), 2u);
 }
 
 TEST(OpenWeatherWireTest, MalformedAnswersNameTheirPath) {
