@@ -5,6 +5,7 @@
 #include "core/compass.hpp"
 #include "core/iso8601.hpp"
 #include "core/json_fields.hpp"
+#include "core/saturating_int.hpp"
 
 namespace ombrine {
 
@@ -31,7 +32,7 @@ std::optional<Temperature> optionalCelsius(const JsonFields& f, std::string_view
 
 std::optional<int> optionalInt(const JsonFields& f, std::string_view key) {
   auto value = f.optionalNumber(key);
-  return value ? std::optional(static_cast<int>(*value)) : std::nullopt;
+  return value ? std::optional(saturatingInt(*value)) : std::nullopt;
 }
 
 BomWind wind(const JsonFields& f) {

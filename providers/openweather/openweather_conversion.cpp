@@ -7,6 +7,7 @@
 #include <numbers>
 
 #include "core/sun_event_rows.hpp"
+#include "core/saturating_int.hpp"
 
 namespace ombrine {
 
@@ -79,11 +80,11 @@ OneCallWeather::Hourly hourlyRow(const OpenWeatherHourlySample& sample, const Ai
   row.dt = sample.dt;
   row.temp = sample.temperature;
   row.feelsLike = sample.feelsLike;
-  row.pressure = static_cast<int>(sample.pressure);
-  row.humidity = static_cast<int>(sample.humidity);
+  row.pressure = saturatingInt(sample.pressure);
+  row.humidity = saturatingInt(sample.humidity);
   row.dewPoint = sample.dewPoint.value_or(Temperature{});
-  row.clouds = static_cast<int>(sample.clouds);
-  if (sample.visibility) row.visibility = static_cast<int>(*sample.visibility);
+  row.clouds = saturatingInt(sample.clouds);
+  if (sample.visibility) row.visibility = saturatingInt(*sample.visibility);
   row.windSpeed = Speed::metersPerSecond(sample.windSpeed);
   row.windDeg = Angle::degrees(sample.windDirection.value_or(0.0));
   if (sample.windGust) row.windGust = Speed::metersPerSecond(*sample.windGust);
@@ -215,8 +216,8 @@ OneCallWeather convertOpenWeather(const OpenWeatherCurrentResponse& current,
   now.sunset = current.sunset;
   now.temp = current.main.temp;
   now.feelsLike = current.main.feelsLike;
-  now.pressure = static_cast<int>(current.main.pressure);
-  now.humidity = static_cast<int>(current.main.humidity);
+  now.pressure = saturatingInt(current.main.pressure);
+  now.humidity = saturatingInt(current.main.humidity);
   now.dewPoint = magnusDewPoint(current.main.temp, current.main.humidity).value_or(Temperature{});
   now.clouds = current.clouds.value_or(0);
   now.visibility = current.visibility;

@@ -3,6 +3,7 @@
 #include <boost/json/monotonic_resource.hpp>
 
 #include "core/json_fields.hpp"
+#include "core/saturating_int.hpp"
 
 namespace ombrine {
 
@@ -25,7 +26,7 @@ std::optional<Date> optionalUnixDate(const JsonFields& fields, std::string_view 
 
 std::optional<int> optionalInt(const JsonFields& fields, std::string_view key) {
   auto value = fields.optionalNumber(key);
-  return value ? std::optional(static_cast<int>(*value)) : std::nullopt;
+  return value ? std::optional(saturatingInt(*value)) : std::nullopt;
 }
 
 std::vector<OpenWeatherCondition> conditions(const JsonFields& fields) {

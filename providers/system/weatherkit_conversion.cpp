@@ -7,6 +7,7 @@
 #include <map>
 
 #include "core/sun_event_rows.hpp"
+#include "core/saturating_int.hpp"
 
 namespace ombrine {
 
@@ -78,10 +79,10 @@ template <class Entry>
 void fillCommon(Entry& row, double pressure, double humidity, double cloudCover, double visibility,
                 std::optional<Temperature> dewPoint, double uvIndex, Speed windSpeed, std::optional<Speed> windGust,
                 double windDirection) {
-  row.pressure = static_cast<int>(pressure);
-  row.humidity = static_cast<int>(humidity * 100.0);
-  row.clouds = static_cast<int>(cloudCover * 100.0);
-  row.visibility = static_cast<int>(visibility);
+  row.pressure = saturatingInt(pressure);
+  row.humidity = saturatingInt(humidity * 100.0);
+  row.clouds = saturatingInt(cloudCover * 100.0);
+  row.visibility = saturatingInt(visibility);
   row.dewPoint = dewPoint.value_or(Temperature::celsius(0.0));
   row.uvi = uvIndex;
   row.windSpeed = windSpeed;
@@ -215,7 +216,7 @@ OneCallWeather convertSystemWeather(const AppleWeather& weather, const SystemWea
   std::map<double, std::map<int, Temperature>> apparentByDay;
   for (const WeatherKitHour& hour : weather.hourlyForecast) {
     Date day = startOfZoneDay(hour.forecastStart, zone);
-    int hourOfDay = static_cast<int>(std::floor((hour.forecastStart - day) / 3600.0));
+    int hourOfDay = saturatingInt(std::floor((hour.forecastStart - day) / 3600.0));
     apparentByDay[day.timeIntervalSinceReferenceDate][hourOfDay] = hour.temperatureApparent;
   }
 
