@@ -26,7 +26,6 @@
 
 #include <exception>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -36,9 +35,9 @@
 #include <utility>
 #include <vector>
 
-#include "core/debouncer.hpp"
 #include "platform/cloud_key_value_store.hpp"
 #include "platform/log.hpp"
+#include "platform/observer_list.hpp"
 
 namespace ombrine {
 
@@ -78,7 +77,7 @@ class CloudValueStore {
   CloudValueStore(const CloudValueStore&) = delete;
   CloudValueStore& operator=(const CloudValueStore&) = delete;
   // Stops the cloud observation first (waiting for an external change being applied).
-  ~CloudValueStore() { cloudObservation_.reset(); }
+  ~CloudValueStore() { cloudObservation_.cancel(); }
 
   T value() const {
     std::lock_guard guard(state_->mutex);
@@ -141,21 +140,7 @@ class CloudValueStore {
     if (changed) notify(*outcome);
   }
 
-  [[nodiscard]] Observation observe(Observer observer) {
-    std::uint64_t id = 0;
-    {
-      std::lock_guard guard(state_->mutex);
-      id = state_->nextObserver++;
-      state_->observers.emplace(id, std::move(observer));
-    }
-    std::weak_ptr<State> weak = state_;
-    return Observation([weak, id] {
-      if (auto state = weak.lock()) {
-        std::lock_guard guard(state->mutex);
-        state->observers.erase(id);
-      }
-    });
-  }
+  [[nodiscard]] Subscription observe(Observer observer) { return observers_.add(std::move(observer)); }
 
   const std::string& key() const noexcept { return codec_.key; }
 
@@ -164,8 +149,6 @@ class CloudValueStore {
     mutable std::mutex mutex;
     T value{};
     std::thread::id applyingThread;
-    std::uint64_t nextObserver = 0;
-    std::map<std::uint64_t, Observer> observers;
   };
 
   std::optional<std::string> storedBytes() const {
@@ -245,21 +228,15 @@ class CloudValueStore {
     state_->applyingThread = std::thread::id();
   }
 
-  void notify(const T& value) {
-    std::vector<Observer> observers;
-    {
-      std::lock_guard guard(state_->mutex);
-      for (const auto& [id, observer] : state_->observers) observers.push_back(observer);
-    }
-    for (auto& observer : observers) observer(value);
-  }
+  void notify(const T& value) { observers_.notify(value); }
 
   CloudKeyValueStore& cloud_;
   const CloudValueCodec<T> codec_;
   // Keeps the order of cloud writes that of memory changes; never held while observers run.
   std::mutex writeMutex_;
   std::shared_ptr<State> state_;
-  std::shared_ptr<void> cloudObservation_;
+  ObserverList<Observer> observers_;
+  Subscription cloudObservation_;
 };
 
 }  // namespace ombrine

@@ -153,45 +153,6 @@ struct SettingsStore::SyncState {
   }
 };
 
-// Observers in a list of their own, so that a token dropped after the store is gone touches
-// nothing freed.
-template <class Observer>
-struct ObserverList : std::enable_shared_from_this<ObserverList<Observer>> {
-  std::mutex mutex;
-  std::uint64_t nextId = 0;
-  std::map<std::uint64_t, std::shared_ptr<Observer>> entries;
-
-  // The function that unregisters the new observer.
-  std::function<void()> add(Observer observer) {
-    std::uint64_t id = 0;
-    {
-      std::lock_guard guard(mutex);
-      id = nextId++;
-      entries.emplace(id, std::make_shared<Observer>(std::move(observer)));
-    }
-    std::weak_ptr<ObserverList> weak = this->shared_from_this();
-    return [weak, id] {
-      if (auto list = weak.lock()) {
-        std::lock_guard guard(list->mutex);
-        list->entries.erase(id);
-      }
-    };
-  }
-
-  template <class... Args>
-  void notify(const Args&... args) {
-    std::vector<std::shared_ptr<Observer>> observers;
-    {
-      std::lock_guard guard(mutex);
-      for (const auto& entry : entries) observers.push_back(entry.second);
-    }
-    for (const auto& observer : observers) (*observer)(args...);
-  }
-};
-
-struct SettingsStore::SettingsObservers : ObserverList<SettingsStore::Observer> {};
-struct SettingsStore::ProviderObservers : ObserverList<ProviderSettings::Observer> {};
-
 SettingsStore::SettingsStore(CloudKeyValueStore& cloud, KeyValueStore& sharedDefaults, Clock& clock,
                              Executor executor, Clock::Duration synchronizeDelay)
     : cloud_(cloud),
@@ -200,15 +161,13 @@ SettingsStore::SettingsStore(CloudKeyValueStore& cloud, KeyValueStore& sharedDef
       synchronizeDelay_(synchronizeDelay),
       keyValueStoreSynchronizeQueue_(serialExecutor(executor)),
       settings_(readSettings(cloud)),
-      sync_(std::make_shared<SyncState>()),
-      observers_(std::make_shared<SettingsObservers>()),
-      providerObservers_(std::make_shared<ProviderObservers>()) {
+      sync_(std::make_shared<SyncState>()) {
   cloudObservation_ =
       cloud_.observeExternalChanges([this](const CloudStoreChange& change) { applyExternalChange(change); });
 }
 
 SettingsStore::~SettingsStore() {
-  cloudObservation_.reset();
+  cloudObservation_.cancel();
   SpawnedTask pending;
   {
     std::lock_guard guard(sync_->mutex);
@@ -254,9 +213,9 @@ void SettingsStore::update(const std::function<void(Settings&)>& change) {
     writing.unlock();
     scheduleSynchronize();
   }
-  observers_->notify(after);
+  observers_.notify(after);
   if (after.preferredWeatherProvider != before.preferredWeatherProvider) {
-    notifyProvider(ProviderSettingsChange::dataSource);
+    providerObservers_.notify(ProviderSettingsChange::dataSource);
   }
 }
 
@@ -277,13 +236,13 @@ void SettingsStore::write(const SettingsField& field, const StoreValue& value) {
     settings_ = after;
   }
   writing.unlock();
-  observers_->notify(after);
+  observers_.notify(after);
   if (after.preferredWeatherProvider != before.preferredWeatherProvider) {
-    notifyProvider(ProviderSettingsChange::dataSource);
+    providerObservers_.notify(ProviderSettingsChange::dataSource);
   }
 }
 
-Observation SettingsStore::observe(Observer observer) { return Observation(observers_->add(std::move(observer))); }
+Subscription SettingsStore::observe(Observer observer) { return observers_.add(std::move(observer)); }
 
 void SettingsStore::applyExternalChange(const CloudStoreChange& change) {
   if (change.reason == CloudStoreChangeReason::quotaViolation) return;
@@ -358,7 +317,7 @@ ImmediateWeatherProviderFetchRequest SettingsStore::requestImmediateFetch(Weathe
   const ImmediateWeatherProviderFetchRequest request{Uuid::random(), provider};
   sharedDefaults_.setValue(pendingImmediateWeatherProviderFetchRequestKey,
                            StoreValue{StoreData{encodeImmediateWeatherProviderFetchRequest(request)}});
-  notifyProvider(ProviderSettingsChange::immediateRequest);
+  providerObservers_.notify(ProviderSettingsChange::immediateRequest);
   return request;
 }
 
@@ -371,14 +330,11 @@ void SettingsStore::completeImmediateFetch(const Uuid& id) {
     logf("Pending immediate provider request could not be cleared: {}", error.what());
     return;
   }
-  notifyProvider(ProviderSettingsChange::immediateRequest);
+  providerObservers_.notify(ProviderSettingsChange::immediateRequest);
 }
 
-std::shared_ptr<void> SettingsStore::observeProviderChanges(ProviderSettings::Observer observer) {
-  auto unregister = providerObservers_->add(std::move(observer));
-  return std::make_shared<Observation>(std::move(unregister));
+Subscription SettingsStore::observeProviderChanges(ProviderSettings::Observer observer) {
+  return providerObservers_.add(std::move(observer));
 }
-
-void SettingsStore::notifyProvider(ProviderSettingsChange change) { providerObservers_->notify(change); }
 
 }  // namespace ombrine

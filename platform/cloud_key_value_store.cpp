@@ -51,20 +51,7 @@ std::optional<std::string> cloudStoreLimitViolation(const StoreDictionary& value
   return std::nullopt;
 }
 
-// Observers outlive the store while a token does; a token's release waits for a running call
-// (the recursive mutex lets an observer drop its own token from inside the call).
-struct SynchronizingCloudKeyValueStore::Observers {
-  struct Entry {
-    std::recursive_mutex calling;
-    bool active = true;
-    Observer observer;
-  };
-  std::mutex mutex;
-  std::uint64_t nextId = 0;
-  std::map<std::uint64_t, std::shared_ptr<Entry>> entries;
-};
-
-SynchronizingCloudKeyValueStore::SynchronizingCloudKeyValueStore() : observers_(std::make_shared<Observers>()) {}
+SynchronizingCloudKeyValueStore::SynchronizingCloudKeyValueStore() = default;
 
 SynchronizingCloudKeyValueStore::~SynchronizingCloudKeyValueStore() = default;
 
@@ -248,42 +235,18 @@ void SynchronizingCloudKeyValueStore::assign(const std::string& key, const std::
   }
 }
 
-std::shared_ptr<void> SynchronizingCloudKeyValueStore::observeExternalChanges(Observer observer) {
-  auto entry = std::make_shared<Observers::Entry>();
-  entry->observer = std::move(observer);
-  std::uint64_t id = 0;
-  {
-    std::lock_guard guard(observers_->mutex);
-    id = observers_->nextId++;
-    observers_->entries.emplace(id, entry);
-  }
-  std::weak_ptr<Observers> weak = observers_;
-  auto release = [weak, id, entry](void*) {
-    if (auto observers = weak.lock()) {
-      std::lock_guard guard(observers->mutex);
-      observers->entries.erase(id);
-    }
-    std::lock_guard calling(entry->calling);
-    entry->active = false;
-  };
-  return std::shared_ptr<void>(static_cast<void*>(entry.get()), release);
-}
-
-void SynchronizingCloudKeyValueStore::notify(const CloudStoreChange& change) {
-  std::vector<std::shared_ptr<Observers::Entry>> entries;
-  {
-    std::lock_guard guard(observers_->mutex);
-    for (const auto& [id, entry] : observers_->entries) entries.push_back(entry);
-  }
-  for (const auto& entry : entries) {
-    std::lock_guard calling(entry->calling);
-    if (!entry->active) continue;
+Subscription SynchronizingCloudKeyValueStore::observeExternalChanges(Observer observer) {
+  // A failing observer is logged and does not keep the others from hearing of the change.
+  auto guarded = [observer = std::move(observer)](const CloudStoreChange& change) {
     try {
-      entry->observer(change);
+      observer(change);
     } catch (const std::exception& error) {
       logf("Cloud key-value store observer failed: {}", error.what());
     }
-  }
+  };
+  return observers_.add(std::move(guarded));
 }
+
+void SynchronizingCloudKeyValueStore::notify(const CloudStoreChange& change) { observers_.notify(change); }
 
 }  // namespace ombrine

@@ -27,6 +27,7 @@
 #include <vector>
 
 #include "platform/key_value_store.hpp"
+#include "platform/observer_list.hpp"
 
 namespace ombrine {
 
@@ -57,9 +58,10 @@ class CloudKeyValueStore : public KeyValueStore {
   // values stay as they were.
   virtual bool synchronize() = 0;
 
-  // Registers an observer of external changes; it stays registered while the returned token
-  // lives. Dropping the token unregisters it (blocking until a running call has returned).
-  virtual std::shared_ptr<void> observeExternalChanges(Observer observer) = 0;
+  // Registers an observer of external changes; it stays registered while the returned
+  // subscription lives. Cancelling it waits for a call running on another thread
+  // (platform/observer_list.hpp).
+  [[nodiscard]] virtual Subscription observeExternalChanges(Observer observer) = 0;
 
   // Given the value the shared store holds for a key now (nothing: absent), the value it should
   // hold (nothing: remove the key). May raise; nothing is written then.
@@ -116,7 +118,7 @@ class SynchronizingCloudKeyValueStore : public CloudKeyValueStore {
   void setValue(std::string_view key, std::optional<StoreValue> value) override;
   StoreDictionary dictionaryRepresentation() const override;
   bool synchronize() override;
-  std::shared_ptr<void> observeExternalChanges(Observer observer) override;
+  [[nodiscard]] Subscription observeExternalChanges(Observer observer) override;
   std::optional<StoreValue> changeValue(std::string_view key, const ValueChange& change) override;
 
   // Reads external changes in without writing pending local ones out. Same result as
@@ -147,7 +149,6 @@ class SynchronizingCloudKeyValueStore : public CloudKeyValueStore {
     std::uint64_t sequence = 0;
   };
   using PendingWrites = std::map<std::string, PendingWrite, std::less<>>;
-  struct Observers;
 
   bool exchangeAndApply(bool writeOut);
   // Takes in what the remote holds after an exchange that sent `sent`: keys that moved there and
@@ -170,7 +171,7 @@ class SynchronizingCloudKeyValueStore : public CloudKeyValueStore {
   StoreDictionary baseline_;
   PendingWrites pending_;
   std::uint64_t nextSequence_ = 1;
-  std::shared_ptr<Observers> observers_;
+  ObserverList<Observer> observers_;
 };
 
 }  // namespace ombrine

@@ -24,7 +24,7 @@ struct Fixture {
   std::unique_ptr<InMemoryCloudKeyValueStore> cloud;
   std::unique_ptr<TripStore> store;
   std::vector<std::vector<Trip>> heard;
-  Observation token;
+  Subscription token;
 
   explicit Fixture(std::optional<StoreValue> initial = std::nullopt) {
     if (initial) server->setValue("trips", *initial);
@@ -145,7 +145,7 @@ TEST(TripStoreTest, UnencodableListLeavesTheCloudValue) {
 
 TEST(TripStoreTest, DroppedTokenStopsListening) {
   Fixture fixture;
-  fixture.token = Observation();
+  fixture.token = Subscription();
   fixture.store->setTrips({makeTrip(1, "Kyoto")});
   EXPECT_TRUE(fixture.heard.empty());
 }

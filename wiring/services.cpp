@@ -97,7 +97,7 @@ class Services::RunProviderSettings final : public ProviderSettings {
     return store_.pendingImmediateWeatherProviderFetchRequest();
   }
   void completeImmediateFetch(const Uuid& id) override { store_.completeImmediateFetch(id); }
-  std::shared_ptr<void> observeProviderChanges(Observer observer) override {
+  Subscription observeProviderChanges(Observer observer) override {
     return store_.observeProviderChanges(std::move(observer));
   }
   // A change of the preference during the run replaces this run's choice as well.
