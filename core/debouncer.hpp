@@ -25,6 +25,7 @@
 #include "platform/clock.hpp"
 #include "platform/coroutines.hpp"
 #include "platform/observer_list.hpp"
+#include "platform/thread_annotations.hpp"
 
 namespace ombrine {
 
@@ -49,7 +50,7 @@ class Debouncer {
   ~Debouncer() {
     SpawnedTask pending;
     {
-      std::lock_guard guard(state_->lock);
+      MutexLock guard(state_->lock);
       pending = std::exchange(state_->pending, SpawnedTask());
       ++state_->generation;
     }
@@ -57,12 +58,12 @@ class Debouncer {
   }
 
   T item() const {
-    std::lock_guard guard(state_->lock);
+    MutexLock guard(state_->lock);
     return state_->item;
   }
 
   T debounced() const {
-    std::lock_guard guard(state_->lock);
+    MutexLock guard(state_->lock);
     return state_->debounced;
   }
 
@@ -71,7 +72,7 @@ class Debouncer {
     SpawnedTask previous;
     std::uint64_t generation = 0;
     {
-      std::lock_guard guard(state_->lock);
+      MutexLock guard(state_->lock);
       state_->item = value;
       generation = ++state_->generation;
       previous = std::exchange(state_->pending, settleTask);
@@ -94,12 +95,12 @@ class Debouncer {
   struct State {
     explicit State(const T& initial) : item(initial), debounced(initial) {}
 
-    mutable std::mutex lock;
-    T item;
-    T debounced;
+    mutable Mutex lock;
+    T item GUARDED_BY(lock);
+    T debounced GUARDED_BY(lock);
     // Moves with every write; a settle for an older write does nothing.
-    std::uint64_t generation = 0;
-    SpawnedTask pending;
+    std::uint64_t generation GUARDED_BY(lock) = 0;
+    SpawnedTask pending GUARDED_BY(lock);
     ObserverList<Observer> itemObservers;
     ObserverList<Observer> debouncedObservers;
   };
@@ -111,7 +112,7 @@ class Debouncer {
     if (!state) co_return;
     std::optional<T> value;
     {
-      std::lock_guard guard(state->lock);
+      MutexLock guard(state->lock);
       if (state->generation == generation) {
         state->debounced = state->item;
         state->pending = SpawnedTask();

@@ -38,19 +38,19 @@ SessionProviderSettings::SessionProviderSettings(WeatherDataSource dataSource)
     : dataSource_(dataSource) {}
 
 WeatherDataSource SessionProviderSettings::dataSource() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return dataSource_;
 }
 
 std::optional<ImmediateWeatherProviderFetchRequest> SessionProviderSettings::pendingImmediateWeatherProviderFetchRequest()
     const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return pending_;
 }
 
 void SessionProviderSettings::completeImmediateFetch(const Uuid& id) {
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (!pending_ || pending_->id != id) return;
     pending_.reset();
   }
@@ -63,7 +63,7 @@ Subscription SessionProviderSettings::observeProviderChanges(Observer observer) 
 
 void SessionProviderSettings::setDataSource(WeatherDataSource source) {
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (dataSource_ == source) return;
     dataSource_ = source;
   }
@@ -73,7 +73,7 @@ void SessionProviderSettings::setDataSource(WeatherDataSource source) {
 ImmediateWeatherProviderFetchRequest SessionProviderSettings::requestImmediateFetch(WeatherDataSource provider) {
   ImmediateWeatherProviderFetchRequest request{Uuid::random(), provider};
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     pending_ = request;
   }
   observers_.notify(ProviderSettingsChange::immediateRequest);

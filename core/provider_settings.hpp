@@ -20,6 +20,7 @@
 #include "core/uuid.hpp"
 #include "core/weather_data_source.hpp"
 #include "platform/observer_list.hpp"
+#include "platform/thread_annotations.hpp"
 
 namespace ombrine {
 
@@ -79,9 +80,9 @@ class SessionProviderSettings final : public ProviderSettings {
   ImmediateWeatherProviderFetchRequest requestImmediateFetch(WeatherDataSource provider);
 
  private:
-  mutable std::mutex mutex_;
-  WeatherDataSource dataSource_;
-  std::optional<ImmediateWeatherProviderFetchRequest> pending_;
+  mutable Mutex mutex_;
+  WeatherDataSource dataSource_ GUARDED_BY(mutex_);
+  std::optional<ImmediateWeatherProviderFetchRequest> pending_ GUARDED_BY(mutex_);
   ObserverList<Observer> observers_;
 };
 

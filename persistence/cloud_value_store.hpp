@@ -38,6 +38,7 @@
 #include "platform/cloud_key_value_store.hpp"
 #include "platform/log.hpp"
 #include "platform/observer_list.hpp"
+#include "platform/thread_annotations.hpp"
 
 namespace ombrine {
 
@@ -80,12 +81,12 @@ class CloudValueStore {
   ~CloudValueStore() { cloudObservation_.cancel(); }
 
   T value() const {
-    std::lock_guard guard(state_->mutex);
+    MutexLock guard(state_->mutex);
     return state_->value;
   }
 
   bool isApplyingExternalKeyValueStoreUpdate() const {
-    std::lock_guard guard(state_->mutex);
+    MutexLock guard(state_->mutex);
     return state_->applyingThread == std::this_thread::get_id();
   }
 
@@ -108,7 +109,7 @@ class CloudValueStore {
       changeMemory([&](T& value) { change(value); });
       return;
     }
-    std::unique_lock writing(writeMutex_);
+    MutexLock writing(writeMutex_);
     std::optional<T> outcome;
     std::optional<std::string> encodingFailure;
     const CloudKeyValueStore::ValueChange keyed =
@@ -132,7 +133,7 @@ class CloudValueStore {
     // Memory in the order of the writes; observers after the lock, so they may change it in turn.
     bool changed = false;
     {
-      std::lock_guard guard(state_->mutex);
+      MutexLock guard(state_->mutex);
       changed = !(state_->value == *outcome);
       if (changed) state_->value = *outcome;
     }
@@ -146,9 +147,9 @@ class CloudValueStore {
 
  private:
   struct State {
-    mutable std::mutex mutex;
-    T value{};
-    std::thread::id applyingThread;
+    mutable Mutex mutex;
+    T value GUARDED_BY(mutex){};
+    std::thread::id applyingThread GUARDED_BY(mutex);
   };
 
   std::optional<std::string> storedBytes() const {
@@ -188,7 +189,7 @@ class CloudValueStore {
   void changeMemory(const std::function<void(T&)>& change) {
     T changed;
     {
-      std::lock_guard guard(state_->mutex);
+      MutexLock guard(state_->mutex);
       T next = state_->value;
       change(next);
       if (next == state_->value) return;
@@ -218,13 +219,13 @@ class CloudValueStore {
       return;
     }
     {
-      std::lock_guard guard(state_->mutex);
+      MutexLock guard(state_->mutex);
       if (next == state_->value) return;
       state_->value = next;
       state_->applyingThread = std::this_thread::get_id();
     }
     notify(next);
-    std::lock_guard guard(state_->mutex);
+    MutexLock guard(state_->mutex);
     state_->applyingThread = std::thread::id();
   }
 
@@ -233,7 +234,7 @@ class CloudValueStore {
   CloudKeyValueStore& cloud_;
   const CloudValueCodec<T> codec_;
   // Keeps the order of cloud writes that of memory changes; never held while observers run.
-  std::mutex writeMutex_;
+  Mutex writeMutex_;
   std::shared_ptr<State> state_;
   ObserverList<Observer> observers_;
   Subscription cloudObservation_;

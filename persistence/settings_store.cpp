@@ -129,18 +129,18 @@ Settings readSettings(const KeyValueStore& cloud) {
 // whose cancellation arrived too late to stop its sleep still finds itself superseded and does
 // nothing, so a burst of changes costs one synchronize.
 struct SettingsStore::SyncState {
-  std::mutex mutex;
+  Mutex mutex;
   std::condition_variable idle;
-  bool scheduled = false;  // writes wait for a synchronize
-  bool running = false;
-  std::uint64_t generation = 0;
-  SpawnedTask workItem;
+  bool scheduled GUARDED_BY(mutex) = false;  // writes wait for a synchronize
+  bool running GUARDED_BY(mutex) = false;
+  std::uint64_t generation GUARDED_BY(mutex) = 0;
+  SpawnedTask workItem GUARDED_BY(mutex);
 
   // Runs the scheduled synchronize, if still scheduled (and, with a generation, only for the
   // current work item); true when none failed.
   bool runIfScheduled(CloudKeyValueStore& cloud, std::optional<std::uint64_t> itemGeneration = std::nullopt) {
-    std::unique_lock lock(mutex);
-    idle.wait(lock, [&] { return !running; });
+    MutexLock lock(mutex);
+    lock.wait(idle, [&]() REQUIRES(mutex) { return !running; });
     if (!scheduled || (itemGeneration && *itemGeneration != generation)) return true;
     scheduled = false;
     running = true;
@@ -170,7 +170,7 @@ SettingsStore::~SettingsStore() {
   cloudObservation_.cancel();
   SpawnedTask pending;
   {
-    std::lock_guard guard(sync_->mutex);
+    MutexLock guard(sync_->mutex);
     pending = std::exchange(sync_->workItem, SpawnedTask());
   }
   pending.cancel();
@@ -178,12 +178,12 @@ SettingsStore::~SettingsStore() {
 }
 
 Settings SettingsStore::settings() const {
-  std::lock_guard guard(mutex_);
+  MutexLock guard(mutex_);
   return settings_;
 }
 
 bool SettingsStore::isApplyingExternalKeyValueStoreUpdate() const {
-  std::lock_guard guard(mutex_);
+  MutexLock guard(mutex_);
   return applyingThread_ == std::this_thread::get_id();
 }
 
@@ -198,7 +198,7 @@ void SettingsStore::update(const std::function<void(Settings&)>& change) {
   Settings before;
   Settings after;
   {
-    std::lock_guard guard(mutex_);
+    MutexLock guard(mutex_);
     before = settings_;
     after = settings_;
     change(after);
@@ -228,7 +228,7 @@ void SettingsStore::write(const SettingsField& field, const StoreValue& value) {
   Settings before;
   Settings after;
   {
-    std::lock_guard guard(mutex_);
+    MutexLock guard(mutex_);
     before = settings_;
     after = settings_;
     field.read(value, after);
@@ -258,7 +258,7 @@ void SettingsStore::applyExternalChange(const CloudStoreChange& change) {
   if (!named) return;
   // Fields the list did not name keep their values in memory, so only differing keys change.
   {
-    std::lock_guard guard(mutex_);
+    MutexLock guard(mutex_);
     if (next == settings_) return;
     applyingThread_ = std::this_thread::get_id();
   }
@@ -269,7 +269,7 @@ void SettingsStore::applyExternalChange(const CloudStoreChange& change) {
       }
     }
   });
-  std::lock_guard guard(mutex_);
+  MutexLock guard(mutex_);
   applyingThread_ = std::thread::id();
 }
 
@@ -278,7 +278,7 @@ void SettingsStore::scheduleSynchronize() {
   SpawnedTask previous;
   std::uint64_t generation = 0;
   {
-    std::lock_guard guard(sync_->mutex);
+    MutexLock guard(sync_->mutex);
     sync_->scheduled = true;
     generation = ++sync_->generation;
     previous = std::exchange(sync_->workItem, workItem);

@@ -49,6 +49,7 @@
 #include "platform/coroutines.hpp"
 #include "platform/key_value_store.hpp"
 #include "platform/observer_list.hpp"
+#include "platform/thread_annotations.hpp"
 
 namespace ombrine {
 
@@ -143,9 +144,9 @@ class SettingsStore final : public ProviderSettings {
   const Clock::Duration synchronizeDelay_;
   const Executor keyValueStoreSynchronizeQueue_;
 
-  mutable std::mutex mutex_;
-  Settings settings_;
-  std::thread::id applyingThread_;
+  mutable Mutex mutex_;
+  Settings settings_ GUARDED_BY(mutex_);
+  std::thread::id applyingThread_ GUARDED_BY(mutex_);
   // Keeps the order of cloud writes that of memory changes; never held while observers run.
   std::mutex writeMutex_;
 

@@ -59,7 +59,7 @@ void SynchronizingCloudKeyValueStore::load(bool raiseFailure) {
   const Merge keepRemote = [](const StoreDictionary*) { return std::optional<StoreDictionary>(); };
   try {
     StoreDictionary remote = exchange(keepRemote);
-    std::lock_guard guard(mutex_);
+    MutexLock guard(mutex_);
     for (const auto& [key, value] : remote) assign(key, value);
     baseline_ = std::move(remote);
   } catch (const std::exception& error) {
@@ -69,19 +69,19 @@ void SynchronizingCloudKeyValueStore::load(bool raiseFailure) {
 }
 
 std::optional<StoreValue> SynchronizingCloudKeyValueStore::value(std::string_view key) const {
-  std::lock_guard guard(mutex_);
+  MutexLock guard(mutex_);
   return copyOf(find(values_, key));
 }
 
 StoreDictionary SynchronizingCloudKeyValueStore::dictionaryRepresentation() const {
-  std::lock_guard guard(mutex_);
+  MutexLock guard(mutex_);
   return values_;
 }
 
 void SynchronizingCloudKeyValueStore::setValue(std::string_view key, std::optional<StoreValue> value) {
   std::optional<std::string> violation;
   {
-    std::lock_guard guard(mutex_);
+    MutexLock guard(mutex_);
     violation = cloudStoreLimitViolation(values_, totalBytes_, key, value);
     if (!violation) {
       const std::string name(key);
@@ -100,10 +100,10 @@ bool SynchronizingCloudKeyValueStore::synchronize() { return exchangeAndApply(tr
 bool SynchronizingCloudKeyValueStore::refresh() { return exchangeAndApply(false); }
 
 bool SynchronizingCloudKeyValueStore::exchangeAndApply(bool writeOut) {
-  std::lock_guard exchanging(exchangeMutex_);
+  MutexLock exchanging(exchangeMutex_);
   PendingWrites sent;
   const Merge merge = [&](const StoreDictionary* remote) -> std::optional<StoreDictionary> {
-    std::lock_guard guard(mutex_);
+    MutexLock guard(mutex_);
     if (remote == nullptr) {
       // The remote lost its content to garbage: memory is the best copy there is.
       sent = pending_;
@@ -132,7 +132,7 @@ bool SynchronizingCloudKeyValueStore::exchangeAndApply(bool writeOut) {
 
   std::vector<std::string> changed;
   {
-    std::lock_guard guard(mutex_);
+    MutexLock guard(mutex_);
     changed = applyRemote(std::move(remote), sent, std::nullopt);
   }
   if (!changed.empty()) notify(CloudStoreChange{CloudStoreChangeReason::serverChange, std::move(changed)});
@@ -162,14 +162,14 @@ std::vector<std::string> SynchronizingCloudKeyValueStore::applyRemote(StoreDicti
 }
 
 std::optional<StoreValue> SynchronizingCloudKeyValueStore::changeValue(std::string_view key, const ValueChange& change) {
-  std::unique_lock exchanging(exchangeMutex_);
+  MutexLock exchanging(exchangeMutex_);
   PendingWrites sent;
   std::optional<StoreValue> outcome;
   std::optional<std::string> violation;
   const Merge merge = [&](const StoreDictionary* remote) -> std::optional<StoreDictionary> {
     StoreDictionary merged;
     {
-      std::lock_guard guard(mutex_);
+      MutexLock guard(mutex_);
       sent = pending_;
       // An unreadable remote has been set aside: memory is the best copy there is.
       merged = remote ? *remote : values_;
@@ -209,7 +209,7 @@ std::optional<StoreValue> SynchronizingCloudKeyValueStore::changeValue(std::stri
 
   std::vector<std::string> changed;
   {
-    std::lock_guard guard(mutex_);
+    MutexLock guard(mutex_);
     changed = applyRemote(std::move(remote), sent, key);
     // A write of the same key made meanwhile by another thread of this process stays the newer.
     if (!pending_.contains(key)) assign(std::string(key), outcome);

@@ -28,6 +28,7 @@
 
 #include "platform/key_value_store.hpp"
 #include "platform/observer_list.hpp"
+#include "platform/thread_annotations.hpp"
 
 namespace ombrine {
 
@@ -155,22 +156,22 @@ class SynchronizingCloudKeyValueStore : public CloudKeyValueStore {
   // have no local write (nor are `own`) are applied to memory; returns them. Precondition:
   // mutex_ held.
   std::vector<std::string> applyRemote(StoreDictionary remote, const PendingWrites& sent,
-                                       std::optional<std::string_view> own);
+                                       std::optional<std::string_view> own) REQUIRES(mutex_);
   // Precondition: mutex_ held.
-  void assign(const std::string& key, const std::optional<StoreValue>& value);
+  void assign(const std::string& key, const std::optional<StoreValue>& value) REQUIRES(mutex_);
   void notify(const CloudStoreChange& change);
 
   // Serialises exchanges (and so the remote's lock) within this process; never taken while
   // mutex_ is held.
-  std::mutex exchangeMutex_;
-  mutable std::mutex mutex_;
-  StoreDictionary values_;
-  std::map<std::string, std::size_t, std::less<>> entryBytes_;
-  std::size_t totalBytes_ = 0;
+  Mutex exchangeMutex_;
+  mutable Mutex mutex_;
+  StoreDictionary values_ GUARDED_BY(mutex_);
+  std::map<std::string, std::size_t, std::less<>> entryBytes_ GUARDED_BY(mutex_);
+  std::size_t totalBytes_ GUARDED_BY(mutex_) = 0;
   // The remote as last read or written.
-  StoreDictionary baseline_;
-  PendingWrites pending_;
-  std::uint64_t nextSequence_ = 1;
+  StoreDictionary baseline_ GUARDED_BY(mutex_);
+  PendingWrites pending_ GUARDED_BY(mutex_);
+  std::uint64_t nextSequence_ GUARDED_BY(mutex_) = 1;
   ObserverList<Observer> observers_;
 };
 

@@ -58,6 +58,11 @@ class SCOPED_CAPABILITY MutexLock {
   void wait(std::condition_variable& condition, Predicate ready) {
     condition.wait(lock_, ready);
   }
+  // The same, giving up after `timeout`; what `ready()` last returned.
+  template <class Duration, class Predicate>
+  bool waitFor(std::condition_variable& condition, Duration timeout, Predicate ready) {
+    return condition.wait_for(lock_, timeout, ready);
+  }
 
  private:
   std::unique_lock<std::mutex> lock_;
