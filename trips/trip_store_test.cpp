@@ -143,13 +143,6 @@ TEST(TripStoreTest, UnencodableListLeavesTheCloudValue) {
   EXPECT_EQ(fixture.store->trips().size(), 1u);
 }
 
-TEST(TripStoreTest, DroppedTokenStopsListening) {
-  Fixture fixture;
-  fixture.token = Subscription();
-  fixture.store->setTrips({makeTrip(1, "Kyoto")});
-  EXPECT_TRUE(fixture.heard.empty());
-}
-
 }  // namespace
 }  // namespace ombrine
 
