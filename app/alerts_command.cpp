@@ -5,6 +5,7 @@
 #include <iostream>
 #include <memory>
 
+#include "app/command_report.hpp"
 #include "app/commands.hpp"
 #include "app/failure_text.hpp"
 #include "app/daemon_command.hpp"
@@ -173,21 +174,7 @@ int runNotify(const AlertsOptions& options) {
   return 0;
 }
 
-template <class Run>
-void runReporting(const char* name, Run run) {
-  try {
-    setExitCode(run());
-  } catch (const InvalidPlaceQuery& error) {
-    logf("ombrine {}: {}", name, error.what());
-    setExitCode(2);
-  } catch (const HttpError& error) {
-    logf("ombrine {}: could not reach the warnings service: {}", name, error.what());
-    setExitCode(1);
-  } catch (const std::exception& error) {
-    logf("ombrine {}: {}", name, failureText(std::current_exception(), "the warning service"));
-    setExitCode(1);
-  }
-}
+CommandReporting alertsReporting() { return placeCommandReporting("the warnings service", "the warning service"); }
 
 }  // namespace
 
@@ -196,7 +183,7 @@ void addAlertsCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("alerts", "The weather warnings in force for a place and their notifications");
   command->add_option("place", options->place, "A place name (\"Miami\"); default: the home place");
   command->add_flag("--json", options->json, "Print the warnings as JSON");
-  command->callback([options] { runReporting("alerts", [&] { return runAlerts(*options); }); });
+  command->callback([options] { runReporting("alerts", [&] { return runAlerts(*options); }, alertsReporting()); });
 }
 
 void addNotifyCommand(CLI::App& app) {
@@ -205,7 +192,7 @@ void addNotifyCommand(CLI::App& app) {
   auto options = std::make_shared<AlertsOptions>();
   CLI::App* alerts = notify->add_subcommand("alerts", "Announce the new weather warnings of a place, each once");
   alerts->add_option("place", options->place, "A place name (\"Miami\"); default: the home place");
-  alerts->callback([options] { runReporting("notify alerts", [&] { return runNotify(*options); }); });
+  alerts->callback([options] { runReporting("notify alerts", [&] { return runNotify(*options); }, alertsReporting()); });
   addNotifyRainCommand(*notify);
 }
 

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "app/command_report.hpp"
 #include "app/commands.hpp"
 #include "app/failure_text.hpp"
 #include "core/iso8601.hpp"
@@ -234,17 +235,6 @@ int clear(bool json) {
   return 0;
 }
 
-// Runs one subcommand, turning failures into one line on stderr and exit code 1.
-template <class Action>
-void runReporting(const char* name, Action action) {
-  try {
-    setExitCode(action());
-  } catch (const std::exception& error) {
-    logf("ombrine cache {}: {}", name, failureText(std::current_exception()));
-    setExitCode(1);
-  }
-}
-
 }  // namespace
 
 void addCacheCommand(CLI::App& app) {
@@ -253,13 +243,13 @@ void addCacheCommand(CLI::App& app) {
   auto json = std::make_shared<bool>(false);
   CLI::App* showCommand = command->add_subcommand("show", "The cached weather, saved places, place names and history");
   showCommand->add_flag("--json", *json, "Print the stored records as they are on disk (null when none)");
-  showCommand->callback([json] { runReporting("show", [&] { return show(*json); }); });
+  showCommand->callback([json] { runReporting("cache show", [&] { return show(*json); }, CommandReporting{}); });
   CLI::App* pathCommand = command->add_subcommand("path", "Where the cache files are");
   pathCommand->add_flag("--json", *json, "Print the paths as a JSON object");
-  pathCommand->callback([json] { runReporting("path", [&] { return path(*json); }); });
+  pathCommand->callback([json] { runReporting("cache path", [&] { return path(*json); }, CommandReporting{}); });
   CLI::App* clearCommand = command->add_subcommand("clear", "Remove the cached weather, saved places' weather, place names and history");
   clearCommand->add_flag("--json", *json, "Print the removed files as JSON");
-  clearCommand->callback([json] { runReporting("clear", [&] { return clear(*json); }); });
+  clearCommand->callback([json] { runReporting("cache clear", [&] { return clear(*json); }, CommandReporting{}); });
 }
 
 }  // namespace ombrine::app

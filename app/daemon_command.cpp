@@ -14,6 +14,7 @@
 
 #include <fmt/format.h>
 
+#include "app/command_report.hpp"
 #include "app/commands.hpp"
 #include "app/failure_text.hpp"
 #include "app/global_options.hpp"
@@ -303,21 +304,7 @@ int runNotifyRain(const DaemonOptions& options) {
   return 0;
 }
 
-template <class Run>
-void runReporting(const char* name, Run run) {
-  try {
-    setExitCode(run());
-  } catch (const InvalidPlaceQuery& error) {
-    logf("ombrine {}: {}", name, error.what());
-    setExitCode(2);
-  } catch (const HttpError& error) {
-    logf("ombrine {}: could not reach the weather service: {}", name, error.what());
-    setExitCode(1);
-  } catch (const std::exception& error) {
-    logf("ombrine {}: {}", name, failureText(std::current_exception()));
-    setExitCode(1);
-  }
-}
+CommandReporting daemonReporting() { return placeCommandReporting("the weather service", "the weather service"); }
 
 }  // namespace
 
@@ -330,22 +317,22 @@ void addDaemonCommand(CLI::App& app) {
       ->check(positiveNumber());
   daemon->callback([options, daemon] {
     if (!daemon->get_subcommands().empty()) return;
-    runReporting("daemon", [&] { return runDaemon(*options); });
+    runReporting("daemon", [&] { return runDaemon(*options); }, daemonReporting());
   });
   daemon->add_subcommand("install", "Write the systemd user timer and service that run the pass")->callback([] {
-    runReporting("daemon install", [] { return runInstall(); });
+    runReporting("daemon install", [] { return runInstall(); }, daemonReporting());
   });
   daemon->add_subcommand("uninstall", "Remove the systemd user timer and service")->callback([] {
-    runReporting("daemon uninstall", [] { return runUninstall(); });
+    runReporting("daemon uninstall", [] { return runUninstall(); }, daemonReporting());
   });
   daemon->add_subcommand("status", "The standing request, the last pass and its result")->callback([] {
-    runReporting("daemon status", [] { return runStatus(); });
+    runReporting("daemon status", [] { return runStatus(); }, daemonReporting());
   });
   daemon->add_subcommand("on", "Switch the background refresh and its notifications on")->callback([] {
-    runReporting("daemon on", [] { return runSwitch(true); });
+    runReporting("daemon on", [] { return runSwitch(true); }, daemonReporting());
   });
   daemon->add_subcommand("off", "Switch the background refresh and its notifications off (no request stands)")
-      ->callback([] { runReporting("daemon off", [] { return runSwitch(false); }); });
+      ->callback([] { runReporting("daemon off", [] { return runSwitch(false); }, daemonReporting()); });
 }
 
 void addNotifyRainCommand(CLI::App& notify) {
@@ -353,7 +340,7 @@ void addNotifyRainCommand(CLI::App& notify) {
   CLI::App* rain = notify.add_subcommand("rain", "Announce rain or snow starting or ending within the hour, once");
   rain->add_option("place", options->place,
                    "A place name (\"Oslo\"); default: OMBRINE_LOCATION, the location file, else the home place");
-  rain->callback([options] { runReporting("notify rain", [&] { return runNotifyRain(*options); }); });
+  rain->callback([options] { runReporting("notify rain", [&] { return runNotifyRain(*options); }, daemonReporting()); });
 }
 
 }  // namespace ombrine::app

@@ -3,15 +3,14 @@
 // their requests, SIGTERM stops it cleanly, and a restarted daemon honours the request the first
 // one left, so no pass is lost or run twice.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <spawn.h>
-#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <boost/json.hpp>
+
+#include "platform/testing/program_sandbox.hpp"
 
 #include <chrono>
 #include <filesystem>
@@ -20,8 +19,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-extern char** environ;
 
 namespace ombrine {
 namespace {
@@ -35,79 +32,27 @@ const std::string kTask = "com.quillfernhollowarts.weather.precipitation";
 class Sandbox {
  public:
   Sandbox() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "ombrine-daemon-e2e-XXXXXX").string();
-    root_ = ::mkdtemp(pattern.data());
-    for (const char* folder : {"container", "data", "config/ombrine", "cache", "sync"}) {
-      std::filesystem::create_directories(root_ / folder);
-    }
-    std::ofstream(root_ / "config/ombrine/location.json")
+    std::filesystem::create_directories(sandbox_.root() / "config/ombrine");
+    std::ofstream(sandbox_.root() / "config/ombrine/location.json")
         << R"({"latitude": 48.8566, "longitude": 2.3522, "name": "Paris", "timeZone": "Europe/Paris", "region": "FR"})";
-  }
-  ~Sandbox() {
-    std::error_code ignored;
-    std::filesystem::remove_all(root_, ignored);
-  }
-
-  std::vector<std::string> environment() const {
-    std::vector<std::string> env;
-    for (char** entry = environ; *entry; ++entry) {
-      const std::string text = *entry;
-      if (!text.starts_with("DBUS_SESSION_BUS_ADDRESS=") && !text.starts_with("OMBRINE_")) env.push_back(text);
-    }
-    for (const auto& [name, folder] : {std::pair{"OMBRINE_CONTAINER", "container"},
-                                       {"XDG_DATA_HOME", "data"},
-                                       {"XDG_CONFIG_HOME", "config"},
-                                       {"XDG_CACHE_HOME", "cache"},
-                                       {"OMBRINE_SYNC_DIR", "sync"}}) {
-      env.push_back(std::string(name) + "=" + (root_ / folder).string());
-    }
-    env.push_back("XDG_RUNTIME_DIR=" + (root_ / "cache").string());
-    env.push_back("OMBRINE_BACKGROUND_MINUTE_MS=" + std::to_string(minuteMs));
-    env.push_back("LANG=en_US.UTF-8");
-    return env;
   }
 
   // Starts `ombrine --services sim ARGS...` with stdout and stderr to files; returns its pid.
   pid_t start(const std::vector<std::string>& arguments, const std::string& log) const {
-    std::vector<std::string> words{OMBRINE_PROGRAM, "--services", "sim"};
+    std::vector<std::string> words{"--services", "sim"};
     words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (auto& word : words) argv.push_back(word.data());
-    argv.push_back(nullptr);
-    auto env = environment();
-    std::vector<char*> envp;
-    for (auto& entry : env) envp.push_back(entry.data());
-    envp.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    const std::string out = (root_ / (log + ".out")).string();
-    const std::string err = (root_ / (log + ".err")).string();
-    posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    pid_t pid = -1;
-    posix_spawn(&pid, OMBRINE_PROGRAM, &actions, nullptr, argv.data(), envp.data());
-    posix_spawn_file_actions_destroy(&actions);
-    return pid;
+    return sandbox_.start(OMBRINE_PROGRAM, words,
+                          {"OMBRINE_BACKGROUND_MINUTE_MS=" + std::to_string(minuteMs), "LANG=en_US.UTF-8"}, log);
   }
 
-  // Waits for `pid` and returns its exit code (-1 when it did not exit normally).
-  static int wait(pid_t pid) {
-    int status = 0;
-    ::waitpid(pid, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
+  static int wait(pid_t pid) { return ProgramSandbox::waitForExit(pid); }
 
-  std::string read(const std::string& name) const {
-    std::ifstream in(root_ / name);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-  }
+  std::string read(const std::string& name) const { return readTextFile(sandbox_.root() / name); }
 
   // How long a minute of the refresh delays lasts.
   int minuteMs = 20;
 
-  std::filesystem::path tasks() const { return root_ / "container/Library/Application Support/Background Tasks"; }
+  std::filesystem::path tasks() const { return sandbox_.container() / "Library/Application Support/Background Tasks"; }
 
   json::array passes() const {
     std::ifstream in(tasks() / (kTask + ".passes.json"));
@@ -138,7 +83,7 @@ class Sandbox {
   }
 
  private:
-  std::filesystem::path root_;
+  ProgramSandbox sandbox_{"ombrine-daemon-e2e"};
 };
 
 TEST(DaemonCommandTest, PassesFollowTheirRequestsAcrossSigtermAndRestart) {

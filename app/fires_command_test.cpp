@@ -2,51 +2,25 @@
 // container of its own, with each service failing in turn.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <filesystem>
 #include <map>
 #include <set>
 #include <string>
 
 #include "core/value_json.hpp"
+#include "platform/testing/program_sandbox.hpp"
 
 namespace ombrine {
 namespace {
 
-struct FiresRun {
-  int exitCode = -1;
-  std::string out;
-};
-
 class FiresCommandTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    home_ = std::filesystem::temp_directory_path() / ("ombrine-fires-e2e-" + std::to_string(::getpid()));
-    std::filesystem::create_directories(home_);
-  }
-  void TearDown() override { std::filesystem::remove_all(home_); }
-
-  FiresRun run(const std::string& arguments, const std::string& faults = "") {
-    const std::string dir = home_.string();
-    std::string command = "OMBRINE_CONTAINER=" + dir + "/container XDG_CACHE_HOME=" + dir +
-                          "/cache XDG_CONFIG_HOME=" + dir + "/config XDG_DATA_HOME=" + dir +
-                          "/data OMBRINE_SYNC_DIR=" + dir + "/sync NO_COLOR=1 LANG=en_US.UTF-8 ";
-    if (!faults.empty()) command += "OMBRINE_SIM_FAULTS='" + faults + "' ";
-    command += std::string(OMBRINE_PROGRAM) + " --services sim fires " + arguments + " 2>/dev/null";
-    FiresRun result;
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (!pipe) return result;
-    std::array<char, 4096> buffer;
-    size_t n;
-    while ((n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0) result.out.append(buffer.data(), n);
-    const int status = ::pclose(pipe);
-    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return result;
+  ProgramRun run(const std::string& arguments, const std::string& faults = "") {
+    std::string environment = "LANG=en_US.UTF-8";
+    if (!faults.empty()) environment += " OMBRINE_SIM_FAULTS='" + faults + "'";
+    return sandbox_.run(OMBRINE_PROGRAM, "--services sim fires " + arguments, environment);
   }
 
   static std::map<std::string, std::string> states(const boost::json::value& document) {
@@ -57,17 +31,17 @@ class FiresCommandTest : public ::testing::Test {
     return result;
   }
 
-  std::filesystem::path home_;
+  ProgramSandbox sandbox_{"ombrine-fires-e2e"};
 };
 
 TEST_F(FiresCommandTest, NorthernCaliforniaFromEveryUSService) {
-  const FiresRun text = run("--at 39.5,-121.5 --radius 300");
+  const ProgramRun text = run("--at 39.5,-121.5 --radius 300");
   ASSERT_EQ(text.exitCode, 0) << text.out;
   EXPECT_NE(text.out.find("Dixon  wildfire"), std::string::npos) << text.out;
   EXPECT_NE(text.out.find("Cedar Fire  wildfire"), std::string::npos) << text.out;  // CAL FIRE only
   EXPECT_EQ(text.out.find("Dixon Fire"), std::string::npos) << text.out;            // merged into NIFC's record
   EXPECT_NE(text.out.find("1 polygon, 1 hole"), std::string::npos) << text.out;
-  const FiresRun json = run("--at 39.5,-121.5 --radius 300 --json");
+  const ProgramRun json = run("--at 39.5,-121.5 --radius 300 --json");
   ASSERT_EQ(json.exitCode, 0);
   const auto document = parseJson(json.out);
   for (const auto& [service, state] : states(document)) EXPECT_EQ(state, "complete") << service;
@@ -76,13 +50,13 @@ TEST_F(FiresCommandTest, NorthernCaliforniaFromEveryUSService) {
     ids.insert(std::string(incident.at("id").as_string()));
   EXPECT_TRUE(std::any_of(ids.begin(), ids.end(), [](auto& id) { return id.starts_with("calfire-incident:"); }));
   EXPECT_TRUE(std::any_of(ids.begin(), ids.end(), [](auto& id) { return !id.starts_with("calfire-incident:"); }));
-  const FiresRun geojson = run("--at 39.5,-121.5 --radius 300 --geojson");
+  const ProgramRun geojson = run("--at 39.5,-121.5 --radius 300 --geojson");
   ASSERT_EQ(geojson.exitCode, 0);
   EXPECT_GE(parseJson(geojson.out).at("features").as_array().size(), 8u);
 }
 
 TEST_F(FiresCommandTest, BritishColumbiaNamesItsFires) {
-  const FiresRun text = run("--at 50.5,-120.5");
+  const ProgramRun text = run("--at 50.5,-120.5");
   ASSERT_EQ(text.exitCode, 0);
   EXPECT_NE(text.out.find("Tranquille Creek  wildfire"), std::string::npos) << text.out;
   EXPECT_NE(text.out.find("outOfControl"), std::string::npos) << text.out;
@@ -105,13 +79,13 @@ TEST_F(FiresCommandTest, OneFailingServiceLeavesTheOthers) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.faults);
-    const FiresRun json = run("--at 39.5,-121.5 --radius 300 --json", c.faults);
+    const ProgramRun json = run("--at 39.5,-121.5 --radius 300 --json", c.faults);
     ASSERT_EQ(json.exitCode, 0) << json.out;
     for (const auto& [service, state] : states(parseJson(json.out))) {
       EXPECT_EQ(state, c.failing.count(service) ? c.state : "complete") << service;
     }
   }
-  const FiresRun text = run("--at 39.5,-121.5 --radius 300", "nifc.*=status=429,retry-after=120");
+  const ProgramRun text = run("--at 39.5,-121.5 --radius 300", "nifc.*=status=429,retry-after=120");
   EXPECT_NE(text.out.find("NIFC incidents: cooling down until"), std::string::npos) << text.out;
   EXPECT_NE(text.out.find("Cedar Fire"), std::string::npos) << text.out;
   // Every service down: nothing answered.

@@ -328,7 +328,7 @@ int run(const ForecastOptions& options) {
                            ::getpid()));
   stopped.wait();
   printer.line("stopping");
-  sourceToken.reset();
+  sourceToken.cancel();
   pipeline.shutdown();
   boost::system::error_code ignored;
   signals.cancel(ignored);

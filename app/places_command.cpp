@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "app/command_report.hpp"
 #include "app/commands.hpp"
 #include "app/failure_text.hpp"
 #include "app/global_options.hpp"
@@ -298,26 +299,14 @@ int home(const SavedOptions& options) {
 }
 
 // Runs a subcommand and turns its failures into one line on stderr and the exit code.
-template <class Run>
-void report(const char* name, Run run) {
-  try {
-    setExitCode(run());
-  } catch (const InvalidPlaceQuery& error) {
-    logf("ombrine places {}: {}", name, error.what());
-    setExitCode(2);
-  } catch (const DomainError& error) {
-    logf("ombrine places {}: {}", name, failureText(std::current_exception()));
-    setExitCode(1);
-  } catch (const SavedPlaceNotFound& error) {
-    logf("ombrine places {}: {}", name, error.what());
-    setExitCode(1);
-  } catch (const FileError& error) {
-    logf("ombrine places {}: a file cannot be read or written: {}", name, error.what());
-    setExitCode(1);
-  } catch (const CloudStoreQuotaError& error) {
-    logf("ombrine places {}: {}", name, error.what());
-    setExitCode(1);
-  }
+void report(const char* name, const std::function<int()>& run) {
+  static const CommandReporting reporting{{wordAs<InvalidPlaceQuery>(2), wordByFailureText<DomainError>(),
+                                           wordAs<SavedPlaceNotFound>(1),
+                                           wordAs<FileError>(1, "a file cannot be read or written: "),
+                                           wordAs<CloudStoreQuotaError>(1)},
+                                          "the weather service",
+                                          false};
+  runReporting(std::string("places ") + name, run, reporting);
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 
+#include "app/command_report.hpp"
 #include "app/commands.hpp"
 #include "app/global_options.hpp"
 #include "core/iso8601.hpp"
@@ -222,20 +223,13 @@ int restore(const Options& options) {
   return 0;
 }
 
-template <class Run>
-void report(const char* name, Run run) {
-  try {
-    setExitCode(run());
-  } catch (const UsageError& error) {
-    logf("ombrine settings {}: {}", name, error.what());
-    setExitCode(2);
-  } catch (const PropertyListError& error) {
-    logf("ombrine settings {}: the backup cannot be read: {}", name, error.what());
-    setExitCode(1);
-  } catch (const std::runtime_error& error) {
-    logf("ombrine settings {}: {}", name, error.what());
-    setExitCode(1);
-  }
+void report(const char* name, const std::function<int()>& run) {
+  static const CommandReporting reporting{{wordAs<UsageError>(2),
+                                           wordAs<PropertyListError>(1, "the backup cannot be read: "),
+                                           wordAs<std::runtime_error>(1)},
+                                          "the weather service",
+                                          false};
+  runReporting(std::string("settings ") + name, run, reporting);
 }
 
 }  // namespace

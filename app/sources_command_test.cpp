@@ -2,54 +2,27 @@
 // each run in a container, caches and configuration of its own.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <unistd.h>
 
-#include <array>
-#include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <span>
-#include <sstream>
 #include <string>
 
 #include "core/one_call_weather_json.hpp"
 #include "core/weather_derived.hpp"
+#include "platform/testing/program_sandbox.hpp"
 
 namespace ombrine {
 namespace {
 
-struct ProgramRun {
-  int exitCode = -1;
-  std::string out;
-  std::string err;
-};
-
 // Runs the program with `arguments` in a fresh scratch container (no credentials at all).
 ProgramRun runIsolated(const std::string& arguments, const std::string& environment = "") {
-  char pattern[] = "/tmp/ombrine-sources-test-XXXXXX";
-  const std::filesystem::path root = ::mkdtemp(pattern);
-  const std::string command =
-      "env -u OMBRINE_FORECA_TOKEN -u OMBRINE_OPENWEATHER_KEY -u OMBRINE_WEATHERKIT_KEY_FILE -u OMBRINE_SERVICES "
-      "OMBRINE_CONTAINER=" + (root / "group").string() + " XDG_CACHE_HOME=" + (root / "cache").string() +
-      " XDG_CONFIG_HOME=" + (root / "config").string() + " XDG_DATA_HOME=" + (root / "data").string() +
-      " OMBRINE_SYNC_DIR=" + (root / "sync").string() + " NO_COLOR=1 " + environment + " " OMBRINE_PROGRAM " " +
-      arguments + " 2>" + (root / "stderr").string();
-  ProgramRun run;
-  if (FILE* pipe = ::popen(command.c_str(), "r")) {
-    std::array<char, 4096> buffer;
-    size_t n;
-    while ((n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0) run.out.append(buffer.data(), n);
-    const int status = ::pclose(pipe);
-    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-  std::ifstream err(root / "stderr");
-  std::stringstream text;
-  text << err.rdbuf();
-  run.err = text.str();
-  std::filesystem::remove_all(root);
-  return run;
+  const ProgramSandbox sandbox("ombrine-sources-test");
+  // The credentials the caller may have are unset first; `environment` comes after them.
+  const std::string program =
+      "env -u OMBRINE_FORECA_TOKEN -u OMBRINE_OPENWEATHER_KEY -u OMBRINE_WEATHERKIT_KEY_FILE -u OMBRINE_SERVICES " +
+      environment + " " OMBRINE_PROGRAM;
+  return sandbox.run(program, arguments);
 }
 
 // The service a record names in its attribution.

@@ -3,6 +3,7 @@
 #include <iostream>
 #include <memory>
 
+#include "app/command_report.hpp"
 #include "app/commands.hpp"
 #include "app/failure_text.hpp"
 #include "app/global_options.hpp"
@@ -107,18 +108,11 @@ int show(const StormsOptions& options) {
 }
 
 void report(const std::function<int()>& command) {
-  try {
-    setExitCode(command());
-  } catch (const InvalidPlaceQuery& error) {
-    logf("ombrine storms: {}", error.what());
-    setExitCode(2);
-  } catch (const ActiveStormFetchError&) {
-    logf("ombrine storms: no usable storm data: neither NHC nor JTWC answered in full");
-    setExitCode(1);
-  } catch (const std::exception& error) {
-    logf("ombrine storms: {}", failureText(std::current_exception(), "the storm service"));
-    setExitCode(1);
-  }
+  static const CommandReporting reporting{
+      {wordAs<InvalidPlaceQuery>(2),
+       wordAs<ActiveStormFetchError>(1, {}, "no usable storm data: neither NHC nor JTWC answered in full")},
+      "the storm service"};
+  runReporting("storms", command, reporting);
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "app/command_report.hpp"
 #include "app/commands.hpp"
 #include "app/global_options.hpp"
 #include "app/global_options.hpp"
@@ -473,35 +474,15 @@ int remove(const std::string& named) {
 }
 
 // Runs a subcommand and turns its failures into one line on stderr and the exit code.
-template <class Run>
-void report(const char* name, Run run) {
-  try {
-    setExitCode(run());
-  } catch (const TripRejectedError& error) {
-    logf("ombrine trips {}: {}", name, error.what());
-    setExitCode(2);
-  } catch (const UsageError& error) {
-    logf("ombrine trips {}: {}", name, error.what());
-    setExitCode(2);
-  } catch (const InvalidPlaceQuery& error) {
-    logf("ombrine trips {}: {}", name, error.what());
-    setExitCode(2);
-  } catch (const NoSuchTrip& error) {
-    logf("ombrine trips {}: {}", name, error.what());
-    setExitCode(2);
-  } catch (const AmbiguousTrip& error) {
-    logf("ombrine trips {}: {}", name, error.what());
-    setExitCode(2);
-  } catch (const TripRemovedError& error) {
-    logf("ombrine trips {}: {}", name, error.what());
-    setExitCode(1);
-  } catch (const FileError& error) {
-    logf("ombrine trips {}: the trips cannot be read or written: {}", name, error.what());
-    setExitCode(1);
-  } catch (const CloudStoreQuotaError& error) {
-    logf("ombrine trips {}: {}", name, error.what());
-    setExitCode(1);
-  }
+void report(const char* name, const std::function<int()>& run) {
+  static const CommandReporting reporting{{wordAs<TripRejectedError>(2), wordAs<UsageError>(2),
+                                           wordAs<InvalidPlaceQuery>(2), wordAs<NoSuchTrip>(2),
+                                           wordAs<AmbiguousTrip>(2), wordAs<TripRemovedError>(1),
+                                           wordAs<FileError>(1, "the trips cannot be read or written: "),
+                                           wordAs<CloudStoreQuotaError>(1)},
+                                          "the weather service",
+                                          false};
+  runReporting(std::string("trips ") + name, run, reporting);
 }
 
 void addPlaceOptions(CLI::App& command, PlaceOptions& options) {

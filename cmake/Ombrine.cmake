@@ -1,6 +1,10 @@
 # Project-wide flags and the helpers every folder uses to declare its targets.
 
 set(OMBRINE_WARNINGS -Wall -Wextra -Wpedantic -Wno-unused-parameter)
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  # Checks the GUARDED_BY/REQUIRES annotations of platform/thread_annotations.hpp.
+  list(APPEND OMBRINE_WARNINGS -Wthread-safety)
+endif()
 set(OMBRINE_SOURCE_DIR "${CMAKE_CURRENT_SOURCE_DIR}")
 
 if(OMBRINE_SANITIZE)

@@ -21,32 +21,5 @@ TEST(AirQualityTest, EachBandIncludesItsUpperBound) {
   }
 }
 
-TEST(AirQualityTest, LabelsAndColoursPerBand) {
-  struct Row {
-    R range;
-    std::string_view label;
-    std::string_view color;
-  };
-  const Row rows[] = {
-      {R::good, "Good", "green"},
-      {R::moderate, "Moderate", "yellow"},
-      {R::sensitive, "Unhealthy for Sensitive Groups", "orange"},
-      {R::unhealthy, "Unhealthy", "red"},
-      {R::veryUnhealthy, "Very Unhealthy", "purple"},
-      {R::hazardous, "Hazardous", "brown"},
-  };
-  ASSERT_EQ(std::size(rows), kAirQualityRanges.size());
-  for (size_t i = 0; i < kAirQualityRanges.size(); ++i) {
-    EXPECT_EQ(kAirQualityRanges[i], rows[i].range);  // lowest band first
-    EXPECT_EQ(label(rows[i].range), rows[i].label);
-    EXPECT_EQ(colorName(rows[i].range), rows[i].color);
-  }
-  // The gradient doubles both ends of the scale.
-  EXPECT_EQ(kAirQualityGradientStops[0], R::good);
-  EXPECT_EQ(kAirQualityGradientStops[1], R::good);
-  EXPECT_EQ(kAirQualityGradientStops[6], R::hazardous);
-  EXPECT_EQ(kAirQualityGradientStops[7], R::hazardous);
-}
-
 }  // namespace
 }  // namespace ombrine

@@ -28,6 +28,7 @@
 #include "platform/clock.hpp"
 #include "platform/coroutines.hpp"
 #include "platform/errors.hpp"
+#include "platform/thread_annotations.hpp"
 
 namespace ombrine {
 
@@ -53,18 +54,18 @@ class AsyncDeadlineCoordinator {
 
  private:
   struct State {
-    std::mutex lock;
-    ResolveOnce<T> resolution;  // continuation, pendingResult, isResolved
-    SpawnedTask operationTask;
-    SpawnedTask deadlineTask;
-    bool hasRun = false;
+    Mutex lock;
+    ResolveOnce<T> resolution GUARDED_BY(lock);  // continuation, pendingResult, isResolved
+    SpawnedTask operationTask GUARDED_BY(lock);
+    SpawnedTask deadlineTask GUARDED_BY(lock);
+    bool hasRun GUARDED_BY(lock) = false;
 
     void resolve(Outcome<T> outcome) {
       typename ResolveOnce<T>::Delivery delivery;
       SpawnedTask operation;
       SpawnedTask deadline;
       {
-        std::lock_guard guard(lock);
+        MutexLock guard(lock);
         if (resolution.isResolved()) return;
         delivery = resolution.resolve(std::move(outcome));
         operation = operationTask;
@@ -90,7 +91,7 @@ template <class T>
 Task<T> AsyncDeadlineCoordinator<T>::run(Operation operation, Clock::Duration deadline) {
   auto state = state_;
   {
-    std::lock_guard guard(state->lock);
+    MutexLock guard(state->lock);
     if (state->hasRun) throw std::logic_error("AsyncDeadlineCoordinator::run called twice");
     state->hasRun = true;
   }
@@ -103,7 +104,7 @@ Task<T> AsyncDeadlineCoordinator<T>::run(Operation operation, Clock::Duration de
         typename ResolveOnce<T>::Delivery early;
         bool resolved = false;
         {
-          std::lock_guard guard(state->lock);
+          MutexLock guard(state->lock);
           early = state->resolution.install(std::move(continuation));
           resolved = state->resolution.isResolved();
         }
@@ -124,7 +125,7 @@ void AsyncDeadlineCoordinator<T>::State::startTasks(const Executor& executor, Cl
   auto deadlineSide = SpawnedTask::prepare(executor);
   bool resolved = false;
   {
-    std::lock_guard guard(lock);
+    MutexLock guard(lock);
     resolved = resolution.isResolved();
     operationTask = operationSide;
     deadlineTask = deadlineSide;

@@ -32,6 +32,7 @@
 #include "core/resolve_once.hpp"
 #include "platform/coroutines.hpp"
 #include "platform/errors.hpp"
+#include "platform/thread_annotations.hpp"
 
 namespace ombrine {
 
@@ -42,24 +43,24 @@ namespace detail {
 // `lock`; the cancel request they return is called after it is released.
 class CallbackCoordinatorCore {
  public:
-  std::mutex lock;
+  Mutex lock;
 
-  void setCancelRequestLocked(std::function<void()> cancelRequest);
-  bool cancellationRequestedLocked() const noexcept { return cancellationRequested_; }
+  void setCancelRequestLocked(std::function<void()> cancelRequest) REQUIRES(lock);
+  bool cancellationRequestedLocked() const noexcept REQUIRES(lock) { return cancellationRequested_; }
   // The first request of cancellation; false for later ones. `toCall` receives the cancel
   // request when the work has started.
-  bool requestCancellationLocked(std::function<void()>& toCall);
+  bool requestCancellationLocked(std::function<void()>& toCall) REQUIRES(lock);
   // After `start` returned: `toCall` receives the cancel request when a cancellation came first.
-  void markStartedLocked(std::function<void()>& toCall);
+  void markStartedLocked(std::function<void()>& toCall) REQUIRES(lock);
 
   // Calls a cancel request taken out above; a failure of it is logged, not raised.
   static void callCancelRequest(const std::function<void()>& cancelRequest) noexcept;
 
  private:
-  std::function<void()> cancelRequest_;
-  bool hasStarted_ = false;
-  bool cancellationRequested_ = false;
-  bool didCancelRequest_ = false;
+  std::function<void()> cancelRequest_ GUARDED_BY(lock);
+  bool hasStarted_ GUARDED_BY(lock) = false;
+  bool cancellationRequested_ GUARDED_BY(lock) = false;
+  bool didCancelRequest_ GUARDED_BY(lock) = false;
 };
 
 }  // namespace detail
@@ -111,13 +112,13 @@ class CancellableCallbackCoordinator {
 
  private:
   struct State : detail::CallbackCoordinatorCore {
-    ResolveOnce<T> resolution;  // continuation, pendingResult, isResolved
-    bool hasRun = false;
+    ResolveOnce<T> resolution GUARDED_BY(lock);  // continuation, pendingResult, isResolved
+    bool hasRun GUARDED_BY(lock) = false;
 
     void resolve(Outcome<T> outcome) {
       typename ResolveOnce<T>::Delivery delivery;
       {
-        std::lock_guard guard(lock);
+        MutexLock guard(lock);
         delivery = resolution.resolve(std::move(outcome));
       }
       std::move(delivery)();
@@ -127,7 +128,7 @@ class CancellableCallbackCoordinator {
       std::function<void()> cancelRequest;
       typename ResolveOnce<T>::Delivery delivery;
       {
-        std::lock_guard guard(lock);
+        MutexLock guard(lock);
         if (!requestCancellationLocked(cancelRequest)) return;
         delivery =
             resolution.resolve(Outcome<T>::failure(std::make_exception_ptr(CancellationError())));
@@ -142,7 +143,7 @@ class CancellableCallbackCoordinator {
       typename ResolveOnce<T>::Delivery early;
       bool startWork = false;
       {
-        std::lock_guard guard(lock);
+        MutexLock guard(lock);
         early = resolution.install(std::move(continuation));
         startWork = !resolution.isResolved() && !cancellationRequestedLocked();
       }
@@ -157,7 +158,7 @@ class CancellableCallbackCoordinator {
       }
       std::function<void()> cancelRequest;
       {
-        std::lock_guard guard(lock);
+        MutexLock guard(lock);
         markStartedLocked(cancelRequest);
       }
       callCancelRequest(cancelRequest);
@@ -171,7 +172,7 @@ template <class T>
 Task<T> CancellableCallbackCoordinator<T>::run(Start start, Cancel cancel) {
   auto state = state_;
   {
-    std::lock_guard guard(state->lock);
+    MutexLock guard(state->lock);
     if (state->hasRun) throw std::logic_error("CancellableCallbackCoordinator::run called twice");
     state->hasRun = true;
     state->setCancelRequestLocked(std::move(cancel));

@@ -51,7 +51,7 @@ class DeviceCloudStore final : public CloudKeyValueStore {
     local_ = cloud_->values;
     return true;
   }
-  std::shared_ptr<void> observeExternalChanges(Observer) override { return nullptr; }
+  Subscription observeExternalChanges(Observer) override { return {}; }
   std::optional<StoreValue> changeValue(std::string_view key, const ValueChange& change) override {
     std::optional<StoreValue> next = change(value(key));
     setValue(key, next);

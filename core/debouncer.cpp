@@ -4,19 +4,6 @@
 
 namespace ombrine {
 
-Observation& Observation::operator=(Observation&& other) noexcept {
-  if (this != &other) {
-    reset();
-    end_ = std::exchange(other.end_, nullptr);
-  }
-  return *this;
-}
-
-void Observation::reset() noexcept {
-  auto end = std::exchange(end_, nullptr);
-  if (end) end();
-}
-
 namespace detail {
 
 void logDebounceFailure(std::exception_ptr error) noexcept {

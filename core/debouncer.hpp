@@ -16,7 +16,6 @@
 #include <cstdint>
 #include <exception>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -25,26 +24,10 @@
 
 #include "platform/clock.hpp"
 #include "platform/coroutines.hpp"
+#include "platform/observer_list.hpp"
+#include "platform/thread_annotations.hpp"
 
 namespace ombrine {
-
-// Keeps an observer registered while it lives. Move-only; destroying or resetting it removes
-// the observer (a notification already in flight on another thread may still arrive).
-class Observation {
- public:
-  Observation() = default;
-  explicit Observation(std::function<void()> end) : end_(std::move(end)) {}
-  Observation(Observation&& other) noexcept : end_(std::exchange(other.end_, nullptr)) {}
-  Observation& operator=(Observation&& other) noexcept;
-  Observation(const Observation&) = delete;
-  Observation& operator=(const Observation&) = delete;
-  ~Observation() { reset(); }
-
-  void reset() noexcept;
-
- private:
-  std::function<void()> end_;
-};
 
 namespace detail {
 // Logs the failure of a debounced notification ("Debouncer observer failed: ...").
@@ -67,7 +50,7 @@ class Debouncer {
   ~Debouncer() {
     SpawnedTask pending;
     {
-      std::lock_guard guard(state_->lock);
+      MutexLock guard(state_->lock);
       pending = std::exchange(state_->pending, SpawnedTask());
       ++state_->generation;
     }
@@ -75,26 +58,24 @@ class Debouncer {
   }
 
   T item() const {
-    std::lock_guard guard(state_->lock);
+    MutexLock guard(state_->lock);
     return state_->item;
   }
 
   T debounced() const {
-    std::lock_guard guard(state_->lock);
+    MutexLock guard(state_->lock);
     return state_->debounced;
   }
 
   void setItem(T value) {
     auto settleTask = SpawnedTask::prepare(main_);
     SpawnedTask previous;
-    std::vector<Observer> observers;
     std::uint64_t generation = 0;
     {
-      std::lock_guard guard(state_->lock);
+      MutexLock guard(state_->lock);
       state_->item = value;
       generation = ++state_->generation;
       previous = std::exchange(state_->pending, settleTask);
-      observers = State::snapshot(state_->itemObservers);
     }
     previous.cancel();
     const auto due = clock_.uptime() + interval_;
@@ -102,74 +83,44 @@ class Debouncer {
       if (error && !isCancellation(error)) detail::logDebounceFailure(error);
     };
     settleTask.start(settle(state_, clock_, due, generation), onSettled);
-    for (auto& observer : observers) observer(value);
+    state_->itemObservers.notify(value);
   }
 
-  [[nodiscard]] Observation observeItem(Observer observer) {
-    return observe(&State::itemObservers, std::move(observer));
-  }
-  [[nodiscard]] Observation observeDebounced(Observer observer) {
-    return observe(&State::debouncedObservers, std::move(observer));
+  [[nodiscard]] Subscription observeItem(Observer observer) { return state_->itemObservers.add(std::move(observer)); }
+  [[nodiscard]] Subscription observeDebounced(Observer observer) {
+    return state_->debouncedObservers.add(std::move(observer));
   }
 
  private:
-  using Observers = std::map<std::uint64_t, Observer>;
-
   struct State {
     explicit State(const T& initial) : item(initial), debounced(initial) {}
 
-    static std::vector<Observer> snapshot(const Observers& observers) {
-      std::vector<Observer> copy;
-      copy.reserve(observers.size());
-      for (const auto& [id, observer] : observers) copy.push_back(observer);
-      return copy;
-    }
-
-    mutable std::mutex lock;
-    T item;
-    T debounced;
+    mutable Mutex lock;
+    T item GUARDED_BY(lock);
+    T debounced GUARDED_BY(lock);
     // Moves with every write; a settle for an older write does nothing.
-    std::uint64_t generation = 0;
-    SpawnedTask pending;
-    std::uint64_t nextObserver = 0;
-    Observers itemObservers;
-    Observers debouncedObservers;
+    std::uint64_t generation GUARDED_BY(lock) = 0;
+    SpawnedTask pending GUARDED_BY(lock);
+    ObserverList<Observer> itemObservers;
+    ObserverList<Observer> debouncedObservers;
   };
-
-  Observation observe(Observers State::*list, Observer observer) {
-    std::uint64_t id = 0;
-    {
-      std::lock_guard guard(state_->lock);
-      id = state_->nextObserver++;
-      ((*state_).*list).emplace(id, std::move(observer));
-    }
-    std::weak_ptr<State> weak = state_;
-    return Observation([weak, list, id] {
-      if (auto state = weak.lock()) {
-        std::lock_guard guard(state->lock);
-        ((*state).*list).erase(id);
-      }
-    });
-  }
 
   static Task<void> settle(std::weak_ptr<State> weak, Clock& clock, Clock::Uptime due,
                            std::uint64_t generation) {
     co_await clock.sleep(due - clock.uptime());
     auto state = weak.lock();
     if (!state) co_return;
-    std::vector<Observer> observers;
     std::optional<T> value;
     {
-      std::lock_guard guard(state->lock);
+      MutexLock guard(state->lock);
       if (state->generation == generation) {
         state->debounced = state->item;
         state->pending = SpawnedTask();
         value = state->debounced;
-        observers = State::snapshot(state->debouncedObservers);
       }
     }
     if (!value) co_return;
-    for (auto& observer : observers) observer(*value);
+    state->debouncedObservers.notify(*value);
   }
 
   Clock& clock_;

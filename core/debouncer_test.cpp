@@ -105,7 +105,7 @@ TEST(DebouncerTest, EndedObservationAndDestructionStopNotifications) {
     drain(main);
     clock.advance(1s);
     drain(main);
-    observation.reset();
+    observation.cancel();
     debouncer.setItem("unobserved");
     drain(main);
     clock.advance(1s);

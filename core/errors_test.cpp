@@ -32,12 +32,5 @@ TEST(ErrorsTest, CancellationIsRecognisedAndNeverConfusedWithOtherFailures) {
   }
 }
 
-TEST(ErrorsTest, DomainErrorKeepsDomainAndCode) {
-  DomainError error(kNoResultErrorDomain, kNoResultErrorCode);
-  EXPECT_EQ(error.domain(), "No result");
-  EXPECT_EQ(error.code(), 6000);
-  EXPECT_STREQ(NetworkError(NetworkError::invalidResponse).what(), "NetworkError.invalidResponse");
-}
-
 }  // namespace
 }  // namespace ombrine

@@ -19,6 +19,8 @@
 
 #include "core/uuid.hpp"
 #include "core/weather_data_source.hpp"
+#include "platform/observer_list.hpp"
+#include "platform/thread_annotations.hpp"
 
 namespace ombrine {
 
@@ -45,7 +47,7 @@ enum class ProviderSettingsChange {
 // Context: every member may be called from any thread. Observers are called on whatever thread
 // made (or noticed) the change, never while the implementation holds a lock; a receiver that
 // owns state on a serial context posts to it. An observer stays registered while the returned
-// token lives; dropping the token unregisters it.
+// subscription lives (platform/observer_list.hpp).
 class ProviderSettings {
  public:
   using Observer = std::function<void(ProviderSettingsChange)>;
@@ -58,7 +60,7 @@ class ProviderSettings {
   // Clears the pending request when its id equals `id`; otherwise does nothing. Never raises:
   // a store that cannot persist the clearing logs and keeps going.
   virtual void completeImmediateFetch(const Uuid& id) = 0;
-  virtual std::shared_ptr<void> observeProviderChanges(Observer observer) = 0;
+  [[nodiscard]] virtual Subscription observeProviderChanges(Observer observer) = 0;
 };
 
 // ProviderSettings held in memory for the life of the object: the preference of one command
@@ -70,7 +72,7 @@ class SessionProviderSettings final : public ProviderSettings {
   WeatherDataSource dataSource() const override;
   std::optional<ImmediateWeatherProviderFetchRequest> pendingImmediateWeatherProviderFetchRequest() const override;
   void completeImmediateFetch(const Uuid& id) override;
-  std::shared_ptr<void> observeProviderChanges(Observer observer) override;
+  [[nodiscard]] Subscription observeProviderChanges(Observer observer) override;
 
   // Changes the preference; observers hear of it only when it differs.
   void setDataSource(WeatherDataSource source);
@@ -78,13 +80,10 @@ class SessionProviderSettings final : public ProviderSettings {
   ImmediateWeatherProviderFetchRequest requestImmediateFetch(WeatherDataSource provider);
 
  private:
-  struct Registry;
-  void notify(ProviderSettingsChange change);
-
-  mutable std::mutex mutex_;
-  WeatherDataSource dataSource_;
-  std::optional<ImmediateWeatherProviderFetchRequest> pending_;
-  std::shared_ptr<Registry> registry_;
+  mutable Mutex mutex_;
+  WeatherDataSource dataSource_ GUARDED_BY(mutex_);
+  std::optional<ImmediateWeatherProviderFetchRequest> pending_ GUARDED_BY(mutex_);
+  ObserverList<Observer> observers_;
 };
 
 }  // namespace ombrine

@@ -74,7 +74,7 @@ TEST(SessionProviderSettingsTest, CompletingOnlyClearsTheMatchingRequestAndKeeps
       ProviderSettingsChange::immediateRequest, ProviderSettingsChange::dataSource};
   EXPECT_EQ(heard, expected);
 
-  token.reset();
+  token.cancel();
   settings.setDataSource(WeatherDataSource::apple);
   EXPECT_EQ(heard.size(), expected.size()) << "a dropped token unregisters";
 }

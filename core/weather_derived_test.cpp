@@ -296,32 +296,14 @@ TEST_F(WeatherDerivedTest, WeatherStateCoversEveryBranch) {
   EXPECT_EQ(weatherState(placeholder, now), S::placeholder);
 }
 
-TEST_F(WeatherDerivedTest, PlaceholderHoldsTheListedValues) {
+TEST_F(WeatherDerivedTest, PlaceholderHoursAndDaysFollowTheLocalDayAcrossDaylightSaving) {
   // 2024-03-10 09:30 in New York (13:30 UTC), the day clocks went forward at 02:00.
   const Date now = Date::fromUnix(1710077400.0);
   const TimeZone zone = *TimeZone::named("America/New_York");
   const OneCallWeather weather = placeholderWeather(zone, now);
   EXPECT_TRUE(weather.isPlaceholder);
   EXPECT_EQ(weather.timeZone, zone);
-  const auto& c = weather.current;
-  EXPECT_EQ(c.dt, now);
-  EXPECT_EQ(c.temp, Temperature::celsius(19));
-  EXPECT_EQ(c.feelsLike, Temperature::celsius(20));
-  EXPECT_EQ(c.dewPoint, Temperature::celsius(18));
-  EXPECT_EQ(c.pressure, 1000);
-  EXPECT_EQ(c.uvi, 1.0);
-  EXPECT_EQ(c.humidity, 65);
-  EXPECT_EQ(c.clouds, 0);
-  EXPECT_EQ(c.visibility, 10000);
-  EXPECT_EQ(c.windSpeed, Speed::metersPerSecond(0));
-  EXPECT_EQ(c.windDeg, Angle::degrees(180));
-  ASSERT_EQ(c.weather.size(), 1u);
-  EXPECT_EQ(c.weather[0], (Glyph{803, "Clouds", "broken clouds", "cloud.sun", true}));
-  EXPECT_EQ(c.airQuality->aqi, 40);
-  EXPECT_EQ(weather.minutely, std::nullopt);
-  EXPECT_EQ(weather.alerts, std::nullopt);
-  EXPECT_EQ(weather.attribution, std::nullopt);
-  EXPECT_EQ(weather.tideData, std::nullopt);
+  EXPECT_EQ(weather.current.dt, now);
 
   // The local day began at 00:00 EST (05:00 UTC): 48 hours from there, those before 09:30 EDT
   // dropped (00:00 ... 09:00 local is nine entries, 02:00 did not exist), and each on the hour.
@@ -340,32 +322,6 @@ TEST_F(WeatherDerivedTest, PlaceholderHoldsTheListedValues) {
   // A moment exactly on the hour keeps that hour.
   EXPECT_EQ(placeholderWeather(TimeZone::gmt(), Date::fromUnix(1710075600.0)).hourly.front().dt,
             Date::fromUnix(1710075600.0));
-}
-
-TEST_F(WeatherDerivedTest, DemonstrationRecordCarriesTheAlert) {
-  const Date now = Date::fromUnix(1710077400.0);
-  const OneCallWeather weather = demonstrationWeather(TimeZone::gmt(), now);
-  EXPECT_FALSE(weather.isPlaceholder);
-  EXPECT_EQ(weather.current.weather[0].main, "Plasma Waves");
-  EXPECT_EQ(weather.current.weather[0].description, "solar flares");
-  EXPECT_EQ(weather.current.weather[0].symbolName, "sun.max");
-  EXPECT_GE(weather.current.temp.measurement, 430.0);
-  EXPECT_LE(weather.current.feelsLike.measurement, 432.0);
-  EXPECT_EQ(weather.daily.size(), 10u);
-  ASSERT_TRUE(weather.alerts);
-  ASSERT_EQ(weather.alerts->size(), 1u);
-  const auto& alert = weather.alerts->front();
-  EXPECT_EQ(alert.event, "Extreme weather warning");
-  EXPECT_EQ(alert.start, Date::distantPast());
-  EXPECT_EQ(alert.end, Date::distantFuture());
-  EXPECT_EQ(alert.description,
-            "The planet is currently experiencing severe and hostile weather conditions that may pose a significant "
-            "threat to any spacecraft or inhabitants in the area. In addition to the extreme temperatures, Ombrine is "
-            "also subject to intense solar radiation and solar flares that can disrupt communication systems and cause "
-            "power outages. It is strongly advised that all personnel on the planet take the necessary precautions to "
-            "protect themselves and their equipment.\n\nIf you are planning to travel to or from Ombrine, please be "
-            "aware that these conditions can affect spacecraft and may cause delays or cancellations.");
-  EXPECT_EQ(weatherState(weather, now), WeatherState::hotDay);
 }
 
 }  // namespace

@@ -26,7 +26,6 @@
 
 #include <exception>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -36,9 +35,10 @@
 #include <utility>
 #include <vector>
 
-#include "core/debouncer.hpp"
 #include "platform/cloud_key_value_store.hpp"
 #include "platform/log.hpp"
+#include "platform/observer_list.hpp"
+#include "platform/thread_annotations.hpp"
 
 namespace ombrine {
 
@@ -78,15 +78,15 @@ class CloudValueStore {
   CloudValueStore(const CloudValueStore&) = delete;
   CloudValueStore& operator=(const CloudValueStore&) = delete;
   // Stops the cloud observation first (waiting for an external change being applied).
-  ~CloudValueStore() { cloudObservation_.reset(); }
+  ~CloudValueStore() { cloudObservation_.cancel(); }
 
   T value() const {
-    std::lock_guard guard(state_->mutex);
+    MutexLock guard(state_->mutex);
     return state_->value;
   }
 
   bool isApplyingExternalKeyValueStoreUpdate() const {
-    std::lock_guard guard(state_->mutex);
+    MutexLock guard(state_->mutex);
     return state_->applyingThread == std::this_thread::get_id();
   }
 
@@ -109,7 +109,7 @@ class CloudValueStore {
       changeMemory([&](T& value) { change(value); });
       return;
     }
-    std::unique_lock writing(writeMutex_);
+    MutexLock writing(writeMutex_);
     std::optional<T> outcome;
     std::optional<std::string> encodingFailure;
     const CloudKeyValueStore::ValueChange keyed =
@@ -133,7 +133,7 @@ class CloudValueStore {
     // Memory in the order of the writes; observers after the lock, so they may change it in turn.
     bool changed = false;
     {
-      std::lock_guard guard(state_->mutex);
+      MutexLock guard(state_->mutex);
       changed = !(state_->value == *outcome);
       if (changed) state_->value = *outcome;
     }
@@ -141,31 +141,15 @@ class CloudValueStore {
     if (changed) notify(*outcome);
   }
 
-  [[nodiscard]] Observation observe(Observer observer) {
-    std::uint64_t id = 0;
-    {
-      std::lock_guard guard(state_->mutex);
-      id = state_->nextObserver++;
-      state_->observers.emplace(id, std::move(observer));
-    }
-    std::weak_ptr<State> weak = state_;
-    return Observation([weak, id] {
-      if (auto state = weak.lock()) {
-        std::lock_guard guard(state->mutex);
-        state->observers.erase(id);
-      }
-    });
-  }
+  [[nodiscard]] Subscription observe(Observer observer) { return observers_.add(std::move(observer)); }
 
   const std::string& key() const noexcept { return codec_.key; }
 
  private:
   struct State {
-    mutable std::mutex mutex;
-    T value{};
-    std::thread::id applyingThread;
-    std::uint64_t nextObserver = 0;
-    std::map<std::uint64_t, Observer> observers;
+    mutable Mutex mutex;
+    T value GUARDED_BY(mutex){};
+    std::thread::id applyingThread GUARDED_BY(mutex);
   };
 
   std::optional<std::string> storedBytes() const {
@@ -205,7 +189,7 @@ class CloudValueStore {
   void changeMemory(const std::function<void(T&)>& change) {
     T changed;
     {
-      std::lock_guard guard(state_->mutex);
+      MutexLock guard(state_->mutex);
       T next = state_->value;
       change(next);
       if (next == state_->value) return;
@@ -235,31 +219,25 @@ class CloudValueStore {
       return;
     }
     {
-      std::lock_guard guard(state_->mutex);
+      MutexLock guard(state_->mutex);
       if (next == state_->value) return;
       state_->value = next;
       state_->applyingThread = std::this_thread::get_id();
     }
     notify(next);
-    std::lock_guard guard(state_->mutex);
+    MutexLock guard(state_->mutex);
     state_->applyingThread = std::thread::id();
   }
 
-  void notify(const T& value) {
-    std::vector<Observer> observers;
-    {
-      std::lock_guard guard(state_->mutex);
-      for (const auto& [id, observer] : state_->observers) observers.push_back(observer);
-    }
-    for (auto& observer : observers) observer(value);
-  }
+  void notify(const T& value) { observers_.notify(value); }
 
   CloudKeyValueStore& cloud_;
   const CloudValueCodec<T> codec_;
   // Keeps the order of cloud writes that of memory changes; never held while observers run.
-  std::mutex writeMutex_;
+  Mutex writeMutex_;
   std::shared_ptr<State> state_;
-  std::shared_ptr<void> cloudObservation_;
+  ObserverList<Observer> observers_;
+  Subscription cloudObservation_;
 };
 
 }  // namespace ombrine

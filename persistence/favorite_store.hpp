@@ -36,7 +36,7 @@ class FavoriteStore {
   // Removes the saved place with this id; false when there was none.
   bool remove(const Uuid& id);
   bool isApplyingExternalKeyValueStoreUpdate() const { return store_.isApplyingExternalKeyValueStoreUpdate(); }
-  [[nodiscard]] Observation observe(CloudValueStore<std::vector<FavoriteLocation>>::Observer observer) {
+  [[nodiscard]] Subscription observe(CloudValueStore<std::vector<FavoriteLocation>>::Observer observer) {
     return store_.observe(std::move(observer));
   }
 
@@ -53,7 +53,7 @@ class HomeStore {
   std::optional<FavoriteLocation> home() const { return store_.value(); }
   void setHome(std::optional<FavoriteLocation> home) { store_.setValue(std::move(home)); }
   bool isApplyingExternalKeyValueStoreUpdate() const { return store_.isApplyingExternalKeyValueStoreUpdate(); }
-  [[nodiscard]] Observation observe(CloudValueStore<std::optional<FavoriteLocation>>::Observer observer) {
+  [[nodiscard]] Subscription observe(CloudValueStore<std::optional<FavoriteLocation>>::Observer observer) {
     return store_.observe(std::move(observer));
   }
 

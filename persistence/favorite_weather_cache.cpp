@@ -12,6 +12,7 @@
 #include "persistence/coordinated_value_cache.hpp"
 #include "platform/atomic_file.hpp"
 #include "platform/coroutines.hpp"
+#include "platform/thread_annotations.hpp"
 
 namespace ombrine {
 
@@ -56,23 +57,23 @@ struct FavoriteWeatherCache::State {
   Clock* clock = nullptr;
   Executor queue;
 
-  std::mutex mutex;
-  FavoriteWeather weather;
-  std::uint64_t saveGeneration = 0;
+  Mutex mutex;
+  FavoriteWeather weather GUARDED_BY(mutex);
+  std::uint64_t saveGeneration GUARDED_BY(mutex) = 0;
   // The snapshot of `saveGeneration` while it is not written yet.
-  std::optional<FavoriteWeather> unsaved;
-  SpawnedTask pendingSave;
-  std::vector<std::shared_ptr<const std::function<void()>>> listeners;
+  std::optional<FavoriteWeather> unsaved GUARDED_BY(mutex);
+  SpawnedTask pendingSave GUARDED_BY(mutex);
+  std::vector<std::shared_ptr<const std::function<void()>>> listeners GUARDED_BY(mutex);
 
   // Serialises the file writes, so an older snapshot never lands after a newer one.
-  std::mutex diskMutex;
+  Mutex diskMutex;
 
   // Writes the snapshot of `generation` if it is still the newest and unwritten.
   void saveIfCurrent(std::uint64_t generation) {
-    std::lock_guard disk(diskMutex);
+    MutexLock disk(diskMutex);
     FavoriteWeather snapshot;
     {
-      std::lock_guard guard(mutex);
+      MutexLock guard(mutex);
       if (generation != saveGeneration || !unsaved) return;
       snapshot = std::move(*unsaved);
       unsaved.reset();
@@ -115,7 +116,7 @@ FavoriteWeatherCache::FavoriteWeatherCache(std::filesystem::path cacheDirectory,
 FavoriteWeatherCache::~FavoriteWeatherCache() {
   SpawnedTask pending;
   {
-    std::lock_guard guard(state_->mutex);
+    MutexLock guard(state_->mutex);
     pending = state_->pendingSave;
   }
   pending.cancel();
@@ -125,7 +126,7 @@ FavoriteWeatherCache::~FavoriteWeatherCache() {
 std::filesystem::path FavoriteWeatherCache::file() const { return state_->file; }
 
 FavoriteWeather FavoriteWeatherCache::weather() const {
-  std::lock_guard guard(state_->mutex);
+  MutexLock guard(state_->mutex);
   return state_->weather;
 }
 
@@ -135,7 +136,7 @@ void FavoriteWeatherCache::setWeather(FavoriteWeather weather) {
   std::uint64_t generation = 0;
   std::vector<std::shared_ptr<const std::function<void()>>> listeners;
   {
-    std::lock_guard guard(state_->mutex);
+    MutexLock guard(state_->mutex);
     if (state_->weather == weather) return;
     state_->unsaved = weather;
     state_->weather = std::move(weather);
@@ -155,7 +156,7 @@ void FavoriteWeatherCache::setWeather(FavoriteWeather weather) {
 void FavoriteWeatherCache::flush() {
   std::uint64_t generation = 0;
   {
-    std::lock_guard guard(state_->mutex);
+    MutexLock guard(state_->mutex);
     generation = state_->saveGeneration;
   }
   state_->saveIfCurrent(generation);
@@ -163,7 +164,7 @@ void FavoriteWeatherCache::flush() {
 
 void FavoriteWeatherCache::onChange(std::function<void()> listener) {
   auto shared = std::make_shared<const std::function<void()>>(std::move(listener));
-  std::lock_guard guard(state_->mutex);
+  MutexLock guard(state_->mutex);
   state_->listeners.push_back(std::move(shared));
 }
 

@@ -114,23 +114,11 @@ TEST_F(MultiProcessTest, WritersKilledAtRandomLoseNoAcknowledgedWriteAndHoldNoLo
     writers.push_back(Writer{id, fds[0], std::move(process)});
   }
   reader.release();
-  std::vector<std::size_t> running;
-  for (std::size_t i = 0; i < kConcurrent; ++i) {
-    writers[i].process.release();
-    running.push_back(i);
-  }
-
-  std::mt19937 random(20261123);
-  std::uniform_int_distribution<int> pause(2, 40);
-  std::uniform_int_distribution<std::size_t> victim(0, kConcurrent - 1);
-  std::size_t next = kConcurrent;
-  for (int kill = 0; kill < kKills; ++kill) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(pause(random)));
-    std::size_t& slot = running[victim(random)];
-    writers[slot].process.kill();
-    slot = next++;
-    writers[slot].process.release();
-  }
+  const std::function<ForkedChild&(std::size_t)> writer = [&](std::size_t i) -> ForkedChild& {
+    return writers[i].process;
+  };
+  const std::vector<std::size_t> running = releaseAndKillAtRandom(
+      writer, RandomKills{kConcurrent, kKills, 20261123, std::chrono::milliseconds(2), std::chrono::milliseconds(40)});
   for (std::size_t index : running) writers[index].process.kill();
   writeFileAtomically(stop, "");
   EXPECT_EQ(reader.wait(), 0) << "a reader saw an undecodable or shrinking file";

@@ -129,18 +129,18 @@ Settings readSettings(const KeyValueStore& cloud) {
 // whose cancellation arrived too late to stop its sleep still finds itself superseded and does
 // nothing, so a burst of changes costs one synchronize.
 struct SettingsStore::SyncState {
-  std::mutex mutex;
+  Mutex mutex;
   std::condition_variable idle;
-  bool scheduled = false;  // writes wait for a synchronize
-  bool running = false;
-  std::uint64_t generation = 0;
-  SpawnedTask workItem;
+  bool scheduled GUARDED_BY(mutex) = false;  // writes wait for a synchronize
+  bool running GUARDED_BY(mutex) = false;
+  std::uint64_t generation GUARDED_BY(mutex) = 0;
+  SpawnedTask workItem GUARDED_BY(mutex);
 
   // Runs the scheduled synchronize, if still scheduled (and, with a generation, only for the
   // current work item); true when none failed.
   bool runIfScheduled(CloudKeyValueStore& cloud, std::optional<std::uint64_t> itemGeneration = std::nullopt) {
-    std::unique_lock lock(mutex);
-    idle.wait(lock, [&] { return !running; });
+    MutexLock lock(mutex);
+    lock.wait(idle, [&]() REQUIRES(mutex) { return !running; });
     if (!scheduled || (itemGeneration && *itemGeneration != generation)) return true;
     scheduled = false;
     running = true;
@@ -153,45 +153,6 @@ struct SettingsStore::SyncState {
   }
 };
 
-// Observers in a list of their own, so that a token dropped after the store is gone touches
-// nothing freed.
-template <class Observer>
-struct ObserverList : std::enable_shared_from_this<ObserverList<Observer>> {
-  std::mutex mutex;
-  std::uint64_t nextId = 0;
-  std::map<std::uint64_t, std::shared_ptr<Observer>> entries;
-
-  // The function that unregisters the new observer.
-  std::function<void()> add(Observer observer) {
-    std::uint64_t id = 0;
-    {
-      std::lock_guard guard(mutex);
-      id = nextId++;
-      entries.emplace(id, std::make_shared<Observer>(std::move(observer)));
-    }
-    std::weak_ptr<ObserverList> weak = this->shared_from_this();
-    return [weak, id] {
-      if (auto list = weak.lock()) {
-        std::lock_guard guard(list->mutex);
-        list->entries.erase(id);
-      }
-    };
-  }
-
-  template <class... Args>
-  void notify(const Args&... args) {
-    std::vector<std::shared_ptr<Observer>> observers;
-    {
-      std::lock_guard guard(mutex);
-      for (const auto& entry : entries) observers.push_back(entry.second);
-    }
-    for (const auto& observer : observers) (*observer)(args...);
-  }
-};
-
-struct SettingsStore::SettingsObservers : ObserverList<SettingsStore::Observer> {};
-struct SettingsStore::ProviderObservers : ObserverList<ProviderSettings::Observer> {};
-
 SettingsStore::SettingsStore(CloudKeyValueStore& cloud, KeyValueStore& sharedDefaults, Clock& clock,
                              Executor executor, Clock::Duration synchronizeDelay)
     : cloud_(cloud),
@@ -200,18 +161,16 @@ SettingsStore::SettingsStore(CloudKeyValueStore& cloud, KeyValueStore& sharedDef
       synchronizeDelay_(synchronizeDelay),
       keyValueStoreSynchronizeQueue_(serialExecutor(executor)),
       settings_(readSettings(cloud)),
-      sync_(std::make_shared<SyncState>()),
-      observers_(std::make_shared<SettingsObservers>()),
-      providerObservers_(std::make_shared<ProviderObservers>()) {
+      sync_(std::make_shared<SyncState>()) {
   cloudObservation_ =
       cloud_.observeExternalChanges([this](const CloudStoreChange& change) { applyExternalChange(change); });
 }
 
 SettingsStore::~SettingsStore() {
-  cloudObservation_.reset();
+  cloudObservation_.cancel();
   SpawnedTask pending;
   {
-    std::lock_guard guard(sync_->mutex);
+    MutexLock guard(sync_->mutex);
     pending = std::exchange(sync_->workItem, SpawnedTask());
   }
   pending.cancel();
@@ -219,12 +178,12 @@ SettingsStore::~SettingsStore() {
 }
 
 Settings SettingsStore::settings() const {
-  std::lock_guard guard(mutex_);
+  MutexLock guard(mutex_);
   return settings_;
 }
 
 bool SettingsStore::isApplyingExternalKeyValueStoreUpdate() const {
-  std::lock_guard guard(mutex_);
+  MutexLock guard(mutex_);
   return applyingThread_ == std::this_thread::get_id();
 }
 
@@ -239,7 +198,7 @@ void SettingsStore::update(const std::function<void(Settings&)>& change) {
   Settings before;
   Settings after;
   {
-    std::lock_guard guard(mutex_);
+    MutexLock guard(mutex_);
     before = settings_;
     after = settings_;
     change(after);
@@ -254,9 +213,9 @@ void SettingsStore::update(const std::function<void(Settings&)>& change) {
     writing.unlock();
     scheduleSynchronize();
   }
-  observers_->notify(after);
+  observers_.notify(after);
   if (after.preferredWeatherProvider != before.preferredWeatherProvider) {
-    notifyProvider(ProviderSettingsChange::dataSource);
+    providerObservers_.notify(ProviderSettingsChange::dataSource);
   }
 }
 
@@ -269,7 +228,7 @@ void SettingsStore::write(const SettingsField& field, const StoreValue& value) {
   Settings before;
   Settings after;
   {
-    std::lock_guard guard(mutex_);
+    MutexLock guard(mutex_);
     before = settings_;
     after = settings_;
     field.read(value, after);
@@ -277,13 +236,13 @@ void SettingsStore::write(const SettingsField& field, const StoreValue& value) {
     settings_ = after;
   }
   writing.unlock();
-  observers_->notify(after);
+  observers_.notify(after);
   if (after.preferredWeatherProvider != before.preferredWeatherProvider) {
-    notifyProvider(ProviderSettingsChange::dataSource);
+    providerObservers_.notify(ProviderSettingsChange::dataSource);
   }
 }
 
-Observation SettingsStore::observe(Observer observer) { return Observation(observers_->add(std::move(observer))); }
+Subscription SettingsStore::observe(Observer observer) { return observers_.add(std::move(observer)); }
 
 void SettingsStore::applyExternalChange(const CloudStoreChange& change) {
   if (change.reason == CloudStoreChangeReason::quotaViolation) return;
@@ -299,7 +258,7 @@ void SettingsStore::applyExternalChange(const CloudStoreChange& change) {
   if (!named) return;
   // Fields the list did not name keep their values in memory, so only differing keys change.
   {
-    std::lock_guard guard(mutex_);
+    MutexLock guard(mutex_);
     if (next == settings_) return;
     applyingThread_ = std::this_thread::get_id();
   }
@@ -310,7 +269,7 @@ void SettingsStore::applyExternalChange(const CloudStoreChange& change) {
       }
     }
   });
-  std::lock_guard guard(mutex_);
+  MutexLock guard(mutex_);
   applyingThread_ = std::thread::id();
 }
 
@@ -319,7 +278,7 @@ void SettingsStore::scheduleSynchronize() {
   SpawnedTask previous;
   std::uint64_t generation = 0;
   {
-    std::lock_guard guard(sync_->mutex);
+    MutexLock guard(sync_->mutex);
     sync_->scheduled = true;
     generation = ++sync_->generation;
     previous = std::exchange(sync_->workItem, workItem);
@@ -358,7 +317,7 @@ ImmediateWeatherProviderFetchRequest SettingsStore::requestImmediateFetch(Weathe
   const ImmediateWeatherProviderFetchRequest request{Uuid::random(), provider};
   sharedDefaults_.setValue(pendingImmediateWeatherProviderFetchRequestKey,
                            StoreValue{StoreData{encodeImmediateWeatherProviderFetchRequest(request)}});
-  notifyProvider(ProviderSettingsChange::immediateRequest);
+  providerObservers_.notify(ProviderSettingsChange::immediateRequest);
   return request;
 }
 
@@ -371,14 +330,11 @@ void SettingsStore::completeImmediateFetch(const Uuid& id) {
     logf("Pending immediate provider request could not be cleared: {}", error.what());
     return;
   }
-  notifyProvider(ProviderSettingsChange::immediateRequest);
+  providerObservers_.notify(ProviderSettingsChange::immediateRequest);
 }
 
-std::shared_ptr<void> SettingsStore::observeProviderChanges(ProviderSettings::Observer observer) {
-  auto unregister = providerObservers_->add(std::move(observer));
-  return std::make_shared<Observation>(std::move(unregister));
+Subscription SettingsStore::observeProviderChanges(ProviderSettings::Observer observer) {
+  return providerObservers_.add(std::move(observer));
 }
-
-void SettingsStore::notifyProvider(ProviderSettingsChange change) { providerObservers_->notify(change); }
 
 }  // namespace ombrine

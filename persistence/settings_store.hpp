@@ -42,13 +42,14 @@
 #include <thread>
 #include <vector>
 
-#include "core/debouncer.hpp"
 #include "core/provider_settings.hpp"
 #include "core/weather_data_source.hpp"
 #include "platform/clock.hpp"
 #include "platform/cloud_key_value_store.hpp"
 #include "platform/coroutines.hpp"
 #include "platform/key_value_store.hpp"
+#include "platform/observer_list.hpp"
+#include "platform/thread_annotations.hpp"
 
 namespace ombrine {
 
@@ -108,7 +109,7 @@ class SettingsStore final : public ProviderSettings {
   // Changes the settings in place, atomically with respect to other setters of this process.
   void update(const std::function<void(Settings&)>& change);
   bool isApplyingExternalKeyValueStoreUpdate() const;
-  [[nodiscard]] Observation observe(Observer observer);
+  [[nodiscard]] Subscription observe(Observer observer);
 
   // Runs a scheduled synchronize now (and waits for one in progress). Returns false when the
   // synchronize failed.
@@ -124,7 +125,7 @@ class SettingsStore final : public ProviderSettings {
   WeatherDataSource dataSource() const override;
   std::optional<ImmediateWeatherProviderFetchRequest> pendingImmediateWeatherProviderFetchRequest() const override;
   void completeImmediateFetch(const Uuid& id) override;
-  std::shared_ptr<void> observeProviderChanges(ProviderSettings::Observer observer) override;
+  [[nodiscard]] Subscription observeProviderChanges(ProviderSettings::Observer observer) override;
 
   // Replaces any pending request with a new one for `provider` and returns it. The stored
   // preference is left as it is. Raises FileError when the shared defaults cannot be written.
@@ -132,13 +133,10 @@ class SettingsStore final : public ProviderSettings {
 
  private:
   struct SyncState;
-  struct SettingsObservers;
-  struct ProviderObservers;
 
   void assign(const Settings& next, bool writeThrough);
   void applyExternalChange(const CloudStoreChange& change);
   void scheduleSynchronize();
-  void notifyProvider(ProviderSettingsChange change);
 
   CloudKeyValueStore& cloud_;
   KeyValueStore& sharedDefaults_;
@@ -146,16 +144,17 @@ class SettingsStore final : public ProviderSettings {
   const Clock::Duration synchronizeDelay_;
   const Executor keyValueStoreSynchronizeQueue_;
 
-  mutable std::mutex mutex_;
-  Settings settings_;
-  std::thread::id applyingThread_;
+  mutable Mutex mutex_;
+  Settings settings_ GUARDED_BY(mutex_);
+  std::thread::id applyingThread_ GUARDED_BY(mutex_);
   // Keeps the order of cloud writes that of memory changes; never held while observers run.
   std::mutex writeMutex_;
 
   std::shared_ptr<SyncState> sync_;
-  std::shared_ptr<SettingsObservers> observers_;
-  std::shared_ptr<ProviderObservers> providerObservers_;
-  std::shared_ptr<void> cloudObservation_;
+  ObserverList<Observer> observers_;
+  ObserverList<ProviderSettings::Observer> providerObservers_;
+  // Cancelled first by the destructor, waiting for an external change being applied.
+  Subscription cloudObservation_;
 };
 
 }  // namespace ombrine

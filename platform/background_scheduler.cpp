@@ -3,7 +3,7 @@
 namespace ombrine {
 
 void BackgroundTask::setExpirationHandler(std::function<void()> handler) {
-  std::unique_lock lock(mutex_);
+  MutexLock lock(mutex_);
   if (!expired_) {
     expirationHandler_ = std::move(handler);
     return;
@@ -15,7 +15,7 @@ void BackgroundTask::setExpirationHandler(std::function<void()> handler) {
 void BackgroundTask::setTaskCompleted(bool success) {
   std::function<void()> dropped;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     ++completionCount_;
     if (result_) return;
     result_ = success;
@@ -28,7 +28,7 @@ void BackgroundTask::setTaskCompleted(bool success) {
 void BackgroundTask::expire() {
   std::function<void()> handler;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (expired_) return;
     expired_ = true;
     handler = std::move(expirationHandler_);
@@ -37,23 +37,23 @@ void BackgroundTask::expire() {
 }
 
 std::optional<bool> BackgroundTask::waitForCompletion(std::chrono::steady_clock::duration timeout) {
-  std::unique_lock lock(mutex_);
-  completed_.wait_for(lock, timeout, [&] { return result_.has_value(); });
+  MutexLock lock(mutex_);
+  lock.waitFor(completed_, timeout, [&]() REQUIRES(mutex_) { return result_.has_value(); });
   return result_;
 }
 
 std::optional<bool> BackgroundTask::result() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return result_;
 }
 
 int BackgroundTask::completionCount() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return completionCount_;
 }
 
 bool BackgroundTask::expired() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return expired_;
 }
 

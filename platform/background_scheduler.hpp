@@ -19,6 +19,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "platform/thread_annotations.hpp"
+
 namespace ombrine {
 
 struct BackgroundTaskRequest {
@@ -60,12 +62,12 @@ class BackgroundTask {
 
  private:
   std::string identifier_;
-  mutable std::mutex mutex_;
+  mutable Mutex mutex_;
   std::condition_variable completed_;
-  std::function<void()> expirationHandler_;
-  bool expired_ = false;
-  std::optional<bool> result_;
-  int completionCount_ = 0;
+  std::function<void()> expirationHandler_ GUARDED_BY(mutex_);
+  bool expired_ GUARDED_BY(mutex_) = false;
+  std::optional<bool> result_ GUARDED_BY(mutex_);
+  int completionCount_ GUARDED_BY(mutex_) = 0;
 };
 
 class BackgroundScheduler {

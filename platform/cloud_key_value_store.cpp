@@ -51,20 +51,7 @@ std::optional<std::string> cloudStoreLimitViolation(const StoreDictionary& value
   return std::nullopt;
 }
 
-// Observers outlive the store while a token does; a token's release waits for a running call
-// (the recursive mutex lets an observer drop its own token from inside the call).
-struct SynchronizingCloudKeyValueStore::Observers {
-  struct Entry {
-    std::recursive_mutex calling;
-    bool active = true;
-    Observer observer;
-  };
-  std::mutex mutex;
-  std::uint64_t nextId = 0;
-  std::map<std::uint64_t, std::shared_ptr<Entry>> entries;
-};
-
-SynchronizingCloudKeyValueStore::SynchronizingCloudKeyValueStore() : observers_(std::make_shared<Observers>()) {}
+SynchronizingCloudKeyValueStore::SynchronizingCloudKeyValueStore() = default;
 
 SynchronizingCloudKeyValueStore::~SynchronizingCloudKeyValueStore() = default;
 
@@ -72,7 +59,7 @@ void SynchronizingCloudKeyValueStore::load(bool raiseFailure) {
   const Merge keepRemote = [](const StoreDictionary*) { return std::optional<StoreDictionary>(); };
   try {
     StoreDictionary remote = exchange(keepRemote);
-    std::lock_guard guard(mutex_);
+    MutexLock guard(mutex_);
     for (const auto& [key, value] : remote) assign(key, value);
     baseline_ = std::move(remote);
   } catch (const std::exception& error) {
@@ -82,19 +69,19 @@ void SynchronizingCloudKeyValueStore::load(bool raiseFailure) {
 }
 
 std::optional<StoreValue> SynchronizingCloudKeyValueStore::value(std::string_view key) const {
-  std::lock_guard guard(mutex_);
+  MutexLock guard(mutex_);
   return copyOf(find(values_, key));
 }
 
 StoreDictionary SynchronizingCloudKeyValueStore::dictionaryRepresentation() const {
-  std::lock_guard guard(mutex_);
+  MutexLock guard(mutex_);
   return values_;
 }
 
 void SynchronizingCloudKeyValueStore::setValue(std::string_view key, std::optional<StoreValue> value) {
   std::optional<std::string> violation;
   {
-    std::lock_guard guard(mutex_);
+    MutexLock guard(mutex_);
     violation = cloudStoreLimitViolation(values_, totalBytes_, key, value);
     if (!violation) {
       const std::string name(key);
@@ -113,10 +100,10 @@ bool SynchronizingCloudKeyValueStore::synchronize() { return exchangeAndApply(tr
 bool SynchronizingCloudKeyValueStore::refresh() { return exchangeAndApply(false); }
 
 bool SynchronizingCloudKeyValueStore::exchangeAndApply(bool writeOut) {
-  std::lock_guard exchanging(exchangeMutex_);
+  MutexLock exchanging(exchangeMutex_);
   PendingWrites sent;
   const Merge merge = [&](const StoreDictionary* remote) -> std::optional<StoreDictionary> {
-    std::lock_guard guard(mutex_);
+    MutexLock guard(mutex_);
     if (remote == nullptr) {
       // The remote lost its content to garbage: memory is the best copy there is.
       sent = pending_;
@@ -145,7 +132,7 @@ bool SynchronizingCloudKeyValueStore::exchangeAndApply(bool writeOut) {
 
   std::vector<std::string> changed;
   {
-    std::lock_guard guard(mutex_);
+    MutexLock guard(mutex_);
     changed = applyRemote(std::move(remote), sent, std::nullopt);
   }
   if (!changed.empty()) notify(CloudStoreChange{CloudStoreChangeReason::serverChange, std::move(changed)});
@@ -175,14 +162,14 @@ std::vector<std::string> SynchronizingCloudKeyValueStore::applyRemote(StoreDicti
 }
 
 std::optional<StoreValue> SynchronizingCloudKeyValueStore::changeValue(std::string_view key, const ValueChange& change) {
-  std::unique_lock exchanging(exchangeMutex_);
+  MutexLock exchanging(exchangeMutex_);
   PendingWrites sent;
   std::optional<StoreValue> outcome;
   std::optional<std::string> violation;
   const Merge merge = [&](const StoreDictionary* remote) -> std::optional<StoreDictionary> {
     StoreDictionary merged;
     {
-      std::lock_guard guard(mutex_);
+      MutexLock guard(mutex_);
       sent = pending_;
       // An unreadable remote has been set aside: memory is the best copy there is.
       merged = remote ? *remote : values_;
@@ -222,7 +209,7 @@ std::optional<StoreValue> SynchronizingCloudKeyValueStore::changeValue(std::stri
 
   std::vector<std::string> changed;
   {
-    std::lock_guard guard(mutex_);
+    MutexLock guard(mutex_);
     changed = applyRemote(std::move(remote), sent, key);
     // A write of the same key made meanwhile by another thread of this process stays the newer.
     if (!pending_.contains(key)) assign(std::string(key), outcome);
@@ -248,42 +235,18 @@ void SynchronizingCloudKeyValueStore::assign(const std::string& key, const std::
   }
 }
 
-std::shared_ptr<void> SynchronizingCloudKeyValueStore::observeExternalChanges(Observer observer) {
-  auto entry = std::make_shared<Observers::Entry>();
-  entry->observer = std::move(observer);
-  std::uint64_t id = 0;
-  {
-    std::lock_guard guard(observers_->mutex);
-    id = observers_->nextId++;
-    observers_->entries.emplace(id, entry);
-  }
-  std::weak_ptr<Observers> weak = observers_;
-  auto release = [weak, id, entry](void*) {
-    if (auto observers = weak.lock()) {
-      std::lock_guard guard(observers->mutex);
-      observers->entries.erase(id);
-    }
-    std::lock_guard calling(entry->calling);
-    entry->active = false;
-  };
-  return std::shared_ptr<void>(static_cast<void*>(entry.get()), release);
-}
-
-void SynchronizingCloudKeyValueStore::notify(const CloudStoreChange& change) {
-  std::vector<std::shared_ptr<Observers::Entry>> entries;
-  {
-    std::lock_guard guard(observers_->mutex);
-    for (const auto& [id, entry] : observers_->entries) entries.push_back(entry);
-  }
-  for (const auto& entry : entries) {
-    std::lock_guard calling(entry->calling);
-    if (!entry->active) continue;
+Subscription SynchronizingCloudKeyValueStore::observeExternalChanges(Observer observer) {
+  // A failing observer is logged and does not keep the others from hearing of the change.
+  auto guarded = [observer = std::move(observer)](const CloudStoreChange& change) {
     try {
-      entry->observer(change);
+      observer(change);
     } catch (const std::exception& error) {
       logf("Cloud key-value store observer failed: {}", error.what());
     }
-  }
+  };
+  return observers_.add(std::move(guarded));
 }
+
+void SynchronizingCloudKeyValueStore::notify(const CloudStoreChange& change) { observers_.notify(change); }
 
 }  // namespace ombrine

@@ -27,6 +27,8 @@
 #include <vector>
 
 #include "platform/key_value_store.hpp"
+#include "platform/observer_list.hpp"
+#include "platform/thread_annotations.hpp"
 
 namespace ombrine {
 
@@ -57,9 +59,10 @@ class CloudKeyValueStore : public KeyValueStore {
   // values stay as they were.
   virtual bool synchronize() = 0;
 
-  // Registers an observer of external changes; it stays registered while the returned token
-  // lives. Dropping the token unregisters it (blocking until a running call has returned).
-  virtual std::shared_ptr<void> observeExternalChanges(Observer observer) = 0;
+  // Registers an observer of external changes; it stays registered while the returned
+  // subscription lives. Cancelling it waits for a call running on another thread
+  // (platform/observer_list.hpp).
+  [[nodiscard]] virtual Subscription observeExternalChanges(Observer observer) = 0;
 
   // Given the value the shared store holds for a key now (nothing: absent), the value it should
   // hold (nothing: remove the key). May raise; nothing is written then.
@@ -116,7 +119,7 @@ class SynchronizingCloudKeyValueStore : public CloudKeyValueStore {
   void setValue(std::string_view key, std::optional<StoreValue> value) override;
   StoreDictionary dictionaryRepresentation() const override;
   bool synchronize() override;
-  std::shared_ptr<void> observeExternalChanges(Observer observer) override;
+  [[nodiscard]] Subscription observeExternalChanges(Observer observer) override;
   std::optional<StoreValue> changeValue(std::string_view key, const ValueChange& change) override;
 
   // Reads external changes in without writing pending local ones out. Same result as
@@ -147,30 +150,29 @@ class SynchronizingCloudKeyValueStore : public CloudKeyValueStore {
     std::uint64_t sequence = 0;
   };
   using PendingWrites = std::map<std::string, PendingWrite, std::less<>>;
-  struct Observers;
 
   bool exchangeAndApply(bool writeOut);
   // Takes in what the remote holds after an exchange that sent `sent`: keys that moved there and
   // have no local write (nor are `own`) are applied to memory; returns them. Precondition:
   // mutex_ held.
   std::vector<std::string> applyRemote(StoreDictionary remote, const PendingWrites& sent,
-                                       std::optional<std::string_view> own);
+                                       std::optional<std::string_view> own) REQUIRES(mutex_);
   // Precondition: mutex_ held.
-  void assign(const std::string& key, const std::optional<StoreValue>& value);
+  void assign(const std::string& key, const std::optional<StoreValue>& value) REQUIRES(mutex_);
   void notify(const CloudStoreChange& change);
 
   // Serialises exchanges (and so the remote's lock) within this process; never taken while
   // mutex_ is held.
-  std::mutex exchangeMutex_;
-  mutable std::mutex mutex_;
-  StoreDictionary values_;
-  std::map<std::string, std::size_t, std::less<>> entryBytes_;
-  std::size_t totalBytes_ = 0;
+  Mutex exchangeMutex_;
+  mutable Mutex mutex_;
+  StoreDictionary values_ GUARDED_BY(mutex_);
+  std::map<std::string, std::size_t, std::less<>> entryBytes_ GUARDED_BY(mutex_);
+  std::size_t totalBytes_ GUARDED_BY(mutex_) = 0;
   // The remote as last read or written.
-  StoreDictionary baseline_;
-  PendingWrites pending_;
-  std::uint64_t nextSequence_ = 1;
-  std::shared_ptr<Observers> observers_;
+  StoreDictionary baseline_ GUARDED_BY(mutex_);
+  PendingWrites pending_ GUARDED_BY(mutex_);
+  std::uint64_t nextSequence_ GUARDED_BY(mutex_) = 1;
+  ObserverList<Observer> observers_;
 };
 
 }  // namespace ombrine

@@ -15,6 +15,7 @@
 
 #include "platform/exception_message.hpp"
 #include "platform/log.hpp"
+#include "platform/thread_annotations.hpp"
 
 namespace ombrine {
 
@@ -127,20 +128,20 @@ struct TaskGroup::State {
 
   const Executor executor;
 
-  mutable std::mutex lock;
-  std::map<std::uint64_t, SpawnedTask> children;
-  std::uint64_t nextChild = 0;
-  std::size_t running = 0;
-  std::exception_ptr firstError;
-  bool cancelled = false;
-  bool waiting = false;
-  bool waiterCancelled = false;
+  mutable Mutex lock;
+  std::map<std::uint64_t, SpawnedTask> children GUARDED_BY(lock);
+  std::uint64_t nextChild GUARDED_BY(lock) = 0;
+  std::size_t running GUARDED_BY(lock) = 0;
+  std::exception_ptr firstError GUARDED_BY(lock);
+  bool cancelled GUARDED_BY(lock) = false;
+  bool waiting GUARDED_BY(lock) = false;
+  bool waiterCancelled GUARDED_BY(lock) = false;
   // Counts finished waits, so that a late cancellation of an earlier wait is recognised.
-  std::uint64_t cycle = 0;
-  Continuation<void> waiter;
+  std::uint64_t cycle GUARDED_BY(lock) = 0;
+  Continuation<void> waiter GUARDED_BY(lock);
 
-  // Under `lock`. The caller cancels the returned children after unlocking.
-  std::vector<SpawnedTask> cancelLocked() {
+  // The caller cancels the returned children after unlocking.
+  std::vector<SpawnedTask> cancelLocked() REQUIRES(lock) {
     cancelled = true;
     std::vector<SpawnedTask> toCancel;
     toCancel.reserve(children.size());
@@ -148,8 +149,8 @@ struct TaskGroup::State {
     return toCancel;
   }
 
-  // Under `lock`, once no child runs: the outcome of the wait, and a fresh group.
-  Outcome<void> finishWaitLocked() {
+  // Once no child runs: the outcome of the wait, and a fresh group.
+  Outcome<void> finishWaitLocked() REQUIRES(lock) {
     auto outcome = waiterCancelled
                        ? Outcome<void>::failure(std::make_exception_ptr(CancellationError()))
                        : Outcome<void>::failure(firstError);
@@ -166,7 +167,7 @@ struct TaskGroup::State {
     Continuation<void> continuation;
     std::optional<Outcome<void>> outcome;
     {
-      std::lock_guard guard(lock);
+      MutexLock guard(lock);
       children.erase(id);
       --running;
       if (error && !firstError) {
@@ -189,7 +190,7 @@ TaskGroup::~TaskGroup() {
   std::size_t running = 0;
   std::vector<SpawnedTask> toCancel;
   {
-    std::lock_guard guard(state_->lock);
+    MutexLock guard(state_->lock);
     running = state_->running;
     if (running > 0) toCancel = state_->cancelLocked();
   }
@@ -210,7 +211,7 @@ void TaskGroup::spawn(const Executor& executor, Task<void> task) {
   std::uint64_t id = 0;
   bool cancelNow = false;
   {
-    std::lock_guard guard(state->lock);
+    MutexLock guard(state->lock);
     id = state->nextChild++;
     state->children.emplace(id, child);
     ++state->running;
@@ -225,7 +226,7 @@ Task<void> TaskGroup::wait() {
   auto state = state_;
   std::uint64_t cycle = 0;
   {
-    std::lock_guard guard(state->lock);
+    MutexLock guard(state->lock);
     if (state->waiting) throw std::logic_error("TaskGroup::wait awaited twice at the same time");
     state->waiting = true;
     cycle = state->cycle;
@@ -233,7 +234,7 @@ Task<void> TaskGroup::wait() {
   std::function<void(Continuation<void>)> install = [state](Continuation<void> continuation) {
     std::optional<Outcome<void>> outcome;
     {
-      std::lock_guard guard(state->lock);
+      MutexLock guard(state->lock);
       if (state->running == 0) {
         outcome = state->finishWaitLocked();
       } else {
@@ -245,7 +246,7 @@ Task<void> TaskGroup::wait() {
   std::function<void()> onCancel = [state, cycle] {
     std::vector<SpawnedTask> toCancel;
     {
-      std::lock_guard guard(state->lock);
+      MutexLock guard(state->lock);
       if (state->cycle != cycle) return;
       state->waiterCancelled = true;
       toCancel = state->cancelLocked();
@@ -258,14 +259,14 @@ Task<void> TaskGroup::wait() {
 void TaskGroup::cancelAll() {
   std::vector<SpawnedTask> toCancel;
   {
-    std::lock_guard guard(state_->lock);
+    MutexLock guard(state_->lock);
     toCancel = state_->cancelLocked();
   }
   for (auto& child : toCancel) child.cancel();
 }
 
 std::size_t TaskGroup::running() const {
-  std::lock_guard guard(state_->lock);
+  MutexLock guard(state_->lock);
   return state_->running;
 }
 

@@ -8,6 +8,7 @@
 
 #include "platform/log.hpp"
 #include "platform/paths.hpp"
+#include "platform/thread_annotations.hpp"
 
 namespace ombrine {
 
@@ -51,7 +52,7 @@ class HttpCache::Memory {
   explicit Memory(std::size_t capacity) : capacity_(capacity) {}
 
   std::optional<CachedResponse> find(const std::string& url) {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     const auto found = index_.find(url);
     if (found == index_.end()) return std::nullopt;
     order_.splice(order_.begin(), order_, found->second);
@@ -59,7 +60,7 @@ class HttpCache::Memory {
   }
 
   void put(const std::string& url, const CachedResponse& cached, std::size_t cost) {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     eraseLocked(url);
     order_.push_front(Entry{url, cached, cost});
     index_[url] = order_.begin();
@@ -68,19 +69,19 @@ class HttpCache::Memory {
   }
 
   void erase(const std::string& url) {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     eraseLocked(url);
   }
 
   void clear() {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     order_.clear();
     index_.clear();
     usage_ = 0;
   }
 
   std::size_t usage() const {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     return usage_;
   }
 
@@ -91,7 +92,7 @@ class HttpCache::Memory {
     std::size_t cost;
   };
 
-  void eraseLocked(const std::string& url) {
+  void eraseLocked(const std::string& url) REQUIRES(mutex_) {
     const auto found = index_.find(url);
     if (found == index_.end()) return;
     usage_ -= found->second->cost;
@@ -99,11 +100,11 @@ class HttpCache::Memory {
     index_.erase(found);
   }
 
-  mutable std::mutex mutex_;
+  mutable Mutex mutex_;
   std::size_t capacity_;
-  std::size_t usage_ = 0;
-  std::list<Entry> order_;  // most recently used first
-  std::unordered_map<std::string, std::list<Entry>::iterator> index_;
+  std::size_t usage_ GUARDED_BY(mutex_) = 0;
+  std::list<Entry> order_ GUARDED_BY(mutex_);  // most recently used first
+  std::unordered_map<std::string, std::list<Entry>::iterator> index_ GUARDED_BY(mutex_);
 };
 
 class HttpCache::Disk {
@@ -131,7 +132,7 @@ class HttpCache::Disk {
   ~Disk() { close(); }
 
   std::optional<CachedResponse> find(const std::string& url) {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (!db_) return std::nullopt;
     Statement select(db_, "SELECT status, headers, body, response_time FROM responses WHERE url = ?1");
     if (!select) return fail("read");
@@ -154,7 +155,7 @@ class HttpCache::Disk {
   }
 
   void put(const std::string& url, const CachedResponse& cached, std::size_t cost) {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (!db_ || !execute("BEGIN IMMEDIATE")) return;
     Statement insert(db_,
                      "INSERT OR REPLACE INTO responses(url, status, headers, body, response_time, last_access, cost) "
@@ -182,7 +183,7 @@ class HttpCache::Disk {
   }
 
   void erase(const std::string& url) {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (!db_) return;
     Statement remove(db_, "DELETE FROM responses WHERE url = ?1");
     if (!remove) return;
@@ -191,12 +192,12 @@ class HttpCache::Disk {
   }
 
   void clear() {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (db_) execute("DELETE FROM responses");
   }
 
   std::size_t usage() const {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     return db_ ? usageLocked() : 0;
   }
 
@@ -222,20 +223,20 @@ class HttpCache::Disk {
   }
 
   // Access order across processes: wall time, made strictly increasing within this process.
-  double nextAccess() {
+  double nextAccess() REQUIRES(mutex_) {
     const double now = std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
     lastAccess_ = std::max(now, lastAccess_ + 1e-6);
     return lastAccess_;
   }
 
-  std::size_t usageLocked() const {
+  std::size_t usageLocked() const REQUIRES(mutex_) {
     Statement total(db_, "SELECT total(cost) FROM responses");
     if (!total || sqlite3_step(total.get()) != SQLITE_ROW) return 0;
     return static_cast<std::size_t>(sqlite3_column_double(total.get(), 0));
   }
 
   // Within the open write transaction: drops the least recently used replies beyond capacity.
-  bool evictLocked() {
+  bool evictLocked() REQUIRES(mutex_) {
     std::size_t usage = usageLocked();
     while (usage > capacity_) {
       Statement oldest(db_, "SELECT url, cost FROM responses ORDER BY last_access ASC LIMIT 1");
@@ -251,7 +252,7 @@ class HttpCache::Disk {
     return true;
   }
 
-  bool execute(const char* sql) {
+  bool execute(const char* sql) REQUIRES(mutex_) {
     char* message = nullptr;
     if (sqlite3_exec(db_, sql, nullptr, nullptr, &message) == SQLITE_OK) return true;
     logf("HTTP cache: {} failed: {}", sql, message ? message : "unknown error");
@@ -259,20 +260,20 @@ class HttpCache::Disk {
     return false;
   }
 
-  std::nullopt_t fail(const char* what) {
+  std::nullopt_t fail(const char* what) REQUIRES(mutex_) {
     logf("HTTP cache: {} failed: {}", what, sqlite3_errmsg(db_));
     return std::nullopt;
   }
 
-  void close() {
+  void close() REQUIRES(mutex_) {
     if (db_) sqlite3_close_v2(db_);
     db_ = nullptr;
   }
 
-  mutable std::mutex mutex_;
-  sqlite3* db_ = nullptr;
+  mutable Mutex mutex_;
+  sqlite3* db_ GUARDED_BY(mutex_) = nullptr;
   std::size_t capacity_;
-  double lastAccess_ = 0.0;
+  double lastAccess_ GUARDED_BY(mutex_) = 0.0;
 };
 
 HttpCache::HttpCache(std::filesystem::path directory, std::size_t memoryCapacity, std::size_t diskCapacity)

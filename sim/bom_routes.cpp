@@ -17,11 +17,6 @@ using namespace std::chrono;
 
 namespace {
 
-struct Refusal {
-  int status;
-  std::string message;
-};
-
 constexpr std::string_view kGeohashAlphabet = "0123456789bcdefghjkmnpqrstuvwxyz";
 constexpr std::string_view kCompass[] = {"N", "NNE", "NE", "ENE", "E", "ESE", "SE", "SSE",
                                          "S", "SSW", "SW", "WSW", "W", "WNW", "NW", "NNW"};
@@ -209,17 +204,7 @@ std::vector<SimRoute> bomRoutes(const WeatherModel& model) {
       const sys_days today = localDay(request.now, offset);
       json::array rows;
       for (int i = 0; i < 7; ++i) {
-        const sys_days day = today + days(i);
-        const Instant midnight = startOfLocalDay(day, offset);
-        double low = 1e9, high = -1e9;
-        for (int h = 0; h < 24; h += 2) {
-          const double t = model.sample(point, midnight + hours(h)).temperature;
-          low = std::min(low, t);
-          high = std::max(high, t);
-        }
-        const WeatherSample noon = model.sample(point, midnight + hours(13));
-        const auto amount = model.accumulation(point, midnight, midnight + hours(24));
-        const SunEvents sun = WeatherModel::sunEvents(point, day, offset);
+        const auto [midnight, low, high, noon, amount, sun] = modelDay(model, point, today + days(i), offset);
         json::object astronomical{{"sunrise_time", sun.sunrise ? json::value(formatUtc(*sun.sunrise)) : json::value(nullptr)},
                                   {"sunset_time", sun.sunset ? json::value(formatUtc(*sun.sunset)) : json::value(nullptr)}};
         json::object uv{{"category", nullptr}, {"end_time", nullptr}, {"max_index", nullptr}, {"start_time", nullptr}};

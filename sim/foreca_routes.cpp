@@ -21,12 +21,6 @@ namespace json = boost::json;
 
 namespace {
 
-// A request the service refuses, with the status and message of its error object.
-struct Refusal {
-  int status;
-  std::string message;
-};
-
 // ---- Phrases -------------------------------------------------------------------------------
 
 enum Language { english, finnish, swedish, german };

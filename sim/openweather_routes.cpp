@@ -17,11 +17,6 @@ using namespace std::chrono;
 
 namespace {
 
-struct Refusal {
-  int status;
-  std::string message;
-};
-
 struct Units {
   double (*temperature)(double celsius);
   double speedFactor;
@@ -210,17 +205,13 @@ std::vector<SimRoute> openWeatherRoutes(const WeatherModel& model) {
       const sys_days today = localDay(request.now, offset);
       json::array list;
       for (int i = 0; i < count; ++i) {
-        const sys_days day = today + days(i);
-        const Instant midnight = startOfLocalDay(day, offset);
+        const ModelDay summary = modelDay(model, point, today + days(i), offset);
+        const Instant midnight = summary.midnight;
+        const double low = summary.low, high = summary.high;
+        const auto& amount = summary.amount;
+        const SunEvents& sun = summary.sun;
         auto at = [&](int hour) { return model.sample(point, midnight + hours(hour)); };
         const WeatherSample morn = at(6), noon = at(12), eve = at(18), night = at(23);
-        double low = noon.temperature, high = noon.temperature;
-        for (int h = 0; h < 24; h += 2) {
-          low = std::min(low, at(h).temperature);
-          high = std::max(high, at(h).temperature);
-        }
-        const auto amount = model.accumulation(point, midnight, midnight + hours(24));
-        const SunEvents sun = WeatherModel::sunEvents(point, day, offset);
         json::object item;
         item["dt"] = unix(midnight + hours(12));
         if (sun.sunrise) item["sunrise"] = unix(*sun.sunrise);

@@ -19,6 +19,13 @@
 
 namespace ombrine::sim {
 
+// A request a simulated service refuses: the HTTP status and the message of its error answer.
+// Raised inside a route's handler; the route words it as its service does.
+struct Refusal {
+  int status;
+  std::string message;
+};
+
 struct SimRequest {
   std::string path;                                        // percent-decoded
   std::vector<std::string> captures;                       // the pattern's groups, in order

@@ -383,4 +383,21 @@ int precipitationProbability(double meanRate, int cloudiness) {
   return static_cast<int>(std::lround(probability / 5.0) * 5);
 }
 
+ModelDay modelDay(const WeatherModel& model, GeoPoint point, std::chrono::sys_days day, std::chrono::minutes offset) {
+  using std::chrono::hours;
+  ModelDay result;
+  result.midnight = startOfLocalDay(day, offset);
+  result.low = 1e9;
+  result.high = -1e9;
+  for (int h = 0; h < 24; h += 2) {
+    const double t = model.sample(point, result.midnight + hours(h)).temperature;
+    result.low = std::min(result.low, t);
+    result.high = std::max(result.high, t);
+  }
+  result.noon = model.sample(point, result.midnight + hours(13));
+  result.amount = model.accumulation(point, result.midnight, result.midnight + hours(24));
+  result.sun = WeatherModel::sunEvents(point, day, offset);
+  return result;
+}
+
 }  // namespace ombrine::sim

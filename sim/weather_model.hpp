@@ -124,6 +124,19 @@ class WeatherModel {
   std::uint64_t seed_;
 };
 
+// One local calendar day at a place as every service's daily forecast sums it up: local
+// midnight (UTC), the low and high of the samples every two hours, the sample at 13:00 local,
+// the day's precipitation and its sunrise and sunset. `offset` is the local UTC offset.
+struct ModelDay {
+  Instant midnight;
+  double low = 0.0;
+  double high = 0.0;
+  WeatherSample noon;
+  WeatherModel::Accumulation amount;
+  SunEvents sun;
+};
+ModelDay modelDay(const WeatherModel& model, GeoPoint point, std::chrono::sys_days day, std::chrono::minutes offset);
+
 // Probability (0..100) of precipitation at a time whose mean rate over the surrounding two hours
 // is `meanRate` mm/h under `cloudiness` % cloud.
 int precipitationProbability(double meanRate, int cloudiness);

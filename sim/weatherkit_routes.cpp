@@ -24,11 +24,6 @@ using namespace std::chrono;
 
 namespace {
 
-struct Refusal {
-  int status;
-  std::string message;
-};
-
 std::optional<std::string> base64Url(std::string_view text) {
   static constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
   std::string out;
@@ -279,17 +274,7 @@ std::vector<SimRoute> weatherKitRoutes(const WeatherModel& model, std::shared_pt
         const sys_days today = localDay(now, offset);
         json::array days_;
         for (int i = 0; i < 10; ++i) {
-          const sys_days day = today + days(i);
-          const Instant midnight = startOfLocalDay(day, offset);
-          double low = 1e9, high = -1e9;
-          for (int h = 0; h < 24; h += 2) {
-            const double t = model.sample(point, midnight + hours(h)).temperature;
-            low = std::min(low, t);
-            high = std::max(high, t);
-          }
-          const WeatherSample noon = model.sample(point, midnight + hours(13));
-          const auto amount = model.accumulation(point, midnight, midnight + hours(24));
-          const SunEvents sun = WeatherModel::sunEvents(point, day, offset);
+          const auto [midnight, low, high, noon, amount, sun] = modelDay(model, point, today + days(i), offset);
           json::object entry{{"forecastStart", formatUtc(midnight)},
                              {"forecastEnd", formatUtc(midnight + hours(24))},
                              {"conditionCode", conditionCode(noon)},

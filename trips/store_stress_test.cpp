@@ -144,22 +144,11 @@ TEST_F(StoreStressTest, SaversKilledAtRandomLoseNoAcknowledgedSave) {
   // Every writer that will ever run is forked up front; a replacement is released when a running
   // one is killed.
   std::vector<Writer> writers = forkWriters(folder_, kConcurrent + kKills, -1);
-  std::vector<std::size_t> running;
-  for (std::size_t i = 0; i < kConcurrent; ++i) {
-    writers[i].process.release();
-    running.push_back(i);
-  }
-  std::mt19937 random(20261124);
-  std::uniform_int_distribution<int> pause(5, 60);
-  std::uniform_int_distribution<std::size_t> victim(0, kConcurrent - 1);
-  std::size_t next = kConcurrent;
-  for (int kill = 0; kill < kKills; ++kill) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(pause(random)));
-    std::size_t& slot = running[victim(random)];
-    writers[slot].process.kill();
-    slot = next++;
-    writers[slot].process.release();
-  }
+  const std::function<ForkedChild&(std::size_t)> writer = [&](std::size_t i) -> ForkedChild& {
+    return writers[i].process;
+  };
+  const std::vector<std::size_t> running =
+      releaseAndKillAtRandom(writer, RandomKills{kConcurrent, kKills, 20261124, 5ms, 60ms});
   std::this_thread::sleep_for(50ms);
   for (std::size_t index : running) writers[index].process.kill();
 

@@ -70,7 +70,7 @@ class TripStore {
 
   // True on the thread that is applying an external change, while it does.
   bool isApplyingExternalKeyValueStoreUpdate() const { return store_.isApplyingExternalKeyValueStoreUpdate(); }
-  [[nodiscard]] Observation observe(Observer observer) { return store_.observe(std::move(observer)); }
+  [[nodiscard]] Subscription observe(Observer observer) { return store_.observe(std::move(observer)); }
 
  private:
   CloudValueStore<std::vector<Trip>> store_;

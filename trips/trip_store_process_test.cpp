@@ -37,7 +37,7 @@ std::filesystem::path scratchFolder() {
 bool waitForCount(TripStore& store, size_t count) {
   std::mutex mutex;
   std::condition_variable changed;
-  Observation observation = store.observe([&](const std::vector<Trip>&) {
+  Subscription observation = store.observe([&](const std::vector<Trip>&) {
     std::lock_guard lock(mutex);
     changed.notify_all();
   });

@@ -94,7 +94,9 @@ void ServicesRefreshWork::notifyWeatherAlerts(const RefreshedPlace& place) {
 }
 
 Task<void> ServicesRefreshWork::storeLatest(CachedWeather cachedWeather) {
-  auto storing = services_.weatherCache().storeLatest(std::move(cachedWeather));
+  PlacedWeather placed{std::move(cachedWeather.name), cachedWeather.location, std::move(cachedWeather.region),
+                       std::move(cachedWeather.weather)};
+  auto storing = services_.latestWeather().storeLatest(std::move(placed));
   co_await std::move(storing);
 }
 

@@ -62,7 +62,9 @@ class SettingsAwareTides final : public TideFetcher {
 // The container's latest-weather cache behind the pipeline's view of it.
 class SharedLatestWeather final : public LatestWeatherStore {
  public:
-  explicit SharedLatestWeather(WeatherCache& cache) : cache_(cache) {}
+  // `writable` false: the caches folder could not be made, which was logged once; nothing is
+  // written then, rather than failing (and being reported) again at every store.
+  SharedLatestWeather(WeatherCache& cache, bool writable) : cache_(cache), writable_(writable) {}
 
   std::optional<PlacedWeather> latest() override {
     auto cached = cache_.latestCachedWeather();
@@ -76,12 +78,14 @@ class SharedLatestWeather final : public LatestWeatherStore {
     return ombrine::isUsableBackdrop(placed.location, placed.weather.current.dt, here, now);
   }
   Task<void> storeLatest(PlacedWeather placed) override {
+    if (!writable_) co_return;
     CachedWeather cached{std::move(placed.name), placed.location, std::move(placed.region), std::move(placed.weather)};
     co_await cache_.storeLatest(std::move(cached));
   }
 
  private:
   WeatherCache& cache_;
+  const bool writable_;
 };
 
 }  // namespace
@@ -97,7 +101,7 @@ class Services::RunProviderSettings final : public ProviderSettings {
     return store_.pendingImmediateWeatherProviderFetchRequest();
   }
   void completeImmediateFetch(const Uuid& id) override { store_.completeImmediateFetch(id); }
-  std::shared_ptr<void> observeProviderChanges(Observer observer) override {
+  Subscription observeProviderChanges(Observer observer) override {
     return store_.observeProviderChanges(std::move(observer));
   }
   // A change of the preference during the run replaces this run's choice as well.
@@ -261,7 +265,10 @@ WeatherCache& Services::weatherCache() {
     std::error_code error;
     std::filesystem::create_directories(folder, error);
     // A read-only container still gets its forecast, only nothing is cached.
-    if (error) logLine("Caches cannot be written (" + folder.string() + ": " + error.message() + "); nothing is cached");
+    if (error) {
+      logLine("Caches cannot be written (" + folder.string() + ": " + error.message() + "); nothing is cached");
+      cachesWritable_ = false;
+    }
     return std::make_unique<WeatherCache>(folder, clock_, runtime().makeStrand());
   });
 }
@@ -401,7 +408,7 @@ std::unique_ptr<Services::Adapters> Services::makeAdapters() {
   return std::unique_ptr<Adapters>(new Adapters{
       ProviderClients(client, endpoints_, credentials_, clock_, languageCode_),
       SettingsAwareTides(tideService, store),
-      SharedLatestWeather(cache),
+      SharedLatestWeather(cache, cachesWritable_),
   });
 }
 

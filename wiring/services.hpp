@@ -122,8 +122,8 @@ class Services {
   TripStore& trips();
   DataSourceChangeTracker& changeTracker();
 
-  // The container's shared weather cache (latest record, trips); raises FileError when its
-  // folder cannot be created.
+  // The container's shared weather cache (latest record, trips). A caches folder that cannot be
+  // created is logged once; `latestWeather()` then stores nothing.
   WeatherCache& weatherCache();
   LatestWeatherStore& latestWeather();
   // The saved places' weather (one snapshot file of the container).
@@ -210,6 +210,8 @@ class Services {
   Lazy<TripStore> trips_;
   Lazy<DataSourceChangeTracker> changeTracker_;
   Lazy<WeatherCache> weatherCache_;
+  // False once the caches folder could not be created (reported then, once).
+  bool cachesWritable_ = true;
   Lazy<FavoriteWeatherCache> favoriteWeather_;
   Lazy<TideDiskCache> tideDiskCache_;
   Lazy<TideService> tides_;

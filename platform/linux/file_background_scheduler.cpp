@@ -131,14 +131,14 @@ std::filesystem::path FileBackgroundScheduler::lockFile(const std::string& ident
 
 void FileBackgroundScheduler::changed() {
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     ++changes_;
   }
   wake_.notify_all();
 }
 
 bool FileBackgroundScheduler::registerForTask(const std::string& identifier, LaunchHandler handler) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return handlers_.emplace(identifier, std::move(handler)).second;
 }
 
@@ -201,7 +201,7 @@ FileBackgroundScheduler::DuePass FileBackgroundScheduler::runDuePass(const std::
   DuePass due;
   LaunchHandler handler;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     const auto found = handlers_.find(identifier);
     if (found == handlers_.end()) {
       due.outcome = PassOutcome::noHandler;
@@ -243,7 +243,7 @@ FileBackgroundScheduler::DuePass FileBackgroundScheduler::runDuePass(const std::
 
   auto task = std::make_shared<BackgroundTask>(identifier);
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     running_ = task;
     if (stopping_) task->expire();
   }
@@ -259,7 +259,7 @@ FileBackgroundScheduler::DuePass FileBackgroundScheduler::runDuePass(const std::
     result = task->waitForCompletion(limits_.expiryGrace);
   }
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     running_.reset();
   }
   record.ended = clock_.now();
@@ -273,7 +273,12 @@ FileBackgroundScheduler::DuePass FileBackgroundScheduler::runDuePass(const std::
   }
   history.back() = record;
   writeHistory(identifier, history);
-  if (observer_) observer_(record);
+  std::function<void(const BackgroundPassRecord&)> observer;
+  {
+    MutexLock lock(mutex_);
+    observer = observer_;
+  }
+  if (observer) observer(record);
   due.outcome = PassOutcome::ran;
   due.record = record;
   return due;
@@ -282,7 +287,7 @@ FileBackgroundScheduler::DuePass FileBackgroundScheduler::runDuePass(const std::
 void FileBackgroundScheduler::serve(const std::string& identifier, std::chrono::milliseconds poll) {
   while (true) {
     {
-      std::lock_guard lock(mutex_);
+      MutexLock lock(mutex_);
       if (stopping_) return;
     }
     DuePass pass;
@@ -296,19 +301,19 @@ void FileBackgroundScheduler::serve(const std::string& identifier, std::chrono::
     if (pass.outcome == PassOutcome::notDue && pass.due) {
       wait = std::min(wait, std::chrono::duration_cast<std::chrono::steady_clock::duration>(*pass.due - clock_.now()));
     }
-    std::unique_lock lock(mutex_);
+    MutexLock lock(mutex_);
     // A submission or cancellation in this process wakes the wait early; those of other processes
     // are seen at the next poll.
     const std::uint64_t seen = changes_;
-    wake_.wait_for(lock, std::max(wait, std::chrono::steady_clock::duration(std::chrono::milliseconds(1))),
-                   [&] { return stopping_ || changes_ != seen; });
+    lock.waitFor(wake_, std::max(wait, std::chrono::steady_clock::duration(std::chrono::milliseconds(1))),
+                 [&]() REQUIRES(mutex_) { return stopping_ || changes_ != seen; });
   }
 }
 
 void FileBackgroundScheduler::stop() {
   std::shared_ptr<BackgroundTask> running;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     stopping_ = true;
     running = running_;
   }

@@ -27,6 +27,7 @@
 
 #include "platform/background_scheduler.hpp"
 #include "platform/clock.hpp"
+#include "platform/thread_annotations.hpp"
 
 namespace ombrine {
 
@@ -86,7 +87,10 @@ class FileBackgroundScheduler final : public BackgroundScheduler {
   void stop();
 
   // Called on the thread that ran a pass, once its record is written. Set before passes run.
-  void setPassObserver(std::function<void(const BackgroundPassRecord&)> observer) { observer_ = std::move(observer); }
+  void setPassObserver(std::function<void(const BackgroundPassRecord&)> observer) {
+    MutexLock lock(mutex_);
+    observer_ = std::move(observer);
+  }
 
   // The latest passes, oldest first. Never raises (an unreadable history is empty).
   std::vector<BackgroundPassRecord> passHistory(const std::string& identifier) const;
@@ -104,13 +108,13 @@ class FileBackgroundScheduler final : public BackgroundScheduler {
   std::filesystem::path folder_;
   Limits limits_;
 
-  mutable std::mutex mutex_;
+  mutable Mutex mutex_;
   std::condition_variable wake_;
-  std::map<std::string, LaunchHandler, std::less<>> handlers_;
-  std::shared_ptr<BackgroundTask> running_;
-  bool stopping_ = false;
-  std::uint64_t changes_ = 0;
-  std::function<void(const BackgroundPassRecord&)> observer_;
+  std::map<std::string, LaunchHandler, std::less<>> handlers_ GUARDED_BY(mutex_);
+  std::shared_ptr<BackgroundTask> running_ GUARDED_BY(mutex_);
+  bool stopping_ GUARDED_BY(mutex_) = false;
+  std::uint64_t changes_ GUARDED_BY(mutex_) = 0;
+  std::function<void(const BackgroundPassRecord&)> observer_ GUARDED_BY(mutex_);
 };
 
 // The request file's text, and back (for tools and tests). Decoding raises std::runtime_error.

@@ -20,7 +20,7 @@ void FileKeyValueStore::reloadIfChanged() const {
   try {
     const detail::FileSignature now = detail::fileSignature(file_);
     {
-      std::lock_guard guard(mutex_);
+      MutexLock guard(mutex_);
       if (now == seen_) return;
     }
     detail::DictionaryFile read = detail::readDictionaryFile(file_, false);
@@ -31,7 +31,7 @@ void FileKeyValueStore::reloadIfChanged() const {
     }
     // Another thread may have stored a newer version meanwhile; the next read then sees a
     // signature that differs from the file's and reloads, so an older pair never sticks.
-    std::lock_guard guard(mutex_);
+    MutexLock guard(mutex_);
     values_ = std::move(read.values).value_or(StoreDictionary{});
     seen_ = read.signature;
   } catch (const FileError& error) {
@@ -41,7 +41,7 @@ void FileKeyValueStore::reloadIfChanged() const {
 
 std::optional<StoreValue> FileKeyValueStore::value(std::string_view key) const {
   reloadIfChanged();
-  std::lock_guard guard(mutex_);
+  MutexLock guard(mutex_);
   auto it = values_.find(key);
   if (it == values_.end()) return std::nullopt;
   return it->second;
@@ -49,7 +49,7 @@ std::optional<StoreValue> FileKeyValueStore::value(std::string_view key) const {
 
 StoreDictionary FileKeyValueStore::dictionaryRepresentation() const {
   reloadIfChanged();
-  std::lock_guard guard(mutex_);
+  MutexLock guard(mutex_);
   return values_;
 }
 
@@ -68,7 +68,7 @@ void FileKeyValueStore::setValue(std::string_view key, std::optional<StoreValue>
     }
     signature = detail::writeDictionaryFile(file_, values);
   }
-  std::lock_guard guard(mutex_);
+  MutexLock guard(mutex_);
   values_ = std::move(values);
   seen_ = signature;
 }

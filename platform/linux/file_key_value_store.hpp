@@ -20,6 +20,7 @@
 
 #include "platform/key_value_store.hpp"
 #include "platform/linux/file_key_value_store_support.hpp"
+#include "platform/thread_annotations.hpp"
 
 namespace ombrine {
 
@@ -50,9 +51,9 @@ class FileKeyValueStore final : public KeyValueStore {
   void reloadIfChanged() const;
 
   const std::filesystem::path file_;
-  mutable std::mutex mutex_;
-  mutable StoreDictionary values_;
-  mutable detail::FileSignature seen_;
+  mutable Mutex mutex_;
+  mutable StoreDictionary values_ GUARDED_BY(mutex_);
+  mutable detail::FileSignature seen_ GUARDED_BY(mutex_);
 };
 
 }  // namespace ombrine

@@ -136,7 +136,7 @@ struct ChangeLog {
   std::condition_variable changed;
   std::vector<CloudStoreChange> changes;
 
-  std::shared_ptr<void> observe(CloudKeyValueStore& store) {
+  Subscription observe(CloudKeyValueStore& store) {
     return store.observeExternalChanges([this](const CloudStoreChange& change) {
       std::lock_guard guard(mutex);
       changes.push_back(change);

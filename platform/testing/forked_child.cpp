@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -217,6 +218,28 @@ bool runAllAndWait(std::vector<ForkedChild>& children, std::chrono::milliseconds
     if (child.wait(remainingUntil(deadline)) != 0) allSucceeded = false;
   }
   return allSucceeded;
+}
+
+std::vector<std::size_t> releaseAndKillAtRandom(const std::function<ForkedChild&(std::size_t)>& child,
+                                                const RandomKills& plan) {
+  std::vector<std::size_t> running;
+  for (std::size_t i = 0; i < plan.concurrent; ++i) {
+    child(i).release();
+    running.push_back(i);
+  }
+  std::mt19937 random(plan.seed);
+  std::uniform_int_distribution<int> pause(static_cast<int>(plan.shortestPause.count()),
+                                           static_cast<int>(plan.longestPause.count()));
+  std::uniform_int_distribution<std::size_t> victim(0, plan.concurrent - 1);
+  std::size_t next = plan.concurrent;
+  for (int kill = 0; kill < plan.kills; ++kill) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(pause(random)));
+    std::size_t& slot = running[victim(random)];
+    child(slot).kill();
+    slot = next++;
+    child(slot).release();
+  }
+  return running;
 }
 
 }  // namespace ombrine

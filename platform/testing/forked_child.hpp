@@ -16,6 +16,8 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <type_traits>
 #include <utility>
@@ -107,5 +109,21 @@ std::vector<ForkedChild> forkChildren(int count, Body body) {
 // Releases every child, then waits for them all within one shared `limit`; true when each exited
 // 0. Children still running when the limit ends are killed.
 bool runAllAndWait(std::vector<ForkedChild>& children, std::chrono::milliseconds limit = ForkedChild::kDefaultLimit);
+
+// How `releaseAndKillAtRandom` keeps children running while killing some.
+struct RandomKills {
+  std::size_t concurrent = 4;
+  int kills = 12;
+  std::uint32_t seed = 1;
+  std::chrono::milliseconds shortestPause{5};
+  std::chrono::milliseconds longestPause{60};
+};
+
+// Releases children 0..concurrent-1, then `kills` times: waits a random pause, kills a random
+// running child (SIGKILL, reaped) and releases the next unreleased one in its place. `child(i)`
+// gives child i; there must be concurrent + kills of them. Returns the indexes of the children
+// left running (the caller kills or waits for them).
+std::vector<std::size_t> releaseAndKillAtRandom(const std::function<ForkedChild&(std::size_t)>& child,
+                                                const RandomKills& plan);
 
 }  // namespace ombrine

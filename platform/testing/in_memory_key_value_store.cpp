@@ -20,7 +20,7 @@ void assignIn(StoreDictionary& values, std::string_view key, std::optional<Store
 }  // namespace
 
 std::optional<StoreValue> InMemoryKeyValueStore::value(std::string_view key) const {
-  std::lock_guard guard(mutex_);
+  MutexLock guard(mutex_);
   auto it = values_.find(key);
   if (it == values_.end()) return std::nullopt;
   return it->second;
@@ -28,28 +28,28 @@ std::optional<StoreValue> InMemoryKeyValueStore::value(std::string_view key) con
 
 void InMemoryKeyValueStore::setValue(std::string_view key, std::optional<StoreValue> value) {
   if (failWrites_.load()) throw FileError("in-memory store: writes are set to fail");
-  std::lock_guard guard(mutex_);
+  MutexLock guard(mutex_);
   assignIn(values_, key, std::move(value));
   ++writeCount_;
 }
 
 StoreDictionary InMemoryKeyValueStore::dictionaryRepresentation() const {
-  std::lock_guard guard(mutex_);
+  MutexLock guard(mutex_);
   return values_;
 }
 
 StoreDictionary InMemoryCloudServer::values() const {
-  std::lock_guard guard(mutex_);
+  MutexLock guard(mutex_);
   return values_;
 }
 
 void InMemoryCloudServer::setValue(std::string_view key, std::optional<StoreValue> value) {
-  std::lock_guard guard(mutex_);
+  MutexLock guard(mutex_);
   assignIn(values_, key, std::move(value));
 }
 
 void InMemoryCloudServer::replaceAll(StoreDictionary values) {
-  std::lock_guard guard(mutex_);
+  MutexLock guard(mutex_);
   values_ = std::move(values);
 }
 
@@ -70,7 +70,7 @@ void InMemoryCloudKeyValueStore::changeExternally(std::string_view key, std::opt
 
 StoreDictionary InMemoryCloudKeyValueStore::exchange(const Merge& merge) {
   if (!server_->reachable()) throw FileError("in-memory cloud server is unreachable");
-  std::lock_guard guard(server_->mutex_);
+  MutexLock guard(server_->mutex_);
   if (auto merged = merge(&server_->values_)) server_->values_ = std::move(*merged);
   return server_->values_;
 }

@@ -17,6 +17,7 @@
 
 #include "platform/cloud_key_value_store.hpp"
 #include "platform/key_value_store.hpp"
+#include "platform/thread_annotations.hpp"
 
 namespace ombrine {
 
@@ -35,8 +36,8 @@ class InMemoryKeyValueStore final : public KeyValueStore {
   std::size_t writeCount() const { return writeCount_.load(); }
 
  private:
-  mutable std::mutex mutex_;
-  StoreDictionary values_;
+  mutable Mutex mutex_;
+  StoreDictionary values_ GUARDED_BY(mutex_);
   std::atomic<bool> failWrites_{false};
   std::atomic<std::size_t> writeCount_{0};
 };
@@ -54,8 +55,8 @@ class InMemoryCloudServer {
 
  private:
   friend class InMemoryCloudKeyValueStore;
-  mutable std::mutex mutex_;
-  StoreDictionary values_;
+  mutable Mutex mutex_;
+  StoreDictionary values_ GUARDED_BY(mutex_);
   std::atomic<bool> reachable_{true};
 };
 

@@ -1,5 +1,7 @@
 #include "platform/testing/program_sandbox.hpp"
 
+#include <fcntl.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -7,6 +9,8 @@
 #include <cstdio>
 #include <fstream>
 #include <sstream>
+
+extern char** environ;
 
 namespace ombrine {
 
@@ -46,6 +50,48 @@ ProgramRun ProgramSandbox::run(const std::string& program, const std::string& ar
   std::error_code ignored;
   std::filesystem::remove(errFile, ignored);
   return run;
+}
+
+pid_t ProgramSandbox::start(const std::string& program, const std::vector<std::string>& arguments,
+                            const std::vector<std::string>& extraEnvironment, const std::string& log) const {
+  std::vector<std::string> words{program};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  std::vector<std::string> env;
+  for (char** entry = environ; *entry; ++entry) {
+    const std::string text = *entry;
+    if (!text.starts_with("DBUS_SESSION_BUS_ADDRESS=") && !text.starts_with("OMBRINE_")) env.push_back(text);
+  }
+  for (const auto& [name, folder] : {std::pair{"OMBRINE_CONTAINER", "group"},
+                                     {"XDG_CACHE_HOME", "cache"},
+                                     {"XDG_CONFIG_HOME", "config"},
+                                     {"XDG_DATA_HOME", "data"},
+                                     {"OMBRINE_SYNC_DIR", "sync"},
+                                     {"XDG_RUNTIME_DIR", "runtime"}}) {
+    env.push_back(std::string(name) + "=" + (root_ / folder).string());
+  }
+  env.insert(env.end(), extraEnvironment.begin(), extraEnvironment.end());
+  std::vector<char*> argv;
+  for (auto& word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
+  std::vector<char*> envp;
+  for (auto& entry : env) envp.push_back(entry.data());
+  envp.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  const std::string out = (root_ / (log + ".out")).string();
+  const std::string err = (root_ / (log + ".err")).string();
+  posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  pid_t pid = -1;
+  if (posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data()) != 0) pid = -1;
+  posix_spawn_file_actions_destroy(&actions);
+  return pid;
+}
+
+int ProgramSandbox::waitForExit(pid_t pid) {
+  int status = 0;
+  if (::waitpid(pid, &status, 0) != pid) return -1;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 std::string readTextFile(const std::filesystem::path& path) {

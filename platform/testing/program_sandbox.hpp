@@ -7,8 +7,11 @@
 // One sandbox is one user's machine: runs in the same sandbox share their files. Not
 // thread-safe; a test owns its sandbox.
 
+#include <sys/types.h>
+
 #include <filesystem>
 #include <string>
+#include <vector>
 
 namespace ombrine {
 
@@ -37,6 +40,16 @@ class ProgramSandbox {
   // captured apart.
   ProgramRun run(const std::string& program, const std::string& arguments,
                  const std::string& extraEnvironment = "") const;
+
+  // Starts `program` with `arguments` (one word each) in the background, with the caller's
+  // environment less D-Bus and every OMBRINE_ variable, then the sandbox's, then
+  // `extraEnvironment` ("NAME=value" each); stdout and stderr go to "<log>.out" and "<log>.err"
+  // in the scratch folder. Returns the process id, -1 when it could not start; reap it with
+  // `waitForExit`.
+  pid_t start(const std::string& program, const std::vector<std::string>& arguments,
+              const std::vector<std::string>& extraEnvironment, const std::string& log) const;
+  // Waits for a started process; its exit code, or -1 when it did not exit normally.
+  static int waitForExit(pid_t pid);
 
  private:
   std::filesystem::path root_;

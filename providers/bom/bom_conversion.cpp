@@ -7,19 +7,13 @@
 
 #include "core/errors.hpp"
 #include "core/sun_event_rows.hpp"
+#include "providers/common/glyph_table.hpp"
 
 namespace ombrine {
 
 namespace {
 
-struct DescriptorRule {
-  std::string_view descriptor;
-  std::string_view day;
-  std::string_view night;
-  int id;
-};
-
-constexpr DescriptorRule kDescriptors[] = {
+constexpr GlyphRule kDescriptors[] = {
     {"sunny", "sun.max", "moon.stars", 800},
     {"clear", "sun.max", "moon.stars", 800},
     {"mostly_sunny", "cloud.sun", "cloud.moon", 801},
@@ -68,18 +62,7 @@ Precipitation amountOf(const BomRain& rain) {
 }  // namespace
 
 OneCallWeather::Glyph bureauGlyph(std::string_view descriptor, bool isDaylight) {
-  OneCallWeather::Glyph glyph{.id = 0,
-                              .main = words(descriptor),
-                              .description = words(descriptor),
-                              .symbolName = "cloud",
-                              .isDaylight = isDaylight};
-  for (const DescriptorRule& rule : kDescriptors) {
-    if (rule.descriptor == descriptor) {
-      glyph.symbolName = isDaylight ? rule.day : rule.night;
-      glyph.id = rule.id;
-    }
-  }
-  return glyph;
+  return glyphByTable(kDescriptors, descriptor, words(descriptor), isDaylight);
 }
 
 OneCallWeather convertBureau(const BureauAnswers& answers, const BureauConversionContext& context) {

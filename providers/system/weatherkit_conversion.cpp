@@ -8,19 +8,13 @@
 
 #include "core/sun_event_rows.hpp"
 #include "core/saturating_int.hpp"
+#include "providers/common/glyph_table.hpp"
 
 namespace ombrine {
 
 namespace {
 
-struct ConditionRule {
-  std::string_view code;
-  std::string_view day;
-  std::string_view night;
-  int id;
-};
-
-constexpr ConditionRule kConditions[] = {
+constexpr GlyphRule kConditions[] = {
     {"Clear", "sun.max", "moon.stars", 800},
     {"MostlyClear", "sun.max", "moon.stars", 801},
     {"PartlyCloudy", "cloud.sun", "cloud.moon", 802},
@@ -120,18 +114,7 @@ std::optional<WeatherSeverity> severityOf(std::string_view name) {
 }  // namespace
 
 OneCallWeather::Glyph systemWeatherGlyph(std::string_view conditionCode, bool isDaylight) {
-  OneCallWeather::Glyph glyph{.id = 0,
-                              .main = words(conditionCode),
-                              .description = words(conditionCode),
-                              .symbolName = "cloud",
-                              .isDaylight = isDaylight};
-  for (const ConditionRule& rule : kConditions) {
-    if (rule.code == conditionCode) {
-      glyph.symbolName = isDaylight ? rule.day : rule.night;
-      glyph.id = rule.id;
-    }
-  }
-  return glyph;
+  return glyphByTable(kConditions, conditionCode, words(conditionCode), isDaylight);
 }
 
 PrecipitationKind systemWeatherPrecipitationKind(std::string_view type) {
