@@ -116,9 +116,6 @@ WeatherAlertNotificationAttempt readAttempt(const json::value& value, const Json
     attempt.invalidation = WeatherAlertNotificationAttemptInvalidation::pendingAndDelivered;
   }
   reader.readOptional("reservedDate", attempt.reservedDate);
-  std::optional<bool> withdrawn;
-  reader.readOptional("withdrawn", withdrawn);
-  attempt.withdrawn = withdrawn.value_or(false);
   return attempt;
 }
 
@@ -152,10 +149,6 @@ void writeAttempt(JsonWriter& writer, const WeatherAlertNotificationAttempt& att
   writer.key("primaryKey");
   writeKey(writer, attempt.primaryKey);
   if (attempt.reservedDate) writeOptionalDate(writer, "reservedDate", attempt.reservedDate);
-  if (attempt.withdrawn) {
-    writer.key("withdrawn");
-    writer.boolean(true);
-  }
   writer.endObject();
 }
 
@@ -237,6 +230,12 @@ std::string encodeWeatherAlertNotificationState(const WeatherAlertNotificationPe
   writer.beginArray();
   for (const auto& value : state.recordValues) writer.string(value);
   writer.endArray();
+  if (!state.withdrawnAttempts.empty()) {
+    writer.key("withdrawnAttempts");
+    writer.beginArray();
+    for (const auto& attempt : state.withdrawnAttempts) writeAttempt(writer, attempt);
+    writer.endArray();
+  }
   writer.endObject();
   return text;
 }
@@ -250,17 +249,16 @@ WeatherAlertNotificationPersistedState decodeWeatherAlertNotificationState(std::
   reader.read("recordValues", values);
   state.recordValues.insert(values.begin(), values.end());
   reader.readOptional("latestSnapshotDate", state.latestSnapshotDate);
-  if (const json::value* attempts = reader.find("pendingAttempts")) {
-    const JsonPath child = root.key("pendingAttempts");
+  const auto readAttempts = [&](std::string_view key, std::vector<WeatherAlertNotificationAttempt>& out) {
+    const json::value* attempts = reader.find(key);
+    if (!attempts) return false;
+    const JsonPath child = root.key(key);
     const json::array& array = jsonArray(*attempts, child);
-    for (std::size_t i = 0; i < array.size(); ++i) {
-      const JsonPath element = child.index(i);
-      state.pendingAttempts.push_back(readAttempt(array[i], element));
-    }
-  } else {
-    const JsonPath child = root.key("pendingAttempts");
-    child.fail("missing key");
-  }
+    for (std::size_t i = 0; i < array.size(); ++i) out.push_back(readAttempt(array[i], child.index(i)));
+    return true;
+  };
+  if (!readAttempts("pendingAttempts", state.pendingAttempts)) root.key("pendingAttempts").fail("missing key");
+  readAttempts("withdrawnAttempts", state.withdrawnAttempts);
   return state;
 }
 

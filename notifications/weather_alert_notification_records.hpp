@@ -8,8 +8,8 @@
 // (notifications/weather_alert_notification_state.hpp has the rules).
 //
 // The state file is one JSON object with sorted keys: "latestSnapshotDate" (seconds since
-// 2001-01-01T00:00:00Z, or absent), "pendingAttempts" (array) and "recordValues" (array of
-// strings, each a record in its string form). A record's string form is "weather-alert-v2:"
+// 2001-01-01T00:00:00Z, or absent), "pendingAttempts" (array), "recordValues" (array of
+// strings, each a record in its string form) and, when there are any, "withdrawnAttempts". A record's string form is "weather-alert-v2:"
 // followed by the standard base64 of its JSON with sorted keys, every key present (null when
 // absent). The older form "<event>_<senderName>_<end>" (end in seconds since 1970) still reads
 // as a record; any other string is kept as it is and never read as a record.
@@ -73,9 +73,6 @@ struct WeatherAlertNotificationAttempt {
   // When the attempt was reserved (wall clock); nothing in files written before it was kept.
   // The age after which an attempt that a dead process left behind is settled counts from it.
   std::optional<Date> reservedDate;
-  // Set by confirmation when the request is not to be kept: the pass is removing it, and the
-  // attempt stays until the notification center shows whether the user saw it.
-  bool withdrawn = false;
 
   // "weather-alert-notification-v2:" and the identifier in lower case.
   std::string notificationIdentifier() const;
@@ -86,6 +83,10 @@ struct WeatherAlertNotificationPersistedState {
   std::set<std::string> recordValues;
   std::optional<Date> latestSnapshotDate;
   std::vector<WeatherAlertNotificationAttempt> pendingAttempts;
+  // Attempts that confirmation ended without keeping their request: the pass removed it, and
+  // whether the user saw it first is settled later by what the notification center holds.
+  // Written as "withdrawnAttempts" only when not empty.
+  std::vector<WeatherAlertNotificationAttempt> withdrawnAttempts;
   bool operator==(const WeatherAlertNotificationPersistedState&) const = default;
 };
 

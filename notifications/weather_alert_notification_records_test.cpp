@@ -55,8 +55,8 @@ TEST(WeatherAlertNotificationRecordsTest, StateFile) {
   attempt.coveredRecords = {{{"Rain", "S"}, "old"}};
   attempt.invalidation = WeatherAlertNotificationAttemptInvalidation::pendingOnly;
   attempt.reservedDate = Date{700000000};
-  attempt.withdrawn = true;
   state.pendingAttempts = {attempt};
+  state.withdrawnAttempts = {attempt};
   EXPECT_EQ(attempt.notificationIdentifier(), "weather-alert-notification-v2:e621e1f8-c36c-495a-93fc-0c247a3e6e5f");
   const std::string text = encodeWeatherAlertNotificationState(state);
   EXPECT_TRUE(text.starts_with(R"({"latestSnapshotDate":700000000.25,"pendingAttempts":[{"coveredRecords":)")) << text;

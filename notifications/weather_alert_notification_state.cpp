@@ -11,7 +11,7 @@ using Invalidation = WeatherAlertNotificationAttemptInvalidation;
 using State = WeatherAlertNotificationPersistedState;
 using Key = WeatherAlertNotificationKey;
 
-bool isValid(const WeatherAlertNotificationAttempt& attempt) { return !attempt.invalidation && !attempt.withdrawn; }
+bool isValid(const WeatherAlertNotificationAttempt& attempt) { return !attempt.invalidation; }
 
 std::set<Key> keysOf(const WeatherAlertNotificationAttempt& attempt) {
   std::set<Key> keys = attempt.insertedKeys;
@@ -139,7 +139,7 @@ WeatherAlertNotificationPlan WeatherAlertNotificationState::plan(
       if (!anyLive) invalidation = Invalidation::pendingOnly;
     }
     if (invalidation) attempt.invalidation = std::max(attempt.invalidation.value_or(*invalidation), *invalidation);
-    if (attempt.invalidation && invalidation) {
+    if (attempt.invalidation) {
       result.pendingNotificationIdentifiersToCancel.insert(attempt.notificationIdentifier());
       if (*attempt.invalidation == Invalidation::pendingAndDelivered) {
         result.deliveredNotificationIdentifiersToRemove.insert(attempt.notificationIdentifier());
@@ -188,13 +188,8 @@ WeatherAlertNotificationAttemptCompletion WeatherAlertNotificationState::confirm
   completion.shouldKeepScheduledRequest = !attempt.invalidation && isEnabled;
   completion.shouldRemoveDeliveredNotification =
       attempt.invalidation == Invalidation::pendingAndDelivered || !isEnabled;
-  if (completion.shouldKeepScheduledRequest) {
-    eraseAttempt(completion.persistedState, attemptIdentifier);
-  } else {
-    for (auto& kept : completion.persistedState.pendingAttempts) {
-      if (kept.identifier == attemptIdentifier) kept.withdrawn = true;
-    }
-  }
+  eraseAttempt(completion.persistedState, attemptIdentifier);
+  if (!completion.shouldKeepScheduledRequest) completion.persistedState.withdrawnAttempts.push_back(attempt);
   return completion;
 }
 
@@ -217,11 +212,13 @@ WeatherAlertNotificationSettlement WeatherAlertNotificationState::settleAbandone
   for (auto& attempt : next.pendingAttempts) {
     if (!attempt.reservedDate) attempt.reservedDate = now;
     const bool abandoned = !(*attempt.reservedDate + kAbandonedAttemptExpirySeconds > now);
-    if (!attempt.withdrawn && !abandoned) continue;
-    const std::string identifier = attempt.notificationIdentifier();
-    if (pendingRequestIdentifiers.contains(identifier)) continue;
-    settled.push_back(attempt);
+    if (abandoned && !pendingRequestIdentifiers.contains(attempt.notificationIdentifier())) settled.push_back(attempt);
   }
+  std::erase_if(next.withdrawnAttempts, [&](const WeatherAlertNotificationAttempt& attempt) {
+    if (pendingRequestIdentifiers.contains(attempt.notificationIdentifier())) return false;
+    settled.push_back(attempt);
+    return true;
+  });
   for (const auto& attempt : settled) {
     const std::string identifier = attempt.notificationIdentifier();
     if (deliveredIdentifiers.contains(identifier)) {

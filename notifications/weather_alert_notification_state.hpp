@@ -9,14 +9,13 @@
 // attempt's alerts invalidates the attempt, so a request still inside its 5 seconds is removed.
 //
 // Choices of this implementation where the rules leave room:
-// - An attempt whose request is not kept (invalidated, or notifications switched off) is not
-//   dropped by `confirm` but marked `withdrawn`, and `settleAbandonedAttempts` resolves it by
-//   what the notification center holds: delivered means the user saw it (its records stay),
-//   gone means the user never did (its records are undone, so the alert is announced when it is
-//   live again).
+// - An attempt whose request is not kept (invalidated, or notifications switched off) leaves
+//   `pendingAttempts` at confirmation for `withdrawnAttempts`, and `settleAbandonedAttempts`
+//   resolves it by what the notification center holds once no request with its identifier is
+//   pending: delivered means the user saw it (its records stay), gone means the user never did
+//   (its records are undone, so the alert is announced when it is live again).
 // - An attempt that a dead process left behind (never confirmed nor rolled back) is settled the
-//   same way once it is `kAbandonedAttemptExpiry` old and no request with its identifier is
-//   pending. Ten minutes is far beyond the milliseconds between reserving and adding, and well
+//   same way once it is `kAbandonedAttemptExpiry` old. Ten minutes is far beyond the milliseconds between reserving and adding, and well
 //   under the hour between background passes, so an alert silenced by a crash is announced on the
 //   next pass, once.
 // - An attempt only inserts records for keys without one; it never takes over another record,
@@ -74,7 +73,7 @@ struct WeatherAlertNotificationState {
                                                            const Uuid& attemptIdentifier, bool isEnabled);
   static WeatherAlertNotificationPersistedState rollBack(const WeatherAlertNotificationPersistedState& state,
                                                          const Uuid& attemptIdentifier);
-  // Resolves withdrawn attempts, and attempts older than the expiry at `now`, whose request is not
+  // Resolves withdrawn attempts, and pending attempts older than the expiry at `now`, whose request is not
   // in `pendingRequestIdentifiers`: kept as told when in `deliveredIdentifiers`, else rolled
   // back. An attempt from an older file without a reservation date gets `now` as one.
   static WeatherAlertNotificationSettlement settleAbandonedAttempts(

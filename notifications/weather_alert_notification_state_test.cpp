@@ -109,6 +109,10 @@ TEST(WeatherAlertNotificationStateTest, PlanDetails) {
   EXPECT_EQ(gone.pendingNotificationIdentifiersToCancel,
             std::set<std::string>{plan.schedulingAttempt->notificationIdentifier()});
   EXPECT_TRUE(gone.deliveredNotificationIdentifiersToRemove.empty());
+  // Its alerts back: it stays invalidated and its request is still cancelled.
+  auto back = State::plan(gone.persistedState, {live(kFog)}, t0 + 3, uuid(9), false);
+  EXPECT_EQ(back.persistedState.pendingAttempts[0].invalidation, Invalidation::pendingOnly);
+  EXPECT_EQ(back.pendingNotificationIdentifiersToCancel, gone.pendingNotificationIdentifiersToCancel);
   // Notifications off: every attempt is invalidated everywhere, the stronger invalidation stays.
   auto off = State::plan(gone.persistedState, {live(kFog)}, t0 + 3, uuid(4), true);
   EXPECT_FALSE(off.schedulingAttempt);
@@ -163,7 +167,8 @@ TEST(WeatherAlertNotificationStateTest, ConfirmRollBackAndSettle) {
     const auto completion = State::confirm(reservedWith(row.invalidated), uuid(1), row.enabled);
     EXPECT_EQ(completion.shouldKeepScheduledRequest, row.keep);
     EXPECT_EQ(completion.shouldRemoveDeliveredNotification, row.removeDelivered);
-    EXPECT_EQ(completion.persistedState.pendingAttempts.size(), row.withdrawn ? 1u : 0u);
+    EXPECT_TRUE(completion.persistedState.pendingAttempts.empty());
+    EXPECT_EQ(completion.persistedState.withdrawnAttempts.size(), row.withdrawn ? 1u : 0u);
     EXPECT_EQ(records(completion.persistedState).size(), 1u);
   }
   // An unknown attempt (rolled back or settled by another pass) changes nothing and keeps nothing.
@@ -198,12 +203,13 @@ TEST(WeatherAlertNotificationStateTest, ConfirmRollBackAndSettle) {
   for (const auto& row : settles) {
     SCOPED_TRACE(row.name);
     Persisted state = reservedWith(false);
-    state.pendingAttempts[0].withdrawn = row.withdrawn;
+    if (row.withdrawn) std::swap(state.pendingAttempts, state.withdrawnAttempts);
     std::set<std::string> pending, delivered;
     if (row.pending) pending.insert(id);
     if (row.delivered) delivered.insert(id);
     const auto settled = State::settleAbandonedAttempts(state, t0 + row.age, pending, delivered);
-    EXPECT_EQ(settled.persistedState.pendingAttempts.size(), row.attemptsLeft);
+    EXPECT_EQ(settled.persistedState.pendingAttempts.size() + settled.persistedState.withdrawnAttempts.size(),
+              row.attemptsLeft);
     EXPECT_EQ(records(settled.persistedState).size(), row.recordsLeft);
   }
 }

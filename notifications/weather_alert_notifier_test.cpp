@@ -147,6 +147,7 @@ TEST(WeatherAlertNotifierTest, FailuresAndSwitches) {
     EXPECT_FALSE(f.notifier.notifyWeatherAlerts(gale(f.now()), TimeZone::gmt()).request);
     EXPECT_TRUE(f.deliveredAfterTrigger().empty());
     testing::internal::GetCapturedStderr();
+    EXPECT_TRUE(f.store.read()->pendingAttempts.empty());
     // Switched on again, the alert that was never shown is announced.
     f.observer = nullptr;
     f.enabled = true;
