@@ -98,8 +98,14 @@ WeatherAlertNotificationAttempt readAttempt(const json::value& value, const Json
       attempt.insertedKeys.insert(readKey(array[i], element));
     }
   }
+  // The case name as text, or keyed as an object with an empty payload ({"pendingOnly": {}}).
   std::optional<std::string> invalidation;
-  reader.readOptional("invalidation", invalidation);
+  const json::value* invalidationValue = reader.find("invalidation");
+  if (invalidationValue && invalidationValue->is_object() && invalidationValue->as_object().size() == 1) {
+    invalidation = std::string(invalidationValue->as_object().begin()->key());
+  } else {
+    reader.readOptional("invalidation", invalidation);
+  }
   if (invalidation) {
     if (*invalidation == "pendingOnly") {
       attempt.invalidation = WeatherAlertNotificationAttemptInvalidation::pendingOnly;

@@ -67,6 +67,10 @@ TEST(WeatherAlertNotificationRecordsTest, StateFile) {
   const auto decoded = decodeWeatherAlertNotificationState(older);
   ASSERT_EQ(decoded.pendingAttempts.size(), 1u);
   EXPECT_EQ(decoded.pendingAttempts[0].invalidation, WeatherAlertNotificationAttemptInvalidation::pendingAndDelivered);
+  const std::string keyed = R"({"recordValues":[],"pendingAttempts":[{"identifier":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F",
+    "primaryKey":{"event":"a","senderName":"b"},"invalidation":{"pendingOnly":{}}}]})";
+  EXPECT_EQ(decodeWeatherAlertNotificationState(keyed).pendingAttempts.at(0).invalidation,
+            WeatherAlertNotificationAttemptInvalidation::pendingOnly);
   EXPECT_FALSE(decoded.latestSnapshotDate);
 
   const char* corrupt[] = {"", "garbage", "[]", R"({"pendingAttempts":[]})", R"({"recordValues":[1],"pendingAttempts":[]})",
