@@ -91,6 +91,7 @@ TEST(JTWCTimeTest, DayHourMinuteTokens) {
   EXPECT_EQ(parseRSSDate("Tue, 24 Nov 26 16:00:00 +0000"), utcDate(2026, 11, 24, 16, 0));
   EXPECT_EQ(parseRSSDate("24 Nov 2026 16:00:00 +0000"), std::nullopt);
   EXPECT_EQ(parseRSSDate("Tue, 24 Nov 2026 16:00:00 +0100"), utcDate(2026, 11, 24, 15, 0));
+  EXPECT_EQ(parseRSSDate("Tue, 24 Nov 2026 16:00:00 GMT"), utcDate(2026, 11, 24, 16, 0));
 }
 
 const char* kFeed = R"(<?xml version="1.0"?><rss version="2.0"><channel><title>JTWC</title>
