@@ -57,12 +57,6 @@ FireHTTPResponseError::FireHTTPResponseError(int statusCode, std::optional<doubl
 
 namespace {
 
-struct FireErrorEnvelope {
-  FireFeatureServiceErrorPayload error;
-};
-inline constexpr auto kFireErrorEnvelopeJsonMembers = std::tuple{jsonMember("error", &FireErrorEnvelope::error)};
-constexpr const auto& jsonMembers(const FireErrorEnvelope*) { return kFireErrorEnvelopeJsonMembers; }
-
 constexpr size_t kLargestErrorBody = 256 * 1024;
 
 std::optional<int> monthNamed(std::string_view name) {
@@ -125,7 +119,7 @@ namespace FireFeatureServiceResponsePolicy {
 std::optional<FireFeatureServiceErrorPayload> errorEnvelope(std::string_view body) {
   if (body.size() > kLargestErrorBody) return std::nullopt;
   try {
-    FireErrorEnvelope envelope;
+    ErrorEnvelope envelope;
     decodeJsonText(body, envelope);
     return envelope.error;
   } catch (const DecodingError&) {

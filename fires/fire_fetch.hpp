@@ -71,6 +71,13 @@ class FireHTTPResponseError : public std::runtime_error {
 
 namespace FireFeatureServiceResponsePolicy {
 
+// The body form {"error": {...}} in which a feature service answers a failure with HTTP 200.
+struct ErrorEnvelope {
+  FireFeatureServiceErrorPayload error;
+};
+inline constexpr auto kErrorEnvelopeJsonMembers = std::tuple{jsonMember("error", &ErrorEnvelope::error)};
+constexpr const auto& jsonMembers(const ErrorEnvelope*) { return kErrorEnvelopeJsonMembers; }
+
 // The ArcGIS error object of a body {"error": {...}}; nothing for any other body (bodies above
 // 256 KiB are feature pages and are not examined).
 std::optional<FireFeatureServiceErrorPayload> errorEnvelope(std::string_view body);

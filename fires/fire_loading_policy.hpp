@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 #include "core/date.hpp"
@@ -126,6 +127,28 @@ struct CalFirePerimeterMissionGroup {
 struct CalFirePerimeterMissionQueryBatch {
   std::vector<CalFirePerimeterMissionKey> missionKeys;
   std::vector<std::string> missionSQLComparisonIdentities;  // quoted: 'ABC-123'
+};
+
+// What one FIRIS perimeter query asks for: the active members within an envelope, the active
+// members of named missions wherever they lie (both without shapes), or the shapes of chosen
+// members.
+struct CalFirePerimeterQueryScope {
+  struct SpatialDiscovery {
+    FireMapEnvelope envelope;
+  };
+  struct MissionSQLComparisonIdentities {
+    std::vector<std::string> identities;  // quoted, as `missionSQLComparisonIdentity` gives them
+  };
+  struct ObjectIDs {
+    std::vector<std::int64_t> ids;
+  };
+  std::variant<SpatialDiscovery, MissionSQLComparisonIdentities, ObjectIDs> value;
+
+  static CalFirePerimeterQueryScope spatialDiscovery(FireMapEnvelope envelope) { return {SpatialDiscovery{envelope}}; }
+  static CalFirePerimeterQueryScope missionSQLComparisonIdentities(std::vector<std::string> identities) {
+    return {MissionSQLComparisonIdentities{std::move(identities)}};
+  }
+  static CalFirePerimeterQueryScope objectIDs(std::vector<std::int64_t> ids) { return {ObjectIDs{std::move(ids)}}; }
 };
 
 namespace CalFirePerimeterLoadingPolicy {

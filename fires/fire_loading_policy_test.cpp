@@ -327,6 +327,27 @@ TEST(FireQueries, TolerancesEnvelopesAndClauses) {
   auto bc = bcWildfireEnrichmentURL(boost::urls::url("https://openmaps.gov.bc.ca"), {" K71234 ", "O'1"});
   EXPECT_EQ((*bc.params().find("where")).value, "FIRE_NUMBER IN ('K71234','O''1')");
   EXPECT_EQ((*bc.params().find("resultRecordCount")).value, "2");
+
+  // FIRIS: discovery and mission queries return attributes only; shapes come by object id.
+  using Scope = CalFirePerimeterQueryScope;
+  const struct {
+    Scope scope;
+    std::string whereEnd;
+    bool shapes, envelope;
+  } scopes[] = {
+      {Scope::spatialDiscovery({-122, 39, -121, 40}), "(area_acres IS NULL AND NIFC_GISAcres >= 2.471053814671653))",
+       false, true},
+      {Scope::missionSQLComparisonIdentities({"'CA-1'", "'O''B'"}), ") AND UPPER(mission) IN ('CA-1','O''B')", false,
+       false},
+      {Scope::objectIDs({501, 503}), ") AND OBJECTID IN (501,503)", true, false},
+  };
+  for (const auto& s : scopes) {
+    auto firis = calFirePerimeterURL(boost::urls::url("https://services1.arcgis.com"), s.scope, 0.001, 2000, 0);
+    EXPECT_TRUE(std::string((*firis.params().find("where")).value).ends_with(s.whereEnd)) << s.whereEnd;
+    EXPECT_EQ((*firis.params().find("returnGeometry")).value, s.shapes ? "true" : "false");
+    EXPECT_EQ(firis.params().contains("maxAllowableOffset"), s.shapes);
+    EXPECT_EQ(firis.params().contains("geometry"), s.envelope);
+  }
 }
 
 }  // namespace

@@ -247,8 +247,9 @@ Task<FireFetchResult<FirePerimeter>> FireMapLoader::calFirePerimeters(FireMapEnv
       }
     };
     // 1. The members within the envelope.
-    auto discoveryURL = [&base, envelope](int count, int offset) {
-      return calFirePerimeterDiscoveryURL(base, envelope, count, offset);
+    const auto area = CalFirePerimeterQueryScope::spatialDiscovery(envelope);
+    auto discoveryURL = [&base, &area, tolerance](int count, int offset) {
+      return calFirePerimeterURL(base, area, tolerance, count, offset);
     };
     auto discovery = s->walk<CalFirePerimeterProperties>(discoveryURL, true);
     auto found = co_await std::move(discovery);
@@ -260,8 +261,10 @@ Task<FireFetchResult<FirePerimeter>> FireMapLoader::calFirePerimeters(FireMapEnv
       if (key && std::find(keys.begin(), keys.end(), *key) == keys.end()) keys.push_back(*key);
     }
     for (const auto& batch : CalFirePerimeterLoadingPolicy::batches(keys)) {
-      auto missionURL = [&base, &batch](int count, int offset) {
-        return calFirePerimeterMissionURL(base, batch, count, offset);
+      const auto missions =
+          CalFirePerimeterQueryScope::missionSQLComparisonIdentities(batch.missionSQLComparisonIdentities);
+      auto missionURL = [&base, &missions, tolerance](int count, int offset) {
+        return calFirePerimeterURL(base, missions, tolerance, count, offset);
       };
       auto missionWalk = s->walk<CalFirePerimeterProperties>(missionURL, true);
       auto missionMembers = co_await std::move(missionWalk);
@@ -279,8 +282,9 @@ Task<FireFetchResult<FirePerimeter>> FireMapLoader::calFirePerimeters(FireMapEnv
           ids.begin() + static_cast<std::ptrdiff_t>(start),
           ids.begin() + static_cast<std::ptrdiff_t>(
                             std::min(ids.size(), start + CalFirePerimeterLoadingPolicy::kObjectIDBatchSize)));
-      auto shapeURL = [&base, &chunk, tolerance](int count, int offset) {
-        return calFirePerimeterShapeURL(base, chunk, tolerance, count, offset);
+      const auto members = CalFirePerimeterQueryScope::objectIDs(chunk);
+      auto shapeURL = [&base, &members, tolerance](int count, int offset) {
+        return calFirePerimeterURL(base, members, tolerance, count, offset);
       };
       auto shapeWalk = s->walk<CalFirePerimeterProperties>(shapeURL, true);
       auto shapePage = co_await std::move(shapeWalk);

@@ -167,48 +167,39 @@ boost::urls::url nifcPerimeterURL(const boost::urls::url& base, Date now, int co
 
 namespace {
 
-boost::urls::url calFireQuery(const boost::urls::url& base, const std::string& where, bool geometry, int count,
-                              int offset) {
-  boost::urls::url url = at(base, kCalFirePerimeterPath);
-  add(url, "where", where);
-  add(url, "outFields", kCalFireOutFields);
-  add(url, "returnGeometry", geometry ? "true" : "false");
-  add(url, "resultRecordCount", std::to_string(count));
-  add(url, "resultOffset", std::to_string(offset));
-  add(url, "orderByFields", "OBJECTID ASC");
-  add(url, "f", "geojson");
-  return url;
+// The where-text of a scope: the discovery clauses, narrowed to missions or members.
+std::string calFirePerimeterWhere(const CalFirePerimeterQueryScope& scope) {
+  using Scope = CalFirePerimeterQueryScope;
+  if (const auto* missions = std::get_if<Scope::MissionSQLComparisonIdentities>(&scope.value)) {
+    return "(" + calFirePerimeterDiscoveryWhere() + ") AND UPPER(mission) IN (" + joined(missions->identities, ",") +
+           ")";
+  }
+  if (const auto* members = std::get_if<Scope::ObjectIDs>(&scope.value)) {
+    return "(" + calFirePerimeterDiscoveryWhere() + ") AND OBJECTID IN (" + idList(members->ids) + ")";
+  }
+  return calFirePerimeterDiscoveryWhere();
 }
 
 }  // namespace
 
-boost::urls::url calFirePerimeterDiscoveryURL(const boost::urls::url& base, const FireMapEnvelope& envelope, int count,
-                                              int offset) {
-  boost::urls::url url = calFireQuery(base, calFirePerimeterDiscoveryWhere(), false, count, offset);
-  addEnvelope(url, envelope);
-  return url;
-}
-
-boost::urls::url calFirePerimeterMissionURL(const boost::urls::url& base,
-                                            const CalFirePerimeterMissionQueryBatch& batch, int count, int offset) {
-  const std::string where = "(" + calFirePerimeterDiscoveryWhere() + ") AND UPPER(mission) IN (" +
-                            joined(batch.missionSQLComparisonIdentities, ",") + ")";
-  return calFireQuery(base, where, false, count, offset);
-}
-
-boost::urls::url calFirePerimeterShapeURL(const boost::urls::url& base, const std::vector<std::int64_t>& objectIDs,
-                                          double tolerance, int count, int offset) {
-  const std::string where = "(" + calFirePerimeterDiscoveryWhere() + ") AND OBJECTID IN (" + idList(objectIDs) + ")";
+boost::urls::url calFirePerimeterURL(const boost::urls::url& base, const CalFirePerimeterQueryScope& scope,
+                                     double tolerance, int count, int offset) {
+  const bool shapes = std::holds_alternative<CalFirePerimeterQueryScope::ObjectIDs>(scope.value);
   boost::urls::url url = at(base, kCalFirePerimeterPath);
-  add(url, "where", where);
+  add(url, "where", calFirePerimeterWhere(scope));
   add(url, "outFields", kCalFireOutFields);
-  add(url, "returnGeometry", "true");
-  add(url, "outSR", "4326");
-  add(url, "maxAllowableOffset", number(fireMaximumAllowableOffset(tolerance)));
+  add(url, "returnGeometry", shapes ? "true" : "false");
+  if (shapes) {
+    add(url, "outSR", "4326");
+    add(url, "maxAllowableOffset", number(fireMaximumAllowableOffset(tolerance)));
+  }
   add(url, "resultRecordCount", std::to_string(count));
   add(url, "resultOffset", std::to_string(offset));
   add(url, "orderByFields", "OBJECTID ASC");
   add(url, "f", "geojson");
+  if (const auto* area = std::get_if<CalFirePerimeterQueryScope::SpatialDiscovery>(&scope.value)) {
+    addEnvelope(url, area->envelope);
+  }
   return url;
 }
 

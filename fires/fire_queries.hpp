@@ -44,12 +44,10 @@ boost::urls::url nifcPerimeterURL(const boost::urls::url& base, Date now, int co
                                   const FireMapEnvelope& envelope, double tolerance,
                                   const std::vector<std::int64_t>& objectIDs = {});
 
-boost::urls::url calFirePerimeterDiscoveryURL(const boost::urls::url& base, const FireMapEnvelope& envelope, int count,
-                                              int offset);
-boost::urls::url calFirePerimeterMissionURL(const boost::urls::url& base,
-                                            const CalFirePerimeterMissionQueryBatch& batch, int count, int offset);
-boost::urls::url calFirePerimeterShapeURL(const boost::urls::url& base, const std::vector<std::int64_t>& objectIDs,
-                                          double tolerance, int count, int offset);
+// One page of a FIRIS perimeter query. Only the `objectIDs` scope returns shapes, generalised
+// for `tolerance`; the other two return the members' attributes alone.
+boost::urls::url calFirePerimeterURL(const boost::urls::url& base, const CalFirePerimeterQueryScope& scope,
+                                     double tolerance, int count, int offset);
 boost::urls::url calFireIncidentsURL(const boost::urls::url& site);
 
 boost::urls::url cwfisActiveFiresURL(const boost::urls::url& base, Date now, int count, int startIndex,

@@ -65,18 +65,18 @@ std::uint64_t fireGeometrySignature(const std::vector<FirePerimeter::Polygon>& p
 
 void refreshFirePerimeterRevision(FirePerimeter& perimeter, std::optional<std::uint64_t> componentRevisionSignature) {
   FirePerimeter::Revision revision;
-  revision.upstream.sourceRawValue = std::string(fireMapSourceName(perimeter.source));
-  revision.upstream.name = perimeter.name;
-  revision.upstream.typeRawValue = perimeter.type.rawValue();
-  revision.upstream.acresBitPattern = fireBitPattern(perimeter.acres);
+  revision.sourceRawValue = std::string(fireMapSourceName(perimeter.source));
+  revision.name = perimeter.name;
+  revision.typeRawValue = perimeter.type.rawValue();
+  revision.acresBitPattern = fireBitPattern(perimeter.acres);
   if (perimeter.percentContained)
-    revision.upstream.percentContainedBitPattern = fireBitPattern(*perimeter.percentContained);
-  revision.upstream.polygonDateReferenceInterval = perimeter.polygonDate.timeIntervalSinceReferenceDate;
+    revision.percentContainedBitPattern = fireBitPattern(*perimeter.percentContained);
+  revision.polygonDateReferenceInterval = perimeter.polygonDate.timeIntervalSinceReferenceDate;
   if (perimeter.modifiedDate) {
-    revision.upstream.modifiedDateReferenceInterval = perimeter.modifiedDate->timeIntervalSinceReferenceDate;
+    revision.modifiedDateReferenceInterval = perimeter.modifiedDate->timeIntervalSinceReferenceDate;
   }
-  revision.upstream.state = perimeter.state;
-  revision.upstream.componentRevisionSignature = componentRevisionSignature;
+  revision.state = perimeter.state;
+  revision.componentRevisionSignature = componentRevisionSignature;
   int coordinates = 0;
   for (const auto& polygon : perimeter.polygons) {
     coordinates += static_cast<int>(polygon.exterior.size());

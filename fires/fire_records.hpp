@@ -114,10 +114,9 @@ struct FirePerimeter {
     bool operator==(const Polygon&) const = default;
   };
 
-  // The upstream revision, then the shape: its polygon and coordinate counts and a hash of
-  // every coordinate's bits (compared only within one run).
-  struct Revision {
-    FirePerimeterUpstreamRevision upstream;
+  // The upstream revision's fields, then the shape: its polygon and coordinate counts and a
+  // hash of every coordinate's bits (compared only within one run).
+  struct Revision : FirePerimeterUpstreamRevision {
     int polygonCount = 0;
     int coordinateCount = 0;
     std::uint64_t geometrySignature = 0;

@@ -125,12 +125,13 @@ JTWCWarningText readJTWCWarningText(std::string_view text, std::optional<Date> r
   return out;
 }
 
-JTWCTrackSummary summarizeJTWCTrack(std::string_view kmz, Date reference, const std::function<bool()>& cancelled) {
+JTWCTrackSummary summarizeJTWCTrack(std::string_view kmz, std::optional<Date> reference, Date now,
+                                    const std::function<bool()>& cancelled) {
   JTWCTrackSummary summary;
   for (const auto& [name, text] : kmlTexts(kmz, cancelled)) {
     std::vector<KMLCircleFeature> circles;
     try {
-      for (auto& feature : kmlFeatures(text, reference, cancelled)) {
+      for (auto& feature : kmlFeatures(text, reference.value_or(now), cancelled)) {
         if (auto* circle = std::get_if<KMLCircleFeature>(&feature)) circles.push_back(std::move(*circle));
       }
     } catch (const KMLParseError&) {
@@ -161,7 +162,7 @@ JTWCTrackSummary summarizeJTWCTrack(std::string_view kmz, Date reference, const 
     summary.pressure = chosen->pressureMb;
     summary.movementDir = chosen->movementDir;
     summary.movementSpeed = chosen->movementSpeed;
-    summary.time = chosen->time ? chosen->time : std::optional<Date>(reference);
+    summary.time = chosen->time ? chosen->time : reference;
     break;
   }
   return summary;
@@ -226,7 +227,7 @@ Task<std::optional<JTWCStormDetails>> fetchJTWCStormDetails(HttpClient& http, JT
   // A warning is a few kilobytes; the expressions that read it backtrack, so a huge body is refused.
   if (body.size() > kMaxJTWCWarningBytes) throw DecodingError("JTWC warning " + descriptor.slug + ": too large");
   const JTWCWarningText text = readJTWCWarningText(body, descriptor.pubDate, now);
-  const Date reference = text.time ? *text.time : descriptor.pubDate.value_or(now);
+  const std::optional<Date> reference = text.time ? text.time : descriptor.pubDate;
   std::optional<JTWCTrackSummary> track;
   try {
     boost::urls::url kmzURL = descriptor.kmzURL;
@@ -234,7 +235,7 @@ Task<std::optional<JTWCStormDetails>> fetchJTWCStormDetails(HttpClient& http, JT
     const std::string kmz = co_await getStormFile(http, std::move(kmzURL), std::move(kmzAccept));
     auto state = co_await asio::this_coro::cancellation_state;
     auto cancelled = [state] { return state.cancelled() != asio::cancellation_type::none; };
-    track = summarizeJTWCTrack(kmz, reference, cancelled);
+    track = summarizeJTWCTrack(kmz, reference, now, cancelled);
   } catch (...) {
     const auto error = std::current_exception();
     rethrowIfCancellation(error);

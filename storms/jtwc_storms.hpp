@@ -69,9 +69,10 @@ StormCoordinate readJTWCPosition(std::string_view text);
 std::string cleanJTWCName(std::string_view name);
 
 // The present position of a KMZ: the circle marked "current", else the lowest forecast hour,
-// else the first circle, from the first KML document that has circles. `reference` resolves
-// times in the KML and is the summary's time when the circle has none.
-JTWCTrackSummary summarizeJTWCTrack(std::string_view kmz, Date reference, const std::function<bool()>& cancelled = {});
+// else the first circle, from the first KML document that has circles. `reference` (else `now`)
+// resolves times in the KML; `reference` is the summary's time when the circle has none.
+JTWCTrackSummary summarizeJTWCTrack(std::string_view kmz, std::optional<Date> reference, Date now,
+                                    const std::function<bool()>& cancelled = {});
 
 // No intensity "TC" (other); 64 kt and more hurricane; 34-63 tropical storm; below 34 depression.
 Storm::Classification jtwcClassification(std::optional<int> knots);

@@ -91,6 +91,7 @@ TEST(JTWCTimeTest, DayHourMinuteTokens) {
   EXPECT_EQ(parseRSSDate("Tue, 24 Nov 26 16:00:00 +0000"), utcDate(2026, 11, 24, 16, 0));
   EXPECT_EQ(parseRSSDate("24 Nov 2026 16:00:00 +0000"), std::nullopt);
   EXPECT_EQ(parseRSSDate("Tue, 24 Nov 2026 16:00:00 +0100"), utcDate(2026, 11, 24, 15, 0));
+  EXPECT_EQ(parseRSSDate("Tue, 24 Nov 2026 16:00:00 GMT"), utcDate(2026, 11, 24, 16, 0));
 }
 
 const char* kFeed = R"(<?xml version="1.0"?><rss version="2.0"><channel><title>JTWC</title>
@@ -175,12 +176,18 @@ std::string trackKmz() {
 
 TEST(JTWCStormTest, TrackSummaryAndCombination) {
   const Date reference = *utcDate(2023, 7, 31, 9, 0);
-  const auto track = summarizeJTWCTrack(trackKmz(), reference);
+  const auto track = summarizeJTWCTrack(trackKmz(), reference, reference);
   // The lowest forecast hour, from the first document with circles (the broken one is skipped).
   EXPECT_EQ(track.coordinate, (StormCoordinate{22.9, 131.7}));
   EXPECT_EQ(track.intensity, 115);
   EXPECT_EQ(track.movementDir, 337.5);
   EXPECT_EQ(track.time, utcDate(2023, 7, 31, 6, 0));
+  // Without a reference time an untimed circle gives no time: "now" must not pass for one.
+  const std::string untimedKml = R"(<kml><Placemark><name>TAU 0</name><Point><coordinates>131.7,22.9</coordinates></Point></Placemark></kml>)";
+  const auto untimed = summarizeJTWCTrack(testing_zip::buildArchive({{.name = "a.kml", .data = untimedKml}}),
+                                          std::nullopt, reference);
+  EXPECT_EQ(untimed.coordinate, (StormCoordinate{22.9, 131.7}));
+  EXPECT_EQ(untimed.time, std::nullopt);
 
   const JTWCStormDescriptor descriptor{"wp0623", boost::urls::url("https://x/wp0623.kmz"),
                                        boost::urls::url("https://x/wp0623web.txt"), reference,

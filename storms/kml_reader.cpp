@@ -19,12 +19,14 @@ enum class GeometryKind { none, polygon, linestring, gxTrack, point };
 
 constexpr std::size_t kMaxPlacemarkText = 4u << 10;
 
-// Longitude reduced modulo 360 into [-180, 180).
+// Longitude reduced modulo 360 into [-180, 180]: a longitude already in range is kept as written
+// (180 stays 180), so only a track that runs past the date line is moved.
 double wrapLongitude(double longitude) {
-  if (longitude >= -180.0 && longitude < 180.0) return longitude;  // no rounding noise for the usual case
-  double reduced = std::fmod(longitude + 180.0, 360.0);
-  if (reduced < 0) reduced += 360.0;
-  return reduced - 180.0;
+  if (longitude >= -180.0 && longitude <= 180.0) return longitude;  // no rounding noise for the usual case
+  double reduced = std::fmod(longitude, 360.0);
+  if (reduced > 180.0) reduced -= 360.0;
+  if (reduced < -180.0) reduced += 360.0;
+  return reduced;
 }
 
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }

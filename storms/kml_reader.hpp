@@ -11,7 +11,7 @@
 //  - a Placemark named like the agency's own track or wind radii ("STORM TRACK", "BEST TRACK",
 //    "TCFA AREA", "RADIUS OF ...") that drew a polygon or line is dropped whole: tracks are
 //    drawn from the points.
-// Longitudes are wrapped into [-180, 180).
+// Longitudes are wrapped into [-180, 180]; one already in range is kept.
 //
 // Hostile documents fail: malformed XML, nesting deeper than kMaxKMLDepth, entity
 // declarations, more than kMaxKMLBytes of text or kMaxKMLAttributeText of track point texts. Pure given its inputs; thread-safe (one parser

@@ -26,7 +26,7 @@ const char* kTrack = R"(<?xml version="1.0" encoding="UTF-8"?>
     <ExtendedData><Data name="stormType"><value>HU2</value></Data></ExtendedData>
     <description>1200 UTC SEP 11 INTENSITY 85 KT</description>
     <Point><coordinates>181.5,21.0</coordinates></Point></Placemark>
-  <Placemark><name>path</name><gx:Track><gx:coord>179.5 10 0</gx:coord><gx:coord>-179.5 10.5 0</gx:coord></gx:Track></Placemark>
+  <Placemark><name>path</name><gx:Track><gx:coord>179.5 10 0</gx:coord><gx:coord>-179.5 10.5 0</gx:coord><gx:coord>180 11 0</gx:coord><gx:coord>-540 11.5 0</gx:coord></gx:Track></Placemark>
 </Document></kml>)";
 
 TEST(KMLReaderTest, FeaturesAndPointAttributes) {
@@ -56,7 +56,7 @@ TEST(KMLReaderTest, FeaturesAndPointAttributes) {
   EXPECT_EQ(next.time, utcDate(2026, 9, 11, 12, 0));  // the year comes from the document
 
   const auto& track = std::get<KMLPolyline>(features[3]);
-  EXPECT_EQ(track.coordinates, (std::vector<KMLCoordinate>{{10, 179.5}, {10.5, -179.5}}));
+  EXPECT_EQ(track.coordinates, (std::vector<KMLCoordinate>{{10, 179.5}, {10.5, -179.5}, {11, 180}, {11.5, -180}}));
 }
 
 TEST(KMLReaderTest, PointTimesAndMotion) {
