@@ -80,6 +80,16 @@ TEST(BureauWireTest, GeohashAndSearch) {
   EXPECT_EQ(search.front().geohash, "qvv117j");
 }
 
+TEST(BureauWireTest, NullMeasurementsReadAsZeroAndMissingOnesFail) {
+  const BomCurrent observed = decodeBomObservations(R"({"data":{"temp":null,"temp_feels_like":null,"humidity":50}})");
+  EXPECT_EQ(observed.temp.inCelsius(), 0.0);
+  EXPECT_EQ(observed.tempFeelsLike.inCelsius(), 0.0);
+  const auto hours = decodeBomHourly(R"({"data":[{"time":"2022-10-07T00:00:00Z","temp":null,"dew_point":null}]})");
+  EXPECT_EQ(hours.at(0).temp.inCelsius(), 0.0);
+  EXPECT_EQ(hours.at(0).dewPoint, Temperature::celsius(0.0));
+  EXPECT_THROW(decodeBomObservations(R"({"data":{"humidity":50}})"), DecodingError);
+}
+
 OneCallWeather::Hourly hourWith(std::optional<int> pressure, std::optional<int> visibility, int clouds) {
   OneCallWeather::Hourly row;
   row.pressure = pressure;

@@ -30,6 +30,12 @@ std::optional<Temperature> optionalCelsius(const JsonFields& f, std::string_view
   return value ? std::optional(Temperature::celsius(*value)) : std::nullopt;
 }
 
+// A temperature the answer may leave out (then `fallback`); a null one reads as 0 °C like every
+// measurement.
+Temperature celsiusOr(const JsonFields& f, std::string_view key, Temperature fallback) {
+  return f.contains(key) ? Temperature::celsius(f.measurement(key)) : fallback;
+}
+
 std::optional<int> optionalInt(const JsonFields& f, std::string_view key) {
   auto value = f.optionalNumber(key);
   return value ? std::optional(saturatingInt(*value)) : std::nullopt;
@@ -91,8 +97,8 @@ BomCurrent decodeBomObservations(std::string_view text) {
   Document document(text);
   JsonFields data = JsonFields(document.value, "").object("data");
   BomCurrent current;
-  current.temp = Temperature::celsius(data.number("temp"));
-  current.tempFeelsLike = optionalCelsius(data, "temp_feels_like").value_or(current.temp);
+  current.temp = Temperature::celsius(data.measurement("temp"));
+  current.tempFeelsLike = celsiusOr(data, "temp_feels_like", current.temp);
   current.humidity = optionalInt(data, "humidity").value_or(0);
   current.wind = data.has("wind") ? wind(data.object("wind")) : BomWind{};
   if (auto gust = data.optionalObject("gust")) {
@@ -106,11 +112,12 @@ std::vector<BomHour> decodeBomHourly(std::string_view text) {
   return listOf(JsonFields(document.value, ""), [](const JsonFields& f) {
     BomHour hour;
     hour.time = date(f, "time");
-    hour.temp = Temperature::celsius(f.number("temp"));
-    hour.tempFeelsLike = optionalCelsius(f, "temp_feels_like").value_or(hour.temp);
+    hour.temp = Temperature::celsius(f.measurement("temp"));
+    hour.tempFeelsLike = celsiusOr(f, "temp_feels_like", hour.temp);
     hour.wind = f.has("wind") ? wind(f.object("wind")) : BomWind{};
     hour.relativeHumidity = optionalInt(f, "relative_humidity").value_or(0);
-    hour.dewPoint = optionalCelsius(f, "dew_point");
+    // The hourly answer sends no dew point (the conversion computes one); a null one is 0 °C.
+    if (f.contains("dew_point")) hour.dewPoint = Temperature::celsius(f.measurement("dew_point"));
     hour.uv = optionalInt(f, "uv").value_or(0);
     hour.isNight = f.has("is_night") && f.boolean("is_night");
     hour.iconDescriptor = f.optionalString("icon_descriptor");
