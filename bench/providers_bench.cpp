@@ -70,8 +70,8 @@ void BM_BureauDecodeAndMap(benchmark::State& state) {
   const BureauConversionContext context{Location(-12.46, 130.84), *TimeZone::named("Australia/Darwin"),
                                         Date::fromUnix(1665101400)};
   for (auto _ : state) {
-    BureauAnswers answers{decodeBomObservations(observations), decodeBomHourly(hourly), decodeBomDaily(daily),
-                          decodeBomWarnings(warnings)};
+    BureauAnswers answers{decodeBomObservations(observations).data, decodeBomHourly(hourly).data,
+                          BOMPublishedDailyForecasts(decodeBomDaily(daily)).forecasts, decodeBomWarnings(warnings)};
     auto record = convertBureau(answers, context);
     benchmark::DoNotOptimize(record.hourly.size());
   }

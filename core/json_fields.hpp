@@ -50,6 +50,14 @@ class JsonFields {
   bool has(std::string_view key) const { return optional(key) != nullptr; }
 
   double number(std::string_view key) const { return asNumber(required(key), key); }
+  // A measurement (temperature, speed, ...): the key must be present, but JSON null reads as 0.0.
+  double measurement(std::string_view key) const {
+    const boost::json::value* value = object_->if_contains(key);
+    if (!value) fail(key, "missing key");
+    return value->is_null() ? 0.0 : asNumber(*value, key);
+  }
+  // Whether `key` is present at all, null included.
+  bool contains(std::string_view key) const { return object_->contains(key); }
   std::optional<double> optionalNumber(std::string_view key) const {
     const boost::json::value* value = optional(key);
     return value ? std::optional(asNumber(*value, key)) : std::nullopt;

@@ -43,10 +43,9 @@ Task<OneCallWeather> ProviderClients::fetch(ProviderPath path, ProviderRequest r
     co_return co_await fetchSystemWeather(http_, endpoints_, credentials_, clock_, languageCode_, std::move(request));
   }
   if (path == ProviderPath::bureauOfMeteorologyMerged) {
-    // The system weather half never takes the cache short-cut: a cached merged record is not
-    // its own.
+    // The system weather half keeps its cache short-cut: it takes only a record of its own
+    // source, never a cached merged one.
     ProviderRequest systemRequest = request;
-    systemRequest.freshCachedRecord.reset();
     Task<OneCallWeather> bureau = fetchBureau(http_, endpoints_, clock_, request);
     Task<OneCallWeather> system =
         fetchSystemWeather(http_, endpoints_, credentials_, clock_, languageCode_, std::move(systemRequest));

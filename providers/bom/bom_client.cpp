@@ -135,11 +135,11 @@ Task<OneCallWeather> BureauClient::fetch(Location location, TimeZone timeZone) {
     http.timeout = kRequestTimeout;
     return http;
   };
-  auto decodeInfo = [](std::string_view body, Answers& a) { a.timezone = decodeBomLocationInfo(body).timezone; };
-  auto decodeHourly = [](std::string_view body, Answers& a) { a.bureau.hourly = decodeBomHourly(body); };
-  auto decodeDaily = [](std::string_view body, Answers& a) { a.bureau.daily = decodeBomDaily(body); };
+  auto decodeInfo = [](std::string_view body, Answers& a) { a.timezone = decodeBomLocationInfo(body).data.timezone; };
+  auto decodeHourly = [](std::string_view body, Answers& a) { a.bureau.hourly = decodeBomHourly(body).data; };
+  auto decodeDaily = [](std::string_view body, Answers& a) { a.bureau.daily = BOMPublishedDailyForecasts(decodeBomDaily(body)).forecasts; };
   auto decodeObservations = [](std::string_view body, Answers& a) {
-    a.bureau.observations = decodeBomObservations(body);
+    a.bureau.observations = decodeBomObservations(body).data;
   };
   auto decodeWarnings = [](std::string_view body, Answers& a) { a.bureau.warnings = decodeBomWarnings(body); };
   std::function<Task<void>(TaskGroup&)> requests = [&](TaskGroup& group) -> Task<void> {

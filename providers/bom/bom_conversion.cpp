@@ -54,9 +54,9 @@ Temperature magnus(Temperature temperature, int humidity) {
   return std::isfinite(dewPoint) ? Temperature::celsius(dewPoint) : Temperature{};
 }
 
-Precipitation amountOf(const BomRain& rain) {
-  if (!rain.amountMax) return Precipitation::millimeters(rain.amountMin);
-  return Precipitation::millimeters((rain.amountMin + *rain.amountMax) / 2.0);
+Precipitation amountOf(const BOM::Rain& rain) {
+  if (!rain.amount.max) return Precipitation::millimeters(rain.amount.min);
+  return Precipitation::millimeters((rain.amount.min + *rain.amount.max) / 2.0);
 }
 
 }  // namespace
@@ -74,14 +74,14 @@ OneCallWeather convertBureau(const BureauAnswers& answers, const BureauConversio
   record.timeZone = zone;
 
   OneCallWeather::Current& now = record.current;
-  const BomCurrent& observed = answers.observations;
+  const BOM::Current::WeatherData& observed = answers.observations;
   now.dt = context.now;
   now.temp = observed.temp;
   now.feelsLike = observed.tempFeelsLike;
   now.humidity = observed.humidity;
   now.windSpeed = observed.wind.speedKilometre;
   now.windDeg = observed.wind.direction.value_or(Angle{});
-  now.windGust = observed.gust ? observed.gust : observed.wind.gustSpeedKilometre;
+  now.windGust = observed.gust ? observed.gust->speedKilometre : observed.wind.gustSpeedKilometre;
   const bool daylight = answers.hourly.empty() || !answers.hourly.front().isNight;
   if (!answers.hourly.empty() && answers.hourly.front().iconDescriptor) {
     now.weather = {bureauGlyph(*answers.hourly.front().iconDescriptor, daylight)};
@@ -89,16 +89,16 @@ OneCallWeather convertBureau(const BureauAnswers& answers, const BureauConversio
     now.weather = {OneCallWeather::Glyph{800, "Clear", "Clear", daylight ? "sun.max" : "moon.stars", daylight}};
   }
   const Date today = startOfZoneDay(context.now, zone);
-  for (const BomDay& day : answers.daily) {
+  for (const BOM::Daily::WeatherData& day : answers.daily) {
     if (startOfZoneDay(day.date + 1.0, zone) == today) {
-      now.sunrise = day.sunrise;
-      now.sunset = day.sunset;
+      now.sunrise = day.astronomical.sunriseTime;
+      now.sunset = day.astronomical.sunsetTime;
       break;
     }
   }
 
   record.hourly.reserve(answers.hourly.size() + 2 * answers.daily.size());
-  for (const BomHour& hour : answers.hourly) {
+  for (const BOM::Hourly::WeatherData& hour : answers.hourly) {
     OneCallWeather::Hourly row;
     row.dt = hour.time;
     row.temp = hour.temp;
@@ -117,19 +117,20 @@ OneCallWeather convertBureau(const BureauAnswers& answers, const BureauConversio
 
   std::vector<SunStateChange> events;
   record.daily.reserve(answers.daily.size());
-  for (const BomDay& day : answers.daily) {
+  for (const BOM::Daily::WeatherData& day : answers.daily) {
     OneCallWeather::Daily row;
     row.dt = day.date;
     const Temperature max = day.tempMax.value_or(day.tempMin.value_or(Temperature{}));
-    row.temp = {day.tempMin.value_or(day.tempLater.value_or(max)), max};
-    row.uvi = day.uvMaxIndex ? std::optional<double>(*day.uvMaxIndex) : std::nullopt;
+    const std::optional<Temperature> tonight = day.now ? day.now->tempLater : std::nullopt;
+    row.temp = {day.tempMin.value_or(tonight.value_or(max)), max};
+    row.uvi = day.uv.maxIndex ? std::optional<double>(*day.uv.maxIndex) : std::nullopt;
     row.pop = day.rain.chance / 100.0;
     row.rain = amountOf(day.rain);
     if (day.iconDescriptor) row.weather = {bureauGlyph(*day.iconDescriptor, true)};
-    row.sunrise = day.sunrise;
-    row.sunset = day.sunset;
-    if (day.sunrise) events.push_back(SunStateChange::rise(*day.sunrise));
-    if (day.sunset) events.push_back(SunStateChange::set(*day.sunset));
+    row.sunrise = day.astronomical.sunriseTime;
+    row.sunset = day.astronomical.sunsetTime;
+    if (row.sunrise) events.push_back(SunStateChange::rise(*row.sunrise));
+    if (row.sunset) events.push_back(SunStateChange::set(*row.sunset));
     record.daily.push_back(std::move(row));
   }
   addSunEventRows(record.hourly, events, context.now, zone);

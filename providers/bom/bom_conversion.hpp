@@ -25,9 +25,9 @@ inline constexpr std::string_view kBureauMergedServiceName =
 OneCallWeather::Glyph bureauGlyph(std::string_view descriptor, bool isDaylight);
 
 struct BureauAnswers {
-  BomCurrent observations;
-  std::vector<BomHour> hourly;
-  std::vector<BomDay> daily;
+  BOM::Current::WeatherData observations;
+  std::vector<BOM::Hourly::WeatherData> hourly;
+  std::vector<BOM::Daily::WeatherData> daily;  // the published days (BOMPublishedDailyForecasts)
   std::vector<BomWarning> warnings;
 };
 

@@ -30,11 +30,11 @@ const Date kDarwinNow = Date::fromUnix(1665101400);  // 2022-10-07T00:10:00Z, 09
 
 OneCallWeather darwinRecord() {
   BureauAnswers answers;
-  answers.observations = decodeBomObservations(readText("bremor_apidoc_observations.json"));
-  answers.hourly = decodeBomHourly(readText("bremor_hourly_forecast_2022-10-07.json"));
-  answers.daily = decodeBomDaily(readText("bremor_apidoc_forecasts_daily.json"));
+  answers.observations = decodeBomObservations(readText("bremor_apidoc_observations.json")).data;
+  answers.hourly = decodeBomHourly(readText("bremor_hourly_forecast_2022-10-07.json")).data;
+  answers.daily = BOMPublishedDailyForecasts(decodeBomDaily(readText("bremor_apidoc_forecasts_daily.json"))).forecasts;
   answers.warnings = decodeBomWarnings(readText("bremor_apidoc_warnings.json"));
-  auto zone = TimeZone::named(decodeBomLocationInfo(readText("bremor_apidoc_location_info.json")).timezone);
+  auto zone = TimeZone::named(decodeBomLocationInfo(readText("bremor_apidoc_location_info.json")).data.timezone);
   return convertBureau(answers, {Location(-12.4633, 130.8451), *zone, kDarwinNow});
 }
 
@@ -78,6 +78,23 @@ TEST(BureauWireTest, GeohashAndSearch) {
   auto search = decodeBomLocationSearch(readText("bremor_apidoc_location_search.json"));
   ASSERT_EQ(search.size(), 1u);
   EXPECT_EQ(search.front().geohash, "qvv117j");
+}
+
+TEST(BureauWireTest, NullMeasurementsReadAsZeroAndMissingOnesFail) {
+  const auto observed = decodeBomObservations(R"({"data":{"temp":null,"temp_feels_like":null,"humidity":50}})").data;
+  EXPECT_EQ(observed.temp.inCelsius(), 0.0);
+  EXPECT_EQ(observed.tempFeelsLike.inCelsius(), 0.0);
+  const auto hours = decodeBomHourly(R"({"data":[{"time":"2022-10-07T00:00:00Z","temp":null,"dew_point":null}]})").data;
+  EXPECT_EQ(hours.at(0).temp.inCelsius(), 0.0);
+  EXPECT_EQ(hours.at(0).dewPoint, Temperature::celsius(0.0));
+  EXPECT_THROW(decodeBomObservations(R"({"data":{"humidity":50}})"), DecodingError);
+  // A padding day with neither maximum nor icon is not published; a day with either is.
+  const BOM::Daily daily = decodeBomDaily(
+      R"({"data":[{"date":"2022-10-06T14:30:00Z","temp_max":null},{"date":"2022-10-07T14:30:00Z","icon_descriptor":"sunny"}]})");
+  ASSERT_EQ(daily.data.size(), 2u);
+  const BOMPublishedDailyForecasts published(daily);
+  ASSERT_EQ(published.forecasts.size(), 1u);
+  EXPECT_EQ(published.forecasts[0].iconDescriptor, "sunny");
 }
 
 OneCallWeather::Hourly hourWith(std::optional<int> pressure, std::optional<int> visibility, int clouds) {

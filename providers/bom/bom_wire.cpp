@@ -30,13 +30,19 @@ std::optional<Temperature> optionalCelsius(const JsonFields& f, std::string_view
   return value ? std::optional(Temperature::celsius(*value)) : std::nullopt;
 }
 
+// A temperature the answer may leave out (then `fallback`); a null one reads as 0 °C like every
+// measurement.
+Temperature celsiusOr(const JsonFields& f, std::string_view key, Temperature fallback) {
+  return f.contains(key) ? Temperature::celsius(f.measurement(key)) : fallback;
+}
+
 std::optional<int> optionalInt(const JsonFields& f, std::string_view key) {
   auto value = f.optionalNumber(key);
   return value ? std::optional(saturatingInt(*value)) : std::nullopt;
 }
 
-BomWind wind(const JsonFields& f) {
-  BomWind result;
+BOM::Wind wind(const JsonFields& f) {
+  BOM::Wind result;
   result.speedKilometre = Speed::kilometersPerHour(f.optionalNumber("speed_kilometre").value_or(0.0));
   if (auto gust = f.optionalNumber("gust_speed_kilometre")) result.gustSpeedKilometre = Speed::kilometersPerHour(*gust);
   if (auto point = f.optionalString("direction")) {
@@ -47,12 +53,12 @@ BomWind wind(const JsonFields& f) {
   return result;
 }
 
-BomRain rain(const JsonFields& f) {
-  BomRain result;
+BOM::Rain rain(const JsonFields& f) {
+  BOM::Rain result;
   result.chance = optionalInt(f, "chance").value_or(0);
   if (auto amount = f.optionalObject("amount")) {
-    result.amountMin = optionalInt(*amount, "min").value_or(0);
-    result.amountMax = optionalInt(*amount, "max");
+    result.amount.min = optionalInt(*amount, "min").value_or(0);
+    result.amount.max = optionalInt(*amount, "max");
   }
   return result;
 }
@@ -74,10 +80,16 @@ auto listOf(const JsonFields& root, Decode decode) {
 
 }  // namespace
 
-BomLocationInfo decodeBomLocationInfo(std::string_view text) {
+BOMPublishedDailyForecasts::BOMPublishedDailyForecasts(const BOM::Daily& daily) {
+  for (const auto& day : daily.data) {
+    if (day.tempMax || day.iconDescriptor) forecasts.push_back(day);
+  }
+}
+
+BOM::LocationInfo decodeBomLocationInfo(std::string_view text) {
   Document document(text);
   JsonFields data = JsonFields(document.value, "").object("data");
-  return {data.string("timezone"), data.optionalString("name").value_or("")};
+  return {{data.string("timezone"), data.optionalString("name").value_or("")}};
 }
 
 std::vector<BomSearchResult> decodeBomLocationSearch(std::string_view text) {
@@ -87,59 +99,62 @@ std::vector<BomSearchResult> decodeBomLocationSearch(std::string_view text) {
   });
 }
 
-BomCurrent decodeBomObservations(std::string_view text) {
+BOM::Current decodeBomObservations(std::string_view text) {
   Document document(text);
   JsonFields data = JsonFields(document.value, "").object("data");
-  BomCurrent current;
-  current.temp = Temperature::celsius(data.number("temp"));
-  current.tempFeelsLike = optionalCelsius(data, "temp_feels_like").value_or(current.temp);
+  BOM::Current::WeatherData current;
+  current.temp = Temperature::celsius(data.measurement("temp"));
+  current.tempFeelsLike = celsiusOr(data, "temp_feels_like", current.temp);
   current.humidity = optionalInt(data, "humidity").value_or(0);
-  current.wind = data.has("wind") ? wind(data.object("wind")) : BomWind{};
+  current.wind = data.has("wind") ? wind(data.object("wind")) : BOM::Wind{};
   if (auto gust = data.optionalObject("gust")) {
-    if (auto speed = gust->optionalNumber("speed_kilometre")) current.gust = Speed::kilometersPerHour(*speed);
+    if (auto speed = gust->optionalNumber("speed_kilometre")) current.gust = BOM::Gust{Speed::kilometersPerHour(*speed)};
   }
-  return current;
+  return {current};
 }
 
-std::vector<BomHour> decodeBomHourly(std::string_view text) {
+BOM::Hourly decodeBomHourly(std::string_view text) {
   Document document(text);
-  return listOf(JsonFields(document.value, ""), [](const JsonFields& f) {
-    BomHour hour;
+  return {listOf(JsonFields(document.value, ""), [](const JsonFields& f) {
+    BOM::Hourly::WeatherData hour;
     hour.time = date(f, "time");
-    hour.temp = Temperature::celsius(f.number("temp"));
-    hour.tempFeelsLike = optionalCelsius(f, "temp_feels_like").value_or(hour.temp);
-    hour.wind = f.has("wind") ? wind(f.object("wind")) : BomWind{};
+    hour.temp = Temperature::celsius(f.measurement("temp"));
+    hour.tempFeelsLike = celsiusOr(f, "temp_feels_like", hour.temp);
+    hour.wind = f.has("wind") ? wind(f.object("wind")) : BOM::Wind{};
     hour.relativeHumidity = optionalInt(f, "relative_humidity").value_or(0);
-    hour.dewPoint = optionalCelsius(f, "dew_point");
+    // The hourly answer sends no dew point (the conversion computes one); a null one is 0 °C.
+    if (f.contains("dew_point")) hour.dewPoint = Temperature::celsius(f.measurement("dew_point"));
     hour.uv = optionalInt(f, "uv").value_or(0);
     hour.isNight = f.has("is_night") && f.boolean("is_night");
     hour.iconDescriptor = f.optionalString("icon_descriptor");
     if (auto r = f.optionalObject("rain")) hour.rain = rain(*r);
     return hour;
-  });
+  })};
 }
 
-std::vector<BomDay> decodeBomDaily(std::string_view text) {
+BOM::Daily decodeBomDaily(std::string_view text) {
   Document document(text);
-  auto days = listOf(JsonFields(document.value, ""), [](const JsonFields& f) {
-    BomDay day;
+  return {listOf(JsonFields(document.value, ""), [](const JsonFields& f) {
+    BOM::Daily::WeatherData day;
     day.date = date(f, "date");
     day.tempMin = optionalCelsius(f, "temp_min");
     day.tempMax = optionalCelsius(f, "temp_max");
-    if (auto uv = f.optionalObject("uv")) day.uvMaxIndex = optionalInt(*uv, "max_index");
+    if (auto uv = f.optionalObject("uv")) day.uv.maxIndex = optionalInt(*uv, "max_index");
     if (auto astronomical = f.optionalObject("astronomical")) {
-      day.sunrise = optionalDate(*astronomical, "sunrise_time");
-      day.sunset = optionalDate(*astronomical, "sunset_time");
+      day.astronomical.sunriseTime = optionalDate(*astronomical, "sunrise_time");
+      day.astronomical.sunsetTime = optionalDate(*astronomical, "sunset_time");
     }
     day.iconDescriptor = f.optionalString("icon_descriptor");
     day.shortText = f.optionalString("short_text");
     day.extendedText = f.optionalString("extended_text");
     if (auto r = f.optionalObject("rain")) day.rain = rain(*r);
-    if (auto now = f.optionalObject("now")) day.tempLater = optionalCelsius(*now, "temp_later");
+    if (auto now = f.optionalObject("now")) {
+      day.now = BOM::Daily::WeatherData::Now{.isNight = now->has("is_night") && now->boolean("is_night"),
+                                             .tempNow = optionalCelsius(*now, "temp_now"),
+                                             .tempLater = optionalCelsius(*now, "temp_later")};
+    }
     return day;
-  });
-  std::erase_if(days, [](const BomDay& day) { return !day.tempMax && !day.iconDescriptor; });
-  return days;
+  })};
 }
 
 std::vector<BomWarning> decodeBomWarnings(std::string_view text) {

@@ -17,62 +17,115 @@
 
 namespace ombrine {
 
-struct BomWind {
+// The Bureau's records, named as the API documents them; keys camel-cased from the wire.
+namespace BOM {
+
+struct Wind {
   Speed speedKilometre;
   std::optional<Speed> gustSpeedKilometre;
   std::optional<Angle> direction;  // nothing for calm or an unknown point
-  bool operator==(const BomWind&) const = default;
+  bool operator==(const Wind&) const = default;
 };
 
-struct BomRain {
+struct Gust {
+  Speed speedKilometre;
+  bool operator==(const Gust&) const = default;
+};
+
+struct Rain {
+  struct Amount {
+    int min = 0;  // millimetres
+    std::optional<int> max;
+    bool operator==(const Amount&) const = default;
+  };
   int chance = 0;  // percent
-  int amountMin = 0;
-  std::optional<int> amountMax;
-  bool operator==(const BomRain&) const = default;
+  Amount amount;
+  bool operator==(const Rain&) const = default;
 };
 
-struct BomLocationInfo {
-  std::string timezone;
-  std::string name;
-  bool operator==(const BomLocationInfo&) const = default;
+struct LocationInfo {
+  struct Data {
+    std::string timezone;
+    std::string name;
+    bool operator==(const Data&) const = default;
+  };
+  Data data;
+  bool operator==(const LocationInfo&) const = default;
 };
 
-struct BomCurrent {
-  Temperature temp;
-  Temperature tempFeelsLike;
-  int humidity = 0;
-  BomWind wind;
-  std::optional<Speed> gust;
-  bool operator==(const BomCurrent&) const = default;
+struct Current {
+  struct WeatherData {
+    Temperature temp;
+    Temperature tempFeelsLike;
+    int humidity = 0;
+    Wind wind;
+    std::optional<Gust> gust;
+    bool operator==(const WeatherData&) const = default;
+  };
+  WeatherData data;
+  bool operator==(const Current&) const = default;
 };
 
-struct BomHour {
-  Date time;
-  Temperature temp;
-  Temperature tempFeelsLike;
-  BomWind wind;
-  int relativeHumidity = 0;
-  std::optional<Temperature> dewPoint;
-  int uv = 0;
-  bool isNight = false;
-  std::optional<std::string> iconDescriptor;
-  BomRain rain;
-  bool operator==(const BomHour&) const = default;
+struct Hourly {
+  struct WeatherData {
+    Date time;
+    Temperature temp;
+    Temperature tempFeelsLike;
+    Wind wind;
+    int relativeHumidity = 0;
+    std::optional<Temperature> dewPoint;  // the service leaves it out
+    int uv = 0;
+    bool isNight = false;
+    std::optional<std::string> iconDescriptor;
+    Rain rain;
+    bool operator==(const WeatherData&) const = default;
+  };
+  std::vector<WeatherData> data;
+  bool operator==(const Hourly&) const = default;
 };
 
-struct BomDay {
-  Date date;
-  std::optional<Temperature> tempMin;
-  std::optional<Temperature> tempMax;
-  std::optional<int> uvMaxIndex;
-  std::optional<Date> sunrise;
-  std::optional<Date> sunset;
-  std::optional<std::string> iconDescriptor;
-  std::optional<std::string> shortText;
-  std::optional<std::string> extendedText;
-  BomRain rain;
-  std::optional<Temperature> tempLater;  // now.temp_later: tonight's low on the first day
-  bool operator==(const BomDay&) const = default;
+struct Daily {
+  struct WeatherData {
+    struct UV {
+      std::optional<int> maxIndex;
+      bool operator==(const UV&) const = default;
+    };
+    struct Astronomical {
+      std::optional<Date> sunriseTime;
+      std::optional<Date> sunsetTime;
+      bool operator==(const Astronomical&) const = default;
+    };
+    // Sent for the first day only.
+    struct Now {
+      bool isNight = false;
+      std::optional<Temperature> tempNow;
+      std::optional<Temperature> tempLater;  // tonight's low
+      bool operator==(const Now&) const = default;
+    };
+    Date date;
+    std::optional<Temperature> tempMin;
+    std::optional<Temperature> tempMax;
+    UV uv;
+    Astronomical astronomical;
+    std::optional<std::string> iconDescriptor;
+    std::optional<std::string> shortText;
+    std::optional<std::string> extendedText;
+    Rain rain;
+    std::optional<Now> now;
+    bool operator==(const WeatherData&) const = default;
+  };
+  std::vector<WeatherData> data;
+  bool operator==(const Daily&) const = default;
+};
+
+}  // namespace BOM
+
+// The published days of a daily answer: entries with neither a maximum temperature nor an icon
+// (the service pads its list with such days) are dropped.
+struct BOMPublishedDailyForecasts {
+  std::vector<BOM::Daily::WeatherData> forecasts;
+  explicit BOMPublishedDailyForecasts(const BOM::Daily& daily);
+  bool operator==(const BOMPublishedDailyForecasts&) const = default;
 };
 
 struct BomWarning {
@@ -90,12 +143,11 @@ struct BomSearchResult {
   bool operator==(const BomSearchResult&) const = default;
 };
 
-BomLocationInfo decodeBomLocationInfo(std::string_view json);
+BOM::LocationInfo decodeBomLocationInfo(std::string_view json);
 std::vector<BomSearchResult> decodeBomLocationSearch(std::string_view json);
-BomCurrent decodeBomObservations(std::string_view json);
-std::vector<BomHour> decodeBomHourly(std::string_view json);
-// The published days: entries with neither a maximum temperature nor an icon are dropped.
-std::vector<BomDay> decodeBomDaily(std::string_view json);
+BOM::Current decodeBomObservations(std::string_view json);
+BOM::Hourly decodeBomHourly(std::string_view json);
+BOM::Daily decodeBomDaily(std::string_view json);
 std::vector<BomWarning> decodeBomWarnings(std::string_view json);
 
 // The geohash of a coordinate with `length` characters (alphabet

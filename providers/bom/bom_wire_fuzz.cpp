@@ -20,14 +20,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
   std::string_view body(reinterpret_cast<const char*>(data) + 1, size - 1);
   BureauAnswers answers;
-  answers.daily.push_back(BomDay{});
+  answers.daily.push_back(BOM::Daily::WeatherData{});
   try {
     switch (data[0] % 6) {
       case 0: (void)decodeBomLocationInfo(body); return 0;
       case 1: (void)decodeBomLocationSearch(body); return 0;
-      case 2: answers.observations = decodeBomObservations(body); break;
-      case 3: answers.hourly = decodeBomHourly(body); break;
-      case 4: answers.daily = decodeBomDaily(body); break;
+      case 2: answers.observations = decodeBomObservations(body).data; break;
+      case 3: answers.hourly = decodeBomHourly(body).data; break;
+      case 4: answers.daily = BOMPublishedDailyForecasts(decodeBomDaily(body)).forecasts; break;
       default: answers.warnings = decodeBomWarnings(body); break;
     }
   } catch (const DecodingError&) {

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "core/errors.hpp"
+#include "core/network_manager.hpp"
 #include "platform/coroutines.hpp"
 #include "platform/log.hpp"
 #include "providers/common/provider_request.hpp"
@@ -17,7 +18,10 @@ namespace ombrine {
 
 namespace {
 
-constexpr std::chrono::seconds kRequestTimeout{60};
+// The OpenWeather requests keep the shared session's time-out; the Foreca air quality request
+// has the Foreca client's own.
+constexpr std::chrono::seconds kRequestTimeout{static_cast<int>(NetworkManager::kTimeoutIntervalForRequest)};
+constexpr std::chrono::seconds kAirQualityTimeout{60};
 constexpr std::string_view kKeyItem = "appid";
 constexpr std::string_view kService = "OpenWeather";
 
@@ -65,7 +69,7 @@ Task<void> fetchAirQuality(HttpClient& http, boost::urls::url url, std::shared_p
   try {
     HttpRequest request;
     request.url = std::move(url);
-    request.timeout = kRequestTimeout;
+    request.timeout = kAirQualityTimeout;
     std::string logged = redactedForecaUrl(request.url);
     std::string body = co_await fetchProviderAnswer(http, std::move(request), "Foreca", "air quality",
                                                     std::move(logged));

@@ -3,8 +3,9 @@
 // with air quality from the Foreca air quality request, in one record.
 //
 // A fetch sends, concurrently, "/data/2.5/weather", "/data/2.5/forecast" and
-// "/data/2.5/forecast/daily" with lat, lon, appid, units=metric and lang, each with a 60 s
-// time-out; when a Foreca token is configured, the Foreca air quality request runs beside them.
+// "/data/2.5/forecast/daily" with lat, lon, appid, units=metric and lang, each with the shared
+// session's 45 s time-out; when a Foreca token is configured, the Foreca air quality request
+// (60 s, as every Foreca request) runs beside them.
 //
 // Failures: HTTP 429 raises NetworkError::exceededApiLimit; any other status than 200 or a
 // transport failure DomainError("Request", 5001); an undecodable answer DecodingError; an empty

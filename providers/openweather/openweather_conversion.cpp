@@ -155,7 +155,8 @@ std::vector<OpenWeatherHourlySample> openWeatherSamples(std::span<const OpenWeat
     sample.clouds = item.clouds.value_or(0);
     if (item.visibility) sample.visibility = *item.visibility;
     sample.windSpeed = item.wind ? item.wind->speed.value_or(0.0) : 0.0;
-    sample.windDirection = item.wind ? item.wind->deg.value_or(0.0) : 0.0;
+    // No wind block is calm from north; a block without a direction leaves it to the neighbours.
+    sample.windDirection = item.wind ? item.wind->deg : std::optional(0.0);
     if (item.wind) sample.windGust = item.wind->gust;
     sample.precipitationProbability = std::clamp(item.pop.value_or(0.0), 0.0, 1.0);
     sample.rain = perHour(item.rain);
@@ -212,14 +213,14 @@ OneCallWeather convertOpenWeather(const OpenWeatherCurrentResponse& current,
 
   OneCallWeather::Current& now = record.current;
   now.dt = current.dt;
-  now.sunrise = current.sunrise;
-  now.sunset = current.sunset;
+  now.sunrise = current.sys.sunrise;
+  now.sunset = current.sys.sunset;
   now.temp = current.main.temp;
   now.feelsLike = current.main.feelsLike;
   now.pressure = saturatingInt(current.main.pressure);
   now.humidity = saturatingInt(current.main.humidity);
   now.dewPoint = magnusDewPoint(current.main.temp, current.main.humidity).value_or(Temperature{});
-  now.clouds = current.clouds.value_or(0);
+  now.clouds = current.clouds ? current.clouds->all.value_or(0) : 0;
   now.visibility = current.visibility;
   now.windSpeed = Speed::metersPerSecond(current.wind ? current.wind->speed.value_or(0.0) : 0.0);
   now.windDeg = Angle::degrees(current.wind ? current.wind->deg.value_or(0.0) : 0.0);
@@ -235,11 +236,11 @@ OneCallWeather convertOpenWeather(const OpenWeatherCurrentResponse& current,
   for (const auto& hour : hours) record.hourly.push_back(hourlyRow(hour, airQualityByHour));
 
   std::vector<SunStateChange> events;
-  if (current.sunrise) events.push_back(SunStateChange::rise(*current.sunrise));
-  if (current.sunset) events.push_back(SunStateChange::set(*current.sunset));
+  if (current.sys.sunrise) events.push_back(SunStateChange::rise(*current.sys.sunrise));
+  if (current.sys.sunset) events.push_back(SunStateChange::set(*current.sys.sunset));
   for (const OpenWeatherDailyItem& day : daily.list) {
-    if (day.sunrise && day.sunrise != current.sunrise) events.push_back(SunStateChange::rise(*day.sunrise));
-    if (day.sunset && day.sunset != current.sunset) events.push_back(SunStateChange::set(*day.sunset));
+    if (day.sunrise && day.sunrise != current.sys.sunrise) events.push_back(SunStateChange::rise(*day.sunrise));
+    if (day.sunset && day.sunset != current.sys.sunset) events.push_back(SunStateChange::set(*day.sunset));
   }
   addSunEventRows(record.hourly, events, context.now, context.timeZone);
   const Date currentHour = startOfZoneHour(context.now, context.timeZone);

@@ -148,6 +148,13 @@ TEST(OpenWeatherConversionTest, SamplesSpanAndInterpolate) {
     EXPECT_NEAR(hours[i].temperature.inCelsius(), static_cast<double>(i), 1e-9) << i;
   }
   EXPECT_NEAR(*hours[1].windDirection, 360.0 - 10.0 / 3.0, 1e-9);  // 0 (no wind) to 350 the short way
+  // A wind block without a direction takes its neighbour's, not north.
+  OpenWeatherForecastItem undirected = item(3 * 3600, std::nullopt, std::nullopt, true);
+  undirected.wind->deg = std::nullopt;
+  const std::vector<OpenWeatherForecastItem> turning{item(0, std::nullopt, std::nullopt, true), undirected};
+  const auto turned = openWeatherSamples(turning);
+  EXPECT_FALSE(turned[1].windDirection.has_value());
+  EXPECT_EQ(interpolateHourly(turned)[1].windDirection, 350.0);
   // Two days without items is a hole in the data: no hours are invented across it.
   const std::vector<OpenWeatherForecastItem> holed{item(0, 0.0, std::nullopt, false),
                                                    item(48 * 3600, 0.0, std::nullopt, false)};

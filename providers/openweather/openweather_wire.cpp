@@ -53,7 +53,7 @@ std::optional<OpenWeatherWind> wind(const JsonFields& fields) {
   return OpenWeatherWind{block->optionalNumber("speed"), block->optionalNumber("deg"), block->optionalNumber("gust")};
 }
 
-std::optional<int> clouds(const JsonFields& fields) {
+std::optional<int> cloudsAll(const JsonFields& fields) {
   auto block = fields.optionalObject("clouds");
   return block ? optionalInt(*block, "all") : std::nullopt;
 }
@@ -89,13 +89,13 @@ OpenWeatherCurrentResponse decodeOpenWeatherCurrent(std::string_view text, OpenW
   response.main = mainBlock(root, units);
   response.visibility = optionalInt(root, "visibility");
   response.wind = wind(root);
-  response.clouds = clouds(root);
+  if (auto block = root.optionalObject("clouds")) response.clouds = OpenWeatherClouds{optionalInt(*block, "all")};
   response.rain = volume(root, "rain");
   response.snow = volume(root, "snow");
   response.dt = unixDate(root, "dt");
   if (auto sys = root.optionalObject("sys")) {
-    response.sunrise = optionalUnixDate(*sys, "sunrise");
-    response.sunset = optionalUnixDate(*sys, "sunset");
+    response.sys.sunrise = optionalUnixDate(*sys, "sunrise");
+    response.sys.sunset = optionalUnixDate(*sys, "sunset");
   }
   return response;
 }
@@ -113,7 +113,7 @@ OpenWeatherForecastResponse decodeOpenWeatherForecast(std::string_view text, Ope
         .dt = unixDate(item, "dt"),
         .main = mainBlock(item, units),
         .weather = conditions(item),
-        .clouds = clouds(item),
+        .clouds = cloudsAll(item),
         .wind = wind(item),
         .visibility = optionalInt(item, "visibility"),
         .pop = item.optionalNumber("pop"),
@@ -151,7 +151,7 @@ OpenWeatherDailyResponse decodeOpenWeatherDaily(std::string_view text, OpenWeath
     day.windDeg = eitherNumber(item, "deg", "wind_deg");
     day.windGust = eitherNumber(item, "gust", "wind_gust");
     const json::value* cloudValue = item.optional("clouds");
-    day.clouds = cloudValue && cloudValue->is_object() ? clouds(item) : optionalInt(item, "clouds");
+    day.clouds = cloudValue && cloudValue->is_object() ? cloudsAll(item) : optionalInt(item, "clouds");
     day.weather = conditions(item);
     day.pop = item.optionalNumber("pop");
     day.rain = dailyAmount(item, "rain");

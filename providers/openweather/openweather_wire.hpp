@@ -50,17 +50,27 @@ struct OpenWeatherVolume {
   bool operator==(const OpenWeatherVolume&) const = default;
 };
 
+struct OpenWeatherClouds {
+  std::optional<int> all;  // percent
+  bool operator==(const OpenWeatherClouds&) const = default;
+};
+
 struct OpenWeatherCurrentResponse {
-  std::vector<OpenWeatherCondition> weather;
+  using Weather = OpenWeatherCondition;
+  struct Sys {
+    std::optional<Date> sunrise;
+    std::optional<Date> sunset;
+    bool operator==(const Sys&) const = default;
+  };
+  std::vector<Weather> weather;
   OpenWeatherMain main;
   std::optional<int> visibility;
   std::optional<OpenWeatherWind> wind;
-  std::optional<int> clouds;  // clouds.all, percent
+  std::optional<OpenWeatherClouds> clouds;
   std::optional<OpenWeatherVolume> rain;
   std::optional<OpenWeatherVolume> snow;
   Date dt;
-  std::optional<Date> sunrise;  // sys.sunrise
-  std::optional<Date> sunset;   // sys.sunset
+  Sys sys;
   bool operator==(const OpenWeatherCurrentResponse&) const = default;
 };
 
@@ -78,6 +88,7 @@ struct OpenWeatherForecastItem {
 };
 
 struct OpenWeatherForecastResponse {
+  using Item = OpenWeatherForecastItem;
   std::vector<OpenWeatherForecastItem> list;  // as sent; the conversion sorts by `dt`
   bool operator==(const OpenWeatherForecastResponse&) const = default;
 };
@@ -113,6 +124,7 @@ struct OpenWeatherDailyItem {
 };
 
 struct OpenWeatherDailyResponse {
+  using Item = OpenWeatherDailyItem;
   std::vector<OpenWeatherDailyItem> list;
   bool operator==(const OpenWeatherDailyResponse&) const = default;
 };

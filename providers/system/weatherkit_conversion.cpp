@@ -8,6 +8,7 @@
 
 #include "core/sun_event_rows.hpp"
 #include "core/saturating_int.hpp"
+#include "providers/system/aw_alert_details.hpp"
 #include "providers/common/glyph_table.hpp"
 
 namespace ombrine {
@@ -244,18 +245,23 @@ OneCallWeather convertSystemWeather(const AppleWeather& weather, const SystemWea
   }
   addSunEventRows(record.hourly, events, context.now, zone);
 
+  std::optional<std::string> provider;
+  if (const auto* object = weather.attribution.if_object()) {
+    if (const auto* name = object->if_contains("providerName"); name && name->is_string()) {
+      provider = std::string(name->get_string());
+    }
+  }
   std::vector<OneCallWeather::Alert> alerts;
   for (const WeatherKitAlert& alert : weather.weatherAlerts.value_or(std::vector<WeatherKitAlert>{})) {
+    const AWAlertDetails details = alertDetails(alert, provider);
     OneCallWeather::Alert row;
-    row.senderName = alert.source;
-    row.event = alert.description;
-    row.start = alert.eventOnsetTime.value_or(alert.effectiveTime);
-    row.end = alert.eventEndTime ? alert.eventEndTime : std::optional(alert.expireTime);
-    if (!alert.areaName.empty()) row.description = alert.areaName;
-    if (alert.detailsUrl) {
-      if (auto url = boost::urls::parse_absolute_uri(*alert.detailsUrl)) row.url = boost::urls::url(*url);
-    }
-    row.severity = severityOf(alert.severity);
+    row.senderName = details.source.value_or("");
+    row.event = details.summary.value_or("");
+    row.start = details.onsetTime.value_or(details.date.value_or(alert.effectiveTime));
+    row.end = details.endDate ? details.endDate : details.expirationDate;
+    row.description = details.description;
+    row.url = details.detailsURL;
+    row.severity = severityOf(details.severity.value_or("unknown"));
     row.tags = alert.responses;
     alerts.push_back(std::move(row));
   }

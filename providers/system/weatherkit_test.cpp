@@ -11,6 +11,7 @@
 #include "core/errors.hpp"
 #include "core/one_call_weather_json.hpp"
 #include "core/weather_derived.hpp"
+#include "providers/system/aw_alert_details.hpp"
 #include "providers/system/weatherkit_conversion.hpp"
 #include "providers/system/weatherkit_wire.hpp"
 
@@ -110,6 +111,21 @@ TEST(SystemWeatherConversionTest, ConditionsAndPrecipitationKinds) {
   EXPECT_EQ(systemWeatherPrecipitationKind("snow"), PrecipitationKind::snow);
   EXPECT_EQ(systemWeatherPrecipitationKind("precipitation"), PrecipitationKind::rain);
   EXPECT_EQ(systemWeatherPrecipitationKind("clear"), PrecipitationKind::none);
+}
+
+TEST(SystemWeatherWireTest, AlertDetailsKeepTheirKeys) {
+  AppleWeather weather = decodeWeatherKitAnswer(readText(kTestdata / kCopenhagen.file));
+  ASSERT_EQ(weather.weatherAlerts->size(), 1u);
+  const AWAlertDetails details = alertDetails(weather.weatherAlerts->front(), "UK Met Office");
+  EXPECT_EQ(details.summary, "Moderate Thunderstorm Warning");
+  EXPECT_FALSE(details.endDate.has_value());
+  const std::string encoded = encodeAWAlertDetails(details);
+  for (const char* key : {"\"detailsURL\":", "\"issuedDate\":", "\"onsetTime\":", "\"expirationDate\":"}) {
+    EXPECT_NE(encoded.find(key), std::string::npos) << key;
+  }
+  EXPECT_EQ(encoded.find("endDate"), std::string::npos);
+  EXPECT_EQ(decodeAWAlertDetails(encoded), details);
+  EXPECT_EQ(decodeAWAlertDetails(R"({"latitude":null,"date":0})"), (AWAlertDetails{.date = Date::fromReference(0)}));
 }
 
 TEST(SystemWeatherWireTest, ErrorAnswersAndMissingSets) {
