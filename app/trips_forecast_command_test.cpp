@@ -92,6 +92,21 @@ TEST_F(TripsForecastCommandTest, FetchesOnceThenServesTheTripFromTheCache) {
   EXPECT_NE(failed.out.find("Trip to Lisbon"), std::string::npos) << failed.out;
 }
 
+// The user's own name for a trip is its label; the place is named as the place, and the
+// embedded simulator chosen by OMBRINE_SERVICES=sim needs no token.
+TEST_F(TripsForecastCommandTest, ALabelledTripNamesItsPlaceAsThePlace) {
+  ASSERT_EQ(run("places home --at 52.52,13.405").exitCode, 0);
+  ASSERT_EQ(run("trips add Bergen --name Weekend --from " + dayFromToday(1) + " --to " + dayFromToday(2)).exitCode, 0);
+  const ProgramRun shown =
+      sandbox_.run(std::string("env -u OMBRINE_FORECA_TOKEN -u OMBRINE_OPENWEATHER_KEY ") + OMBRINE_PROGRAM,
+                   "trips forecast weekend", "LANG=en_US.UTF-8 OMBRINE_SERVICES=sim");
+  ASSERT_EQ(shown.exitCode, 0) << shown.err;
+  EXPECT_NE(shown.out.find("Weekend — trip to Bergen"), std::string::npos) << shown.out;
+  EXPECT_NE(shown.out.find("forecast for Bergen"), std::string::npos) << shown.out;
+  EXPECT_EQ(shown.out.find("Trip to Weekend"), std::string::npos) << shown.out;
+  EXPECT_EQ(shown.out.find("for Weekend"), std::string::npos) << shown.out;
+}
+
 TEST_F(TripsForecastCommandTest, UnknownOrMissingTripIsAFailure) {
   const ProgramRun none = run("--services sim trips forecast");
   EXPECT_EQ(none.exitCode, 1);
