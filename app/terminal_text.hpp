@@ -14,6 +14,9 @@ namespace ombrine::app {
 // `maxCharacters` code points followed by "…" when longer.
 std::string neutralised(std::string_view text, std::size_t maxCharacters = std::string_view::npos);
 
+// The longest message about a trip that quotes what was typed (the trips library words it).
+inline constexpr std::size_t kMaxTripMessage = 160;
+
 // What a command echoes of a user's input in a message: neutralised, at most 60 characters,
 // in double quotes.
 std::string quotedInput(std::string_view text);

@@ -16,6 +16,7 @@
 
 #include "app/commands.hpp"
 #include "app/global_options.hpp"
+#include "app/terminal_text.hpp"
 #include "app/global_options.hpp"
 #include "app/trips_hourly_command.hpp"
 #include "core/errors.hpp"
@@ -487,10 +488,11 @@ void report(const char* name, Run run) {
     logf("ombrine trips {}: {}", name, error.what());
     setExitCode(2);
   } catch (const NoSuchTrip& error) {
-    logf("ombrine trips {}: {}", name, error.what());
-    setExitCode(2);
+    // The message quotes what was typed: shown harmlessly, and never at length.
+    logf("ombrine trips {}: {}", name, neutralised(error.what(), kMaxTripMessage));
+    setExitCode(1);
   } catch (const AmbiguousTrip& error) {
-    logf("ombrine trips {}: {}", name, error.what());
+    logf("ombrine trips {}: {}", name, neutralised(error.what(), kMaxTripMessage));
     setExitCode(2);
   } catch (const TripRemovedError& error) {
     logf("ombrine trips {}: {}", name, error.what());

@@ -254,10 +254,10 @@ void addTripsForecastCommand(CLI::App& trips) {
     try {
       setExitCode(run(*options));
     } catch (const NoSuchTrip& error) {
-      logf("ombrine trips forecast: {}", error.what());
+      logf("ombrine trips forecast: {}", neutralised(error.what(), kMaxTripMessage));
       setExitCode(1);
     } catch (const AmbiguousTrip& error) {
-      logf("ombrine trips forecast: {}", error.what());
+      logf("ombrine trips forecast: {}", neutralised(error.what(), kMaxTripMessage));
       setExitCode(2);
     } catch (const std::exception&) {
       logf("ombrine trips forecast: {}", failureText(std::current_exception()));

@@ -114,6 +114,13 @@ TEST_F(TripsForecastCommandTest, UnknownOrMissingTripIsAFailure) {
   const ProgramRun unknown = run("--services sim trips forecast Atlantis");
   EXPECT_EQ(unknown.exitCode, 1);
   EXPECT_NE(unknown.err.find("no trip matches \"Atlantis\""), std::string::npos) << unknown.err;
+  // Every trips command says so alike, and a huge or hostile name is not echoed as it is.
+  EXPECT_EQ(run("trips show Atlantis").exitCode, 1);
+  const ProgramRun huge = run("trips forecast \"$(printf '\\033[2J')\"" + std::string(100'000, 'a'));
+  EXPECT_EQ(huge.exitCode, 1);
+  EXPECT_LT(huge.err.size(), 400u) << huge.err.substr(0, 400);
+  EXPECT_NE(huge.err.find("…"), std::string::npos) << huge.err.substr(0, 400);
+  EXPECT_EQ(huge.err.find('\x1b'), std::string::npos) << huge.err.substr(0, 400);
 }
 
 // `at` on the wall clock of a zone with a fixed offset, "YYYY-MM-DD HH:MM".
