@@ -137,6 +137,9 @@ TEST_F(StoreCommandsTest, PlacesIdsDuplicatesHomeOptionsAndUnsafeNames) {
     std::string inErr;  // stderr contains this ("" = must be empty)
   };
   const Row rows[] = {
+      {"places at -14.2781,-170.7025", 0, "time zone  Pacific/Pago_Pago", ""},  // not Samoa, a day ahead
+      {"places at 65.7586,-168.9514", 0, "time zone  America/Nome", ""},       // not Russia's Big Diomede
+      {"places at -54.8019,-68.3030", 0, "time zone  America/Argentina/Ushuaia", ""},
       {"places list", 0, bergen.substr(0, 8) + "  Bergen", ""},
       {"places save Bergen", 0, "already saved Bergen", ""},
       {"places remove 1", 1, "", "no saved place is named \"1\""},
