@@ -10,6 +10,7 @@
 #include "app/failure_text.hpp"
 #include "app/daemon_command.hpp"
 #include "app/global_options.hpp"
+#include "app/terminal_text.hpp"
 #include "persistence/favorite_store.hpp"
 #include "core/errors.hpp"
 #include "core/geocoder.hpp"
@@ -45,7 +46,7 @@ ResolvedPlace resolve(Services& services, const std::string& query) {
     return ResolvedPlace{home->location, services.namer().detailsOf(home->location), home->shownName()};
   }
   const auto matches = services.geocoder().search(query, 1);
-  if (matches.empty()) throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named \"" + query + "\"");
+  if (matches.empty()) throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named " + quotedInput(query));
   const Location location = matches.front().coordinate;
   return ResolvedPlace{location, services.namer().detailsOf(location), matches.front().name};
 }

@@ -18,6 +18,7 @@
 #include "app/commands.hpp"
 #include "app/failure_text.hpp"
 #include "app/global_options.hpp"
+#include "app/terminal_text.hpp"
 #include "background/background_refresh.hpp"
 #include "core/errors.hpp"
 #include "core/geocoder.hpp"
@@ -277,7 +278,7 @@ int runNotifyRain(const DaemonOptions& options) {
   } else {
     const auto matches = services.geocoder().search(options.place, 1);
     if (matches.empty()) {
-      throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named \"" + options.place + "\"");
+      throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named " + quotedInput(options.place));
     }
     location = matches.front().coordinate;
     name = matches.front().name;

@@ -8,6 +8,7 @@
 
 #include "app/commands.hpp"
 #include "app/global_options.hpp"
+#include "app/terminal_text.hpp"
 #include "core/errors.hpp"
 #include "core/geocoder.hpp"
 #include "fires/fire_map_loader.hpp"
@@ -56,7 +57,7 @@ int list(const FiresOptions& options) {
   if (!centre) {
     const auto matches = services.geocoder().search(options.place, 1);
     if (matches.empty()) {
-      throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named \"" + options.place + "\"");
+      throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named " + quotedInput(options.place));
     }
     centre = FireCoordinate{matches.front().coordinate.latitude(), matches.front().coordinate.longitude()};
     placeName = matches.front().name;

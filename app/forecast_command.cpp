@@ -19,6 +19,7 @@
 #include "app/failure_text.hpp"
 #include "app/forecast_render.hpp"
 #include "app/global_options.hpp"
+#include "app/terminal_text.hpp"
 #include "core/errors.hpp"
 #include "core/one_call_weather_json.hpp"
 #include "core/provider_dispatch.hpp"
@@ -63,7 +64,7 @@ Place resolvePlace(const ForecastOptions& options, const Geocoder& geocoder) {
   if (options.place.empty()) throw InvalidPlaceQuery("name a place (e.g. Munich) or give --at LAT,LON");
   const auto matches = geocoder.search(options.place, 1);
   if (matches.empty()) {
-    throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named \"" + options.place + "\"");
+    throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named " + quotedInput(options.place));
   }
   return Place{matches.front().coordinate, matches.front().name};
 }
@@ -118,6 +119,7 @@ class Printer {
     screen.weather = &weather;
     screen.now = now;
     screen.locale = currentLocale();
+    screen.messages = &screenMessages(screen.locale);
     screen.colour = colourWanted(STDOUT_FILENO);
     std::cout << renderForecast(screen) << std::flush;
   }
@@ -191,6 +193,32 @@ class Pollers {
   std::thread thread_;
 };
 
+// Waits for the fetch to end, at most --timeout seconds (no limit without it). On a terminal a
+// fetch that takes over two seconds shows how long it has been waiting on stderr, and the line
+// is wiped before the outcome is printed. False when the time ran out.
+bool awaitFetch(std::future<void> ended, bool showProgress) {
+  const auto start = std::chrono::steady_clock::now();
+  const double limit = globalOptions().timeoutSeconds;
+  showProgress = showProgress && ::isatty(STDERR_FILENO);
+  bool shown = false;
+  long shownSeconds = 0;
+  bool inTime = true;
+  while (ended.wait_for(std::chrono::milliseconds(200)) != std::future_status::ready) {
+    const double waited = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    if (limit > 0 && waited >= limit) {
+      inTime = false;
+      break;
+    }
+    if (showProgress && static_cast<long>(waited) >= 2 && static_cast<long>(waited) != shownSeconds) {
+      shownSeconds = static_cast<long>(waited);
+      std::cerr << fmt::format("\rwaiting for the weather service… {} s", shownSeconds) << std::flush;
+      shown = true;
+    }
+  }
+  if (shown) std::cerr << "\r" << std::string(48, ' ') << "\r" << std::flush;
+  return inTime;
+}
+
 WeatherDataSource nextSource(WeatherDataSource source) {
   return static_cast<WeatherDataSource>((static_cast<int>(source) + 1) % 4);
 }
@@ -258,7 +286,14 @@ int run(const ForecastOptions& options) {
   });
 
   if (!options.watch) {
-    ended->get_future().wait();
+    const bool inTime = awaitFetch(ended->get_future(), !chatty);
+    if (!inTime) {
+      // Cancel now, so that nothing of this fetch lands after the outcome is reported.
+      pipeline.shutdown();
+      std::lock_guard lock(failureMutex);
+      failure = std::make_exception_ptr(
+          HttpError(HttpError::timedOut, fmt::format("no answer within {:g} s (--timeout)", globalOptions().timeoutSeconds)));
+    }
     timings.mark("fetch");
     const auto state = pipeline.view().snapshot();
     const Date now = Date::fromSystem(clock.now());

@@ -19,6 +19,7 @@
 #include <string>
 #include <thread>
 
+#include "app/terminal_text.hpp"
 #include "core/one_call_weather_json.hpp"
 #include "core/value_json.hpp"
 #include "platform/icu_setup.hpp"
@@ -193,21 +194,23 @@ TEST(ForecastCommandTest, ExitCodesAndScreen) {
   }
 }
 
-TEST(ForecastCommandTest, HumanScreenFitsEightyColumnsInEveryLocale) {
-  for (const char* locale : {"en_US.UTF-8", "de_DE.UTF-8", "fi_FI.UTF-8", "ja_JP.UTF-8", "fr_CA.UTF-8"}) {
-    SCOPED_TRACE(locale);
-    const ProgramRun run = runOmbrine("--services sim forecast Helsinki", std::string("LC_ALL=") + locale);
+// Terminal cells (CJK counts two) and the screen's words in the reader's language.
+TEST(ForecastCommandTest, HumanScreenFitsEightyColumnsInEveryLocaleWithItsWords) {
+  const struct {
+    const char* locale;
+    const char* now;
+  } rows[] = {{"en_US.UTF-8", "Now "}, {"de_DE.UTF-8", "Jetzt "}, {"fi_FI.UTF-8", "Now "},
+              {"ja_JP.UTF-8", "現在 "}, {"fr_CA.UTF-8", "Maintenant "}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.locale);
+    const ProgramRun run = runOmbrine("--services sim forecast Helsinki", std::string("LC_ALL=") + row.locale);
     ASSERT_EQ(run.exitCode, 0);
-    size_t start = 0;
-    while (start < run.out.size()) {
-      size_t end = run.out.find('\n', start);
-      if (end == std::string::npos) end = run.out.size();
-      std::string_view line(run.out.data() + start, end - start);
-      size_t columns = 0;
-      for (unsigned char c : line) columns += (c & 0xC0) != 0x80;
-      EXPECT_LE(columns, 80u) << line;
-      EXPECT_EQ(line.find('\x1b'), std::string_view::npos) << "colour despite NO_COLOR";
-      start = end + 1;
+    EXPECT_NE(run.out.find(std::string("\n") + row.now), std::string::npos) << run.out;
+    std::istringstream lines(run.out);
+    std::string line;
+    while (std::getline(lines, line)) {
+      EXPECT_LE(app::displayWidth(line), 80u) << line;
+      EXPECT_EQ(line.find('\x1b'), std::string::npos) << "colour despite NO_COLOR";
     }
   }
 }

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <memory>
 
+#include "app/terminal_text.hpp"
 #include "core/air_quality.hpp"
 #include "core/compass.hpp"
 #include "core/value_format.hpp"
@@ -74,33 +75,20 @@ class LocalDates {
   std::unique_ptr<icu::DateFormat> time_, day_, dayTime_;
 };
 
-// Display width of UTF-8 text, counting each code point as one column (good enough for the
-// Latin, Greek and Cyrillic phrases and the unit symbols shown here).
-size_t columns(std::string_view text) {
-  size_t count = 0;
-  for (unsigned char c : text) count += (c & 0xC0) != 0x80;
-  return count;
-}
+// `text` in a column of `width` terminal columns: padded with spaces, or cut with an ellipsis,
+// so that at least one space always separates it from the next column (wide CJK characters
+// count two columns).
+std::string pad(std::string_view text, size_t width) { return padRight(cutToWidth(text, width - 1), width); }
 
-// `text` in a column of `width`: padded with spaces, or cut with an ellipsis, so that at least
-// one space always separates it from the next column.
-std::string pad(std::string_view text, size_t width) {
-  std::string out;
-  size_t used = 0;
-  const bool cut = columns(text) >= width;
-  const size_t keep = cut ? width - 2 : width;
-  for (size_t i = 0; i < text.size() && used < keep; ++used) {
-    size_t length = 1;
-    while (i + length < text.size() && (static_cast<unsigned char>(text[i + length]) & 0xC0) == 0x80) ++length;
-    out.append(text.substr(i, length));
-    i += length;
+// `message` translated, its {} filled with `values`; the English text when a translation's
+// placeholders do not fit.
+template <class... Values>
+std::string translated(const MessageCatalog& tr, std::string_view message, const Values&... values) {
+  try {
+    return fmt::format(fmt::runtime(tr(message)), values...);
+  } catch (const fmt::format_error&) {
+    return fmt::format(fmt::runtime(message), values...);
   }
-  if (cut) {
-    out += "…";
-    ++used;
-  }
-  for (; used < width; ++used) out.push_back(' ');
-  return out;
 }
 
 std::string condition(const std::vector<OneCallWeather::Glyph>& glyphs) {
@@ -121,6 +109,11 @@ std::string renderForecast(const ForecastScreen& screen) {
   const LocalDates dates(screen.locale, weather.timeZone);
   const Style style{screen.colour};
   auto temperature = [&](Temperature t) { return values.temperature(t, TemperatureWidth::narrow); };
+  const MessageCatalog english;
+  const MessageCatalog& tr = screen.messages ? *screen.messages : english;
+  auto sunLine = [&](Date sunrise, Date sunset) {
+    return fmt::format("  {} {}  {} {}\n", tr("Sunrise"), dates.time(sunrise), tr("Sunset"), dates.time(sunset));
+  };
   std::string out;
 
   // Place and provenance.
@@ -135,45 +128,45 @@ std::string renderForecast(const ForecastScreen& screen) {
       if (name->url) attribution += " (" + std::string(name->url->buffer()) + ")";
     }
   }
-  out += style.dim(fmt::format("Data: {} · as of {}", attribution, dates.dayTime(weather.current.dt))) + "\n\n";
+  out += style.dim(translated(tr, "Data: {} · as of {}", attribution, dates.dayTime(weather.current.dt))) + "\n\n";
 
   // Now.
   const auto& current = weather.current;
-  out += style.bold("Now ") + style.cyan(temperature(current.temp)) + "  " + condition(current.weather) +
-         "  feels like " + temperature(current.feelsLike) + "\n";
-  std::string wind = "  Wind " + values.speed(current.windSpeed) + " " +
-                     std::string(abbreviation(compassDirection(current.windDeg)));
-  if (current.windGust) wind += ", gusts " + values.speed(*current.windGust);
+  out += style.bold(std::string(tr("Now")) + " ") + style.cyan(temperature(current.temp)) + "  " +
+         condition(current.weather) + "  " + translated(tr, "feels like {}", temperature(current.feelsLike)) + "\n";
+  std::string wind = fmt::format("  {} {} {}", tr("Wind"), values.speed(current.windSpeed),
+                                 abbreviation(compassDirection(current.windDeg)));
+  if (current.windGust) wind += fmt::format(", {} {}", tr("gusts"), values.speed(*current.windGust));
   out += wind + "\n";
-  std::string details = fmt::format("  Humidity {}%  Clouds {}%  UV {:.0f}", current.humidity, current.clouds,
-                                    current.uvi);
-  if (current.pressure) details += fmt::format("  Pressure {} hPa", *current.pressure);
+  std::string details = fmt::format("  {} {}%  {} {}%  {} {:.0f}", tr("Humidity"), current.humidity, tr("Clouds"),
+                                    current.clouds, tr("UV"), current.uvi);
+  if (current.pressure) details += fmt::format("  {} {} hPa", tr("Pressure"), *current.pressure);
   out += details + "\n";
   if (current.airQuality) {
-    out += fmt::format("  Air quality {} ({})\n", current.airQuality->aqi,
+    out += fmt::format("  {} {} ({})\n", tr("Air quality"), current.airQuality->aqi,
                        label(airQualityRange(current.airQuality->aqi)));
   }
   if (current.sunrise && current.sunset && *current.sunrise != *current.sunset) {
-    out += "  Sunrise " + dates.time(*current.sunrise) + "  Sunset " + dates.time(*current.sunset) + "\n";
+    out += sunLine(*current.sunrise, *current.sunset);
   } else if (const auto sun = dailySunTimesContaining(current.dt, Location(weather.lat, weather.lon), weather.timeZone)) {
     // The provider has no sun times for the day (it repeats one instant for both): say why.
     if (const auto label = sunDaylightStateLabel(sun->daylightState); !label.empty()) {
       out += "  " + std::string(label) + "\n";
     } else if (sun->sunrise && sun->sunset) {
-      out += "  Sunrise " + dates.time(*sun->sunrise) + "  Sunset " + dates.time(*sun->sunset) + "\n";
+      out += sunLine(*sun->sunrise, *sun->sunset);
     }
   }
   if (expectsRainWithinHour(weather)) {
-    out += style.warn("  Precipitation expected within the hour") + "\n";
+    out += style.warn("  " + std::string(tr("Precipitation expected within the hour"))) + "\n";
   }
 
   // The next hours.
-  out += "\n" + style.bold("Next hours") + "\n";
+  out += "\n" + style.bold(tr("Next hours")) + "\n";
   int shown = 0;
   for (const auto& hour : weather.hourly) {
     if (shown >= screen.hours) break;
     if (hour.dt + 3600.0 <= screen.now) continue;
-    std::string what = hour.sunStateChange ? std::string(hour.sunStateChange->label()) : condition(hour.weather);
+    std::string what = hour.sunStateChange ? std::string(tr(hour.sunStateChange->label())) : condition(hour.weather);
     std::string amount;
     if (hour.snow && hour.snow->snowVolume.measurement > 0) amount = values.snow(hour.snow->snowVolume);
     else if (hour.rain && hour.rain->rainVolume.measurement > 0) amount = values.rain(hour.rain->rainVolume);
@@ -183,7 +176,7 @@ std::string renderForecast(const ForecastScreen& screen) {
   }
 
   // The days.
-  out += "\n" + style.bold("Days") + "\n";
+  out += "\n" + style.bold(tr("Days")) + "\n";
   // A day already over where the place is (Apia is a day ahead of most of the world) is not
   // listed: days count from the place's own today.
   auto localDay = [&weather](Date at) {
@@ -202,7 +195,7 @@ std::string renderForecast(const ForecastScreen& screen) {
 
   // Warnings.
   if (weather.alerts && !weather.alerts->empty()) {
-    out += "\n" + style.bold("Warnings") + "\n";
+    out += "\n" + style.bold(tr("Warnings")) + "\n";
     for (const auto& alert : *weather.alerts) {
       std::string when = dates.dayTime(alert.start);
       if (alert.end) when += " – " + dates.dayTime(*alert.end);

@@ -1,13 +1,14 @@
 #pragma once
 // The human-readable forecast screen of `ombrine forecast`: place, provider and attribution,
-// current conditions, the next hours, the days and the warnings, in the reader's locale and
-// units, fitting an 80-column terminal. Colour only when asked (the caller decides from the
-// terminal and NO_COLOR).
+// current conditions, the next hours, the days and the warnings, in the reader's locale, units
+// and words (see message_catalog.hpp), fitting an 80-column terminal. Colour only when asked
+// (the caller decides from the terminal and NO_COLOR).
 
 #include <unicode/locid.h>
 
 #include <string>
 
+#include "app/message_catalog.hpp"
 #include "core/date.hpp"
 #include "core/one_call_weather.hpp"
 
@@ -22,6 +23,8 @@ struct ForecastScreen {
   icu::Locale locale;
   bool colour = false;
   int hours = 12;
+  // The screen's own words in the reader's language; nothing: English.
+  const MessageCatalog* messages = nullptr;
 };
 
 // The whole screen as text, lines ending in '\n'. Pure: the same input gives the same text.

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "app/commands.hpp"
 #include "sim/sim_server.hpp"
 
 namespace ombrine::app {
@@ -29,15 +30,31 @@ GlobalOptions& globalOptions() {
 }
 
 void addGlobalOptions(CLI::App& app) {
-  app.add_option("--services", globalOptions().services,
-                 "Where requests go: 'real' services (or OMBRINE_SERVICES), or 'sim' for the built-in "
-                 "simulator (offline, no keys)")
+  app.add_option_function<std::string>(
+         "--services",
+         [](const std::string& value) {
+           globalOptions().services = value;
+           globalOptions().servicesGiven = true;
+         },
+         "Where requests go: 'real' services (or OMBRINE_SERVICES: 'sim' or a simulator's URL), or "
+         "'sim' for the built-in simulator (offline, no keys)")
       ->check(CLI::IsMember({"real", "sim"}));
   app.add_option("--sim-seed", globalOptions().simulatorSeed, "Seed of the simulator's synthetic weather");
+  app.add_option("--timeout", globalOptions().timeoutSeconds,
+                 "Give up waiting for the services after SECONDS (forecast; default: each request's own limit)")
+      ->type_name("SECONDS")
+      ->check(positiveNumber());
+}
+
+// `--services sim`, or OMBRINE_SERVICES=sim when the command line does not say otherwise.
+bool embeddedSimulatorWanted() {
+  if (globalOptions().services == "sim") return true;
+  const char* environment = std::getenv("OMBRINE_SERVICES");
+  return !globalOptions().servicesGiven && environment && std::string_view(environment) == "sim";
 }
 
 ProgramServices::ProgramServices(ServicesOptions options) {
-  if (globalOptions().services == "sim") {
+  if (embeddedSimulatorWanted()) {
     sim::SimServer::Options simOptions;
     simOptions.seed = globalOptions().simulatorSeed;
     simulator_ = std::make_unique<sim::SimServer>(simOptions);

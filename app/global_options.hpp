@@ -19,9 +19,12 @@ namespace ombrine::app {
 
 struct GlobalOptions {
   // "sim" starts the embedded simulator; "real" (default) uses the public services, or the
-  // simulator named by OMBRINE_SERVICES.
+  // simulator named by OMBRINE_SERVICES (a URL, or "sim" for the embedded one).
   std::string services = "real";
+  bool servicesGiven = false;  // --services was on the command line
   std::uint64_t simulatorSeed = 0;
+  // --timeout: how long a command waits for the services at most; 0 = the requests' own limits.
+  double timeoutSeconds = 0;
 };
 
 GlobalOptions& globalOptions();
@@ -32,7 +35,9 @@ void addGlobalOptions(CLI::App& app);
 // simulator outlives the services that talk to it.
 class ProgramServices {
  public:
-  // Raises what Services raises, and std::invalid_argument for malformed simulator faults.
+  // Starts the embedded simulator for `--services sim`, and for OMBRINE_SERVICES=sim unless
+  // `--services real` was given. Raises what Services raises, and std::invalid_argument for
+  // malformed simulator faults.
   explicit ProgramServices(ServicesOptions options = {});
   ~ProgramServices();
   ProgramServices(const ProgramServices&) = delete;

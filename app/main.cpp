@@ -47,7 +47,7 @@ std::optional<std::string> commandWordProblem(const CLI::App& app, int argc, cha
   std::string path = "ombrine";
   for (int i = 1; i < argc; ++i) {
     const std::string_view word = argv[i];
-    if (word == "--services" || word == "--sim-seed") {
+    if (word == "--services" || word == "--sim-seed" || word == "--timeout") {
       ++i;
       continue;
     }

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "app/terminal_text.hpp"
 #include "core/errors.hpp"
 #include "wiring/geocode_namer.hpp"
 #include "core/geocoder.hpp"
@@ -16,7 +17,7 @@ NamedPlace resolveNamedPlace(Services& services, const std::string& query, bool 
     location = parseCoordinate(query);
   } else {
     const auto matches = services.geocoder().search(query, 1);
-    if (matches.empty()) throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named \"" + query + "\"");
+    if (matches.empty()) throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named " + quotedInput(query));
     location = matches.front().coordinate;
     name = matches.front().name;
   }

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <cctype>
+#include <cmath>
 #include <cstdlib>
 #include <iostream>
 #include <memory>
@@ -17,6 +18,7 @@
 #include "app/commands.hpp"
 #include "app/failure_text.hpp"
 #include "app/global_options.hpp"
+#include "app/terminal_text.hpp"
 #include "core/errors.hpp"
 #include "core/geo_naming.hpp"
 #include "core/value_json.hpp"
@@ -88,7 +90,7 @@ int search(const SearchOptions& options) {
   const Geocoder& geocoder = services->geocoder();
   const auto matches = geocoder.search(options.text, options.limit);
   if (matches.empty()) {
-    throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place matches \"" + options.text + "\"");
+    throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place matches " + quotedInput(options.text));
   }
   if (options.json) {
     boost::json::array out;
@@ -109,7 +111,7 @@ int search(const SearchOptions& options) {
   }
   int number = 0;
   for (const PlaceMatch& m : matches) {
-    std::cout << fmt::format("{:>2}. {}\n", ++number, joinNonEmpty({m.name, m.admin1, m.countryName}));
+    std::cout << fmt::format("{:>2}. {}\n", ++number, neutralised(joinNonEmpty({m.name, m.admin1, m.countryName})));
     std::string detail = fmt::format("{:.4f}, {:.4f}", m.coordinate.latitude(), m.coordinate.longitude());
     if (m.population > 0) detail += "  pop. " + grouped(m.population);
     detail += "  " + m.timeZoneIdentifier;
@@ -147,9 +149,9 @@ int at(const AtOptions& options) {
     std::cout << serializeJson(out) << "\n";
     return 0;
   }
-  std::cout << details.name << "\n";
+  std::cout << neutralised(details.name) << "\n";
   auto row = [](std::string_view label, std::string_view value) {
-    if (!value.empty()) std::cout << fmt::format("  {:<11}{}\n", label, value);
+    if (!value.empty()) std::cout << fmt::format("  {:<11}{}\n", label, neutralised(value));
   };
   row("district", mark.subLocality.value_or(""));
   row("locality", mark.locality.value_or(""));
@@ -179,7 +181,7 @@ FavoriteLocation resolveFavorite(const SavedOptions& options, const Geocoder& ge
   }
   const auto matches = geocoder.search(options.place, 1);
   if (matches.empty()) {
-    throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place matches \"" + options.place + "\"");
+    throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place matches " + quotedInput(options.place));
   }
   const PlaceMatch& match = matches.front();
   favorite.location = match.coordinate;
@@ -189,36 +191,58 @@ FavoriteLocation resolveFavorite(const SavedOptions& options, const Geocoder& ge
   return favorite;
 }
 
+// The first eight characters of an id: what `places list` shows and `places remove` accepts.
+std::string shortId(const Uuid& id) { return id.text().substr(0, 8); }
+
 std::string lowered(std::string_view text) {
   std::string out(text);
   for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   return out;
 }
 
-// The saved place whose id is `text`, or whose shown name or place name equals it (ignoring
-// case). Raises SavedPlaceNotFound when none or several match.
+// The saved place whose id is `text`, whose shown name or place name equals it (ignoring
+// case), or whose id starts with it (four characters or more, as `places list` shows them).
+// Raises SavedPlaceNotFound when none or several match.
 FavoriteLocation savedPlace(const std::vector<FavoriteLocation>& favorites, std::string_view text) {
   const auto id = Uuid::parse(text);
+  const std::string wanted = lowered(text);
   std::vector<const FavoriteLocation*> found;
   for (const FavoriteLocation& f : favorites) {
-    if (id ? f.id == *id : lowered(f.shownName()) == lowered(text) || lowered(f.name) == lowered(text)) {
-      found.push_back(&f);
+    if (id ? f.id == *id : lowered(f.shownName()) == wanted || lowered(f.name) == wanted) found.push_back(&f);
+  }
+  if (found.empty() && !id && wanted.size() >= 4) {
+    for (const FavoriteLocation& f : favorites) {
+      if (lowered(f.id.text()).starts_with(wanted)) found.push_back(&f);
     }
   }
   if (found.size() == 1) return *found.front();
-  if (found.empty()) throw SavedPlaceNotFound("no saved place is named \"" + std::string(text) + "\"");
+  if (found.empty()) {
+    throw SavedPlaceNotFound("no saved place is named " + quotedInput(text) + " or has an id starting so (see ombrine places list)");
+  }
   std::string ids;
-  for (const FavoriteLocation* f : found) ids += " " + f->id.text();
-  throw SavedPlaceNotFound("several saved places are named \"" + std::string(text) + "\"; give one of the ids:" + ids);
+  for (const FavoriteLocation* f : found) ids += " " + shortId(f->id);
+  throw SavedPlaceNotFound("several saved places match " + quotedInput(text) + "; give one of the ids:" + ids);
+}
+
+// The same place saved before: the same name shown at the same spot (within about 10 m).
+const FavoriteLocation* sameSaved(const std::vector<FavoriteLocation>& favorites, const FavoriteLocation& place) {
+  for (const FavoriteLocation& f : favorites) {
+    if (std::abs(f.location.latitude() - place.location.latitude()) < 1e-4 &&
+        std::abs(f.location.longitude() - place.location.longitude()) < 1e-4 && f.shownName() == place.shownName()) {
+      return &f;
+    }
+  }
+  return nullptr;
 }
 
 boost::json::object favoriteJson(const FavoriteLocation& favorite) {
   return parseJson(encodeFavoriteLocation(favorite)).as_object();
 }
 
+// A saved place on one line; names typed by a user are shown neutralised.
 std::string favoriteLine(const FavoriteLocation& f) {
-  std::string line = f.shownName();
-  if (f.displayName && !f.displayName->empty() && *f.displayName != f.name) line += " (" + f.name + ")";
+  std::string line = neutralised(f.shownName());
+  if (f.displayName && !f.displayName->empty() && *f.displayName != f.name) line += " (" + neutralised(f.name) + ")";
   line += fmt::format("  {:.4f}, {:.4f}", f.location.latitude(), f.location.longitude());
   if (f.region) line += "  " + f.region->identifier;
   if (f.timeZone) line += "  " + f.timeZone->identifier();
@@ -229,11 +253,14 @@ int save(const SavedOptions& options) {
   ProgramServices services;
   const FavoriteLocation favorite = resolveFavorite(options, services->geocoder());
   FavoriteStore& favorites = services->favorites();
-  favorites.save(favorite);
+  const auto existing = favorites.locations();
+  const FavoriteLocation* known = sameSaved(existing, favorite);
+  if (!known) favorites.save(favorite);
+  const FavoriteLocation& shown = known ? *known : favorite;
   if (options.json) {
-    std::cout << serializeJson(favoriteJson(favorite)) << "\n";
+    std::cout << serializeJson(favoriteJson(shown)) << "\n";
   } else {
-    std::cout << "saved " << favoriteLine(favorite) << "\n  id " << favorite.id.text() << "\n";
+    std::cout << (known ? "already saved " : "saved ") << favoriteLine(shown) << "\n  id " << shown.id.text() << "\n";
   }
   return 0;
 }
@@ -251,9 +278,8 @@ int listSaved(const SavedOptions& options) {
     std::cout << serializeJson(out) << "\n";
     return 0;
   }
-  if (home) std::cout << "home  " << favoriteLine(*home) << "\n";
-  int number = 0;
-  for (const FavoriteLocation& f : favorites) std::cout << fmt::format("{:>4}  {}\n", ++number, favoriteLine(f));
+  if (home) std::cout << fmt::format("{:<8}  {}\n", "home", favoriteLine(*home));
+  for (const FavoriteLocation& f : favorites) std::cout << fmt::format("{}  {}\n", shortId(f.id), favoriteLine(f));
   if (!home && favorites.empty()) std::cout << "no saved places; add one with: ombrine places save NAME\n";
   return 0;
 }
@@ -274,6 +300,13 @@ int removeSaved(const SavedOptions& options) {
 // `places home`: shows the home place; with PLACE or --at sets it (a saved place by name or
 // id first, else a geocoded one); with --clear removes it.
 int home(const SavedOptions& options) {
+  const bool choosing = !options.place.empty() || !options.at.empty();
+  if (options.clear && (choosing || !options.name.empty())) {
+    throw InvalidPlaceQuery("--clear takes no place, --at or --name; usage: ombrine places home [PLACE | --at LAT,LON] [--name NAME] | --clear");
+  }
+  if (!options.name.empty() && !choosing) {
+    throw InvalidPlaceQuery("--name names the place being set; usage: ombrine places home PLACE|--at LAT,LON --name NAME");
+  }
   ProgramServices services;
   HomeStore& homes = services->home();
   if (options.clear) {
@@ -346,7 +379,7 @@ void addPlacesCommand(CLI::App& app) {
   listCommand->callback([saved] { report("list", [&] { return listSaved(*saved); }); });
 
   CLI::App* removeCommand = places->add_subcommand("remove", "Remove a saved place");
-  removeCommand->add_option("place", saved->place, "Its name or id (see places list --json)")->required();
+  removeCommand->add_option("place", saved->place, "Its name, id or the id's first characters (see places list)")->required();
   removeCommand->add_flag("--json", saved->json, "Print the removed place as JSON");
   removeCommand->callback([saved] { report("remove", [&] { return removeSaved(*saved); }); });
 

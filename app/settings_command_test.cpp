@@ -119,6 +119,53 @@ TEST_F(StoreCommandsTest, PlacesSaveListHomeRemoveAndBackup) {
   EXPECT_EQ(saved["favorites"].as_array()[0].as_object().at("timeZone"), "Pacific/Fiji");
 }
 
+// The saved-place commands as a user types them: ids shown and accepted by prefix, no duplicate
+// on a second save, conflicting home options refused, typed names shown harmlessly.
+TEST_F(StoreCommandsTest, PlacesIdsDuplicatesHomeOptionsAndUnsafeNames) {
+  ASSERT_EQ(run("places save Bergen").exitCode, 0);
+  ASSERT_EQ(run("places save Oslo").exitCode, 0);
+  const auto favorites = boost::json::parse(run("places list --json").out).at("favorites").as_array();
+  ASSERT_EQ(favorites.size(), 2u);
+  const std::string bergen(favorites[0].at("id").as_string());
+  const std::string oslo(favorites[1].at("id").as_string());
+  const std::string longQuery(100'000, 'q');
+
+  struct Row {
+    std::string arguments;
+    int exitCode;
+    std::string inOut;  // stdout contains this ("" = anything)
+    std::string inErr;  // stderr contains this ("" = must be empty)
+  };
+  const Row rows[] = {
+      {"places at -14.2781,-170.7025", 0, "time zone  Pacific/Pago_Pago", ""},  // not Samoa, a day ahead
+      {"places at 65.7586,-168.9514", 0, "time zone  America/Nome", ""},       // not Russia's Big Diomede
+      {"places at -54.8019,-68.3030", 0, "time zone  America/Argentina/Ushuaia", ""},
+      {"places list", 0, bergen.substr(0, 8) + "  Bergen", ""},
+      {"places save Bergen", 0, "already saved Bergen", ""},
+      {"places remove 1", 1, "", "no saved place is named \"1\""},
+      {"places home Oslo --clear", 2, "", "usage: ombrine places home"},
+      {"places home --clear --name X", 2, "", "--clear takes no place"},
+      {"places home --name X", 2, "", "--name names the place being set"},
+      {"places search " + longQuery, 1, "", "no place matches \"" + std::string(60, 'q') + "…\""},
+      {"places save --at 1,2 --name \"$(printf 'evil\\033[31m\\342\\200\\256')\"", 0, "evil\uFFFD[31m\uFFFD", ""},
+      {"places remove " + oslo.substr(0, 6), 0, "removed Oslo", ""},
+      {"places remove " + bergen, 0, "removed Bergen", ""},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.arguments.substr(0, 80));
+    const ProgramRun result = run(row.arguments);
+    EXPECT_EQ(result.exitCode, row.exitCode) << result.err;
+    EXPECT_NE(result.out.find(row.inOut), std::string::npos) << result.out;
+    if (row.inErr.empty()) {
+      EXPECT_EQ(result.err, "");
+    } else {
+      EXPECT_NE(result.err.find(row.inErr), std::string::npos) << result.err;
+      EXPECT_LT(result.err.size(), 400u) << "one short line";
+    }
+  }
+  EXPECT_EQ(boost::json::parse(run("places list --json").out).at("favorites").as_array().size(), 1u);
+}
+
 // Moving a trip to another place keeps what the user called it and its symbol; the trip list
 // written by the edit still holds a trip another run added.
 TEST_F(StoreCommandsTest, TripsEditMovesThePlaceKeepingNameAndSymbol) {

@@ -7,6 +7,7 @@
 
 #include "app/commands.hpp"
 #include "app/global_options.hpp"
+#include "app/terminal_text.hpp"
 #include "core/errors.hpp"
 #include "core/geocoder.hpp"
 #include "core/provider_dispatch.hpp"
@@ -78,7 +79,7 @@ int run(const SourcesOptions& options) {
   const std::string query = !options.at.empty() ? options.at : options.place;
   if (query.empty()) return 0;
   const auto matches = services.geocoder().search(query, 1);
-  if (matches.empty()) throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named \"" + query + "\"");
+  if (matches.empty()) throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named " + quotedInput(query));
   const GeoDetails details = services.namer().detailsOf(matches.front().coordinate);
   const ProviderPath path = providerPath(WeatherDataSource::dynamic, details.region);
   std::cout << fmt::format("\n{} ({}): dynamic uses {}\n", details.name.empty() ? query : details.name,

@@ -7,6 +7,7 @@
 #include "app/commands.hpp"
 #include "app/failure_text.hpp"
 #include "app/global_options.hpp"
+#include "app/terminal_text.hpp"
 #include "core/errors.hpp"
 #include "core/geocoder.hpp"
 #include "core/unit_rules.hpp"
@@ -46,7 +47,7 @@ int list(const StormsOptions& options) {
   std::string placeName;
   if (!options.near.empty()) {
     const auto matches = services.geocoder().search(options.near, 1);
-    if (matches.empty()) throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named \"" + options.near + "\"");
+    if (matches.empty()) throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named " + quotedInput(options.near));
     near = matches.front().coordinate;
     placeName = matches.front().name;
   }

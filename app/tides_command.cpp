@@ -7,6 +7,7 @@
 #include "app/commands.hpp"
 #include "app/failure_text.hpp"
 #include "app/global_options.hpp"
+#include "app/terminal_text.hpp"
 #include "core/errors.hpp"
 #include "core/geocoder.hpp"
 #include "core/tide_records_json.hpp"
@@ -82,7 +83,7 @@ int run(const TidesOptions& options) {
     } else {
       const auto matches = services.geocoder().search(options.place, 1);
       if (matches.empty()) {
-        throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named \"" + options.place + "\"");
+        throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named " + quotedInput(options.place));
       }
       location = matches.front().coordinate;
       foundName = matches.front().name;

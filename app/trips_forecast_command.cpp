@@ -16,6 +16,7 @@
 #include "app/commands.hpp"
 #include "app/failure_text.hpp"
 #include "app/global_options.hpp"
+#include "app/terminal_text.hpp"
 #include "core/one_call_weather_json.hpp"
 #include "core/provider_dispatch.hpp"
 #include "core/unit_rules.hpp"
@@ -138,7 +139,7 @@ void printJson(const LoadedTripForecast& loaded, Date now) {
   for (const DayLine& line : tripDays(loaded)) {
     boost::json::object day;
     day["date"] = isoDay(line.day);
-    day["place"] = trip.destination.shownName();
+    day["place"] = trip.destination.name;
     day["weather"] = nullptr;
     if (line.weather && loaded.entry) {
       const auto& rows = loaded.entry->cachedWeather.weather.daily;
@@ -159,14 +160,19 @@ void printReadable(const LoadedTripForecast& loaded, Date now) {
   const icu::Locale locale = currentLocale();
   const DayFormatter dayText(locale, trip.destination.timeZone, "EEEdMMMy");
   const DayFormatter timeText(locale, trip.destination.timeZone, "EEEdMMMjmm");
-  std::cout << fmt::format("Trip to {} · {} – {} ({})\n", trip.destination.shownName(), dayText(trip.dates.from),
-                           dayText(endMoment(trip)), trip.destination.timeZone.identifier());
+  // The user's own name for the trip is a label; the place is always named as the place.
+  const std::string place = neutralised(trip.destination.name);
+  const std::string title = trip.destination.shownName() == trip.destination.name
+                                ? fmt::format("Trip to {}", place)
+                                : fmt::format("{} — trip to {}", neutralised(trip.destination.shownName()), place);
+  std::cout << fmt::format("{} · {} – {} ({})\n", title, dayText(trip.dates.from), dayText(endMoment(trip)),
+                           trip.destination.timeZone.identifier());
   std::string source;
   if (loaded.entry) {
     const CachedWeather& cached = loaded.entry->cachedWeather;
     const double ageMinutes = (now - cached.weather.current.dt) / 60.0;
     source = fmt::format("{} forecast for {}, observed {} ({})", providerLabel(weatherDataSource(cached.weather)),
-                         cached.name, timeText(cached.weather.current.dt),
+                         place, timeText(cached.weather.current.dt),
                          loaded.fetched ? std::string("fetched now")
                                         : fmt::format("from the trip cache, {:.0f} min old", std::max(0.0, ageMinutes)));
   } else {
@@ -184,10 +190,11 @@ void printReadable(const LoadedTripForecast& loaded, Date now) {
     if (line.weather) {
       const OneCallWeather::Daily& row = *line.weather;
       const std::string condition = row.weather.empty() ? std::string() : row.weather.front().description;
-      text = fmt::format("{:>5} / {:<5}  {:<22} rain {:>3.0f}%   {}",
-                         formattedTemperature(row.temp.min, TemperatureWidth::narrow, locale),
-                         formattedTemperature(row.temp.max, TemperatureWidth::narrow, locale), condition,
-                         row.pop * 100.0, trip.destination.shownName());
+      // The rain chance before the condition, so a long condition never runs into it.
+      text = fmt::format("{} / {}  {:>3.0f}% rain  {}  {}",
+                         padLeft(formattedTemperature(row.temp.min, TemperatureWidth::narrow, locale), 5),
+                         padRight(formattedTemperature(row.temp.max, TemperatureWidth::narrow, locale), 5),
+                         row.pop * 100.0, padRight(cutToWidth(condition, 24), 24), place);
     } else if (line.noon < now - 86400.0) {
       text = "no forecast kept for this past day";
     } else if (lastForecastDay && line.noon > *lastForecastDay) {
@@ -195,7 +202,7 @@ void printReadable(const LoadedTripForecast& loaded, Date now) {
     } else {
       text = "no forecast";
     }
-    std::cout << fmt::format("  {:<18} {}\n", dayText(line.noon), text);
+    std::cout << "  " << padRight(cutToWidth(dayText(line.noon), 18), 18) << " " << text << "\n";
   }
 }
 
@@ -247,10 +254,10 @@ void addTripsForecastCommand(CLI::App& trips) {
     try {
       setExitCode(run(*options));
     } catch (const NoSuchTrip& error) {
-      logf("ombrine trips forecast: {}", error.what());
+      logf("ombrine trips forecast: {}", neutralised(error.what(), kMaxTripMessage));
       setExitCode(1);
     } catch (const AmbiguousTrip& error) {
-      logf("ombrine trips forecast: {}", error.what());
+      logf("ombrine trips forecast: {}", neutralised(error.what(), kMaxTripMessage));
       setExitCode(2);
     } catch (const std::exception&) {
       logf("ombrine trips forecast: {}", failureText(std::current_exception()));

@@ -92,6 +92,21 @@ TEST_F(TripsForecastCommandTest, FetchesOnceThenServesTheTripFromTheCache) {
   EXPECT_NE(failed.out.find("Trip to Lisbon"), std::string::npos) << failed.out;
 }
 
+// The user's own name for a trip is its label; the place is named as the place, and the
+// embedded simulator chosen by OMBRINE_SERVICES=sim needs no token.
+TEST_F(TripsForecastCommandTest, ALabelledTripNamesItsPlaceAsThePlace) {
+  ASSERT_EQ(run("places home --at 52.52,13.405").exitCode, 0);
+  ASSERT_EQ(run("trips add Bergen --name Weekend --from " + dayFromToday(1) + " --to " + dayFromToday(2)).exitCode, 0);
+  const ProgramRun shown =
+      sandbox_.run(std::string("env -u OMBRINE_FORECA_TOKEN -u OMBRINE_OPENWEATHER_KEY ") + OMBRINE_PROGRAM,
+                   "trips forecast weekend", "LANG=en_US.UTF-8 OMBRINE_SERVICES=sim");
+  ASSERT_EQ(shown.exitCode, 0) << shown.err;
+  EXPECT_NE(shown.out.find("Weekend — trip to Bergen"), std::string::npos) << shown.out;
+  EXPECT_NE(shown.out.find("forecast for Bergen"), std::string::npos) << shown.out;
+  EXPECT_EQ(shown.out.find("Trip to Weekend"), std::string::npos) << shown.out;
+  EXPECT_EQ(shown.out.find("for Weekend"), std::string::npos) << shown.out;
+}
+
 TEST_F(TripsForecastCommandTest, UnknownOrMissingTripIsAFailure) {
   const ProgramRun none = run("--services sim trips forecast");
   EXPECT_EQ(none.exitCode, 1);
@@ -99,6 +114,13 @@ TEST_F(TripsForecastCommandTest, UnknownOrMissingTripIsAFailure) {
   const ProgramRun unknown = run("--services sim trips forecast Atlantis");
   EXPECT_EQ(unknown.exitCode, 1);
   EXPECT_NE(unknown.err.find("no trip matches \"Atlantis\""), std::string::npos) << unknown.err;
+  // Every trips command says so alike, and a huge or hostile name is not echoed as it is.
+  EXPECT_EQ(run("trips show Atlantis").exitCode, 1);
+  const ProgramRun huge = run("trips forecast \"$(printf '\\033[2J')\"" + std::string(100'000, 'a'));
+  EXPECT_EQ(huge.exitCode, 1);
+  EXPECT_LT(huge.err.size(), 400u) << huge.err.substr(0, 400);
+  EXPECT_NE(huge.err.find("…"), std::string::npos) << huge.err.substr(0, 400);
+  EXPECT_EQ(huge.err.find('\x1b'), std::string::npos) << huge.err.substr(0, 400);
 }
 
 // `at` on the wall clock of a zone with a fixed offset, "YYYY-MM-DD HH:MM".

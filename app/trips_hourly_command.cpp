@@ -14,6 +14,7 @@
 
 #include "app/commands.hpp"
 #include "app/failure_text.hpp"
+#include "app/terminal_text.hpp"
 #include "app/global_options.hpp"
 #include "core/errors.hpp"
 #include "core/geo_naming.hpp"
@@ -78,7 +79,7 @@ CurrentPlace resolveCurrentPlace(const HourlyOptions& options, const std::option
     place.location.timeZone = geocoder.timeZone(place.coordinate);
   } else if (!options.place.empty()) {
     const std::vector<PlaceMatch> matches = geocoder.search(options.place, 1);
-    if (matches.empty()) throw PlaceUsageError(fmt::format("no place named \"{}\"", options.place));
+    if (matches.empty()) throw PlaceUsageError("no place named " + quotedInput(options.place));
     const PlaceMatch& match = matches.front();
     place.coordinate = match.coordinate;
     place.location.name = match.name;

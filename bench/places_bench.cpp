@@ -7,6 +7,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
 #include <random>
 #include <string>
 #include <vector>
@@ -71,6 +74,40 @@ void BM_TimeZoneAt(benchmark::State& state) {
   timedCalls(state, points.size(), [&](std::size_t i) { benchmark::DoNotOptimize(geocoder().timeZone(points[i])); });
 }
 BENCHMARK(BM_TimeZoneAt);
+
+// Points within 20 km of zone borders and coasts (the test fixture): the lookups that end in a
+// tile's polygons rather than in a tile wholly inside one zone.
+std::vector<Location> borderPoints() {
+  std::ifstream in(std::string(OMBRINE_PLACES_TESTDATA) + "/time_zone_borders.tsv");
+  std::vector<Location> points;
+  std::string line;
+  while (std::getline(in, line)) {
+    if (line.empty() || line[0] == '#') continue;
+    std::istringstream fields(line);
+    double latitude = 0;
+    double longitude = 0;
+    fields >> latitude >> longitude;
+    points.emplace_back(latitude, longitude);
+  }
+  if (points.empty()) throw std::runtime_error("no border points in " + std::string(OMBRINE_PLACES_TESTDATA));
+  return points;
+}
+
+void BM_ZoneIndexNearBorders(benchmark::State& state) {
+  static const std::vector<Location> points = borderPoints();
+  timedCalls(state, points.size(), [&](std::size_t i) {
+    benchmark::DoNotOptimize(geocoder().zones().zoneIndexAt(points[i].latitude(), points[i].longitude()));
+  });
+}
+BENCHMARK(BM_ZoneIndexNearBorders);
+
+void BM_ZoneIndexAnywhere(benchmark::State& state) {
+  static const std::vector<Location> points = samplePoints();
+  timedCalls(state, points.size(), [&](std::size_t i) {
+    benchmark::DoNotOptimize(geocoder().zones().zoneIndexAt(points[i].latitude(), points[i].longitude()));
+  });
+}
+BENCHMARK(BM_ZoneIndexAnywhere);
 
 const std::vector<std::string> kQueries = {
     "Munich",      "zurich",   "sao paulo", "Springfield, IL", "Paris, Texas", "new york", "Москва",

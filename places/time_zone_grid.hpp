@@ -1,23 +1,37 @@
 #pragma once
-// The time zone of any coordinate, from timezones.bin (resources/places, generated from
-// @photostructure/tz-lookup): on land the IANA zone, at sea the nautical zone "Etc/GMT±N",
-// at the North Pole "Etc/GMT".
+// The time zone of any coordinate, from timezones.bin (resources/places, generated from the
+// timezone-boundary-builder polygons as shipped by geo-tz): on land and in territorial waters
+// the IANA zone, at sea the nautical zone "Etc/GMT±N", at the North Pole "Etc/GMT". Tiles
+// wholly inside one zone answer from the quadtree; tiles a border or a coast crosses answer
+// from the zone polygons clipped to the tile (simplified to about 20 m), so border towns and
+// islands get their own zone.
 //
 // File layout (little-endian; offsets from the start of the file):
-//   0  "OMBTZGRD"          8  u32 version = 1     12 u32 header size = 72
-//   16 u32 file size       20 u32 columns (48)    24 u32 rows (24)
-//   28 u32 node count      32 u32 zone count      36 u32 source text (string offset)
-//   40 sections as {u32 offset, u32 size}: top tiles, nodes, zones, strings
-// The top tiles split the world into columns × rows cells, row 0 at the north, column 0 at
-// 180° W; each is a u16 entry. A node is four u16 entries, its quadrants in the order
-// north-west, north-east, south-west, south-east. An entry with bit 15 set names zone
-// (entry & 0x7fff); otherwise it is the index of a child node, always greater than the index
-// of the node holding it. A zone record is {u32 identifier (string offset), char country[2]
-// (ISO code, zero bytes when the zone has no country), u16 0}.
+//   0  "OMBTZGRD"          8  u32 version = 2     12 u32 header size = 112
+//   16 u32 file size       20 u32 node count      24 u32 zone count
+//   28 u32 bucket count    32 u32 polygon count   36 u32 ring count
+//   40 u32 source text (string offset)            44 u32 coordinate units per degree
+//   48 sections as {u32 offset, u32 size}: nodes, sea zones, zones, buckets, polygons, rings,
+//      coordinates, strings
+// Node 0 is the world from -89.9999 to 89.9999 latitude and -179.9999 to 179.9999 longitude,
+// split at 0/0; every other node is split at the middle of its bounds. A node is four u32
+// entries in the order north-west, north-east, south-west, south-east (a point on a split line
+// belongs to the north or east). An entry's top two bits give its kind: 0 a child node (always
+// greater than the node holding it), 1 a zone, 2 a bucket, 3 open sea; the other bits its index.
+// Sea zones: 25 u16 zone indices, for UTC-12 to UTC+12. A zone record is {u32 identifier
+// (string offset), char country[2] (ISO code, zero bytes when the zone has none), u16 0}.
+// Buckets: bucket count + 1 u32, each the first polygon of the bucket (the last one closes
+// the list). Polygons: polygon count + 1 records {u16 zone, u16 0, u32 first ring}. Rings: ring
+// count + 1 u32, each the offset of the ring's first byte in the coordinates. A ring is its
+// points (x = longitude, y = latitude in coordinate units), each as two zigzag LEB128 varints,
+// the difference from the previous point (the first from 0, 0); it closes on its first point.
+// A point is in a polygon when an odd number of its rings' edges cross the ray to its east;
+// the first polygon of the bucket holding it names its zone, and when none does it is at sea.
 //
-// Opening validates the header, every section and every entry, so that a lookup can neither
-// leave the file nor loop; a bad file raises FileError naming it. Lookups allocate nothing.
-// Thread-safe: the object is immutable.
+// Opening validates the header, every section, every entry and every index, so that a lookup
+// can neither leave the file nor loop; ring bytes are decoded within their own range, so bad
+// coordinates can only give a wrong zone. A bad file raises FileError naming it. Lookups
+// allocate nothing. Thread-safe: the object is immutable.
 
 #include <cstdint>
 #include <filesystem>
@@ -53,23 +67,28 @@ class TimeZoneGrid {
   std::uint16_t zoneCount() const noexcept { return zoneCount_; }
   // Precondition: index < zoneCount().
   GridZone zone(std::uint16_t index) const;
-  // Where the data comes from, e.g. "@photostructure/tz-lookup 11.7.0 (CC0 1.0)".
+  // Where the data comes from, e.g. "timezone-boundary-builder polygons (geo-tz 8.1.9, ODbL 1.0), …".
   std::string_view source() const noexcept { return source_; }
 
  private:
   TimeZoneGrid() = default;
   void load(std::span<const std::byte> bytes, std::string label);
-  std::uint16_t entry(std::span<const std::byte> table, std::size_t index) const noexcept;
+  std::uint32_t u32In(std::span<const std::byte> table, std::size_t index) const noexcept;
+  std::uint16_t seaZone(double longitude) const noexcept;
+  std::optional<std::uint16_t> bucketZone(std::uint32_t bucket, double x, double y) const noexcept;
+  bool insidePolygon(std::uint32_t polygon, double x, double y) const noexcept;
 
   std::optional<MappedFile> mapping_;
   binary::File file_;
-  std::uint32_t columns_ = 0;
-  std::uint32_t rows_ = 0;
   std::uint16_t zoneCount_ = 0;
-  std::optional<std::uint16_t> northPole_;
-  std::span<const std::byte> top_;
+  double unitsPerDegree_ = 1;
   std::span<const std::byte> nodes_;
+  std::span<const std::byte> sea_;
   std::span<const std::byte> zones_;
+  std::span<const std::byte> buckets_;
+  std::span<const std::byte> polygons_;
+  std::span<const std::byte> rings_;
+  std::span<const std::byte> coordinates_;
   std::span<const std::byte> strings_;
   std::string_view source_;
 };

