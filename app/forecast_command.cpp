@@ -239,6 +239,22 @@ int run(const ForecastOptions& options) {
     };
   }
   hooks.requestEnded = [ended, endedOnce] { std::call_once(*endedOnce, [&] { ended->set_value(); }); };
+  // A one-shot run prints as soon as a record is published, while the cache write goes on; it
+  // still waits for the request to end before leaving, so the write is finished on exit.
+  auto shown = std::make_shared<std::promise<void>>();
+  auto shownOnce = std::make_shared<std::once_flag>();
+  auto show = [shown, shownOnce] { std::call_once(*shownOnce, [&] { shown->set_value(); }); };
+  if (!options.watch) {
+    hooks.showsPlaceholder = false;
+    hooks.stateChanged = [&running, show] {
+      const auto& state = running->view().state();
+      if (state.currentWeather && !state.isFetchingData) show();
+    };
+    hooks.requestEnded = [ended, endedOnce, show] {
+      std::call_once(*endedOnce, [&] { ended->set_value(); });
+      show();
+    };
+  }
   FetchPipeline pipeline(*services, std::move(hooks));
   running = &pipeline;
   if (!place.name.empty()) pipeline.nameExactly(place.location, place.name);
@@ -258,15 +274,17 @@ int run(const ForecastOptions& options) {
   });
 
   if (!options.watch) {
-    ended->get_future().wait();
+    shown->get_future().wait();
     timings.mark("fetch");
     const auto state = pipeline.view().snapshot();
     const Date now = Date::fromSystem(clock.now());
     if (state.currentWeather) {
       printer.screen(*state.currentWeather, state.name, state.region, now);
       timings.mark("render");
+      ended->get_future().wait();
       return 0;
     }
+    ended->get_future().wait();
     std::exception_ptr error;
     {
       std::lock_guard lock(failureMutex);
