@@ -204,6 +204,8 @@ int run(const ForecastOptions& options) {
   servicesOptions.requireReadableSyncedStore = false;  // a forecast still shows with unreadable settings
   ProgramServices services(std::move(servicesOptions));
   const WeatherDataSource source = services->providerSettings().dataSource();
+  // A forced run always fetches: the HTTP client loads its transport while the place is found.
+  if (options.force) services->http().prepare();
   timings.mark("startup");
   const Place place = resolvePlace(options, services->geocoder());
   timings.mark("geocode");
