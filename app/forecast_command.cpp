@@ -232,6 +232,8 @@ int run(const ForecastOptions& options) {
   servicesOptions.requireReadableSyncedStore = false;  // a forecast still shows with unreadable settings
   ProgramServices services(std::move(servicesOptions));
   const WeatherDataSource source = services->providerSettings().dataSource();
+  // A forced run always fetches: the HTTP client loads its transport while the place is found.
+  if (options.force) services->http().prepare();
   timings.mark("startup");
   const Place place = resolvePlace(options, services->geocoder());
   timings.mark("geocode");
@@ -267,6 +269,22 @@ int run(const ForecastOptions& options) {
     };
   }
   hooks.requestEnded = [ended, endedOnce] { std::call_once(*endedOnce, [&] { ended->set_value(); }); };
+  // A one-shot run prints as soon as a record is published, while the cache write goes on; it
+  // still waits for the request to end before leaving, so the write is finished on exit.
+  auto shown = std::make_shared<std::promise<void>>();
+  auto shownOnce = std::make_shared<std::once_flag>();
+  auto show = [shown, shownOnce] { std::call_once(*shownOnce, [&] { shown->set_value(); }); };
+  if (!options.watch) {
+    hooks.showsPlaceholder = false;
+    hooks.stateChanged = [&running, show] {
+      const auto& state = running->view().state();
+      if (state.currentWeather && !state.isFetchingData) show();
+    };
+    hooks.requestEnded = [ended, endedOnce, show] {
+      std::call_once(*endedOnce, [&] { ended->set_value(); });
+      show();
+    };
+  }
   FetchPipeline pipeline(*services, std::move(hooks));
   running = &pipeline;
   if (!place.name.empty()) pipeline.nameExactly(place.location, place.name);
@@ -286,7 +304,8 @@ int run(const ForecastOptions& options) {
   });
 
   if (!options.watch) {
-    const bool inTime = awaitFetch(ended->get_future(), !chatty);
+    // Shown as soon as a record is published (or the request ends without one), within --timeout.
+    const bool inTime = awaitFetch(shown->get_future(), !chatty);
     if (!inTime) {
       // Cancel now, so that nothing of this fetch lands after the outcome is reported.
       pipeline.shutdown();
@@ -294,14 +313,20 @@ int run(const ForecastOptions& options) {
       failure = std::make_exception_ptr(
           HttpError(HttpError::timedOut, fmt::format("no answer within {:g} s (--timeout)", globalOptions().timeoutSeconds)));
     }
+    // The cache write goes on after the record is shown; leave only once it is on disk.
+    auto requestFinished = [&] {
+      if (inTime) ended->get_future().wait();
+    };
     timings.mark("fetch");
     const auto state = pipeline.view().snapshot();
     const Date now = Date::fromSystem(clock.now());
     if (state.currentWeather) {
       printer.screen(*state.currentWeather, state.name, state.region, now);
       timings.mark("render");
+      requestFinished();
       return 0;
     }
+    requestFinished();
     std::exception_ptr error;
     {
       std::lock_guard lock(failureMutex);

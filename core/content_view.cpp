@@ -77,6 +77,9 @@ std::optional<ShownWeather> shownWeather(const ContentViewState& state, const st
 ContentView::ContentView(Strand mainContext, Dependencies dependencies, Hooks hooks)
     : main_(std::move(mainContext)), deps_(dependencies), hooks_(std::move(hooks)) {}
 
+ContentView::ContentView(Strand mainContext, Dependencies dependencies)
+    : ContentView(std::move(mainContext), dependencies, Hooks()) {}
+
 ContentView::~ContentView() = default;
 
 void ContentView::post(std::function<void(ContentView&)> work) {
@@ -384,7 +387,7 @@ Task<void> ContentView::performFetch(WeatherFetchRequest request) {
     const bool hasBackdrop = cached && deps_.cache.isUsableBackdrop(*cached, request.location, fetched);
     const auto placeholderDay = firstDailyDate(state_.placeholderWeather);
     const bool sameDayAsPlaceholder = placeholderDay && placeholderDay == firstDailyDate(weather);
-    if (!hasBackdrop && !sameDayAsPlaceholder) {
+    if (hooks_.showsPlaceholder && !hasBackdrop && !sameDayAsPlaceholder) {
       trace("first appearance: pausing 0.45 s before the record replaces the placeholder");
       state_.placeholderWeather = weather;
       changed();

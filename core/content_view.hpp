@@ -151,9 +151,13 @@ class ContentView {
     std::function<void()> requestEnded;
     // The location service is asked for permission or a location.
     std::function<void(LocationServiceAsk)> askLocationService;
+    // False for a caller that shows the result once and never a placeholder (a one-shot
+    // command): the first record is then published without the first-appearance pause.
+    bool showsPlaceholder = true;
   };
 
-  ContentView(Strand mainContext, Dependencies dependencies, Hooks hooks = {});
+  ContentView(Strand mainContext, Dependencies dependencies, Hooks hooks);
+  ContentView(Strand mainContext, Dependencies dependencies);
   ContentView(const ContentView&) = delete;
   ContentView& operator=(const ContentView&) = delete;
   ~ContentView();

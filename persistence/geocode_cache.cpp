@@ -85,7 +85,8 @@ std::optional<GeoDetails> GeocodeCache::cachedGeoDetails(const std::filesystem::
 
 void GeocodeCache::store(const std::filesystem::path& directory, const GeoDetails& geoDetails, double latitude,
                          double longitude) {
-  writeFileAtomically(directory / fileName(latitude, longitude), encode(geoDetails));
+  // A record lost to a power cut is only a later miss: no sync on the fetch's path.
+  writeFileAtomically(directory / fileName(latitude, longitude), encode(geoDetails), 0644, Durability::processCrash);
 }
 
 GeoDetails GeocodeCache::cachedOrGeocoded(const std::filesystem::path& directory, const Location& location,

@@ -56,7 +56,8 @@ void writeAll(int fd, std::string_view bytes, const std::filesystem::path& path)
 }  // namespace
 
 void writeFileAtomically(const std::filesystem::path& path, std::string_view bytes,
-                         unsigned mode) {
+                         unsigned mode, Durability durability) {
+  const bool syncs = durability == Durability::powerLoss;
   std::filesystem::path folder = path.parent_path();
   if (folder.empty()) folder = ".";
   std::error_code ec;
@@ -72,13 +73,14 @@ void writeFileAtomically(const std::filesystem::path& path, std::string_view byt
     if (::flock(fd.get(), LOCK_EX | LOCK_NB) != 0) fail("cannot lock temporary file for", path, errno);
     if (::fchmod(fd.get(), static_cast<mode_t>(mode)) != 0) fail("cannot set mode of", path, errno);
     writeAll(fd.get(), bytes, path);
-    if (::fsync(fd.get()) != 0) fail("cannot sync", path, errno);
+    if (syncs && ::fsync(fd.get()) != 0) fail("cannot sync", path, errno);
     if (::close(fd.release()) != 0) fail("cannot close", path, errno);
     if (::rename(temp.c_str(), path.c_str()) != 0) fail("cannot replace", path, errno);
   } catch (...) {
     ::unlink(temp.c_str());
     throw;
   }
+  if (!syncs) return;
   Fd dir(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (dir.get() < 0 || ::fsync(dir.get()) != 0) fail("cannot sync folder", folder, errno);
 }

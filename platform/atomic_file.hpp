@@ -18,8 +18,13 @@ namespace ombrine {
 // folder. Creates missing parent folders. New files get mode `mode` (before the umask).
 // Raises FileError (with the path and the system error) on failure; the old file is then intact
 // and no temporary file is left behind.
+//
+// `Durability::processCrash` skips both fsyncs: readers still never see a mix and a killed
+// process leaves the old or the new file, but a power loss may leave the file empty or missing.
+// For caches whose loss only costs a later miss, where a sync would sit on a user's wait.
+enum class Durability { powerLoss, processCrash };
 void writeFileAtomically(const std::filesystem::path& path, std::string_view bytes,
-                         unsigned mode = 0644);
+                         unsigned mode = 0644, Durability durability = Durability::powerLoss);
 
 // The temporary files that writeFileAtomically leaves beside `path` when its process is killed
 // between creating and renaming one (".<name>.XXXXXX", six random characters): removes those

@@ -115,6 +115,11 @@ class HttpClient {
   // connection is closed), without waiting for the timeout. Cancellation must be emitted from
   // the awaiting coroutine's executor, as with every Asio operation.
   virtual Task<HttpResponse> send(const HttpRequest& request) = 0;
+
+  // A hint that a request will follow soon: an implementation may get ready for it in the
+  // background (load its transport, start its thread). Returns at once; never raises (a failure
+  // shows again at the first `send`). Any thread.
+  virtual void prepare() {}
 };
 
 }  // namespace ombrine

@@ -13,6 +13,7 @@
 
 #include "platform/linux/system_clock.hpp"
 #include "platform/log.hpp"
+#include "sim/answer_encoding.hpp"
 #include "sim/bom_routes.hpp"
 #include "sim/climate_routes.hpp"
 #include "sim/foreca_routes.hpp"
@@ -50,6 +51,36 @@ const char* reasonOf(int status) {
     default: return status < 500 ? "Request refused" : "Server error";
   }
 }
+
+// Sets the answer's body, gzipped when the client accepts it. The body goes out through a sized
+// content provider so the HTTP library adds no compression of its own (it would pick brotli at
+// its slowest quality).
+void setBody(httplib::Response& out, std::string body, const std::string& contentType, bool gzipAccepted) {
+  if (body.empty()) {
+    out.set_content(std::string(), contentType);
+    return;
+  }
+  if (gzipAccepted && isCompressible(contentType)) {
+    if (auto encoded = gzipped(body)) {
+      body = std::move(*encoded);
+      out.set_header("Content-Encoding", "gzip");
+      out.set_header("Vary", "Accept-Encoding");
+    }
+  }
+  auto shared = std::make_shared<std::string>(std::move(body));
+  out.set_content_provider(shared->size(), contentType,
+                           [shared](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
+                             return sink.write(shared->data() + offset, length);
+                           });
+}
+
+// The log line of the request a worker thread is answering, finished once the answer is written.
+struct PendingLogLine {
+  bool pending = false;
+  std::chrono::steady_clock::time_point started;
+  std::string text;
+};
+thread_local PendingLogLine pendingLogLine;
 
 }  // namespace
 
@@ -121,19 +152,32 @@ struct SimServer::Impl {
     const SimRoute* route = matchRoute(routes, request.path, request.captures);
     const std::optional<Fault> fault = route ? faults.take(route->name) : std::nullopt;
     const std::uint64_t id = record(route, http.method, request, fault);
-    const int status = serve(route, request, fault, out);
+    const bool gzipAccepted = acceptsGzip(http.get_header_value("Accept-Encoding"));
+    const int status = serve(route, request, fault, gzipAccepted, out);
     complete(id, status);
     if (logRequests) {
-      const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started);
-      logf("ombrine-sim: {} {} {} -> {}{} ({} ms)", http.method, request.path, route ? route->name : kUnknownRoute,
-           status == 0 ? std::string("no answer") : std::to_string(status),
-           fault ? " [" + describeFault(*fault) + "]" : std::string(), elapsed.count());
+      // Printed by `logWritten` once the answer is on the wire, so the time covers the whole answer.
+      pendingLogLine = PendingLogLine{
+          .pending = true,
+          .started = started,
+          .text = fmt::format("ombrine-sim: {} {} {} -> {}{}", http.method, request.path, route ? route->name : kUnknownRoute,
+                              status == 0 ? std::string("no answer") : std::to_string(status),
+                              fault ? " [" + describeFault(*fault) + "]" : std::string()),
+      };
     }
+  }
+
+  // The HTTP library's logger: runs on the worker thread after the answer was written.
+  static void logWritten() {
+    if (!pendingLogLine.pending) return;
+    pendingLogLine.pending = false;
+    const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - pendingLogLine.started;
+    logf("{} ({:.1f} ms)", pendingLogLine.text, elapsed.count());
   }
 
   // Writes the answer to `out`, with `fault` applied; returns the status sent (0 for none).
   int serve(const SimRoute* route, const SimRequest& request, const std::optional<Fault>& fault,
-            httplib::Response& out) {
+            bool gzipAccepted, httplib::Response& out) {
     if (fault && fault->latency.count() > 0 && !pause(fault->latency)) return shuttingDown(out);
     const Fault::Answer kind = fault ? fault->answer : Fault::Answer::normal;
     switch (kind) {
@@ -147,12 +191,12 @@ struct SimServer::Impl {
       case Fault::Answer::status: {
         out.status = fault->status;
         if (fault->retryAfter) out.set_header("Retry-After", std::to_string(fault->retryAfter->count()));
-        out.set_content(route->errorBody(fault->status, reasonOf(fault->status)), "application/json");
+        setBody(out, route->errorBody(fault->status, reasonOf(fault->status)), "application/json", gzipAccepted);
         return fault->status;
       }
       case Fault::Answer::error200: {
         out.status = 200;
-        out.set_content(route->errorBody(503, reasonOf(503)), "application/json");
+        setBody(out, route->errorBody(503, reasonOf(503)), "application/json", gzipAccepted);
         return 200;
       }
       default: break;
@@ -177,7 +221,7 @@ struct SimServer::Impl {
       // A prefix of a JSON document misses at least its closing bracket, so never parses.
       response.body.resize(std::max<std::size_t>(1, response.body.size() / 2));
     }
-    out.set_content(response.body, response.contentType);
+    setBody(out, std::move(response.body), response.contentType, gzipAccepted);
     return response.status;
   }
 
@@ -226,6 +270,9 @@ SimServer::SimServer(Options options) : impl_(std::make_unique<Impl>(options)) {
   Impl& impl = *impl_;
   impl.server.new_task_queue = [] { return new httplib::ThreadPool(kWorkers); };
   impl.server.set_keep_alive_timeout(2);
+  // As real services do: an answer's last segment must not wait for the client's delayed ACK.
+  impl.server.set_tcp_nodelay(true);
+  impl.server.set_logger([](const httplib::Request&, const httplib::Response&) { Impl::logWritten(); });
   // SO_REUSEADDR only: the library's default SO_REUSEPORT would let a second server share a
   // port that is already taken instead of failing.
   impl.server.set_socket_options([](socket_t sock) {

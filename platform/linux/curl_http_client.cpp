@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "platform/errors.hpp"
+#include "platform/linux/curl_library.hpp"
 #include "platform/log.hpp"
 
 namespace ombrine {
@@ -34,16 +35,6 @@ constexpr std::size_t kSpareEasyHandles = 16;
 // ends it at once, so this only matters for an idle client.
 constexpr int kIdlePollMilliseconds = 1000;
 constexpr char kUserAgent[] = "Ombrine/0.1";
-
-void initialiseCurlOnce() {
-  // libcurl's global state lives for the whole process; it is never cleaned up because other
-  // clients (or threads) may still be using it.
-  static const CURLcode result = curl_global_init(CURL_GLOBAL_DEFAULT);
-  if (result != CURLE_OK) {
-    throw std::runtime_error(std::string("libcurl initialisation failed: ") +
-                             curl_easy_strerror(result));
-  }
-}
 
 using Completion = asio::any_completion_handler<void(std::exception_ptr, HttpResponse)>;
 
@@ -69,7 +60,7 @@ struct Transfer {
   Transfer() = default;
   Transfer(const Transfer&) = delete;
   Transfer& operator=(const Transfer&) = delete;
-  ~Transfer() { curl_slist_free_all(headerList); }
+  ~Transfer() { curlLibrary().slist_free_all(headerList); }
 };
 
 bool isTokenCharacter(char c) {
@@ -154,9 +145,9 @@ std::size_t onBody(char* data, std::size_t size, std::size_t count, void* user) 
 }
 
 curl_slist* appendLine(curl_slist* list, const std::string& line) {
-  auto* extended = curl_slist_append(list, line.c_str());
+  auto* extended = curlLibrary().slist_append(list, line.c_str());
   if (extended == nullptr) {
-    curl_slist_free_all(list);
+    curlLibrary().slist_free_all(list);
     throw std::bad_alloc();
   }
   return extended;
@@ -186,7 +177,7 @@ CURLcode configure(Transfer& transfer) {
 
   CURLcode result = CURLE_OK;
   auto set = [&](CURLoption option, auto value) {
-    if (result == CURLE_OK) result = curl_easy_setopt(easy, option, value);
+    if (result == CURLE_OK) result = curlLibrary().easy_setopt(easy, option, value);
   };
   set(CURLOPT_PRIVATE, static_cast<void*>(&transfer));
   set(CURLOPT_URL, request.url.c_str());
@@ -218,7 +209,7 @@ CURLcode configure(Transfer& transfer) {
 
 boost::urls::url effectiveUrl(CURL* easy, const boost::urls::url& requested) {
   char* text = nullptr;
-  if (curl_easy_getinfo(easy, CURLINFO_EFFECTIVE_URL, &text) != CURLE_OK || text == nullptr) {
+  if (curlLibrary().easy_getinfo(easy, CURLINFO_EFFECTIVE_URL, &text) != CURLE_OK || text == nullptr) {
     return requested;
   }
   auto parsed = boost::urls::parse_uri(text);
@@ -228,7 +219,7 @@ boost::urls::url effectiveUrl(CURL* easy, const boost::urls::url& requested) {
 
 std::exception_ptr errorFor(const Transfer& transfer, CURLcode code) {
   std::string detail =
-      transfer.errorBuffer[0] != '\0' ? transfer.errorBuffer : curl_easy_strerror(code);
+      transfer.errorBuffer[0] != '\0' ? transfer.errorBuffer : curlLibrary().easy_strerror(code);
   return std::make_exception_ptr(
       HttpError(httpErrorCaseForCurl(code, transfer.bodyStarted), detail));
 }
@@ -259,17 +250,17 @@ HttpError::Case httpErrorCaseForCurl(int curlCode, bool bodyStarted) noexcept {
 // does nothing.
 class CurlHttpClient::Loop {
  public:
-  Loop() : multi_(curl_multi_init()) {
+  Loop() : multi_(curlLibrary().multi_init()) {
     if (multi_ == nullptr) throw std::runtime_error("libcurl multi handle could not be created");
-    curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS, kMaxConnectionsPerHost);
+    curlLibrary().multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS, kMaxConnectionsPerHost);
   }
   Loop(const Loop&) = delete;
   Loop& operator=(const Loop&) = delete;
 
   // The network thread has returned by now: every transfer was removed from the multi handle.
   ~Loop() {
-    for (CURL* easy : spare_) curl_easy_cleanup(easy);
-    curl_multi_cleanup(multi_);
+    for (CURL* easy : spare_) curlLibrary().easy_cleanup(easy);
+    curlLibrary().multi_cleanup(multi_);
   }
 
   std::uint64_t nextId() {
@@ -278,23 +269,10 @@ class CurlHttpClient::Loop {
   }
 
   // Any thread.
-  void submit(std::unique_ptr<Transfer> transfer) {
-    {
-      std::lock_guard lock(mutex_);
-      commands_.push_back(Command{std::move(transfer), 0});
-    }
-    curl_multi_wakeup(multi_);
-  }
+  void submit(std::unique_ptr<Transfer> transfer) { push(Command{std::move(transfer), 0}); }
 
   // Any thread. A transfer that already finished is left alone.
-  void cancel(std::uint64_t id) {
-    {
-      std::lock_guard lock(mutex_);
-      if (stopping_) return;
-      commands_.push_back(Command{nullptr, id});
-    }
-    curl_multi_wakeup(multi_);
-  }
+  void cancel(std::uint64_t id) { push(Command{nullptr, id}); }
 
   // Any thread; makes `run` return after aborting every transfer.
   void stop() {
@@ -302,7 +280,7 @@ class CurlHttpClient::Loop {
       std::lock_guard lock(mutex_);
       stopping_ = true;
     }
-    curl_multi_wakeup(multi_);
+    curlLibrary().multi_wakeup(multi_);
   }
 
   // The network thread's body.
@@ -327,12 +305,12 @@ class CurlHttpClient::Loop {
         return;
       }
       int running = 0;
-      curl_multi_perform(multi_, &running);
+      curlLibrary().multi_perform(multi_, &running);
       collectFinished();
-      auto polled = curl_multi_poll(multi_, nullptr, 0, kIdlePollMilliseconds, nullptr);
+      auto polled = curlLibrary().multi_poll(multi_, nullptr, 0, kIdlePollMilliseconds, nullptr);
       if (polled != CURLM_OK) {
         // Not expected to happen; pausing keeps a persistent failure from spinning a core.
-        logf("HTTP network thread: {}", curl_multi_strerror(polled));
+        logf("HTTP network thread: {}", curlLibrary().multi_strerror(polled));
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
       }
     }
@@ -345,8 +323,22 @@ class CurlHttpClient::Loop {
     std::uint64_t cancelledId;
   };
 
+  // Queues a command and wakes the network thread once per batch: only the command that finds
+  // the queue empty wakes it, since the thread takes the whole queue when it wakes. A burst of
+  // sends then costs one wake-up and one pass over the transfers, not one per send.
+  void push(Command command) {
+    bool wake = false;
+    {
+      std::lock_guard lock(mutex_);
+      if (stopping_ && !command.transfer) return;
+      wake = commands_.empty();
+      commands_.push_back(std::move(command));
+    }
+    if (wake) curlLibrary().multi_wakeup(multi_);
+  }
+
   CURL* acquireEasy() {
-    if (spare_.empty()) return curl_easy_init();
+    if (spare_.empty()) return curlLibrary().easy_init();
     CURL* easy = spare_.back();
     spare_.pop_back();
     return easy;
@@ -355,11 +347,11 @@ class CurlHttpClient::Loop {
   // Resets the handle at once so it keeps no pointer into the finished transfer.
   void releaseEasy(CURL* easy) {
     if (easy == nullptr) return;
-    curl_easy_reset(easy);
+    curlLibrary().easy_reset(easy);
     if (spare_.size() < kSpareEasyHandles) {
       spare_.push_back(easy);
     } else {
-      curl_easy_cleanup(easy);
+      curlLibrary().easy_cleanup(easy);
     }
   }
 
@@ -371,9 +363,9 @@ class CurlHttpClient::Loop {
       started.easy = acquireEasy();
       if (started.easy == nullptr) throw std::bad_alloc();
       auto configured = configure(started);
-      if (configured != CURLE_OK) throw HttpError(HttpError::other, curl_easy_strerror(configured));
-      auto added = curl_multi_add_handle(multi_, started.easy);
-      if (added != CURLM_OK) throw HttpError(HttpError::other, curl_multi_strerror(added));
+      if (configured != CURLE_OK) throw HttpError(HttpError::other, curlLibrary().easy_strerror(configured));
+      auto added = curlLibrary().multi_add_handle(multi_, started.easy);
+      if (added != CURLM_OK) throw HttpError(HttpError::other, curlLibrary().multi_strerror(added));
       return;
     } catch (...) {
       failure = std::current_exception();
@@ -397,27 +389,27 @@ class CurlHttpClient::Loop {
 
   // Removing a running transfer closes its connection; curl never reuses a half-read one.
   void finishWithCancellation(Transfer& transfer) {
-    curl_multi_remove_handle(multi_, transfer.easy);
+    curlLibrary().multi_remove_handle(multi_, transfer.easy);
     releaseEasy(std::exchange(transfer.easy, nullptr));
     complete(transfer, std::make_exception_ptr(CancellationError()));
   }
 
   void collectFinished() {
     int queued = 0;
-    while (CURLMsg* message = curl_multi_info_read(multi_, &queued)) {
+    while (CURLMsg* message = curlLibrary().multi_info_read(multi_, &queued)) {
       if (message->msg != CURLMSG_DONE) continue;
       // The message is invalid once its handle is removed: copy what is needed first.
       CURL* easy = message->easy_handle;
       CURLcode result = message->data.result;
       char* owner = nullptr;
-      curl_easy_getinfo(easy, CURLINFO_PRIVATE, &owner);
+      curlLibrary().easy_getinfo(easy, CURLINFO_PRIVATE, &owner);
       auto node = active_.extract(reinterpret_cast<Transfer*>(owner)->id);
-      curl_multi_remove_handle(multi_, easy);
+      curlLibrary().multi_remove_handle(multi_, easy);
       auto& transfer = *node.mapped();
       std::exception_ptr failure;
       if (result == CURLE_OK) {
         long status = 0;
-        curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
+        curlLibrary().easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
         transfer.response.status = static_cast<int>(status);
         transfer.response.effectiveUrl = effectiveUrl(easy, transfer.request.url);
       } else {
@@ -452,20 +444,39 @@ class CurlHttpClient::Loop {
   std::vector<CURL*> spare_;
 };
 
-CurlHttpClient::CurlHttpClient() {
-  initialiseCurlOnce();
-  loop_ = std::make_shared<Loop>();
-  thread_ = std::thread([loop = loop_] { loop->run(); });
-  pthread_setname_np(thread_.native_handle(), "ombrine-http");
-}
+CurlHttpClient::CurlHttpClient() = default;
 
 CurlHttpClient::~CurlHttpClient() {
+  if (preparer_.joinable()) preparer_.join();
+  if (!loop_) return;
   loop_->stop();
   thread_.join();
 }
 
+void CurlHttpClient::start() {
+  std::call_once(started_, [this] {
+    auto loop = std::make_shared<Loop>();
+    thread_ = std::thread([loop] { loop->run(); });
+    pthread_setname_np(thread_.native_handle(), "ombrine-http");
+    loop_ = std::move(loop);
+  });
+}
+
+void CurlHttpClient::prepare() {
+  std::call_once(preparing_, [this] {
+    preparer_ = std::thread([this] {
+      try {
+        start();
+      } catch (...) {
+        // The first send tries again and raises.
+      }
+    });
+  });
+}
+
 Task<HttpResponse> CurlHttpClient::send(const HttpRequest& request) {
   validate(request);
+  start();
   auto transfer = std::make_unique<Transfer>();
   transfer->id = loop_->nextId();
   transfer->request = request;

@@ -21,6 +21,7 @@
 // Runtime first, the client after it), since that last completion is posted to them.
 
 #include <memory>
+#include <mutex>
 #include <thread>
 
 #include "platform/http_client.hpp"
@@ -29,19 +30,28 @@ namespace ombrine {
 
 class CurlHttpClient final : public HttpClient {
  public:
-  // Initialises libcurl once per process (thread-safe) and starts the network thread.
-  // Raises std::runtime_error when libcurl cannot be initialised.
+  // Cheap: libcurl is loaded (curl_library.hpp) and the network thread started by the first
+  // `send`, which raises std::runtime_error when libcurl cannot be loaded or initialised.
   CurlHttpClient();
   CurlHttpClient(const CurlHttpClient&) = delete;
   CurlHttpClient& operator=(const CurlHttpClient&) = delete;
   ~CurlHttpClient() override;
 
   Task<HttpResponse> send(const HttpRequest& request) override;
+  // Loads libcurl and starts the network thread on a helper thread, so that a first `send`
+  // soon after finds them ready. The destructor waits for the helper.
+  void prepare() override;
 
  private:
   class Loop;
 
-  std::shared_ptr<Loop> loop_;
+  // Loads libcurl and starts the network thread, once. Any thread.
+  void start();
+
+  std::once_flag started_;
+  std::once_flag preparing_;
+  std::thread preparer_;  // set once by `prepare`
+  std::shared_ptr<Loop> loop_;  // set once by `start`
   std::thread thread_;
 };
 

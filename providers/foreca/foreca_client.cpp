@@ -219,21 +219,23 @@ Task<OneCallWeather> ForecaClient::fetch(Location location, GeoDetails details, 
     return decodeForecaAirQuality(body).forecast;
   };
 
-  // Current, hourly and daily decide whether the minutely request is needed, so they form an
-  // inner group awaited first, while air quality and warnings keep running in the outer one.
+  // Current and hourly decide whether the minutely request is needed, so they form an inner
+  // group awaited first; daily, air quality and warnings keep running in the outer one, so the
+  // minutely request leaves as soon as its two inputs are in rather than after the slowest of
+  // three. An empty daily list still fails the fetch once everything is in.
   std::function<Task<void>(TaskGroup&)> firstStage = [&](TaskGroup& group) -> Task<void> {
     group.spawn(child(ForecaRequest::current, &ForecaWeather::current, decodeCurrent));
     group.spawn(child(ForecaRequest::hourly, &ForecaWeather::hourly, decodeHourly));
-    group.spawn(child(ForecaRequest::daily, &ForecaWeather::daily, decodeDaily));
     co_return;
   };
   std::function<Task<void>(TaskGroup&)> allRequests = [&](TaskGroup& group) -> Task<void> {
+    group.spawn(child(ForecaRequest::daily, &ForecaWeather::daily, decodeDaily));
     group.spawn(child(ForecaRequest::airQuality, &ForecaWeather::airQuality, decodeAirQuality));
     group.spawn(fetchWarnings(http_, url(ForecaRequest::warnings), state));
     co_await withTaskGroup(firstStage);
     const ForecaWeather& results = state->weather;
-    if (results.hourly.size() < 3 || results.daily.empty()) {
-      logDetail("Foreca answer too short: {} hourly rows, {} daily rows", results.hourly.size(), results.daily.size());
+    if (results.hourly.size() < 3) {
+      logDetail("Foreca answer too short: {} hourly rows", results.hourly.size());
       throw NetworkError(NetworkError::invalidResponse);
     }
     if (forecaNeedsMinutely(forecaMinutelyProbability(results.current, results.hourly))) {
@@ -241,6 +243,10 @@ Task<OneCallWeather> ForecaClient::fetch(Location location, GeoDetails details, 
     }
   };
   co_await withTaskGroup(allRequests);
+  if (state->weather.daily.empty()) {
+    logDetail("Foreca answer too short: no daily rows");
+    throw NetworkError(NetworkError::invalidResponse);
+  }
 
   ForecaConversionContext context{
       .location = location,
