@@ -9,6 +9,7 @@
 
 #include "app/commands.hpp"
 #include "app/global_options.hpp"
+#include "app/radar_command_image.hpp"
 #include "core/iso8601.hpp"
 #include "core/time_zone.hpp"
 #include "core/value_json.hpp"
@@ -234,13 +235,14 @@ int run(const RadarOptions& options) {
 }  // namespace
 
 void addRadarCommand(CLI::App& app) {
-  CLI::App* radar = app.add_subcommand("radar", "The map's radar and supplemental layer timelines");
-  radar->require_subcommand(1);
+  CLI::App* radar = app.add_subcommand("radar", "Radar pictures and loops over a map, and the layer timelines");
+  radar->require_subcommand(0, 1);
   auto options = std::make_shared<RadarOptions>();
   CLI::App* frames = radar->add_subcommand("frames", "List the frames and their tile URL templates");
   frames->add_option("--layer", options->layer, "radar, clouds, temperature, uv or airquality (default: all)")
       ->check(CLI::IsMember({"radar", "clouds", "temperature", "uv", "airquality"}));
   frames->add_flag("--json", options->json, "Print the listing as JSON");
+  addRadarImageOptions(*radar);
   frames->callback([options] {
     try {
       setExitCode(run(*options));
