@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "platform/log.hpp"
 #include "radar/tile_errors.hpp"
 #include "radar/tile_image.hpp"
 
@@ -221,6 +222,13 @@ void CachingTileOverlayRenderer::tileArrived(const std::string& key, const Uuid&
     return;
   }
   if (!error) loadedKeys_.insert(key);
+  if (error) {
+    try {
+      std::rethrow_exception(error);
+    } catch (const std::exception& failure) {
+      logDetail("tile {} failed: {}", key, failure.what());
+    }
+  }
   const auto delay = tileLoadState_.finishLoading(key, identifier, error, now);
   if (delay) {
     std::weak_ptr<CachingTileOverlayRenderer> weak = weak_from_this();

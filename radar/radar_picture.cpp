@@ -35,12 +35,13 @@ void drawLayer(FrameDrawing& frame, const MapViewport& viewport) {
   }
 }
 
-std::string stateName(const CachingTileOverlayRenderer::DrawnTile& tile, const CachingTileOverlayRenderer& renderer,
+std::string stateName(const CachingTileOverlayRenderer::DrawnTile& tile, CachingTileOverlayRenderer& renderer,
                       AtomicSet<std::string>& seen) {
   using Fill = CachingTileOverlayRenderer::TileFill;
   switch (tile.fill) {
     case Fill::cached:
-      if (renderer.loadedKeys().contains(tile.key)) return "network";
+      // Stored by a download of this run whose delivery may still be on its way.
+      if (renderer.loadedKeys().contains(tile.key) || renderer.tileLoadState().isLoading(tile.key)) return "network";
       return seen.insert(tile.key) ? "disk" : "memory";
     case Fill::noCoverage: return "no coverage";
     case Fill::coarserFallback:
@@ -78,9 +79,15 @@ std::vector<RadarPictureResult> drawRadarPictures(const RadarPictureRequest& req
     if (progress && (now.framesSettled != last.framesSettled || now.tilesReady != last.tilesReady)) progress(now);
     last = now;
     const bool retriesAhead = view.scheduledCount() > 0;
-    if ((now.framesSettled == now.frames && !retriesAhead) || clock.uptime() >= deadline) break;
-    view.waitForWork(std::min<Clock::Duration>(deadline - clock.uptime(), std::chrono::seconds(1)));
-    if (!view.runPending()) continue;
+    // A tile that arrived between a draw's request and its count still asks for a redraw.
+    const bool settled = now.framesSettled == now.frames && !retriesAhead;
+    if (!settled && clock.uptime() < deadline) {
+      view.waitForWork(std::min<Clock::Duration>(deadline - clock.uptime(), std::chrono::seconds(1)));
+    }
+    if (!view.runPending()) {
+      if (settled || clock.uptime() >= deadline) break;
+      continue;
+    }
     for (auto& frame : frames) {
       if (frame.stats.cachedTiles < frame.stats.totalTiles) drawLayer(frame, viewport);
     }
