@@ -36,15 +36,6 @@ const std::map<std::string, ForecaMapLayer>& supplementalNames() {
   return names;
 }
 
-std::string localTime(Date date, const TimeZone& zone) {
-  const auto seconds = static_cast<long long>(std::floor(date.unixSeconds() + zone.secondsFromGMT(date)));
-  const std::chrono::sys_seconds local{std::chrono::seconds(seconds)};
-  const auto day = std::chrono::floor<std::chrono::days>(local);
-  const std::chrono::year_month_day ymd(day);
-  const std::chrono::hh_mm_ss time(local - day);
-  return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}", static_cast<int>(ymd.year()), unsigned(ymd.month()),
-                     unsigned(ymd.day()), time.hours().count(), time.minutes().count());
-}
 
 struct LayerListing {
   std::string name;    // "radar" or the supplemental text form
@@ -169,7 +160,7 @@ void printListing(const LayerListing& listing, const TimeZone& zone) {
                            listing.tileSize);
   for (std::size_t i = 0; i < listing.frames.size(); ++i) {
     const std::string marker = listing.nowIndex == i ? "now" : listing.kinds[i];
-    std::cout << fmt::format("  {}  {:<7}  {}\n", localTime(listing.frames[i].time, zone), marker,
+    std::cout << fmt::format("  {}  {:<7}  {}\n", radarLocalTime(listing.frames[i].time, zone), marker,
                              listing.templates[i]);
   }
   std::cout << "\n";

@@ -39,7 +39,9 @@ struct ImageOptions {
 
 constexpr std::size_t kLoopFrames = 13;
 
-std::string localTime(Date date, const TimeZone& zone) {
+}  // namespace
+
+std::string radarLocalTime(Date date, const TimeZone& zone) {
   const auto seconds = static_cast<long long>(std::floor(date.unixSeconds() + zone.secondsFromGMT(date)));
   const std::chrono::sys_seconds local{std::chrono::seconds(seconds)};
   const auto day = std::chrono::floor<std::chrono::days>(local);
@@ -48,6 +50,8 @@ std::string localTime(Date date, const TimeZone& zone) {
   return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}", static_cast<int>(ymd.year()), unsigned(ymd.month()),
                      unsigned(ymd.day()), time.hours().count(), time.minutes().count());
 }
+
+namespace {
 
 std::pair<int, int> parseSize(const std::string& text) {
   int width = 0, height = 0;
@@ -183,7 +187,7 @@ int run(const ImageOptions& options) {
                               .attribution = layer.attribution,
                               .coast = sharedCoastTileIndex().get()};
   for (std::size_t i = 0; i < layer.frames.size(); ++i) {
-    request.frames.push_back({layer.overlays[i], fmt::format("{}  {}", options.layer, localTime(layer.frames[i].time, place.zone))});
+    request.frames.push_back({layer.overlays[i], fmt::format("{}  {}", options.layer, radarLocalTime(layer.frames[i].time, place.zone))});
   }
   const bool terminal = ::isatty(STDERR_FILENO) != 0;
   auto progress = [terminal](const RadarPictureProgress& step) {

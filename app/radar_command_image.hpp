@@ -7,9 +7,17 @@
 
 #include <CLI/CLI.hpp>
 
+#include <string>
+
+#include "core/date.hpp"
+#include "core/time_zone.hpp"
+
 namespace ombrine::app {
 
 // Adds the options and the callback of the picture to the `radar` command itself.
 void addRadarImageOptions(CLI::App& radar);
+
+// "YYYY-MM-DD HH:MM" of `date` on the clock of `zone`.
+std::string radarLocalTime(Date date, const TimeZone& zone);
 
 }  // namespace ombrine::app

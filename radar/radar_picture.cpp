@@ -79,17 +79,16 @@ std::vector<RadarPictureResult> drawRadarPictures(const RadarPictureRequest& req
     if (progress && (now.framesSettled != last.framesSettled || now.tilesReady != last.tilesReady)) progress(now);
     last = now;
     const bool retriesAhead = view.scheduledCount() > 0;
-    // A tile that arrived between a draw's request and its count still asks for a redraw.
+    // A tile that arrived between a draw's request and its count still asks for a redraw; a
+    // failed load asks for none, so a frame still loading is drawn again now and then to see.
     const bool settled = now.framesSettled == now.frames && !retriesAhead;
     if (!settled && clock.uptime() < deadline) {
-      view.waitForWork(std::min<Clock::Duration>(deadline - clock.uptime(), std::chrono::seconds(1)));
+      view.waitForWork(std::min<Clock::Duration>(deadline - clock.uptime(), std::chrono::milliseconds(250)));
     }
-    if (!view.runPending()) {
-      if (settled || clock.uptime() >= deadline) break;
-      continue;
-    }
+    const bool redraw = view.runPending();
+    if ((!redraw && settled) || clock.uptime() >= deadline) break;
     for (auto& frame : frames) {
-      if (frame.stats.cachedTiles < frame.stats.totalTiles) drawLayer(frame, viewport);
+      if (frame.stats.cachedTiles < frame.stats.totalTiles && (redraw || !frame.settled)) drawLayer(frame, viewport);
     }
   }
 
