@@ -145,7 +145,7 @@ double simulatedReflectivity(double latitude, double longitude, Instant time) {
     const double texture = 0.8 + 0.2 * std::sin(latitude * 9.0 + east * 4.0) * std::sin(longitude * 7.0 - north * 5.0);
     dbz = std::max(dbz, strength * texture * std::exp(-distance2));
   }
-  return dbz;
+  return dbz < 1.0 ? 0.0 : dbz;  // far from every cell it is dry, not a trace
 }
 
 std::string renderTilePng(TileLayer layer, int z, int x, int y, Instant time, int size) {
