@@ -9,6 +9,7 @@
 
 #include "app/commands.hpp"
 #include "app/global_options.hpp"
+#include "app/radar_command_image.hpp"
 #include "core/iso8601.hpp"
 #include "core/time_zone.hpp"
 #include "core/value_json.hpp"
@@ -35,15 +36,6 @@ const std::map<std::string, ForecaMapLayer>& supplementalNames() {
   return names;
 }
 
-std::string localTime(Date date, const TimeZone& zone) {
-  const auto seconds = static_cast<long long>(std::floor(date.unixSeconds() + zone.secondsFromGMT(date)));
-  const std::chrono::sys_seconds local{std::chrono::seconds(seconds)};
-  const auto day = std::chrono::floor<std::chrono::days>(local);
-  const std::chrono::year_month_day ymd(day);
-  const std::chrono::hh_mm_ss time(local - day);
-  return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}", static_cast<int>(ymd.year()), unsigned(ymd.month()),
-                     unsigned(ymd.day()), time.hours().count(), time.minutes().count());
-}
 
 struct LayerListing {
   std::string name;    // "radar" or the supplemental text form
@@ -168,7 +160,7 @@ void printListing(const LayerListing& listing, const TimeZone& zone) {
                            listing.tileSize);
   for (std::size_t i = 0; i < listing.frames.size(); ++i) {
     const std::string marker = listing.nowIndex == i ? "now" : listing.kinds[i];
-    std::cout << fmt::format("  {}  {:<7}  {}\n", localTime(listing.frames[i].time, zone), marker,
+    std::cout << fmt::format("  {}  {:<7}  {}\n", radarLocalTime(listing.frames[i].time, zone), marker,
                              listing.templates[i]);
   }
   std::cout << "\n";
@@ -234,13 +226,14 @@ int run(const RadarOptions& options) {
 }  // namespace
 
 void addRadarCommand(CLI::App& app) {
-  CLI::App* radar = app.add_subcommand("radar", "The map's radar and supplemental layer timelines");
-  radar->require_subcommand(1);
+  CLI::App* radar = app.add_subcommand("radar", "Radar pictures and loops over a map, and the layer timelines");
+  radar->require_subcommand(0, 1);
   auto options = std::make_shared<RadarOptions>();
   CLI::App* frames = radar->add_subcommand("frames", "List the frames and their tile URL templates");
   frames->add_option("--layer", options->layer, "radar, clouds, temperature, uv or airquality (default: all)")
       ->check(CLI::IsMember({"radar", "clouds", "temperature", "uv", "airquality"}));
   frames->add_flag("--json", options->json, "Print the listing as JSON");
+  addRadarImageOptions(*radar);
   frames->callback([options] {
     try {
       setExitCode(run(*options));

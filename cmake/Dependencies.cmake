@@ -16,6 +16,8 @@ pkg_check_modules(PNG REQUIRED IMPORTED_TARGET libpng)
 # sd-bus: desktop notifications over the session D-Bus.
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 pkg_check_modules(CAIRO REQUIRED IMPORTED_TARGET cairo fontconfig)
+# Radar loops (animated GIF).
+pkg_check_modules(GIF REQUIRED IMPORTED_TARGET libgif)
 if(OMBRINE_TESTS)
   find_package(GTest REQUIRED)
   include(GoogleTest)

@@ -22,12 +22,13 @@ struct Cell {
   double latitude, longitude, radius, peak;
 };
 
-constexpr std::array<Cell, 6> kCells = {{
+constexpr std::array<Cell, 7> kCells = {{
     {51.0, -2.0, 2.5, 55.0},
     {40.5, -80.0, 3.0, 60.0},
     {-33.0, 150.0, 2.0, 50.0},
     {35.0, 135.0, 3.5, 45.0},
     {48.0, 10.0, 2.0, 40.0},
+    {47.2, 12.0, 1.2, 52.0},
     {5.0, -60.0, 4.0, 58.0},
 }};
 
@@ -130,17 +131,21 @@ double simulatedReflectivity(double latitude, double longitude, Instant time) {
   const double hours = hoursOf(time);
   double dbz = 0.0;
   for (const Cell& cell : kCells) {
-    // 40 km/h eastward, about 0.36 degrees of longitude an hour at mid latitudes; the pattern
-    // wraps around the globe. The cell swells and fades over a 9-hour cycle.
-    double east = std::fmod(longitude - (cell.longitude + 0.36 * hours), 360.0);
+    // 40 km/h eastward, about 0.36 degrees of longitude an hour at mid latitudes, through a
+    // day-long pass over the cell's home (from 4.3 degrees west of it to 4.3 east), so that each
+    // region keeps its weather whatever the date.
+    const double drift = 0.36 * (std::fmod(hours, 24.0) - 12.0);
+    double east = std::fmod(longitude - (cell.longitude + drift), 360.0);
     if (east > 180.0) east -= 360.0;
     if (east < -180.0) east += 360.0;
     const double north = latitude - cell.latitude;
     const double distance2 = (east * east + north * north) / (cell.radius * cell.radius);
     const double strength = cell.peak * (0.75 + 0.25 * std::sin(hours * 2.0 * std::numbers::pi / 9.0 + cell.longitude));
-    dbz = std::max(dbz, strength * std::exp(-distance2));
+    // Bands and showers inside the cell, as a real echo is never a smooth dome.
+    const double texture = 0.8 + 0.2 * std::sin(latitude * 9.0 + east * 4.0) * std::sin(longitude * 7.0 - north * 5.0);
+    dbz = std::max(dbz, strength * texture * std::exp(-distance2));
   }
-  return dbz;
+  return dbz < 1.0 ? 0.0 : dbz;  // far from every cell it is dry, not a trace
 }
 
 std::string renderTilePng(TileLayer layer, int z, int x, int y, Instant time, int size) {

@@ -1,6 +1,7 @@
 #pragma once
 // PNG map tiles for the simulated radar services: a synthetic rain field (a few storm cells
-// drifting east at 40 km/h and breathing over hours) drawn in web-mercator tiles.
+// drifting east at 40 km/h through a day-long pass
+// over their home region and breathing over hours) drawn in web-mercator tiles.
 //
 // Pure functions of the tile, the frame's instant and the layer; thread-safe.
 

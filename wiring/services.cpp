@@ -24,7 +24,9 @@
 #include "platform/linux/signing_credential_issuer.hpp"
 #include "platform/log.hpp"
 #include "platform/paths.hpp"
+#include "radar/radar_caching_tile_overlay.hpp"
 #include "radar/radar_loader.hpp"
+#include "radar/tile_request_pacer.hpp"
 #include "radar/tile_token_manager.hpp"
 #include "tides/tide_disk_cache.hpp"
 #include "tides/tide_service.hpp"
@@ -191,6 +193,17 @@ RadarLoader& Services::radar() {
     while (!tiles.empty() && tiles.back() == '/') tiles.pop_back();
     return std::make_unique<RadarLoader>(session, tokens, RadarEndpoints{endpoints_.rainViewer, tiles, endpoints_.tileProxy},
                                          TimeZone::current());
+  });
+}
+
+TileSession& Services::tileSession() {
+  HttpClient& session = cachedHttp();
+  HttpCache& cache = httpCache();
+  TileTokenManager& tokens = tileTokens();
+  TileRequestPacer& pacer = tilePacer_.get([this] { return std::make_unique<TileRequestPacer>(clock_); });
+  return tileSession_.get([&] {
+    return std::make_unique<TileSession>(TileSession{session, cache, TileDataMemoryCache::shared(), tokens,
+                                                     endpoints_.tileProxy, runtime().executor(), clock_, &pacer});
   });
 }
 

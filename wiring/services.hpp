@@ -38,6 +38,8 @@ class ClimateNormalsService;
 class CredentialIssuer;
 class HttpCache;
 class RadarLoader;
+class TileRequestPacer;
+struct TileSession;
 class TileTokenManager;
 class BCWildfireEnrichmentCache;
 class FavoriteStore;
@@ -158,6 +160,9 @@ class Services {
   CredentialIssuer& credentialIssuer();
   TileTokenManager& tileTokens();
   RadarLoader& radar();
+  // What every tile overlay downloads through: the shared session and HTTP cache, the tile
+  // memory cache, the token, requests paced at ten a second.
+  TileSession& tileSession();
 
   // The one fetch path: provider choice, tides and the providers' cache short-cut.
   NetworkManager& network();
@@ -232,6 +237,8 @@ class Services {
   Lazy<CredentialIssuer> credentialIssuer_;
   Lazy<TileTokenManager> tileTokens_;
   Lazy<RadarLoader> radar_;
+  Lazy<TileRequestPacer> tilePacer_;
+  Lazy<TileSession> tileSession_;
 };
 
 }  // namespace ombrine
