@@ -16,9 +16,12 @@ namespace {
 // kept one add nothing visible.
 double pixelInMapPoints(int zoom) { return kMapWorldSize / (256.0 * std::ldexp(1.0, zoom)); }
 
+// Decimals of a degree that still move a point by a pixel at `zoom`.
+int decimalsFor(int zoom) { return zoom < 6 ? 2 : zoom < 10 ? 3 : 4; }
+
 class LineWriter {
  public:
-  explicit LineWriter(std::string& out, double tolerance) : out_(out), tolerance_(tolerance) {}
+  LineWriter(std::string& out, double tolerance, int decimals) : out_(out), tolerance_(tolerance), decimals_(decimals) {}
 
   void add(const CoastTileIndex::Segment& segment) {
     if (!open_ || !(segment.start == last_)) {
@@ -49,12 +52,13 @@ class LineWriter {
     const MapCoordinate coordinate = coordinateForMapPoint(at);
     if (!first_) out_ += ',';
     first_ = false;
-    fmt::format_to(std::back_inserter(out_), "[{:.4f},{:.4f}]", coordinate.longitude, coordinate.latitude);
+    fmt::format_to(std::back_inserter(out_), "[{:.{}f},{:.{}f}]", coordinate.longitude, decimals_, coordinate.latitude, decimals_);
     kept_ = at;
   }
 
   std::string& out_;
   double tolerance_;
+  int decimals_;
   bool any_ = false, open_ = false, first_ = true;
   MapPoint last_, kept_;
 };
@@ -76,7 +80,7 @@ std::string landLinesGeoJson(const CoastTileIndex& index, LandBox box, int zoom)
   const std::int32_t westIndex = clampIndex(box.west, 180, 360), eastIndex = clampIndex(box.east, 180, 360);
 
   std::string out = R"({"type":"Feature","properties":{"source":"Natural Earth"},"geometry":{"type":"MultiLineString","coordinates":[)";
-  LineWriter lines(out, pixelInMapPoints(zoom));
+  LineWriter lines(out, pixelInMapPoints(zoom), decimalsFor(zoom));
   const auto segments = index.allSegments();
   for (std::int32_t latitude = southIndex; latitude <= northIndex; ++latitude) {
     for (std::int32_t longitude = westIndex; longitude <= eastIndex; ++longitude) {

@@ -118,6 +118,7 @@ async function loadForecast(query) {
     loadTides(at); loadSun(at); loadThreats(at);
   } catch (error) {
     setSource('forecast', 'failed', error.message);
+    loadShore();
     $('#now').innerHTML = `<p>The forecast could not be shown: ${escapeHtml(error.message)}</p>`;
   }
 }
@@ -349,6 +350,7 @@ $('#search').addEventListener('submit', (event) => {
     const home = await homePromise;
     loadForecast(home ? `at=${home.location.latitude},${home.location.longitude}` : 'q=New York');
   }
-  loadShore(); loadRadar(); loadStorms(); loadFires(); loadTrips();
+  // The shore lines follow the map's moves (the forecast's place moves it first).
+  loadRadar(); loadStorms(); loadFires(); loadTrips();
   setInterval(loadRadar, 5 * 60 * 1000);
 })();

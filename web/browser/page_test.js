@@ -43,14 +43,20 @@ function startServer() {
 async function main() {
   const { server, address } = await startServer();
   const origin = new URL(address).origin;
-  const browser = await chromium.launch({
+  // An empty profile folder of its own: Playwright passes it as --user-data-dir.
+  const profile = fs.mkdtempSync(path.join(os.tmpdir(), 'ombrine-chromium-'));
+  const browser = await chromium.launchPersistentContext(profile, {
     executablePath: '/usr/bin/chromium',
+    headless: true,
+    viewport: { width: 1280, height: 1400 },
+    locale: 'en-GB',
+    // The page's policy forbids eval; the test's own probes need it.
+    bypassCSP: true,
     args: ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
-      '--disable-background-networking', '--disable-component-update', '--disable-sync',
-      `--user-data-dir=${fs.mkdtempSync(path.join(os.tmpdir(), 'ombrine-chromium-'))}`],
+      '--disable-background-networking', '--disable-component-update', '--disable-sync'],
   });
   try {
-    const page = await browser.newPage({ viewport: { width: 1280, height: 1400 }, locale: 'en-GB' });
+    const page = browser.pages()[0] || await browser.newPage();
     const foreign = [];
     const tiles = [];
     page.on('request', (request) => { if (!request.url().startsWith(origin) && !request.url().startsWith('data:')) foreign.push(request.url()); });
@@ -102,6 +108,7 @@ async function main() {
     await browser.close();
     server.kill('SIGTERM');
     fs.rmSync(sandbox, { recursive: true, force: true });
+    fs.rmSync(profile, { recursive: true, force: true });
   }
   console.log(`screenshots in ${artifacts}`);
   if (failures.length) { console.error(`${failures.length} check(s) failed`); process.exit(1); }
