@@ -219,7 +219,13 @@ struct Api::State {
     return json(std::move(body));
   }
 
+  // Shares the record with the other processes (the widget reads it), unless it is the one the
+  // cache already holds (the fetch path answered from it).
   void storeLatest(const Place& place, const OneCallWeather& weather) {
+    if (auto held = services.latestWeather().latest(); held && held->weather.current.dt == weather.current.dt &&
+                                                        place.location.distance(held->location) < 1.0) {
+      return;
+    }
     PlacedWeather placed{place.name, place.location, place.details.region, weather};
     try {
       services.runtime().runBlocking(services.latestWeather().storeLatest(std::move(placed)));

@@ -203,9 +203,11 @@ async function loadRadar() {
     const listing = await api('/api/radar');
     radar.layers.forEach((layer) => map.removeLayer(layer));
     radar.frames = listing.frames;
+    // A frame's layer joins the map when first shown: the browser's few connections to this
+    // server then go to the frame on screen and the shore, not to every frame at once.
     radar.layers = listing.frames.map((frame) => L.tileLayer(withToken(frame.tiles), {
       opacity: 0, maxNativeZoom: listing.maximumZoom, maxZoom: 10, tileSize: 256, className: 'radar-tiles',
-    }).addTo(map));
+    }));
     $('#frame').max = Math.max(0, listing.frames.length - 1);
     showFrame(listing.nowIndex);
     setSource('radar', listing.source === 'service' ? 'live' : 'stale', listing.fallbackReason || `${listing.frames.length} frames`);
@@ -216,6 +218,8 @@ async function loadRadar() {
 function showFrame(index) {
   if (!radar.frames.length) return;
   radar.index = (index + radar.frames.length) % radar.frames.length;
+  const shown = radar.layers[radar.index];
+  if (!map.hasLayer(shown)) shown.addTo(map);
   radar.layers.forEach((layer, i) => layer.setOpacity(i === radar.index ? 0.7 : 0));
   $('#frame').value = radar.index;
   const frame = radar.frames[radar.index];

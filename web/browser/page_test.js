@@ -90,6 +90,8 @@ async function main() {
     check(/Threats within/.test(await page.textContent('#threats h2')), 'the threats panel fills');
     check(await page.locator('#sources li.failed').count() === 0, `no source failed (${await page.textContent('#sources')})`);
 
+    await page.waitForFunction(() => shore.getLayers().length > 0, null, { timeout: 30000 });
+    check(true, 'the base map draws our own shore lines');
     const paint = await page.evaluate(() => performance.getEntriesByName('forecast-painted')[0]?.startTime);
     check(paint > 0, `first forecast paint at ${Math.round(paint)} ms after navigation`);
     const apis = await page.evaluate(() => performance.getEntriesByType('resource')
