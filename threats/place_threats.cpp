@@ -159,12 +159,6 @@ void addWeather(const ThreatInputs& inputs, std::vector<Threat>& out) {
   }
 }
 
-const char* bearingName(double degrees) {
-  static const char* const names[] = {"N", "NNE", "NE", "ENE", "E", "ESE", "SE", "SSE",
-                                      "S", "SSW", "SW", "WSW", "W", "WNW", "NW", "NNW"};
-  return names[static_cast<int>(std::floor(std::fmod(degrees + 11.25, 360.0) / 22.5)) % 16];
-}
-
 }  // namespace
 
 NearestPoint nearestStormPoint(const Location& place, const StormTrack& track) {
@@ -201,7 +195,7 @@ std::string threatLine(const Threat& threat) {
   if (threat.distanceKilometres) {
     line += *threat.distanceKilometres < 0.5
                 ? fmt::format(", here")
-                : fmt::format(", {:.0f} km {}", *threat.distanceKilometres, bearingName(threat.bearingDegrees.value_or(0)));
+                : fmt::format(", {:.0f} km {}", *threat.distanceKilometres, fireBearingName(threat.bearingDegrees.value_or(0)));
   }
   if (threat.dataAgeSeconds) line += fmt::format(", data {} old", ageText(*threat.dataAgeSeconds));
   return line;
@@ -241,7 +235,7 @@ std::string threatsJson(const PlaceThreats& found) {
     optionalNumber("bearing", threat.bearingDegrees);
     if (threat.bearingDegrees) {
       writer.key("bearingName");
-      writer.string(bearingName(*threat.bearingDegrees));
+      writer.string(fireBearingName(*threat.bearingDegrees));
     }
     optionalNumber("dataAgeSeconds", threat.dataAgeSeconds);
     writer.endObject();
