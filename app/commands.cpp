@@ -15,6 +15,7 @@
 #include "app/notifications_command.hpp"
 #include "app/places_command.hpp"
 #include "app/radar_command.hpp"
+#include "app/serve_command.hpp"
 #include "app/settings_command.hpp"
 #include "app/sources_command.hpp"
 #include "app/fires_command.hpp"
@@ -23,8 +24,10 @@
 #include "app/sun_command.hpp"
 #include "app/trips_command.hpp"
 #include "app/trips_forecast_command.hpp"
+#include "app/threats_command.hpp"
 #include "app/tides_command.hpp"
 #include "app/units_command.hpp"
+#include "app/widget_command.hpp"
 
 namespace ombrine::app {
 
@@ -51,6 +54,9 @@ void addCommands(CLI::App& app) {
   addRadarCommand(app);
   addSourcesCommand(app);
   addFiresCommand(app);
+  addServeCommand(app);
+  addThreatsCommand(app);
+  addWidgetCommand(app);
 }
 
 CLI::Validator positiveNumber() {

@@ -1,0 +1,87 @@
+#include "app/threats_command.hpp"
+
+#include <iostream>
+#include <memory>
+
+#include "app/commands.hpp"
+#include "app/failure_text.hpp"
+#include "app/global_options.hpp"
+#include "app/place_query.hpp"
+#include "core/errors.hpp"
+#include "core/geocoder.hpp"
+#include "persistence/favorite_store.hpp"
+#include "platform/log.hpp"
+#include "web/threat_gathering.hpp"
+#include "wiring/geocode_namer.hpp"
+
+namespace ombrine::app {
+
+namespace {
+
+struct ThreatsOptions {
+  std::string place;
+  std::string at;
+  double radius = kDefaultThreatRadiusKilometres;
+  bool json = false;
+};
+
+int run(const ThreatsOptions& options) {
+  ProgramServices program;
+  Services& services = *program;
+  NamedPlace place;
+  if (!options.at.empty() || !options.place.empty()) {
+    place = resolveNamedPlace(services, options.at.empty() ? options.place : options.at, !options.at.empty());
+  } else if (auto home = services.home().home()) {
+    place = NamedPlace{home->shownName(), home->location, TimeZone::current()};
+  } else {
+    throw InvalidPlaceQuery("name a place (e.g. Miami), give --at LAT,LON, or save a home: ombrine places home PLACE");
+  }
+  const GeoDetails details = services.namer().detailsOf(place.location);
+  const PlaceThreats found = web::gatherThreats(services, place.name, place.location, details, options.radius);
+  bool anyAnswered = false;
+  for (const auto& source : found.sources) {
+    if (source.state != "failed") anyAnswered = true;
+    if (source.state == "failed") logf("ombrine threats: {}: {}", source.name, source.error);
+  }
+  if (options.json) {
+    std::cout << threatsJson(found) << "\n";
+    return anyAnswered ? 0 : 1;
+  }
+  if (found.threats.empty()) {
+    std::cout << "Nothing threatens " << place.name << " within " << options.radius << " km.\n";
+  } else {
+    std::cout << "Threats to " << place.name << " within " << options.radius << " km\n";
+    for (const auto& threat : found.threats) std::cout << "  " << threatLine(threat) << "\n";
+  }
+  std::cout << "\nSources\n";
+  for (const auto& source : found.sources) {
+    std::cout << "  " << source.name << ": " << source.state;
+    if (source.ageSeconds && source.state != "failed") std::cout << ", " << static_cast<long>(*source.ageSeconds / 60) << " min old";
+    std::cout << "\n";
+  }
+  return anyAnswered ? 0 : 1;
+}
+
+}  // namespace
+
+void addThreatsCommand(CLI::App& app) {
+  auto options = std::make_shared<ThreatsOptions>();
+  CLI::App* command = app.add_subcommand("threats", "Fires, storms, warnings and rain near a place");
+  auto* place = command->add_option("place", options->place, "A place name (\"Miami\"); default: the home place");
+  command->add_option("--at", options->at, "A coordinate, LAT,LON")->excludes(place);
+  command->add_option("--radius", options->radius, "Storms and fires within KM (default 500)")->check(CLI::Range(1.0, 2000.0));
+  command->add_flag("--json", options->json, "Print the threats and the sources' states as JSON");
+  command->callback([options] {
+    try {
+      setExitCode(run(*options));
+    } catch (const InvalidPlaceQuery& error) {
+      logf("ombrine threats: {}", error.what());
+      setExitCode(2);
+    } catch (const std::exception&) {
+      logf("ombrine threats: {}", failureText(std::current_exception()));
+      setExitCode(1);
+    }
+  });
+}
+
+}  // namespace ombrine::app
