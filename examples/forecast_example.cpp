@@ -1,12 +1,14 @@
 // A program of its own built on the Ombrine library: finds a place by name and prints its
 // current weather and the next days, as the library fetched them.
 //
-//   c++ forecast_example.cpp $(pkg-config --cflags --libs ombrine) -o forecast_example
+//   clang++-16 forecast_example.cpp $(pkg-config --cflags --libs ombrine) -o forecast_example
 //   OMBRINE_SERVICES=http://127.0.0.1:PORT ./forecast_example Munich
 //
 // Requests go to the public services (with the keys of ~/.config/ombrine), or to a simulator
 // named by OMBRINE_SERVICES (`ombrine-sim` prints its address). The place index and time-zone
-// data are read from the installed share/ombrine, or from OMBRINE_RESOURCE_DIR.
+// data are read from the installed share/ombrine, or from OMBRINE_RESOURCE_DIR. Build it with
+// the compiler the library was built with (clang++-16): g++ mangles some of the Asio templates
+// the library compiles once differently, and the link fails.
 // Exit codes: 0 ok, 1 failure, 2 usage.
 
 #include <cstdio>

@@ -149,7 +149,8 @@ ManPage manPage(const std::string& programName, const Command& command, const st
         return words;
       }(),
       " ");
-  std::string page = fmt::format(".TH {} 1 \"\" \"{}\" \"User Commands\"\n", upper(name), roff(version));
+  std::string page = fmt::format(".TH {} 1 \"\" \"{} {}\" \"User Commands\"\n", upper(name), roff(programName),
+                                 roff(version));
   page += ".SH NAME\n" + roff(name) + " \\- " + roff(command.app->get_description()) + "\n";
   page += ".SH SYNOPSIS\n.B " + roff(invocation) + "\n";
   if (!command.options.empty()) page += "[\\fIOPTIONS\\fR]";

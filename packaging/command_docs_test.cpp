@@ -44,7 +44,7 @@ TEST(CommandDocs, ManPagesCoverEveryCommandWithInheritedOptionsAndEscapedText) {
       // the global option reaches the command through fallthrough; hidden options never show
       {"prog-forecast.1",
        {"\\fB\\-\\-json\\fR", "\\-\\-services", "\\fIplace\\fR", "\\&.dot at the start", "back\\eslash",
-        "\"9.9\""},
+        "\"prog 9.9\""},
        {"secret", "\n.dot"}},
       {"prog-trips-forecast.1", {".B prog trips forecast", "\\fBprog\\-trips\\fR(1)", "\\-\\-services"}, {}},
   };
