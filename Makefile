@@ -3,15 +3,18 @@
 #   make test   set up, build with AddressSanitizer + UBSan, run all tests and a fuzz smoke
 #   make bench  build (release) and print the benchmark tables
 #   make fuzz   build the fuzz targets and run each for FUZZ_SECONDS (default 60)
+#   make install  build (release) and install under PREFIX (default /usr/local; DESTDIR honoured)
+#   make deb    build (release) and make the Debian packages in build/release/
 
 CXX_COMPILER ?= clang++-16
 C_COMPILER ?= clang-16
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 60
 SMOKE_SECONDS ?= 10
+PREFIX ?= /usr/local
 CMAKE_COMMON = -G Ninja -DCMAKE_CXX_COMPILER=$(CXX_COMPILER) -DCMAKE_C_COMPILER=$(C_COMPILER)
 
-.PHONY: setup demo test bench fuzz build-release build-test clean
+.PHONY: setup demo test bench fuzz build-release build-test install deb clean
 
 setup:
 	./scripts/setup
@@ -42,6 +45,13 @@ bench: build-release
 
 fuzz: build-test
 	./scripts/fuzz-smoke build/test $(FUZZ_SECONDS)
+
+install: build-release
+	cmake --install build/release --prefix $(PREFIX)
+
+deb: build-release
+	cd build/release && cpack -G DEB
+	@ls build/release/*.deb
 
 clean:
 	rm -rf build

@@ -14,6 +14,8 @@
 #include <vector>
 
 #include "app/commands.hpp"
+#include "packaging/build_info.hpp"
+#include "packaging/install_files.hpp"
 #include "platform/icu_setup.hpp"
 #include "platform/log.hpp"
 
@@ -84,8 +86,19 @@ int main(int argc, char** argv) {
   // Global options may follow the command as well: `ombrine forecast Munich --services sim`.
   // Subcommands inherit this when they are added.
   app.fallthrough();
-  app.set_version_flag("--version", "ombrine 0.1.0");
+  app.set_version_flag("--version", [] { return ombrine::packaging::versionText(); });
   ombrine::app::addCommands(app);
+  // The build writes the man pages, shell completions and unit templates from these definitions:
+  // `ombrine --write-install-files FOLDER` (not a user command, so not in --help).
+  if (argc == 3 && std::string_view(argv[1]) == "--write-install-files") {
+    try {
+      ombrine::packaging::writeInstallFiles(app, argv[2]);
+      return 0;
+    } catch (const std::exception& e) {
+      ombrine::logf("ombrine: {}", e.what());
+      return 1;
+    }
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

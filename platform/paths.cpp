@@ -41,12 +41,24 @@ std::filesystem::path configDirectory() {
   return fromEnvironment("XDG_CONFIG_HOME", homeDirectory() / ".config") / "ombrine";
 }
 
-std::filesystem::path resourceDirectory() {
-  if (const char* dir = std::getenv("OMBRINE_RESOURCE_DIR"); dir && *dir) return dir;
+ResourceLocation locateResources() {
+  if (const char* dir = std::getenv("OMBRINE_RESOURCE_DIR"); dir && *dir) return {dir, "OMBRINE_RESOURCE_DIR"};
+  const auto holdsResources = [](const std::filesystem::path& folder) {
+    std::error_code ec;
+    return !folder.empty() && std::filesystem::is_directory(folder / "icu-tzdata", ec);
+  };
   std::error_code ec;
-  std::filesystem::path installed = OMBRINE_INSTALLED_RESOURCE_DIR;
-  if (std::filesystem::is_directory(installed / "icu-tzdata", ec)) return installed;
-  return OMBRINE_SOURCE_RESOURCE_DIR;
+  // The program's own file, symbolic links resolved: bin/ombrine -> bin/../share/ombrine.
+  const auto program = std::filesystem::read_symlink("/proc/self/exe", ec);
+  if (!ec) {
+    auto beside = (program.parent_path().parent_path() / "share" / "ombrine").lexically_normal();
+    if (holdsResources(beside)) return {beside, "beside the program"};
+  }
+  const std::filesystem::path installed = OMBRINE_INSTALLED_RESOURCE_DIR;
+  if (holdsResources(installed)) return {installed, "install prefix"};
+  return {OMBRINE_SOURCE_RESOURCE_DIR, "source tree"};
 }
+
+std::filesystem::path resourceDirectory() { return locateResources().directory; }
 
 }  // namespace ombrine
