@@ -26,6 +26,8 @@ set(CPACK_DEBIAN_PROGRAM_DESCRIPTION
     "and desktop notifications.")
 string(JOIN "" CPACK_DEBIAN_PROGRAM_DESCRIPTION ${CPACK_DEBIAN_PROGRAM_DESCRIPTION})
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SHLIBDEPS ON)
+# libcurl is opened on first use rather than linked, so dpkg-shlibdeps cannot see it.
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_DEPENDS "libcurl4 (>= 7.74.0)")
 # Text in the radar and map images is drawn with this font.
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_RECOMMENDS "fonts-dejavu-core")
 
@@ -38,5 +40,5 @@ set(CPACK_DEBIAN_LIBRARY_DESCRIPTION
     "find_package(Ombrine). Reads its place index and time-zone data from the ombrine package.")
 string(JOIN "" CPACK_DEBIAN_LIBRARY_DESCRIPTION ${CPACK_DEBIAN_LIBRARY_DESCRIPTION})
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_DEPENDS
-    "ombrine (= ${PROJECT_VERSION}), pkg-config, libboost1.81-dev, libboost-json1.81-dev, libboost-url1.81-dev, libcurl4-openssl-dev, libssl-dev, libicu-dev, libsqlite3-dev, libpng-dev, libsystemd-dev, libcairo2-dev, libexpat1-dev, libdeflate-dev, libfmt-dev")
+    "ombrine (= ${PROJECT_VERSION}), pkg-config, libboost1.81-dev, libboost-json1.81-dev, libboost-url1.81-dev, libcurl4-openssl-dev, libssl-dev, libicu-dev, libsqlite3-dev, libpng-dev, libsystemd-dev, libcairo2-dev, libexpat1-dev, libdeflate-dev, libfmt-dev, libgif-dev")
 include(CPack)
