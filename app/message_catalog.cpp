@@ -10,6 +10,7 @@
 
 #include "platform/errors.hpp"
 #include "platform/log.hpp"
+#include "platform/paths.hpp"
 
 namespace ombrine::app {
 
@@ -72,6 +73,13 @@ std::string_view MessageCatalog::operator()(std::string_view message) const {
 
 std::filesystem::path messageDirectory() {
   if (const char* directory = std::getenv("OMBRINE_LOCALE_DIR"); directory && *directory) return directory;
+  // An installed tree carries the compiled catalogues beside its other resources; the source
+  // tree holds only the .po files, so a run from the build tree reads the build's own.
+  std::filesystem::path installed = resourceDirectory() / "locale";
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(installed, error)) {
+    if (std::filesystem::exists(entry.path() / "LC_MESSAGES" / "ombrine.mo", error)) return installed;
+  }
   return OMBRINE_BUILD_LOCALE_DIR;
 }
 

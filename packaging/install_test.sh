@@ -53,7 +53,10 @@ version=$(run "$program" --version)
 [[ $version == *"resources: $root/usr/share/ombrine (beside the program)"* ]] || fail "--version: $version"
 forecast=$(run "$program" --services sim forecast Munich) || fail "forecast exited $?"
 [[ $forecast == *Munich* ]] || fail "forecast: $forecast"
-step "forecast shown"
+[ -f "$root/usr/share/ombrine/locale/ja/LC_MESSAGES/ombrine.mo" ] || fail "translations not installed"
+translated=$(run env LANG=ja_JP.UTF-8 "$program" --services sim forecast Munich) || fail "ja forecast exited $?"
+[[ $translated == *現在* ]] || fail "ja forecast: $translated"
+step "forecast shown (and in Japanese)"
 
 # --- man pages: every option of --help is in the page
 if command -v man >/dev/null; then
