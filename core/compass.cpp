@@ -13,6 +13,12 @@ int compassIndex(double degrees) noexcept {
   return sector >= kCompassPointCount - 1 ? kCompassPointCount - 1 : static_cast<int>(sector);
 }
 
+std::string_view nearestCompassAbbreviation(double degrees) noexcept {
+  if (!std::isfinite(degrees)) return kCompassAbbreviations[0];
+  const double normalised = std::fmod(std::fmod(degrees, 360.0) + 360.0, 360.0);
+  return kCompassAbbreviations[static_cast<int>(std::floor(normalised / 22.5 + 0.5)) % kCompassPointCount];
+}
+
 CompassDirection compassDirection(Angle direction) noexcept {
   return static_cast<CompassDirection>(compassIndex(direction.inDegrees()));
 }

@@ -36,6 +36,11 @@ CompassDirection compassDirection(Angle direction) noexcept;
 // "N", "NNE", ...
 std::string_view abbreviation(CompassDirection direction) noexcept;
 
+// The nearest point to a bearing or heading in degrees, any angle wrapped into 0...360: sectors of
+// 22.5 degrees centred on each point, so 11.2 is "N", 11.3 "NNE" and 350 "N". Unlike the wind rule
+// above, the sectors close the circle. Not a number is "N".
+std::string_view nearestCompassAbbreviation(double degrees) noexcept;
+
 // The point an abbreviation names ("nne" too); nothing for anything else.
 std::optional<CompassDirection> compassDirection(std::string_view abbreviation) noexcept;
 

@@ -7,6 +7,7 @@
 
 #include "core/value_json.hpp"
 #include "fires/fire_loading_policy.hpp"
+#include "core/compass.hpp"
 
 namespace ombrine {
 
@@ -74,12 +75,7 @@ std::string_view stateName(const FireServiceReport& report) {
 
 }  // namespace
 
-std::string_view fireBearingName(double degrees) noexcept {
-  static constexpr std::string_view kNames[] = {"N", "NNE", "NE", "ENE", "E", "ESE", "SE", "SSE",
-                                                "S", "SSW", "SW", "WSW", "W", "WNW", "NW", "NNW"};
-  const double normalised = std::fmod(std::fmod(degrees, 360.0) + 360.0, 360.0);
-  return kNames[static_cast<int>(std::floor(normalised / 22.5 + 0.5)) % 16];
-}
+std::string_view fireBearingName(double degrees) noexcept { return nearestCompassAbbreviation(degrees); }
 
 FireList fireListAround(const FireMapData& data, FireCoordinate centre, double radiusKilometres) {
   FireList list;
@@ -180,6 +176,14 @@ void writeRing(JsonWriter& w, const std::vector<FireCoordinate>& ring) {
   w.endArray();
 }
 
+// How far, to a tenth of a kilometre, and in which direction a fire lies from the centre.
+void writeWhere(JsonWriter& w, double distanceKilometres, double bearingDegrees) {
+  w.key("distanceKm");
+  w.number(std::round(distanceKilometres * 10) / 10);
+  w.key("bearing");
+  w.string(fireBearingName(bearingDegrees));
+}
+
 void writeIncident(JsonWriter& w, const FireListEntry& e) {
   const FireIncident& i = *e.incident;
   w.key("id");
@@ -228,10 +232,7 @@ std::string fireListJson(const FireList& list, const FireMapLoad& load, FireCoor
     w.number(e.incident->coordinate.latitude);
     w.key("longitude");
     w.number(e.incident->coordinate.longitude);
-    w.key("distanceKm");
-    w.number(std::round(e.distanceKilometres * 10) / 10);
-    w.key("bearing");
-    w.string(fireBearingName(e.bearingDegrees));
+    writeWhere(w, e.distanceKilometres, e.bearingDegrees);
     w.endObject();
   }
   w.endArray();
@@ -253,10 +254,7 @@ std::string fireListJson(const FireList& list, const FireMapLoad& load, FireCoor
     w.integer(static_cast<std::int64_t>(p.polygons.size()));
     w.key("coordinates");
     w.integer(p.revision.coordinateCount);
-    w.key("distanceKm");
-    w.number(std::round(e.distanceKilometres * 10) / 10);
-    w.key("bearing");
-    w.string(fireBearingName(e.bearingDegrees));
+    writeWhere(w, e.distanceKilometres, e.bearingDegrees);
     w.endObject();
   }
   w.endArray();

@@ -8,13 +8,11 @@
 #include "core/iso8601.hpp"
 #include "core/value_json.hpp"
 #include "storms/active_storm_merger.hpp"
+#include "core/compass.hpp"
 
 namespace ombrine {
 
 namespace {
-
-constexpr const char* kPoints[] = {"N", "NNE", "NE", "ENE", "E", "ESE", "SE", "SSE",
-                                   "S", "SSW", "SW", "WSW", "W", "WNW", "NW", "NNW"};
 
 std::string utcMinute(Date date) {
   const std::string iso = iso8601String(date);  // "2026-09-08T06:00:00Z"
@@ -69,10 +67,7 @@ std::string formatStormPosition(double latitude, double longitude) {
 
 std::optional<std::string> formatStormMovement(std::optional<double> direction, std::optional<double> speedKt) {
   if (!direction || !speedKt || !std::isfinite(*direction) || !std::isfinite(*speedKt)) return std::nullopt;
-  double degrees = std::fmod(*direction, 360.0);
-  if (degrees < 0) degrees += 360.0;
-  const int index = static_cast<int>(std::floor(degrees / 22.5 + 0.5)) % 16;
-  return fmt::format("{} at {:.0f} kt", kPoints[index], *speedKt);
+  return fmt::format("{} at {:.0f} kt", nearestCompassAbbreviation(*direction), *speedKt);
 }
 
 std::vector<StormListEntry> stormListEntries(const std::vector<Storm>& storms, const std::optional<Location>& near,
