@@ -1,11 +1,19 @@
 #include "app/failure_text.hpp"
 
+#include <fmt/format.h>
+
+#include <unistd.h>
+
 #include <algorithm>
+#include <cmath>
+#include <iostream>
+#include <thread>
 
 #include "core/content_view.hpp"
 #include "core/errors.hpp"
 #include "platform/errors.hpp"
 #include "platform/http_client.hpp"
+#include "platform/log.hpp"
 #include "tides/tide_service.hpp"
 
 namespace ombrine::app {
@@ -28,7 +36,36 @@ std::string describe(const HttpError& failure) {
   return "the request to the service failed";
 }
 
+// "; try again in N s" when the failure carries the service's wait.
+std::string tryAgainText(const std::exception_ptr& error, std::string_view separator) {
+  const auto wait = serverRetryAfter(error);
+  return wait ? std::string(separator) + "try again in " + waitText(*wait) : std::string();
+}
+
 }  // namespace
+
+std::string waitText(std::chrono::duration<double> wait) {
+  const double seconds = std::max(0.0, std::ceil(wait.count()));
+  if (seconds < 120) return fmt::format("{:.0f} s", seconds);
+  if (seconds < 2 * 3600) return fmt::format("{:.0f} min", std::ceil(seconds / 60));
+  return fmt::format("{:.0f} h", std::ceil(seconds / 3600));
+}
+
+void waitBeforeRetry(const std::exception_ptr& failure, std::chrono::duration<double> wait, bool verbose) {
+  std::string service = "the weather service";
+  try {
+    std::rethrow_exception(failure);
+  } catch (const ProviderStatusError& error) {
+    service = error.service();
+  } catch (...) {
+  }
+  const std::string line = fmt::format("{} asked to wait {}; trying again", service, waitText(wait));
+  const bool progress = !verbose && ::isatty(STDERR_FILENO);
+  if (verbose) logf("ombrine: {}", line);
+  if (progress) std::cerr << "\r" << line << std::flush;
+  std::this_thread::sleep_for(std::chrono::duration_cast<std::chrono::milliseconds>(wait));
+  if (progress) std::cerr << "\r" << std::string(line.size(), ' ') << "\r" << std::flush;
+}
 
 std::string failureText(const std::exception_ptr& error, std::string_view service) noexcept {
   try {
@@ -37,7 +74,8 @@ std::string failureText(const std::exception_ptr& error, std::string_view servic
     } catch (const NetworkError& failure) {
       switch (failure.which()) {
         case NetworkError::exceededApiLimit:
-          return oneLine(std::string(kAPILimitSorryTitle) + " " + std::string(kAPILimitSorryMessage));
+          return oneLine(std::string(kAPILimitSorryTitle) + " " + std::string(kAPILimitSorryMessage)) +
+                 tryAgainText(error, " (") + (failure.retryAfter() ? ")" : "");
         case NetworkError::invalidURL: return std::string(service) + " cannot be asked about this place";
         case NetworkError::invalidResponse: return std::string(service) + " sent an answer that could not be read";
       }
@@ -48,11 +86,13 @@ std::string failureText(const std::exception_ptr& error, std::string_view servic
       return "the service sent an answer that could not be read";
     } catch (const HttpError& failure) {
       return describe(failure);
+    } catch (const ProviderStatusError& failure) {
+      const std::string what =
+          failure.status() ? std::string(service) + " is not answering (HTTP " + std::to_string(*failure.status()) + ")"
+                           : oneLine(failure.detail());
+      return what + tryAgainText(error, "; ");
     } catch (const DomainError& failure) {
       if (failure.domain() == kRequestErrorDomain) {
-        if (failure.detail().starts_with("HTTP ")) {
-          return std::string(service) + " is not answering (" + failure.detail() + ")";
-        }
         return failure.detail().empty() ? std::string(service) + " request failed" : oneLine(failure.detail());
       }
       if (failure.domain() == kNoResultErrorDomain) {

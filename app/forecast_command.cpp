@@ -14,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 #include "app/commands.hpp"
 #include "app/failure_text.hpp"
@@ -21,14 +22,15 @@
 #include "app/global_options.hpp"
 #include "app/terminal_text.hpp"
 #include "core/errors.hpp"
+#include "core/fetch_retry.hpp"
 #include "core/one_call_weather_json.hpp"
 #include "core/provider_dispatch.hpp"
 #include "core/unit_rules.hpp"
+#include "places/coordinate_text.hpp"
 #include "platform/errors.hpp"
 #include "platform/http_client.hpp"
 #include "platform/linux/network_path.hpp"
 #include "platform/log.hpp"
-#include "places/coordinate_text.hpp"
 #include "tides/tide_disk_cache.hpp"
 #include "wiring/fetch_pipeline.hpp"
 
@@ -193,22 +195,22 @@ class Pollers {
   std::thread thread_;
 };
 
-// Waits for the fetch to end, at most --timeout seconds (no limit without it). On a terminal a
+// Waits for the fetch to end, at most until `deadline` (no limit without one). On a terminal a
 // fetch that takes over two seconds shows how long it has been waiting on stderr, and the line
 // is wiped before the outcome is printed. False when the time ran out.
-bool awaitFetch(std::future<void> ended, bool showProgress) {
+bool awaitFetch(const std::shared_future<void>& ended, bool showProgress, std::optional<SteadyTime> deadline) {
   const auto start = std::chrono::steady_clock::now();
-  const double limit = globalOptions().timeoutSeconds;
   showProgress = showProgress && ::isatty(STDERR_FILENO);
   bool shown = false;
   long shownSeconds = 0;
   bool inTime = true;
   while (ended.wait_for(std::chrono::milliseconds(200)) != std::future_status::ready) {
-    const double waited = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    if (limit > 0 && waited >= limit) {
+    const auto now = std::chrono::steady_clock::now();
+    if (deadline && now >= *deadline) {
       inTime = false;
       break;
     }
+    const double waited = std::chrono::duration<double>(now - start).count();
     if (showProgress && static_cast<long>(waited) >= 2 && static_cast<long>(waited) != shownSeconds) {
       shownSeconds = static_cast<long>(waited);
       std::cerr << fmt::format("\rwaiting for the weather service… {} s", shownSeconds) << std::flush;
@@ -218,6 +220,46 @@ bool awaitFetch(std::future<void> ended, bool showProgress) {
   if (shown) std::cerr << "\r" << std::string(48, ' ') << "\r" << std::flush;
   return inTime;
 }
+
+// One request of a one-shot run, as the pipeline's hooks report it: a record shown (or the
+// request over without one), and the request over. A retry is a new attempt.
+class Attempt {
+ public:
+  Attempt() : shown_(shownPromise_.get_future().share()), ended_(endedPromise_.get_future().share()) {}
+  void show() {
+    std::call_once(shownOnce_, [this] { shownPromise_.set_value(); });
+  }
+  void end() {
+    std::call_once(endedOnce_, [this] { endedPromise_.set_value(); });
+    show();
+  }
+  const std::shared_future<void>& shown() const { return shown_; }
+  const std::shared_future<void>& ended() const { return ended_; }
+
+ private:
+  std::promise<void> shownPromise_, endedPromise_;
+  std::once_flag shownOnce_, endedOnce_;
+  std::shared_future<void> shown_, ended_;
+};
+
+// The attempt under way; hooks on the pipeline's context and the command's thread share it.
+class Attempts {
+ public:
+  std::shared_ptr<Attempt> current() {
+    std::lock_guard lock(mutex_);
+    return current_;
+  }
+  // Call only between attempts: the hooks of the one before have all run.
+  std::shared_ptr<Attempt> next() {
+    std::lock_guard lock(mutex_);
+    current_ = std::make_shared<Attempt>();
+    return current_;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::shared_ptr<Attempt> current_ = std::make_shared<Attempt>();
+};
 
 WeatherDataSource nextSource(WeatherDataSource source) {
   return static_cast<WeatherDataSource>((static_cast<int>(source) + 1) % 4);
@@ -242,8 +284,7 @@ int run(const ForecastOptions& options) {
   const bool chatty = options.watch || options.verbose;
   std::mutex failureMutex;
   std::exception_ptr failure;
-  auto ended = std::make_shared<std::promise<void>>();
-  auto endedOnce = std::make_shared<std::once_flag>();
+  auto attempts = std::make_shared<Attempts>();
 
   ContentView::Hooks hooks;
   if (chatty) {
@@ -268,22 +309,15 @@ int run(const ForecastOptions& options) {
       if (state.currentWeather) printer.screen(*state.currentWeather, state.name, state.region, Date::fromSystem(clock.now()));
     };
   }
-  hooks.requestEnded = [ended, endedOnce] { std::call_once(*endedOnce, [&] { ended->set_value(); }); };
   // A one-shot run prints as soon as a record is published, while the cache write goes on; it
   // still waits for the request to end before leaving, so the write is finished on exit.
-  auto shown = std::make_shared<std::promise<void>>();
-  auto shownOnce = std::make_shared<std::once_flag>();
-  auto show = [shown, shownOnce] { std::call_once(*shownOnce, [&] { shown->set_value(); }); };
   if (!options.watch) {
     hooks.showsPlaceholder = false;
-    hooks.stateChanged = [&running, show] {
+    hooks.stateChanged = [&running, attempts] {
       const auto& state = running->view().state();
-      if (state.currentWeather && !state.isFetchingData) show();
+      if (state.currentWeather && !state.isFetchingData) attempts->current()->show();
     };
-    hooks.requestEnded = [ended, endedOnce, show] {
-      std::call_once(*endedOnce, [&] { ended->set_value(); });
-      show();
-    };
+    hooks.requestEnded = [attempts] { attempts->current()->end(); };
   }
   FetchPipeline pipeline(*services, std::move(hooks));
   running = &pipeline;
@@ -304,18 +338,47 @@ int run(const ForecastOptions& options) {
   });
 
   if (!options.watch) {
+    const double limit = globalOptions().timeoutSeconds;
+    std::optional<SteadyTime> deadline;
+    if (limit > 0) {
+      deadline = std::chrono::steady_clock::now() +
+                 std::chrono::duration_cast<std::chrono::steady_clock::duration>(std::chrono::duration<double>(limit));
+    }
+    auto timeLeft = [&]() -> std::optional<RetryDelay> {
+      if (!deadline) return std::nullopt;
+      return RetryDelay(*deadline - std::chrono::steady_clock::now());
+    };
+    auto takeFailure = [&] {
+      std::lock_guard lock(failureMutex);
+      return std::exchange(failure, nullptr);
+    };
+    std::shared_ptr<Attempt> attempt = attempts->current();
     // Shown as soon as a record is published (or the request ends without one), within --timeout.
-    const bool inTime = awaitFetch(shown->get_future(), !chatty);
+    bool inTime = awaitFetch(attempt->shown(), !chatty, deadline);
+    if (inTime && !pipeline.view().snapshot().currentWeather) {
+      // One more attempt, forced, when the service asked for a wait that leaves time for it.
+      attempt->ended().wait();
+      const std::exception_ptr first = takeFailure();
+      if (const auto wait = retryWaitAfter(first, timeLeft())) {
+        waitBeforeRetry(first, *wait, chatty);
+        attempt = attempts->next();
+        pipeline.view().post([](ContentView& view) { view.refreshGesture(); });
+        inTime = awaitFetch(attempt->shown(), !chatty, deadline);
+      } else {
+        std::lock_guard lock(failureMutex);
+        failure = first;
+      }
+    }
     if (!inTime) {
       // Cancel now, so that nothing of this fetch lands after the outcome is reported.
       pipeline.shutdown();
       std::lock_guard lock(failureMutex);
       failure = std::make_exception_ptr(
-          HttpError(HttpError::timedOut, fmt::format("no answer within {:g} s (--timeout)", globalOptions().timeoutSeconds)));
+          HttpError(HttpError::timedOut, fmt::format("no answer within {:g} s (--timeout)", limit)));
     }
     // The cache write goes on after the record is shown; leave only once it is on disk.
     auto requestFinished = [&] {
-      if (inTime) ended->get_future().wait();
+      if (inTime) attempt->ended().wait();
     };
     timings.mark("fetch");
     const auto state = pipeline.view().snapshot();

@@ -9,6 +9,7 @@
 #include <spawn.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
@@ -108,6 +109,55 @@ TEST(ForecastCommandTest, FailureWithoutCacheIsOneLineAndNoOutput) {
   EXPECT_EQ(run.out, "");
   EXPECT_TRUE(contains(run.err, "Sorry! There are currently way more people")) << run.err;
   EXPECT_FALSE(contains(run.err, "showing the last good record"));
+}
+
+// A service that names a wait ("Retry-After") on a failed answer is asked once more after it,
+// when the wait fits; 429 never is. Each row runs in a container of its own.
+TEST(ForecastCommandTest, RetryAfterIsHonouredOnceWhereAWaitFits) {
+  useShippedTimeZoneData();
+  struct Row {
+    const char* why;
+    const char* options;
+    const char* fault;
+    bool lastGoodStored;  // a good record of the place, too old to stand in by itself
+    int exitCode;
+    const char* expectInErr;  // nullptr: stderr stays empty
+    bool oneLine;
+    bool expectRecord;
+  };
+  const Row rows[] = {
+      {"a 503 once: one quiet retry shows the forecast", "", "status=503,retry-after=1,times=1", false, 0, nullptr,
+       false, true},
+      {"-v tells of the wait", "-v", "status=503,retry-after=1,times=1", false, 0,
+       "Foreca asked to wait 1 s; trying again", false, true},
+      {"a 503 twice: one retry only, then one line", "", "status=503,retry-after=1,times=2", false, 1,
+       "ombrine forecast: the weather service is not answering (HTTP 503); try again in 1 s", true, false},
+      {"a wait beyond --timeout: no retry", "--timeout 20", "status=503,retry-after=60", false, 1,
+       "ombrine forecast: the weather service is not answering (HTTP 503); try again in 60 s", true, false},
+      {"the same with a stored record: shown from it", "--timeout 20", "status=503,retry-after=60", true, 3,
+       "try again in 60 s; showing the last good record", true, true},
+      {"429: no retry, the apology says when", "", "status=429,retry-after=120", false, 1,
+       "Sorry again! (try again in 2 min)", true, false},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.why);
+    const Scratch scratch;
+    const std::string place = "--services sim forecast --provider foreca --at 48.137,11.575 --json";
+    if (row.lastGoodStored) {
+      ASSERT_EQ(runOmbrine(place, scratch.environment()).exitCode, 0);
+      ageLatestRecord(scratch.root() / "group/Library/Caches/latestWeatherCache", 600);
+    }
+    const std::string environment = scratch.environment() + " OMBRINE_SIM_FAULTS='foreca.current=" + row.fault + "'";
+    const ProgramRun run = runOmbrine(place + " --force " + row.options, environment);
+    EXPECT_EQ(run.exitCode, row.exitCode) << run.err;
+    EXPECT_EQ(!run.out.empty(), row.expectRecord) << run.err;
+    if (row.expectInErr == nullptr) {
+      EXPECT_EQ(run.err, "");
+    } else {
+      EXPECT_TRUE(contains(run.err, row.expectInErr)) << run.err;
+    }
+    if (row.oneLine) EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+  }
 }
 
 // --watch as a user drives it: signals for the refresh gesture and the data source, a file

@@ -17,6 +17,7 @@
 #include "app/failure_text.hpp"
 #include "app/global_options.hpp"
 #include "app/terminal_text.hpp"
+#include "core/fetch_retry.hpp"
 #include "core/one_call_weather_json.hpp"
 #include "core/provider_dispatch.hpp"
 #include "core/unit_rules.hpp"
@@ -216,10 +217,18 @@ int run(const TripsForecastOptions& options) {
   const WeatherDataSource provider =
       options.provider.empty() ? services.providerSettings().dataSource() : weatherDataSourceNamed(options.provider);
   TripForecastRefreshID key{!options.noFetch, provider};
-  std::vector<Trip> trips{trip};
-  auto load = loadTripForecasts(std::move(trips), services.weatherCache(), services.tripWeatherFetcher(), key,
-                                services.clock());
-  const std::vector<LoadedTripForecast> loaded = services.runtime().runBlocking(std::move(load));
+  auto loadOnce = [&] {
+    std::vector<Trip> trips{trip};
+    auto load = loadTripForecasts(std::move(trips), services.weatherCache(), services.tripWeatherFetcher(), key,
+                                  services.clock());
+    return services.runtime().runBlocking(std::move(load));
+  };
+  std::vector<LoadedTripForecast> loaded = loadOnce();
+  // One more attempt when the service asked for a wait (no --timeout here: the usual cap).
+  if (const auto wait = retryWaitAfter(loaded.front().fetchFailure, std::nullopt)) {
+    waitBeforeRetry(loaded.front().fetchFailure, *wait, options.verbose);
+    loaded = loadOnce();
+  }
   const LoadedTripForecast& result = loaded.front();
   if (options.json) {
     printJson(result, now);

@@ -88,7 +88,8 @@ TEST_F(TripsForecastCommandTest, FetchesOnceThenServesTheTripFromTheCache) {
       sandbox_.run(OMBRINE_PROGRAM, "--services sim trips forecast", "LANG=en_US.UTF-8 OMBRINE_SIM_FAULTS='*=status=503'");
   EXPECT_EQ(failed.exitCode, 3) << failed.err;
   EXPECT_EQ(failed.err,
-            "ombrine trips forecast: the weather service is not answering (HTTP 503); showing what the trip cache holds\n");
+            "ombrine trips forecast: the weather service is not answering (HTTP 503); try again in 1 s; showing what "
+            "the trip cache holds\n");
   EXPECT_NE(failed.out.find("Trip to Lisbon"), std::string::npos) << failed.out;
 }
 

@@ -13,6 +13,27 @@ const char* describe(NetworkError::Case which) {
 }
 }  // namespace
 
-NetworkError::NetworkError(Case which) : std::runtime_error(describe(which)), which_(which) {}
+NetworkError::NetworkError(Case which, std::optional<RetryDelay> retryAfter)
+    : std::runtime_error(describe(which)), which_(which), retryAfter_(retryAfter) {}
+
+ProviderStatusError::ProviderStatusError(std::string service, std::optional<int> status,
+                                         std::optional<RetryDelay> retryAfter, std::string detail)
+    : DomainError(kRequestErrorDomain, kRequestErrorCode, std::move(detail)),
+      service_(std::move(service)),
+      status_(status),
+      retryAfter_(retryAfter) {}
+
+std::optional<RetryDelay> serverRetryAfter(const std::exception_ptr& failure) noexcept {
+  if (!failure) return std::nullopt;
+  try {
+    std::rethrow_exception(failure);
+  } catch (const NetworkError& error) {
+    return error.retryAfter();
+  } catch (const ProviderStatusError& error) {
+    return error.retryAfter();
+  } catch (...) {
+  }
+  return std::nullopt;
+}
 
 }  // namespace ombrine

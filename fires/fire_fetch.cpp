@@ -6,12 +6,12 @@
 #include <cctype>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 
 #include "core/errors.hpp"
 #include "core/json_stream.hpp"
 #include "platform/errors.hpp"
+#include "platform/retry_after.hpp"
 
 namespace ombrine {
 
@@ -30,13 +30,6 @@ std::string lowered(std::string_view text) {
   std::string result(text);
   for (char& c : result) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   return result;
-}
-
-std::string_view trimmed(std::string_view text) {
-  auto space = [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; };
-  while (!text.empty() && space(text.front())) text.remove_prefix(1);
-  while (!text.empty() && space(text.back())) text.remove_suffix(1);
-  return text;
 }
 
 }  // namespace
@@ -58,59 +51,6 @@ FireHTTPResponseError::FireHTTPResponseError(int statusCode, std::optional<doubl
 namespace {
 
 constexpr size_t kLargestErrorBody = 256 * 1024;
-
-std::optional<int> monthNamed(std::string_view name) {
-  static constexpr std::string_view kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                                 "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-  for (int i = 0; i < 12; ++i) {
-    if (name == kMonths[i]) return i + 1;
-  }
-  return std::nullopt;
-}
-
-bool allLetters(const char* text) {
-  if (*text == '\0') return false;
-  for (; *text; ++text) {
-    if (!std::isalpha(static_cast<unsigned char>(*text))) return false;
-  }
-  return true;
-}
-
-std::optional<Date> dateOf(int year, int month, int day, int hour, int minute, int second) {
-  using namespace std::chrono;
-  const year_month_day ymd{std::chrono::year(year), std::chrono::month(static_cast<unsigned>(month)),
-                           std::chrono::day(static_cast<unsigned>(day))};
-  if (!ymd.ok() || hour > 23 || minute > 59 || second > 60 || hour < 0 || minute < 0 || second < 0) return std::nullopt;
-  const sys_seconds instant = sys_days(ymd) + hours(hour) + minutes(minute) + seconds(second);
-  return Date::fromUnix(static_cast<double>(instant.time_since_epoch().count()));
-}
-
-// The four HTTP date forms, in order: RFC 1123, RFC 850, and asctime with a two-digit or a
-// space-padded day.
-std::optional<Date> parseHttpDate(const std::string& text) {
-  char weekday[16] = {};
-  char month[4] = {};
-  int day = 0, year = 0, hour = 0, minute = 0, second = 0, consumed = -1;
-  auto whole = [&] { return consumed == static_cast<int>(text.size()); };
-  if (std::sscanf(text.c_str(), "%3[A-Za-z], %2d %3[A-Za-z] %4d %2d:%2d:%2d GMT%n", weekday, &day, month, &year, &hour,
-                  &minute, &second, &consumed) == 7 &&
-      whole() && text[4] == ' ') {
-    if (auto m = monthNamed(month)) return dateOf(year, *m, day, hour, minute, second);
-  }
-  consumed = -1;
-  if (std::sscanf(text.c_str(), "%15[A-Za-z], %2d-%3[A-Za-z]-%2d %2d:%2d:%2d GMT%n", weekday, &day, month, &year, &hour,
-                  &minute, &second, &consumed) == 7 &&
-      whole() && allLetters(weekday)) {
-    if (auto m = monthNamed(month)) return dateOf(year < 70 ? 2000 + year : 1900 + year, *m, day, hour, minute, second);
-  }
-  consumed = -1;
-  if (std::sscanf(text.c_str(), "%3[A-Za-z] %3[A-Za-z] %2d %2d:%2d:%2d %4d%n", weekday, month, &day, &hour, &minute,
-                  &second, &year, &consumed) == 7 &&
-      whole()) {
-    if (auto m = monthNamed(month)) return dateOf(year, *m, day, hour, minute, second);
-  }
-  return std::nullopt;
-}
 
 }  // namespace
 
@@ -158,23 +98,13 @@ std::optional<double> retryDelay(const FireFeatureServiceErrorPayload& payload) 
 }
 
 std::optional<double> parseRetryAfter(std::string_view text, Date now) {
-  const std::string_view value = trimmed(text);
-  if (value.empty()) return std::nullopt;
-  {
-    long long integer = 0;
-    const auto [ptr, ec] = std::from_chars(value.data(), value.data() + value.size(), integer);
-    if (ec == std::errc() && ptr == value.data() + value.size() && integer >= 0) return static_cast<double>(integer);
-  }
-  {
-    double decimal = 0.0;
-    const auto [ptr, ec] = std::from_chars(value.data(), value.data() + value.size(), decimal);
-    if (ec == std::errc() && ptr == value.data() + value.size() && std::isfinite(decimal) && decimal >= 0) {
-      return decimal;
-    }
-  }
-  const auto date = parseHttpDate(std::string(value));
-  if (!date) return std::nullopt;
-  return std::max(0.0, date->timeIntervalSinceReferenceDate - now.timeIntervalSinceReferenceDate);
+  // A negative number of seconds is no delay here (a tile counts it as 0), and no HTTP date
+  // starts with a minus.
+  const std::size_t first = text.find_first_not_of(" \t\r\n\v\f");
+  if (first != std::string_view::npos && text[first] == '-') return std::nullopt;
+  const auto delay = retryAfterDelay(text, now.toSystem());
+  if (!delay) return std::nullopt;
+  return delay->count();
 }
 
 std::optional<double> effectiveDelay(std::optional<std::int64_t> code, std::optional<double> delay) {

@@ -85,7 +85,8 @@ std::optional<FireFeatureServiceErrorPayload> errorEnvelope(std::string_view bod
 // The delay named after "retry after" (any case) in the message, then in each detail.
 std::optional<double> retryDelay(const FireFeatureServiceErrorPayload& payload);
 
-// A Retry-After header: seconds, or an HTTP date (the seconds until it, 0 when past).
+// A Retry-After header: a non-negative number of seconds, or an HTTP date (the seconds until it,
+// 0 when past); nothing for anything else, a negative number included.
 std::optional<double> parseRetryAfter(std::string_view text, Date now);
 
 // Whether a failed first attempt is worth one more.

@@ -1,5 +1,6 @@
-// Fuzz target for the HTTP caching rules: any header text gives a date or nothing, a set of
-// directives, and an age and lifetime that are never negative.
+// Fuzz target for the HTTP caching rules and "Retry-After": any header text gives a date or
+// nothing, a set of directives, an age and lifetime that are never negative, and a wait that is
+// finite and never negative.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -7,6 +8,7 @@
 #include <string_view>
 
 #include "platform/http_freshness.hpp"
+#include "platform/retry_after.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view text(reinterpret_cast<const char*>(data), size);
@@ -22,5 +24,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const double age = ombrine::currentAge(response, 1.0e9, 1.0e9 + 5);
   if (!(lifetime >= 0.0) || !(age >= 0.0)) std::abort();
   (void)ombrine::refreshed(response, response);
+  const auto now = std::chrono::system_clock::time_point(std::chrono::seconds(1'000'000'000));
+  for (const std::string& value : {first, second}) {
+    const auto wait = ombrine::retryAfterDelay(value, now);
+    if (wait && !(wait->count() >= 0.0 && wait->count() < 1e300)) std::abort();
+  }
   return 0;
 }

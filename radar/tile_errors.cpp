@@ -2,11 +2,8 @@
 
 #include <fmt/format.h>
 
-#include <charconv>
-#include <cmath>
-
 #include "platform/errors.hpp"
-#include "platform/http_freshness.hpp"
+#include "platform/retry_after.hpp"
 
 namespace ombrine {
 
@@ -20,12 +17,6 @@ const char* describe(TileURLError::Code code) {
     case TileURLError::dataLengthExceedsMaximum: return "tile: too large to keep";
   }
   return "tile: failed";
-}
-
-std::string_view trimmed(std::string_view text) {
-  while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
-  while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
-  return text;
 }
 
 }  // namespace
@@ -50,15 +41,9 @@ bool isTileLoadCancellation(std::exception_ptr error) noexcept {
 
 std::optional<Date> parseRetryAfter(std::optional<std::string_view> header, Date now) {
   if (!header) return std::nullopt;
-  const std::string_view text = trimmed(*header);
-  double seconds = 0.0;
-  const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, seconds);
-  if (!text.empty() && error == std::errc() && stop == end && std::isfinite(seconds)) {
-    return now + std::max(seconds, 0.0);
-  }
-  if (const auto date = parseHttpDate(text)) return Date::fromUnix(*date);
-  return std::nullopt;
+  const auto delay = retryAfterDelay(*header, now.toSystem());
+  if (!delay) return std::nullopt;
+  return now + delay->count();
 }
 
 }  // namespace ombrine

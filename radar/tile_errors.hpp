@@ -46,7 +46,8 @@ class TileURLError : public std::runtime_error {
 bool isTileLoadCancellation(std::exception_ptr error) noexcept;
 
 // "Retry-After" relative to `now`: a finite decimal number of seconds (negative counts as 0),
-// else an HTTP date ("Sun, 06 Nov 1994 08:49:37 GMT"); nothing when absent or unreadable.
+// else an HTTP date ("Sun, 06 Nov 1994 08:49:37 GMT"; a past one counts as now); nothing when
+// absent or unreadable.
 std::optional<Date> parseRetryAfter(std::optional<std::string_view> header, Date now);
 
 }  // namespace ombrine

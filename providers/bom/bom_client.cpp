@@ -1,5 +1,6 @@
 #include "providers/bom/bom_client.hpp"
 
+#include <algorithm>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -39,45 +40,70 @@ struct Answers {
 };
 
 template <class Decode>
-Task<void> fetchInto(HttpClient& http, HttpRequest request, BureauRequest which, std::shared_ptr<Answers> answers,
-                     Decode decode) {
+Task<void> fetchInto(HttpClient& http, const Clock& clock, HttpRequest request, BureauRequest which,
+                     std::shared_ptr<Answers> answers, Decode decode) {
   std::string logged(request.url.buffer());
-  std::string body = co_await fetchProviderAnswer(http, std::move(request), "Bureau of Meteorology",
-                                                  std::string(nameOf(which)), std::move(logged));
+  std::string service = "Bureau of Meteorology";
+  std::string name(nameOf(which));
+  std::string body = co_await fetchProviderAnswer(http, clock, std::move(request), std::move(service), std::move(name),
+                                                  std::move(logged));
   try {
     decode(body, *answers);
   } catch (const DecodingError& error) {
-    logf("Bureau of Meteorology {} answer could not be decoded: {}", nameOf(which), error.what());
+    logDetail("Bureau of Meteorology {} answer could not be decoded: {}", nameOf(which), error.what());
     throw;
   }
 }
 
 template <class Decode>
-Task<void> fetchTolerated(HttpClient& http, HttpRequest request, BureauRequest which, std::shared_ptr<Answers> answers,
-                          Decode decode) {
+Task<void> fetchTolerated(HttpClient& http, const Clock& clock, HttpRequest request, BureauRequest which,
+                          std::shared_ptr<Answers> answers, Decode decode) {
   try {
-    co_await fetchInto(http, std::move(request), which, answers, decode);
+    co_await fetchInto(http, clock, std::move(request), which, answers, decode);
   } catch (...) {
     std::exception_ptr error = std::current_exception();
     rethrowIfCancellation(error);
-    logf("Bureau of Meteorology {} are left out", nameOf(which));
+    logDetail("Bureau of Meteorology {} are left out", nameOf(which));
   }
 }
 
-// Runs `task`, keeping its record, or nothing on any failure but a cancellation.
-Task<void> recordOrNothing(Task<OneCallWeather> task, std::shared_ptr<std::optional<OneCallWeather>> out,
-                           std::string name) {
+// What one of the two merged fetches gave: its record, or the failure that left it without one.
+struct MergeHalf {
+  std::optional<OneCallWeather> record;
+  std::exception_ptr failure;
+};
+
+// Runs `task`, keeping its record, or its failure when it is anything but a cancellation.
+Task<void> recordOrNothing(Task<OneCallWeather> task, std::shared_ptr<MergeHalf> out, std::string name) {
   try {
-    *out = co_await std::move(task);
+    out->record = co_await std::move(task);
   } catch (...) {
     std::exception_ptr error = std::current_exception();
     rethrowIfCancellation(error);
+    out->failure = error;
     try {
       std::rethrow_exception(error);
     } catch (const std::exception& e) {
-      logf("{} gave no record for the merge: {}", name, e.what());
+      logDetail("{} gave no record for the merge: {}", name, e.what());
     }
   }
+}
+
+// The wait to keep before asking both again: the longer of the two when both services answered
+// with a status and named a wait, else nothing (one of them gave no reason to expect an answer).
+std::optional<RetryDelay> waitForBoth(const MergeHalf& a, const MergeHalf& b) {
+  auto waitOf = [](const MergeHalf& half) -> std::optional<RetryDelay> {
+    try {
+      if (half.failure) std::rethrow_exception(half.failure);
+    } catch (const ProviderStatusError& error) {
+      return error.retryAfter();
+    } catch (...) {
+    }
+    return std::nullopt;
+  };
+  const auto first = waitOf(a), second = waitOf(b);
+  if (!first || !second) return std::nullopt;
+  return std::max(*first, *second);
 }
 
 }  // namespace
@@ -143,13 +169,13 @@ Task<OneCallWeather> BureauClient::fetch(Location location, TimeZone timeZone) {
   };
   auto decodeWarnings = [](std::string_view body, Answers& a) { a.bureau.warnings = decodeBomWarnings(body); };
   std::function<Task<void>(TaskGroup&)> requests = [&](TaskGroup& group) -> Task<void> {
-    group.spawn(fetchInto(http_, request(BureauRequest::placeInformation), BureauRequest::placeInformation, answers,
-                          decodeInfo));
-    group.spawn(fetchInto(http_, request(BureauRequest::hourly), BureauRequest::hourly, answers, decodeHourly));
-    group.spawn(fetchInto(http_, request(BureauRequest::daily), BureauRequest::daily, answers, decodeDaily));
-    group.spawn(fetchInto(http_, request(BureauRequest::observations), BureauRequest::observations, answers,
+    group.spawn(fetchInto(http_, clock_, request(BureauRequest::placeInformation), BureauRequest::placeInformation,
+                          answers, decodeInfo));
+    group.spawn(fetchInto(http_, clock_, request(BureauRequest::hourly), BureauRequest::hourly, answers, decodeHourly));
+    group.spawn(fetchInto(http_, clock_, request(BureauRequest::daily), BureauRequest::daily, answers, decodeDaily));
+    group.spawn(fetchInto(http_, clock_, request(BureauRequest::observations), BureauRequest::observations, answers,
                           decodeObservations));
-    group.spawn(fetchTolerated(http_, request(BureauRequest::warnings), BureauRequest::warnings, answers,
+    group.spawn(fetchTolerated(http_, clock_, request(BureauRequest::warnings), BureauRequest::warnings, answers,
                                decodeWarnings));
     co_return;
   };
@@ -163,21 +189,24 @@ Task<OneCallWeather> BureauClient::fetch(Location location, TimeZone timeZone) {
 }
 
 Task<OneCallWeather> fetchBureauMerged(Task<OneCallWeather> bureau, Task<OneCallWeather> systemWeather) {
-  auto a = std::make_shared<std::optional<OneCallWeather>>();
-  auto b = std::make_shared<std::optional<OneCallWeather>>();
+  auto a = std::make_shared<MergeHalf>();
+  auto b = std::make_shared<MergeHalf>();
   std::function<Task<void>(TaskGroup&)> both = [&](TaskGroup& group) -> Task<void> {
     group.spawn(recordOrNothing(std::move(bureau), a, "Bureau of Meteorology"));
     group.spawn(recordOrNothing(std::move(systemWeather), b, "System weather"));
     co_return;
   };
   co_await withTaskGroup(both);
-  if (!*a && !*b) {
-    throw DomainError(kRequestErrorDomain, kRequestErrorCode,
-                      "neither the Bureau of Meteorology nor the system weather service answered");
+  if (!a->record && !b->record) {
+    std::string detail = "neither the Bureau of Meteorology nor the system weather service answered";
+    if (const auto wait = waitForBoth(*a, *b)) {
+      throw ProviderStatusError("Bureau of Meteorology", std::nullopt, wait, std::move(detail));
+    }
+    throw DomainError(kRequestErrorDomain, kRequestErrorCode, std::move(detail));
   }
-  if (!*b) co_return std::move(**a);
-  if (!*a) co_return std::move(**b);
-  co_return mergeBureauWithSystemWeather(std::move(**a), **b);
+  if (!b->record) co_return std::move(*a->record);
+  if (!a->record) co_return std::move(*b->record);
+  co_return mergeBureauWithSystemWeather(std::move(*a->record), *b->record);
 }
 
 }  // namespace ombrine

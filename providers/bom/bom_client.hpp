@@ -49,8 +49,10 @@ class BureauClient {
 };
 
 // Runs both fetches concurrently; a failure of either other than a cancellation counts as
-// nothing (logged). Both nothing: DomainError("Request", 5001). One record: it stands as it
-// is. Both: mergeBureauWithSystemWeather. A cancellation is raised after both ended.
+// nothing (logged with -v). Both nothing: DomainError("Request", 5001), a ProviderStatusError
+// with the longer wait when both services answered with a status and named a wait
+// ("Retry-After"). One record: it stands as it is. Both: mergeBureauWithSystemWeather. A
+// cancellation is raised after both ended.
 Task<OneCallWeather> fetchBureauMerged(Task<OneCallWeather> bureau, Task<OneCallWeather> systemWeather);
 
 }  // namespace ombrine

@@ -17,6 +17,7 @@
 #include "platform/coroutines.hpp"
 #include "platform/errors.hpp"
 #include "platform/log.hpp"
+#include "providers/common/provider_request.hpp"
 #include "providers/foreca/foreca_conversion.hpp"
 #include "providers/foreca/foreca_wire.hpp"
 
@@ -132,26 +133,15 @@ boost::urls::url ForecaClient::requestUrl(ForecaRequest request, const Location&
 namespace {
 
 // The answer body of `url`; raises for a transport failure or a status other than 200.
-Task<std::string> getAnswer(HttpClient& http, boost::urls::url url, std::string_view name) {
+Task<std::string> getAnswer(HttpClient& http, const Clock& clock, boost::urls::url url, std::string_view name) {
   HttpRequest httpRequest;
   httpRequest.url = std::move(url);
   httpRequest.timeout = kRequestTimeout;
-  HttpResponse response;
-  try {
-    response = co_await http.send(httpRequest);
-  } catch (const HttpError& error) {
-    logDetail("Foreca {} request failed: {} ({})", name, error.what(), redactedForecaUrl(httpRequest.url));
-    throw DomainError(kRequestErrorDomain, kRequestErrorCode, error.what());
-  }
-  if (response.status == 429) {
-    logDetail("Foreca {} request hit the API limit (HTTP 429) ({})", name, redactedForecaUrl(httpRequest.url));
-    throw NetworkError(NetworkError::exceededApiLimit);
-  }
-  if (response.status != 200) {
-    logDetail("Foreca {} request failed: HTTP {} ({})", name, response.status, redactedForecaUrl(httpRequest.url));
-    throw DomainError(kRequestErrorDomain, kRequestErrorCode, "HTTP " + std::to_string(response.status));
-  }
-  co_return std::move(response.body);
+  std::string logged = redactedForecaUrl(httpRequest.url);
+  std::string service = "Foreca";
+  std::string requestName(name);
+  co_return co_await fetchProviderAnswer(http, clock, std::move(httpRequest), std::move(service),
+                                         std::move(requestName), std::move(logged));
 }
 
 // What the children of one fetch share. Held by each child, so that it outlives every one of
@@ -164,9 +154,9 @@ struct FetchState {
 // Fetches `url`, decodes the answer with `decode(body, state)` and stores the result in
 // `state->weather.*field`. A decoding failure is logged and raised.
 template <class Field, class Decode>
-Task<void> fetchInto(HttpClient& http, boost::urls::url url, std::string_view name,
+Task<void> fetchInto(HttpClient& http, const Clock& clock, boost::urls::url url, std::string_view name,
                      std::shared_ptr<FetchState> state, Field ForecaWeather::*field, Decode decode) {
-  std::string body = co_await getAnswer(http, std::move(url), name);
+  std::string body = co_await getAnswer(http, clock, std::move(url), name);
   try {
     state->weather.*field = decode(body, *state);
   } catch (const DecodingError& error) {
@@ -177,11 +167,12 @@ Task<void> fetchInto(HttpClient& http, boost::urls::url url, std::string_view na
 
 // The warnings request: the one whose failure is tolerated, since a forecast without warnings
 // beats none. Cancellation still ends it as a cancellation.
-Task<void> fetchWarnings(HttpClient& http, boost::urls::url url, std::shared_ptr<FetchState> state) {
+Task<void> fetchWarnings(HttpClient& http, const Clock& clock, boost::urls::url url,
+                         std::shared_ptr<FetchState> state) {
   auto decode = [](std::string_view body, const FetchState&) { return decodeForecaWarnings(body).warnings; };
   try {
-    co_await fetchInto(http, std::move(url), formOf(ForecaRequest::warnings).name, state, &ForecaWeather::warnings,
-                       decode);
+    co_await fetchInto(http, clock, std::move(url), formOf(ForecaRequest::warnings).name, state,
+                       &ForecaWeather::warnings, decode);
   } catch (...) {
     std::exception_ptr error = std::current_exception();
     rethrowIfCancellation(error);
@@ -209,7 +200,7 @@ Task<OneCallWeather> ForecaClient::fetch(Location location, GeoDetails details, 
   auto url = [&](ForecaRequest request) { return requestUrl(request, location, useSecondaryBase); };
   auto name = [](ForecaRequest request) { return formOf(request).name; };
   auto child = [&](ForecaRequest request, auto field, auto decode) {
-    return fetchInto(http_, url(request), name(request), state, field, decode);
+    return fetchInto(http_, clock_, url(request), name(request), state, field, decode);
   };
   auto decodeCurrent = [](std::string_view body, const FetchState&) { return decodeForecaCurrent(body).current; };
   auto decodeHourly = [](std::string_view body, const FetchState&) { return decodeForecaHourly(body).forecast; };
@@ -231,7 +222,7 @@ Task<OneCallWeather> ForecaClient::fetch(Location location, GeoDetails details, 
   std::function<Task<void>(TaskGroup&)> allRequests = [&](TaskGroup& group) -> Task<void> {
     group.spawn(child(ForecaRequest::daily, &ForecaWeather::daily, decodeDaily));
     group.spawn(child(ForecaRequest::airQuality, &ForecaWeather::airQuality, decodeAirQuality));
-    group.spawn(fetchWarnings(http_, url(ForecaRequest::warnings), state));
+    group.spawn(fetchWarnings(http_, clock_, url(ForecaRequest::warnings), state));
     co_await withTaskGroup(firstStage);
     const ForecaWeather& results = state->weather;
     if (results.hourly.size() < 3) {

@@ -193,16 +193,18 @@ TEST_F(ForecaClientTest, FailuresOfTheRequestsAndTheirErrors) {
     const char* route;
     const char* fault;
     Expect expect;
+    std::optional<RetryDelay> wait = std::nullopt;  // the "Retry-After" the error keeps
   };
   const Row rows[] = {
-      {"foreca.hourly", "status=429", Expect::apiLimit},
+      {"foreca.hourly", "status=429,retry-after=120", Expect::apiLimit, 120s},
       {"foreca.warnings", "status=429", Expect::success},  // warnings never fail the fetch
-      {"foreca.current", "status=503", Expect::request5001},
+      // Its siblings are still running when it fails: the wait survives their cancellation.
+      {"foreca.current", "status=503,retry-after=7", Expect::request5001, 7s},
       {"foreca.daily", "status=404", Expect::request5001},
       {"foreca.daily", "malformed", Expect::decoding},
       {"foreca.current", "error200", Expect::decoding},
       {"foreca.hourly", "truncate", Expect::request5001},
-      {"foreca.airquality", "status=503", Expect::request5001},
+      {"foreca.airquality", "status=503", Expect::request5001, 1s},
       {"foreca.airquality", "malformed", Expect::decoding},
       {"foreca.warnings", "status=500", Expect::success},
       {"foreca.warnings", "malformed", Expect::success},
@@ -221,7 +223,9 @@ TEST_F(ForecaClientTest, FailuresOfTheRequestsAndTheirErrors) {
     } catch (const NetworkError& error) {
       EXPECT_EQ(row.expect, Expect::apiLimit);
       EXPECT_EQ(error.which(), NetworkError::exceededApiLimit);
+      EXPECT_EQ(error.retryAfter(), row.wait);
     } catch (const DomainError& error) {
+      EXPECT_EQ(serverRetryAfter(std::current_exception()), row.wait);
       EXPECT_EQ(row.expect, Expect::request5001) << error.what();
       EXPECT_EQ(error.domain(), "Request");
       EXPECT_EQ(error.code(), 5001);

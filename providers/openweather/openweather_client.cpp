@@ -44,35 +44,39 @@ struct Answers {
   std::vector<AirQuality> airQuality;
 };
 
-Task<std::string> get(HttpClient& http, boost::urls::url url, std::string name) {
+Task<std::string> get(HttpClient& http, const Clock& clock, boost::urls::url url, std::string name) {
   HttpRequest request;
   request.url = std::move(url);
   request.timeout = kRequestTimeout;
   std::string logged = redactedOpenWeatherUrl(request.url);
-  co_return co_await fetchProviderAnswer(http, std::move(request), std::string(kService), std::move(name),
+  std::string service(kService);
+  co_return co_await fetchProviderAnswer(http, clock, std::move(request), std::move(service), std::move(name),
                                          std::move(logged));
 }
 
 template <class Decode>
-Task<void> fetchInto(HttpClient& http, boost::urls::url url, std::string name, std::shared_ptr<Answers> answers,
-                     Decode decode) {
-  std::string body = co_await get(http, std::move(url), name);
+Task<void> fetchInto(HttpClient& http, const Clock& clock, boost::urls::url url, std::string name,
+                     std::shared_ptr<Answers> answers, Decode decode) {
+  std::string body = co_await get(http, clock, std::move(url), name);
   try {
     decode(body, *answers);
   } catch (const DecodingError& error) {
-    logf("OpenWeather {} answer could not be decoded: {}", name, error.what());
+    logDetail("OpenWeather {} answer could not be decoded: {}", name, error.what());
     throw;
   }
 }
 
-Task<void> fetchAirQuality(HttpClient& http, boost::urls::url url, std::shared_ptr<Answers> answers) {
+Task<void> fetchAirQuality(HttpClient& http, const Clock& clock, boost::urls::url url,
+                           std::shared_ptr<Answers> answers) {
   try {
     HttpRequest request;
     request.url = std::move(url);
     request.timeout = kAirQualityTimeout;
     std::string logged = redactedForecaUrl(request.url);
-    std::string body = co_await fetchProviderAnswer(http, std::move(request), "Foreca", "air quality",
-                                                    std::move(logged));
+    std::string service = "Foreca";
+    std::string name = "air quality";
+    std::string body = co_await fetchProviderAnswer(http, clock, std::move(request), std::move(service),
+                                                    std::move(name), std::move(logged));
     answers->airQuality = decodeForecaAirQuality(body).forecast;
   } catch (...) {
     std::exception_ptr error = std::current_exception();
@@ -80,7 +84,7 @@ Task<void> fetchAirQuality(HttpClient& http, boost::urls::url url, std::shared_p
     try {
       std::rethrow_exception(error);
     } catch (const std::exception& e) {
-      logf("OpenWeather record is left without air quality: {}", e.what());
+      logDetail("OpenWeather record is left without air quality: {}", e.what());
     }
     answers->airQuality.clear();
   }
@@ -138,18 +142,18 @@ Task<OneCallWeather> OpenWeatherClient::fetch(Location location, TimeZone timeZo
     airQualityUrl = foreca.requestUrl(ForecaRequest::airQuality, location, false);
   }
   std::function<Task<void>(TaskGroup&)> requests = [&](TaskGroup& group) -> Task<void> {
-    group.spawn(fetchInto(http_, requestUrl(OpenWeatherRequest::current, location),
+    group.spawn(fetchInto(http_, clock_, requestUrl(OpenWeatherRequest::current, location),
                           std::string(nameOf(OpenWeatherRequest::current)), answers, decodeCurrent));
-    group.spawn(fetchInto(http_, requestUrl(OpenWeatherRequest::forecast, location),
+    group.spawn(fetchInto(http_, clock_, requestUrl(OpenWeatherRequest::forecast, location),
                           std::string(nameOf(OpenWeatherRequest::forecast)), answers, decodeForecast));
-    group.spawn(fetchInto(http_, requestUrl(OpenWeatherRequest::daily, location),
+    group.spawn(fetchInto(http_, clock_, requestUrl(OpenWeatherRequest::daily, location),
                           std::string(nameOf(OpenWeatherRequest::daily)), answers, decodeDaily));
-    if (airQualityUrl) group.spawn(fetchAirQuality(http_, *airQualityUrl, answers));
+    if (airQualityUrl) group.spawn(fetchAirQuality(http_, clock_, *airQualityUrl, answers));
     co_return;
   };
   co_await withTaskGroup(requests);
   if (answers->forecast.list.empty()) {
-    logf("OpenWeather answer too short: no forecast rows");
+    logDetail("OpenWeather answer too short: no forecast rows");
     throw NetworkError(NetworkError::invalidResponse);
   }
   OpenWeatherConversionContext context{location, timeZone, Date::fromSystem(clock_.now())};

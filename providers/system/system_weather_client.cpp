@@ -33,15 +33,16 @@ struct Answers {
   std::optional<std::vector<WeatherKitAlert>> alerts;
 };
 
-Task<void> fetchInto(HttpClient& http, boost::urls::url url, std::string token, std::string name,
+Task<void> fetchInto(HttpClient& http, const Clock& clock, boost::urls::url url, std::string token, std::string name,
                      std::shared_ptr<Answers> answers, bool alerts) {
   HttpRequest request;
   request.url = std::move(url);
   request.timeout = kRequestTimeout;
   request.headers.push_back({"Authorization", "Bearer " + token});
   std::string logged(request.url.buffer());
+  std::string service(kService);
   std::string body =
-      co_await fetchProviderAnswer(http, std::move(request), std::string(kService), name, std::move(logged));
+      co_await fetchProviderAnswer(http, clock, std::move(request), std::move(service), name, std::move(logged));
   try {
     AppleWeather decoded = decodeWeatherKitAnswer(body);
     if (alerts) {
@@ -105,11 +106,11 @@ Task<OneCallWeather> SystemWeatherClient::fetch(Location location, Region region
   auto answers = std::make_shared<Answers>();
   const bool withAlerts = region != Region::unknown();
   std::function<Task<void>(TaskGroup&)> requests = [&](TaskGroup& group) -> Task<void> {
-    group.spawn(fetchInto(http_, requestUrl(false, location, region, timeZone, now), token, "weather", answers,
-                          false));
+    group.spawn(
+        fetchInto(http_, clock_, requestUrl(false, location, region, timeZone, now), token, "weather", answers, false));
     if (withAlerts) {
-      group.spawn(fetchInto(http_, requestUrl(true, location, region, timeZone, now), token, "alerts", answers,
-                            true));
+      group.spawn(
+          fetchInto(http_, clock_, requestUrl(true, location, region, timeZone, now), token, "alerts", answers, true));
     }
     co_return;
   };
