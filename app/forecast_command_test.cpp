@@ -14,11 +14,17 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fmt/format.h>
+#include <unicode/locid.h>
+
 #include <fstream>
+#include <optional>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
 
+#include "app/message_catalog.hpp"
 #include "app/terminal_text.hpp"
 #include "core/one_call_weather_json.hpp"
 #include "core/value_json.hpp"
@@ -194,23 +200,85 @@ TEST(ForecastCommandTest, ExitCodesAndScreen) {
   }
 }
 
-// Terminal cells (CJK counts two) and the screen's words in the reader's language.
-TEST(ForecastCommandTest, HumanScreenFitsEightyColumnsInEveryLocaleWithItsWords) {
-  const struct {
-    const char* locale;
-    const char* now;
-  } rows[] = {{"en_US.UTF-8", "Now "}, {"de_DE.UTF-8", "Jetzt "}, {"fi_FI.UTF-8", "Now "},
-              {"ja_JP.UTF-8", "現在 "}, {"fr_CA.UTF-8", "Maintenant "}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.locale);
-    const ProgramRun run = runOmbrine("--services sim forecast Helsinki", std::string("LC_ALL=") + row.locale);
-    ASSERT_EQ(run.exitCode, 0);
-    EXPECT_NE(run.out.find(std::string("\n") + row.now), std::string::npos) << run.out;
+// Every human screen in the reader's language and digits: its heading translated, no Latin
+// digit in an Arabic or Persian locale outside identifiers (URLs, paths, station and storm ids),
+// and its table's columns lined up within 80 terminal cells (CJK counts two).
+enum class Columns {
+  none,      // not a table (or one checked by its own renderer's test)
+  firstGap,  // the second cell starts where the first run of two spaces ends (rows without one are not measured)
+  sameWidth  // right-aligned cells: every row as wide as the header
+};
+struct Screen {
+  const char* arguments;
+  const char* heading;     // an English word of the screen, shown translated
+  const char* tableStart;  // the line the table starts at (translated), or "" for the first
+  const char* rowPrefix;   // how the table's rows start
+  Columns columns;
+  const char* identifiers;  // what may hold Latin digits whatever the locale
+  bool wide = false;        // rows ending in links, paths or hints may run past 80 columns
+};
+const Screen kScreens[] = {
+    {"--services sim forecast Helsinki", "Next hours", "", "", Columns::none, R"(\w+://\S+)"},
+    {"sun --at 48.137,11.575 --date 2026-06-21", "Sunrise", "", "  ", Columns::firstGap, "$^"},
+    {"--services sim history Munich", "Month", "Month", "", Columns::sameWidth, "$^"},
+    {"--services sim tides --at 38.78,-75.12", "Tides for {}", "", "", Columns::none,
+     R"(\((noaa|chs):[^)]*\)|\w+://\S+)", true},
+    {"sources", "Configured", "", "", Columns::firstGap, "$^", true},
+    {"--services sim storms", "mb", "", "", Columns::none, R"(\b[A-Za-z]{2}\d{4,6}\b|\b[A-Z]{2}\d\b)", true},
+    {"places at 48.137,11.575", "time zone", "", "  ", Columns::firstGap, "$^"},
+    {"cache show", "Nothing cached.", "", "", Columns::none, R"((^|[\s(])/[^\s)]*)", true},
+};
+
+void PrintTo(const Screen& screen, std::ostream* out) { *out << screen.arguments; }
+
+// One test per screen, each run in every locale.
+class ScreenInEveryLocaleTest : public ::testing::TestWithParam<Screen> {};
+
+INSTANTIATE_TEST_SUITE_P(Screens, ScreenInEveryLocaleTest, ::testing::ValuesIn(kScreens));
+
+TEST_P(ScreenInEveryLocaleTest, SpeaksTheReadersLanguageInOneSetOfDigitsAndKeepsItsColumns) {
+  const Screen& screen = GetParam();
+  const char* locales[] = {"en_US", "de_DE", "fr_FR", "es_ES", "it_IT", "ja_JP", "ar_EG", "fa_IR"};
+  for (const char* locale : locales) {
+    SCOPED_TRACE(std::string(locale) + ": " + screen.arguments);
+    const ProgramRun run = runOmbrine(screen.arguments, std::string("LC_ALL=") + locale + ".UTF-8");
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const app::MessageCatalog& words = app::screenMessages(icu::Locale(locale));
+    const std::string heading = fmt::format(fmt::runtime(words(screen.heading)), "");
+    EXPECT_NE(run.out.find(heading), std::string::npos) << heading << "\n" << run.out;
+    const std::string language = icu::Locale(locale).getLanguage();
+    if (language != "en" && language != "ar" && language != "fa") {
+      EXPECT_NE(std::string(words(screen.heading)), screen.heading) << "no translation";
+    }
+    if (language == "ar" || language == "fa") {
+      const std::string numbers = std::regex_replace(run.out, std::regex(screen.identifiers), "");
+      EXPECT_FALSE(std::regex_search(numbers, std::regex("[0-9]"))) << run.out;
+    }
     std::istringstream lines(run.out);
     std::string line;
+    bool inTable = *screen.tableStart == 0;
+    std::optional<std::size_t> anchor;
     while (std::getline(lines, line)) {
-      EXPECT_LE(app::displayWidth(line), 80u) << line;
-      EXPECT_EQ(line.find('\x1b'), std::string::npos) << "colour despite NO_COLOR";
+      if (!screen.wide) EXPECT_LE(app::displayWidth(line), 80u) << line;
+      if (!inTable) {
+        inTable = line.starts_with(std::string(words(screen.tableStart)));
+        if (!inTable) continue;
+      } else if (line.empty() && anchor) {
+        break;  // one table per screen
+      }
+      if (!line.starts_with(screen.rowPrefix)) continue;
+      std::size_t at = 0;
+      if (screen.columns == Columns::firstGap) {
+        const std::size_t gap = line.find("  ", line.find_first_not_of(' '));
+        if (gap == std::string::npos || line.find_first_not_of(' ', gap) == std::string::npos) continue;
+        at = app::displayWidth(line.substr(0, line.find_first_not_of(' ', gap)));
+      } else if (screen.columns == Columns::sameWidth) {
+        at = app::displayWidth(line);
+      } else {
+        continue;
+      }
+      if (!anchor) anchor = at;
+      EXPECT_EQ(at, *anchor) << line;
     }
   }
 }
