@@ -189,8 +189,11 @@ void printReadable(const LoadedTripForecast& loaded, Date now) {
     lastForecastDay = loaded.entry->cachedWeather.weather.daily.back().dt;
   }
   std::cout << "\n";
-  // Every rain chance as wide as the widest, so the conditions start in one column.
+  // Every rain chance as wide as the widest, so the conditions start in one column; the
+  // condition gives up what a longer word for "rain" takes (9 columns in English).
   const std::size_t percentWidth = displayWidth(words.percent(1.0));
+  const std::size_t rainWidth = displayWidth(words.format("{} rain", words.percent(1.0)));
+  const std::size_t conditionWidth = rainWidth > 9 ? std::max<std::size_t>(12, 24 - (rainWidth - 9)) : 24;
   for (const DayLine& line : tripDays(loaded)) {
     std::string text;
     if (line.weather) {
@@ -200,8 +203,8 @@ void printReadable(const LoadedTripForecast& loaded, Date now) {
       text = fmt::format("{} / {}  {}  {}  {}",
                          padLeft(formattedTemperature(row.temp.min, TemperatureWidth::narrow, locale), 5),
                          padRight(formattedTemperature(row.temp.max, TemperatureWidth::narrow, locale), 5),
-                         words.format("{} rain", padLeft(words.percent(row.pop), percentWidth)),
-                         padRight(cutToWidth(condition, 24), 24), place);
+                         padRight(words.format("{} rain", padLeft(words.percent(row.pop), percentWidth)), rainWidth),
+                         padRight(cutToWidth(condition, conditionWidth), conditionWidth), place);
     } else if (line.noon < now - 86400.0) {
       text = words("no forecast kept for this past day");
     } else if (lastForecastDay && line.noon > *lastForecastDay) {

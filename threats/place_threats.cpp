@@ -145,8 +145,8 @@ void addWeather(const ThreatInputs& inputs, std::vector<Threat>& out) {
     if (alert.end && *alert.end <= inputs.now) continue;
     const bool started = alert.start <= inputs.now;
     out.push_back({"warning", alert.event,
-                   started ? words.format("issued by {}", alert.senderName)
-                           : words.format("issued by {}, starts in {}", alert.senderName,
+                   started ? words.format("by {}", alert.senderName)
+                           : words.format("by {}, starts in {}", alert.senderName,
                                           ageText(alert.start - inputs.now, words)),
                    std::nullopt, std::nullopt, age});
   }
