@@ -10,6 +10,7 @@
 #include "app/failure_text.hpp"
 #include "app/daemon_command.hpp"
 #include "app/global_options.hpp"
+#include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
 #include "persistence/favorite_store.hpp"
 #include "core/errors.hpp"
@@ -129,24 +130,33 @@ int runAlerts(const AlertsOptions& options) {
     std::cout << serializeJson(root) << "\n";
     return 0;
   }
-  std::cout << "Weather alerts for " << place.name << "\n";
-  if (live.empty()) std::cout << "  none in force\n";
+  const ScreenText text(currentLocale());
+  std::cout << text.format("Weather alerts for {}", place.name) << "\n";
+  if (live.empty()) std::cout << "  " << text("none in force") << "\n";
   for (const auto& alert : live) {
     const AlertStatus status = statusOf(alert, state, pending, delivered);
     const auto content = weatherAlertNotificationContent({alert}, zone, currentLocale());
     std::cout << "\n" << content.title << ": " << alert.event << " (" << alert.senderName << ")\n";
-    std::cout << "  from " << formatWeatherAlertDate(alert.start, zone, currentLocale());
-    if (alert.end) std::cout << " to " << formatWeatherAlertDate(*alert.end, zone, currentLocale());
-    std::cout << "\n";
+    const std::string start = formatWeatherAlertDate(alert.start, zone, currentLocale());
+    std::cout << "  "
+              << (alert.end ? text.format("from {} to {}", start, formatWeatherAlertDate(*alert.end, zone, currentLocale()))
+                            : text.format("from {}", start))
+              << "\n";
     if (status.state == "notified" && status.request) {
       const std::string& to = status.request->deliveredTo;
-      const std::string where = to == "desktop" ? ", shown on the desktop" : to == "spool" ? ", delivered to the spool" : "";
-      std::cout << "  notified " << (to.empty() ? "(pending) " : "") << when(status.request->triggerDate, zone) << " as "
-                << *status.identifier << where << "\n";
+      const std::string_view where = to == "desktop" ? text(", shown on the desktop")
+                                     : to == "spool" ? text(", delivered to the spool")
+                                                     : std::string_view();
+      const std::string_view message = to.empty() ? "notified (pending) {} as {}" : "notified {} as {}";
+      std::cout << "  " << text.format(message, when(status.request->triggerDate, zone), *status.identifier) << where
+                << "\n";
     } else if (status.state == "notified") {
-      std::cout << "  notified" << (status.identifier ? " as " + *status.identifier : " (before this version)") << "\n";
+      std::cout << "  "
+                << (status.identifier ? text.format("notified as {}", *status.identifier)
+                                      : std::string(text("notified (before this version)")))
+                << "\n";
     } else {
-      std::cout << "  " << status.state << "\n";
+      std::cout << "  " << text(status.state) << "\n";
     }
   }
   return 0;

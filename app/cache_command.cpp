@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <initializer_list>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -16,7 +17,10 @@
 #include "app/command_report.hpp"
 #include "app/commands.hpp"
 #include "app/failure_text.hpp"
+#include "app/screen_text.hpp"
+#include "app/terminal_text.hpp"
 #include "core/iso8601.hpp"
+#include "core/unit_rules.hpp"
 #include "core/value_json.hpp"
 #include "core/weather_derived.hpp"
 #include "persistence/coordinated_file.hpp"
@@ -51,13 +55,25 @@ std::vector<fs::path> coordinateFiles(const fs::path& folder) {
   return files;
 }
 
-std::string plural(std::size_t count, std::string_view one, std::string_view many) {
-  return fmt::format("{} {}", count, count == 1 ? one : many);
-}
+// "Label:    value", the values of one block in one column however long the labels are in the
+// reader's language.
+class LabelColumn {
+ public:
+  LabelColumn(const ScreenWords& text, std::initializer_list<std::string_view> labels) : text_(text) {
+    for (const std::string_view label : labels) width_ = std::max(width_, displayWidth(text(label)) + 1);
+  }
+  std::string operator()(std::string_view label, std::string_view value) const {
+    return padRight(text_(label), width_) + std::string(value) + "\n";
+  }
+
+ private:
+  const ScreenWords& text_;
+  std::size_t width_ = 0;
+};
 
 std::string_view sourceName(WeatherDataSource source) {
   switch (source) {
-    case WeatherDataSource::dynamic: return "unknown";
+    case WeatherDataSource::dynamic: return "unknown";  // translated like every screen word
     case WeatherDataSource::apple: return "system weather";
     case WeatherDataSource::foreca: return "Foreca";
     case WeatherDataSource::ow: return "OpenWeather";
@@ -119,47 +135,54 @@ boost::json::value showJson() {
   return object;
 }
 
-void showLatest() {
+void showLatest(const ScreenWords& text) {
   std::string problem;
   const auto cached = readLatest(problem);
   const auto modified = fileModificationDate(latestWeatherFile());
-  std::cout << fmt::format("File:      {}\n", latestWeatherFile().string());
+  const LabelColumn row(text, {"File:", "Written:", "Place:", "Observed:", "Source:", "Forecast:"});
+  std::cout << row("File:", latestWeatherFile().string());
   if (!modified) {
-    std::cout << "Nothing cached.\n";
+    std::cout << text("Nothing cached.") << "\n";
     return;
   }
-  std::cout << fmt::format("Written:   {}\n", iso8601String(*modified));
+  std::cout << row("Written:", text.utcTime(*modified));
   if (!cached) {
     // Only a file can be replaced; a folder there blocks every write until it is removed.
     const bool replaceable = !std::filesystem::is_directory(latestWeatherFile());
-    std::cout << fmt::format("Unreadable ({}); {}.\n", problem,
-                             replaceable ? "the next forecast replaces it"
-                                         : "nothing can be cached until it is removed");
+    std::cout << text.format(replaceable ? "Unreadable ({}); the next forecast replaces it."
+                                         : "Unreadable ({}); nothing can be cached until it is removed.",
+                             problem)
+              << "\n";
     return;
   }
-  std::cout << fmt::format("Place:     {} ({:.4f}, {:.4f}){}\n", cached->name, cached->location.latitude(),
-                           cached->location.longitude(), cached->region ? ", " + cached->region->identifier : "");
-  std::cout << fmt::format("Observed:  {}\n", iso8601String(cached->weather.current.dt));
-  std::cout << fmt::format("Source:    {}\n", sourceName(weatherDataSource(cached->weather)));
-  std::cout << fmt::format("Forecast:  {} hours, {} days\n", cached->weather.hourly.size(), cached->weather.daily.size());
+  std::cout << row("Place:", fmt::format("{} ({}){}", cached->name,
+                                         text.coordinate(cached->location.latitude(), cached->location.longitude(), 4),
+                                         cached->region ? ", " + cached->region->identifier : ""));
+  std::cout << row("Observed:", text.utcTime(cached->weather.current.dt));
+  std::cout << row("Source:", text(sourceName(weatherDataSource(cached->weather))));
+  std::cout << row("Forecast:", text.format("{}, {}", text.counted(static_cast<double>(cached->weather.hourly.size()), "{} hour", "{} hours"),
+                                            text.counted(static_cast<double>(cached->weather.daily.size()), "{} day", "{} days")));
 }
 
-void showFavorites() {
+void showFavorites(const ScreenWords& text) {
   std::string problem;
   const auto favorites = readFavorites(problem);
-  std::cout << fmt::format("\nSaved places: {}\n", favoritesFile().string());
+  std::cout << "\n" << text.format("Saved places: {}", favoritesFile().string()) << "\n";
   if (!problem.empty()) {
-    std::cout << fmt::format("Unreadable ({}); the next change replaces it.\n", problem);
+    std::cout << text.format("Unreadable ({}); the next change replaces it.", problem) << "\n";
     return;
   }
   if (!favorites || favorites->empty()) {
-    std::cout << "Nothing cached.\n";
+    std::cout << text("Nothing cached.") << "\n";
     return;
   }
   for (const auto& [id, cached] : *favorites) {
-    std::cout << fmt::format("  {}  {} ({:.4f}, {:.4f}), observed {}, {}\n", id.text(), cached.name,
-                             cached.location.latitude(), cached.location.longitude(),
-                             iso8601String(cached.weather.current.dt), sourceName(weatherDataSource(cached.weather)));
+    std::cout << "  " << id.text() << "  "
+              << text.format("{} ({}), observed {}, {}", cached.name,
+                             text.coordinate(cached.location.latitude(), cached.location.longitude(), 4),
+                             text.utcTime(cached.weather.current.dt),
+                             text(sourceName(weatherDataSource(cached.weather))))
+              << "\n";
   }
 }
 
@@ -168,14 +191,17 @@ int show(bool json) {
     std::cout << serializeJson(showJson()) << "\n";
     return 0;
   }
-  showLatest();
-  showFavorites();
+  const ScreenText text(currentLocale());
+  showLatest(text);
+  showFavorites(text);
   const fs::path geocode = GeocodeCache::defaultDirectory();
   const fs::path history = HistoricalWeatherCache::defaultDirectory();
-  std::cout << fmt::format("\nPlace names:  {} ({})\n", plural(coordinateFiles(geocode).size(), "place", "places"),
-                           geocode.string());
-  std::cout << fmt::format("History:      {} ({})\n", plural(coordinateFiles(history).size(), "record", "records"),
-                           history.string());
+  const LabelColumn row(text, {"Place names:", "History:"});
+  std::cout << "\n"
+            << row("Place names:", fmt::format("{} ({})", text.counted(static_cast<double>(coordinateFiles(geocode).size()), "{} place", "{} places"),
+                                               geocode.string()));
+  std::cout << row("History:", fmt::format("{} ({})", text.counted(static_cast<double>(coordinateFiles(history).size()), "{} record", "{} records"),
+                                           history.string()));
   return 0;
 }
 
@@ -194,9 +220,11 @@ int path(bool json) {
     std::cout << serializeJson(object) << "\n";
     return 0;
   }
-  std::cout << fmt::format(
-      "Shared caches:  {}\nLatest weather: {}\nSaved places:   {}\nGeocode cache:  {}\nHistory cache:  {}\n",
-      caches.string(), latestWeatherFile().string(), favoritesFile().string(), geocode.string(), history.string());
+  const ScreenText text(currentLocale());
+  const LabelColumn row(text, {"Shared caches:", "Latest weather:", "Saved places:", "Geocode cache:", "History cache:"});
+  std::cout << row("Shared caches:", caches.string()) << row("Latest weather:", latestWeatherFile().string())
+            << row("Saved places:", favoritesFile().string()) << row("Geocode cache:", geocode.string())
+            << row("History cache:", history.string());
   return 0;
 }
 
@@ -230,7 +258,8 @@ int clear(bool json) {
     object["removed"] = std::move(paths);
     std::cout << serializeJson(object) << "\n";
   } else {
-    std::cout << fmt::format("Removed {} file{}.\n", removed.size(), removed.size() == 1 ? "" : "s");
+    const ScreenText text(currentLocale());
+    std::cout << text.counted(static_cast<double>(removed.size()), "Removed {} file.", "Removed {} files.") << "\n";
   }
   return 0;
 }

@@ -8,9 +8,11 @@
 
 #include "app/commands.hpp"
 #include "app/global_options.hpp"
+#include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
 #include "core/errors.hpp"
 #include "core/geocoder.hpp"
+#include "core/unit_rules.hpp"
 #include "fires/fire_map_loader.hpp"
 #include "fires/fire_report.hpp"
 #include "platform/log.hpp"
@@ -75,26 +77,32 @@ int list(const FiresOptions& options) {
   bool anyAnswered = false;
   for (const auto& service : load.services) {
     if (service.isComplete || service.hasCompleteSnapshot) anyAnswered = true;
-    if (!service.isComplete) logf("ombrine fires: {}: {}", service.service, fireServiceStateText(service, now));
+    if (!service.isComplete) {
+      logf("ombrine fires: {}: {}", service.service, fireServiceStateText(service, now, ScreenWords(icu::Locale("en_US"))));
+    }
   }
   if (options.geojson) {
     std::cout << fireListGeoJson(nearby) << "\n";
   } else if (options.json) {
     std::cout << fireListJson(nearby, load, *centre, options.radius, now) << "\n";
   } else {
+    const ScreenText text(currentLocale());
+    const std::string radius = text.number(options.radius, {.fractionDigits = 1, .trailingZeros = false});
+    // A coordinate names the place in the reader's digits.
+    const std::string shownPlace = options.place.empty() ? text.coordinate(centre->latitude, centre->longitude, 2) : placeName;
     if (nearby.incidents.empty() && nearby.perimeters.empty()) {
-      std::cout << "No fires within " << options.radius << " km of " << placeName << ".\n";
+      std::cout << text.format("No fires within {} km of {}.", radius, shownPlace) << "\n";
     } else {
-      std::cout << "Fires within " << options.radius << " km of " << placeName << ", nearest first\n";
-      for (const auto& entry : nearby.incidents) std::cout << "  " << fireIncidentLine(entry) << "\n";
+      std::cout << text.format("Fires within {} km of {}, nearest first", radius, shownPlace) << "\n";
+      for (const auto& entry : nearby.incidents) std::cout << "  " << fireIncidentLine(entry, text) << "\n";
       if (!nearby.perimeters.empty()) {
-        std::cout << "\nPerimeters\n";
-        for (const auto& entry : nearby.perimeters) std::cout << "  " << firePerimeterLine(entry) << "\n";
+        std::cout << "\n" << text("Perimeters") << "\n";
+        for (const auto& entry : nearby.perimeters) std::cout << "  " << firePerimeterLine(entry, text) << "\n";
       }
     }
-    std::cout << "\nSources\n";
+    std::cout << "\n" << text("Sources") << "\n";
     for (const auto& service : load.services) {
-      std::cout << "  " << service.service << ": " << fireServiceStateText(service, now) << "\n";
+      std::cout << "  " << service.service << ": " << fireServiceStateText(service, now, text) << "\n";
     }
   }
   return anyAnswered ? 0 : 1;

@@ -15,11 +15,18 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+#include <unicode/locid.h>
+
 #include <fstream>
+#include <optional>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
 
+#include "app/message_catalog.hpp"
 #include "app/terminal_text.hpp"
 #include "core/one_call_weather_json.hpp"
 #include "core/value_json.hpp"
@@ -244,23 +251,115 @@ TEST(ForecastCommandTest, ExitCodesAndScreen) {
   }
 }
 
-// Terminal cells (CJK counts two) and the screen's words in the reader's language.
-TEST(ForecastCommandTest, HumanScreenFitsEightyColumnsInEveryLocaleWithItsWords) {
-  const struct {
-    const char* locale;
-    const char* now;
-  } rows[] = {{"en_US.UTF-8", "Now "}, {"de_DE.UTF-8", "Jetzt "}, {"fi_FI.UTF-8", "Now "},
-              {"ja_JP.UTF-8", "現在 "}, {"fr_CA.UTF-8", "Maintenant "}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.locale);
-    const ProgramRun run = runOmbrine("--services sim forecast Helsinki", std::string("LC_ALL=") + row.locale);
-    ASSERT_EQ(run.exitCode, 0);
-    EXPECT_NE(run.out.find(std::string("\n") + row.now), std::string::npos) << run.out;
+// Every human screen in the reader's language and digits: its heading translated, no Latin
+// digit in an Arabic or Persian locale outside identifiers (URLs, paths, station and storm ids),
+// and its table's columns lined up within 80 terminal cells (CJK counts two).
+enum class Columns {
+  none,      // not a table (or one checked by its own renderer's test)
+  firstGap,  // the second cell starts where the first run of two spaces ends (rows without one are not measured)
+  sameWidth  // right-aligned cells: every row as wide as the header
+};
+// What must fit 80 columns: prose, links and paths may run longer.
+enum class Fit { everyLine, rows, nothing };
+struct Screen {
+  const char* arguments;
+  const char* setup;        // commands run first in the screen's sandbox, ';' apart, {} the day after tomorrow
+  const char* environment;
+  const char* heading;     // an English word of the screen, shown translated
+  const char* tableStart;  // the line the table starts at (translated), or "" for the first
+  const char* rowPrefix;   // how the table's rows start
+  Columns columns;
+  const char* identifiers;  // what may hold Latin digits whatever the locale
+  Fit fit = Fit::everyLine;
+};
+const Screen kScreens[] = {
+    {"--services sim forecast Helsinki", "", "", "Next hours", "", "", Columns::none, R"(\w+://\S+)"},
+    {"sun --at 48.137,11.575 --date 2026-06-21", "", "", "Sunrise", "", "  ", Columns::firstGap, "$^"},
+    {"--services sim history Munich", "", "", "Month", "Month", "", Columns::sameWidth, "$^"},
+    {"--services sim tides --at 38.78,-75.12", "", "", "Tides for {}", "", "", Columns::none,
+     R"(\((noaa|chs):[^)]*\)|\w+://\S+)", Fit::nothing},
+    {"sources", "", "", "Configured", "", "", Columns::firstGap, "$^", Fit::nothing},
+    {"--services sim storms", "", "", "mb", "", "", Columns::none, R"(\b[A-Za-z]{2}\d{4,6}\b|\b[A-Z]{2}\d\b)",
+     Fit::nothing},
+    {"--services sim fires --at 39.5,-121.5 --radius 300", "", "", "Perimeters", "", "", Columns::none, R"(\w+://\S+)",
+     Fit::nothing},
+    {"--services sim threats Miami", "", "", "Threats to {} within {} km", "", "", Columns::none, "$^", Fit::nothing},
+    {"--services sim alerts Miami", "", "OMBRINE_SIM_ALERT_PLACES=25.77,-80.19,1", "Weather alerts for {}", "", "",
+     Columns::none, "$^"},
+    {"places search Munich", "", "", "pop. {}", "", "", Columns::none, "$^"},
+    {"places at 48.137,11.575", "", "", "time zone", "", "  ", Columns::firstGap, "$^"},
+    {"--services sim trips forecast", "places home --at 52.52,13.405;trips add Lisbon --from {} --to {}", "",
+     "Source: {}", "", "  ", Columns::none, "$^", Fit::rows},
+    {"--services sim trips hourly --hours 72", "places home --at 52.52,13.405;trips add Lisbon --from {} --to {}", "",
+     "arrive in {}", "", "", Columns::none, "$^", Fit::nothing},
+    {"cache show", "", "", "Nothing cached.", "", "", Columns::none, R"((^|[\s(])/[^\s)]*)", Fit::nothing},
+};
+
+void PrintTo(const Screen& screen, std::ostream* out) { *out << screen.arguments; }
+
+// One test per screen, each run in every locale.
+class ScreenInEveryLocaleTest : public ::testing::TestWithParam<Screen> {};
+
+INSTANTIATE_TEST_SUITE_P(Screens, ScreenInEveryLocaleTest, ::testing::ValuesIn(kScreens));
+
+TEST_P(ScreenInEveryLocaleTest, SpeaksTheReadersLanguageInOneSetOfDigitsAndKeepsItsColumns) {
+  const Screen& screen = GetParam();
+  const ProgramSandbox sandbox("ombrine-screens-test");
+  const std::string dayAfterTomorrow = fmt::format("{:%Y-%m-%d}", std::chrono::system_clock::now() + std::chrono::days(2));
+  const std::string setup = fmt::format(fmt::runtime(screen.setup), dayAfterTomorrow, dayAfterTomorrow);
+  for (std::size_t at = 0; at < setup.size();) {
+    const std::size_t end = std::min(setup.find(';', at), setup.size());
+    ASSERT_EQ(sandbox.run(OMBRINE_PROGRAM, setup.substr(at, end - at)).exitCode, 0) << setup.substr(at, end - at);
+    at = end + 1;
+  }
+  const char* locales[] = {"en_US", "de_DE", "fr_FR", "es_ES", "it_IT", "ja_JP", "ar_EG", "fa_IR"};
+  for (const char* locale : locales) {
+    SCOPED_TRACE(std::string(locale) + ": " + screen.arguments);
+    const ProgramRun run = sandbox.run(OMBRINE_PROGRAM, screen.arguments,
+                                       std::string(screen.environment) + " LC_ALL=" + locale + ".UTF-8");
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const app::MessageCatalog& words = app::screenMessages(icu::Locale(locale));
+    // The heading's words around its values: "Tides for ", "の潮汐".
+    const std::string heading(words(screen.heading));
+    for (std::size_t at = 0; at < heading.size();) {
+      const std::size_t value = std::min(heading.find('{', at), heading.size());
+      if (value > at) EXPECT_NE(run.out.find(heading.substr(at, value - at)), std::string::npos) << heading << "\n" << run.out;
+      at = value == heading.size() ? value : heading.find('}', value) + 1;
+    }
+    const std::string language = icu::Locale(locale).getLanguage();
+    if (language != "en" && language != "ar" && language != "fa") {
+      EXPECT_NE(std::string(words(screen.heading)), screen.heading) << "no translation";
+    }
+    if (language == "ar" || language == "fa") {
+      const std::string numbers = std::regex_replace(run.out, std::regex(screen.identifiers), "");
+      EXPECT_FALSE(std::regex_search(numbers, std::regex("[0-9]"))) << run.out;
+    }
     std::istringstream lines(run.out);
     std::string line;
+    bool inTable = *screen.tableStart == 0;
+    std::optional<std::size_t> anchor;
     while (std::getline(lines, line)) {
-      EXPECT_LE(app::displayWidth(line), 80u) << line;
-      EXPECT_EQ(line.find('\x1b'), std::string::npos) << "colour despite NO_COLOR";
+      if (screen.fit == Fit::everyLine) EXPECT_LE(app::displayWidth(line), 80u) << line;
+      if (!inTable) {
+        inTable = line.starts_with(std::string(words(screen.tableStart)));
+        if (!inTable) continue;
+      } else if (line.empty() && anchor) {
+        break;  // one table per screen
+      }
+      if (!line.starts_with(screen.rowPrefix)) continue;
+      if (screen.fit == Fit::rows) EXPECT_LE(app::displayWidth(line), 80u) << line;
+      std::size_t at = 0;
+      if (screen.columns == Columns::firstGap) {
+        const std::size_t gap = line.find("  ", line.find_first_not_of(' '));
+        if (gap == std::string::npos || line.find_first_not_of(' ', gap) == std::string::npos) continue;
+        at = app::displayWidth(line.substr(0, line.find_first_not_of(' ', gap)));
+      } else if (screen.columns == Columns::sameWidth) {
+        at = app::displayWidth(line);
+      } else {
+        continue;
+      }
+      if (!anchor) anchor = at;
+      EXPECT_EQ(at, *anchor) << line;
     }
   }
 }

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <memory>
 
+#include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
 #include "core/air_quality.hpp"
 #include "core/compass.hpp"
@@ -80,22 +81,9 @@ class LocalDates {
 // count two columns).
 std::string pad(std::string_view text, size_t width) { return padRight(cutToWidth(text, width - 1), width); }
 
-// `message` translated, its {} filled with `values`; the English text when a translation's
-// placeholders do not fit.
-template <class... Values>
-std::string translated(const MessageCatalog& tr, std::string_view message, const Values&... values) {
-  try {
-    return fmt::format(fmt::runtime(tr(message)), values...);
-  } catch (const fmt::format_error&) {
-    return fmt::format(fmt::runtime(message), values...);
-  }
-}
-
 std::string condition(const std::vector<OneCallWeather::Glyph>& glyphs) {
   return glyphs.empty() ? std::string() : glyphs.front().description;
 }
-
-std::string percent(double fraction) { return fmt::format("{:.0f}%", std::round(fraction * 100.0)); }
 
 std::string_view severityWord(std::optional<WeatherSeverity> severity) {
   return severity ? weatherSeverityName(*severity) : "unknown";
@@ -110,7 +98,7 @@ std::string renderForecast(const ForecastScreen& screen) {
   const Style style{screen.colour};
   auto temperature = [&](Temperature t) { return values.temperature(t, TemperatureWidth::narrow); };
   const MessageCatalog english;
-  const MessageCatalog& tr = screen.messages ? *screen.messages : english;
+  const ScreenText tr(screen.locale, screen.messages ? *screen.messages : english);
   auto sunLine = [&](Date sunrise, Date sunset) {
     return fmt::format("  {} {}  {} {}\n", tr("Sunrise"), dates.time(sunrise), tr("Sunset"), dates.time(sunset));
   };
@@ -119,7 +107,7 @@ std::string renderForecast(const ForecastScreen& screen) {
   // Place and provenance.
   out += style.bold(fmt::format("{}{}", screen.placeName,
                                 screen.regionCode.empty() ? "" : ", " + screen.regionCode));
-  out += style.dim(fmt::format("  {:.3f}, {:.3f}  {}", weather.lat, weather.lon, weather.timeZone.identifier()));
+  out += style.dim(fmt::format("  {}  {}", tr.coordinate(weather.lat, weather.lon, 3), weather.timeZone.identifier()));
   out += "\n";
   std::string attribution = screen.providerName;
   if (weather.attribution) {
@@ -128,30 +116,30 @@ std::string renderForecast(const ForecastScreen& screen) {
       if (name->url) attribution += " (" + std::string(name->url->buffer()) + ")";
     }
   }
-  out += style.dim(translated(tr, "Data: {} · as of {}", attribution, dates.dayTime(weather.current.dt))) + "\n\n";
+  out += style.dim(tr.format("Data: {} · as of {}", attribution, dates.dayTime(weather.current.dt))) + "\n\n";
 
   // Now.
   const auto& current = weather.current;
   out += style.bold(std::string(tr("Now")) + " ") + style.cyan(temperature(current.temp)) + "  " +
-         condition(current.weather) + "  " + translated(tr, "feels like {}", temperature(current.feelsLike)) + "\n";
+         condition(current.weather) + "  " + tr.format("feels like {}", temperature(current.feelsLike)) + "\n";
   std::string wind = fmt::format("  {} {} {}", tr("Wind"), values.speed(current.windSpeed),
-                                 abbreviation(compassDirection(current.windDeg)));
+                                 tr(abbreviation(compassDirection(current.windDeg))));
   if (current.windGust) wind += fmt::format(", {} {}", tr("gusts"), values.speed(*current.windGust));
   out += wind + "\n";
-  std::string details = fmt::format("  {} {}%  {} {}%  {} {:.0f}", tr("Humidity"), current.humidity, tr("Clouds"),
-                                    current.clouds, tr("UV"), current.uvi);
-  if (current.pressure) details += fmt::format("  {} {} hPa", tr("Pressure"), *current.pressure);
+  std::string details = fmt::format("  {} {}  {} {}  {} {}", tr("Humidity"), tr.percent(current.humidity / 100.0),
+                                    tr("Clouds"), tr.percent(current.clouds / 100.0), tr("UV"), tr.number(current.uvi));
+  if (current.pressure) details += fmt::format("  {} {}", tr("Pressure"), values.pressure(*current.pressure));
   out += details + "\n";
   if (current.airQuality) {
-    out += fmt::format("  {} {} ({})\n", tr("Air quality"), current.airQuality->aqi,
-                       label(airQualityRange(current.airQuality->aqi)));
+    out += fmt::format("  {} {} ({})\n", tr("Air quality"), tr.number(current.airQuality->aqi),
+                       tr(label(airQualityRange(current.airQuality->aqi))));
   }
   if (current.sunrise && current.sunset && *current.sunrise != *current.sunset) {
     out += sunLine(*current.sunrise, *current.sunset);
   } else if (const auto sun = dailySunTimesContaining(current.dt, Location(weather.lat, weather.lon), weather.timeZone)) {
     // The provider has no sun times for the day (it repeats one instant for both): say why.
     if (const auto label = sunDaylightStateLabel(sun->daylightState); !label.empty()) {
-      out += "  " + std::string(label) + "\n";
+      out += "  " + std::string(tr(label)) + "\n";
     } else if (sun->sunrise && sun->sunset) {
       out += sunLine(*sun->sunrise, *sun->sunset);
     }
@@ -171,7 +159,7 @@ std::string renderForecast(const ForecastScreen& screen) {
     if (hour.snow && hour.snow->snowVolume.measurement > 0) amount = values.snow(hour.snow->snowVolume);
     else if (hour.rain && hour.rain->rainVolume.measurement > 0) amount = values.rain(hour.rain->rainVolume);
     out += "  " + pad(dates.time(hour.dt), 9) + pad(temperature(hour.temp), 7) + pad(what, 24) +
-           pad(percent(hour.pop), 6) + pad(amount, 9) + values.speed(hour.windSpeed) + "\n";
+           pad(tr.percent(hour.pop), 6) + pad(amount, 9) + values.speed(hour.windSpeed) + "\n";
     ++shown;
   }
 
@@ -190,7 +178,7 @@ std::string renderForecast(const ForecastScreen& screen) {
     else if (day.rain && day.rain->measurement > 0) amount = values.rain(*day.rain);
     out += "  " + pad(dates.day(day.dt), 9) +
            pad(temperature(day.temp.min) + " / " + temperature(day.temp.max), 14) +
-           pad(condition(day.weather), 26) + pad(percent(day.pop), 6) + amount + "\n";
+           pad(condition(day.weather), 26) + pad(tr.percent(day.pop), 6) + amount + "\n";
   }
 
   // Warnings.
@@ -199,12 +187,12 @@ std::string renderForecast(const ForecastScreen& screen) {
     for (const auto& alert : *weather.alerts) {
       std::string when = dates.dayTime(alert.start);
       if (alert.end) when += " – " + dates.dayTime(*alert.end);
-      out += style.warn("  ! " + alert.event) + fmt::format(" ({})  {}\n", severityWord(alert.severity), when);
+      out += style.warn("  ! " + alert.event) + fmt::format(" ({})  {}\n", tr(severityWord(alert.severity)), when);
       if (!alert.senderName.empty()) out += style.dim("    " + alert.senderName) + "\n";
     }
   }
   if (weather.tideData) {
-    if (auto tide = describeNextTide(*weather.tideData, screen.now, weather.timeZone, screen.locale)) out += "\n" + *tide + "\n";
+    if (auto tide = describeNextTide(*weather.tideData, screen.now, weather.timeZone, tr)) out += "\n" + *tide + "\n";
   }
   return out;
 }

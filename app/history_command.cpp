@@ -2,6 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <unicode/dtfmtsym.h>
+
+#include <algorithm>
 #include <iostream>
 #include <memory>
 
@@ -10,8 +13,11 @@
 #include "app/global_options.hpp"
 #include "app/history_chart.hpp"
 #include "app/place_query.hpp"
+#include "app/screen_text.hpp"
+#include "app/terminal_text.hpp"
 #include "core/errors.hpp"
 #include "core/geocoder.hpp"
+#include "core/unit_rules.hpp"
 #include "core/value_json.hpp"
 #include "history/climate_normals_service.hpp"
 #include "history/history_comparison.hpp"
@@ -38,23 +44,49 @@ struct PlaceHistory {
   HistoryData history;
 };
 
-constexpr const char* kMonthNames[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                       "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-
 // Query text that is a coordinate ("69.65,18.96") is named by reverse geocoding.
 bool looksLikeCoordinate(const std::string& text) {
   return !text.empty() && text.find_first_not_of("0123456789.,-+ ") == std::string::npos;
 }
 
-std::string cell(std::optional<double> value, const char* format) {
-  return value ? fmt::format(fmt::runtime(format), *value) : std::string("--");
+// The widths of the month table's four value columns: each at least the English one, and one
+// space wider than its heading in the reader's language.
+struct MonthColumns {
+  std::size_t month = 7;
+  std::size_t values[4] = {6, 7, 9, 7};
+  std::size_t block() const { return values[0] + values[1] + values[2] + values[3] + 2; }
+};
+
+constexpr const char* kMonthHeadings[] = {"Low°C", "High°C", "Rain mm", "Sun h"};
+
+// The short month names of the locale's Gregorian calendar ("Jan", "janv.", "1月").
+std::vector<std::string> monthNames(const icu::Locale& locale) {
+  UErrorCode status = U_ZERO_ERROR;
+  const icu::DateFormatSymbols symbols(locale, "gregorian", status);
+  int32_t count = 0;
+  const icu::UnicodeString* names = U_SUCCESS(status) ? symbols.getShortMonths(count) : nullptr;
+  std::vector<std::string> out;
+  for (int32_t i = 0; i < 12; ++i) {
+    std::string name;
+    if (names && i < count) names[i].toUTF8String(name);
+    out.push_back(name.empty() ? std::to_string(i + 1) : name);
+  }
+  return out;
 }
 
-// Low, high, precipitation and sunshine of one month, 30 columns.
-std::string monthCells(const std::vector<std::vector<std::optional<double>>>& series, size_t month) {
+std::string cell(const ScreenText& text, std::optional<double> value, int decimals) {
+  return value ? text.number(*value, {.fractionDigits = decimals}) : std::string("--");
+}
+
+// Low, high, precipitation and sunshine of one month.
+std::string monthCells(const ScreenText& text, const MonthColumns& columns,
+                       const std::vector<std::vector<std::optional<double>>>& series, size_t month) {
   const auto sunshine = series[3][month] ? std::optional(*series[3][month] / 60.0) : std::nullopt;
-  return fmt::format("{:>6}{:>7}{:>9}{:>7}  ", cell(series[0][month], "{:.1f}"), cell(series[1][month], "{:.1f}"),
-                     cell(series[2][month], "{:.0f}"), cell(sunshine, "{:.0f}"));
+  const std::string cells[] = {cell(text, series[0][month], 1), cell(text, series[1][month], 1),
+                               cell(text, series[2][month], 0), cell(text, sunshine, 0)};
+  std::string out;
+  for (int i = 0; i < 4; ++i) out += padLeft(cells[i], columns.values[i]);
+  return out + "  ";
 }
 
 std::vector<std::vector<std::optional<double>>> placeSeries(const HistoryData& history) {
@@ -64,22 +96,39 @@ std::vector<std::vector<std::optional<double>>> placeSeries(const HistoryData& h
           monthlyValues(history, HistoryComparisonMode::sunshine, HistoryComparisonMonthlySeriesKind::value)};
 }
 
-std::string clock(ZonedCalendar& calendar, std::optional<Date> event) {
+std::string clock(const ScreenText& text, ZonedCalendar& calendar, std::optional<Date> event) {
   if (!event) return "--";
   const auto local = calendar.localTime(*event);
-  return local ? fmt::format("{:02}:{:02}", local->hour, local->minute) : std::string("--");
+  return local ? text.clock(local->hour, local->minute) : std::string("--");
 }
 
-std::string sunCells(const std::optional<DailySunTimes>& day, ZonedCalendar& calendar) {
-  if (!day) return fmt::format("{:<28}", "--");
-  const std::string_view label = sunDaylightStateLabel(day->daylightState);
+// The sun table's columns: rise, set and day length, each fitting its heading in the reader's
+// language and its values, at least the English 7, then a gap before the next place.
+struct SunColumns {
+  std::size_t rise = 7, set = 7, length = 7, gap = 7;
+  std::size_t block() const { return rise + set + length + gap; }
+};
+
+// Sunrise, sunset and day length of one day.
+std::string sunCells(const ScreenText& text, const SunColumns& columns, const std::optional<DailySunTimes>& day,
+                     ZonedCalendar& calendar) {
+  if (!day) return padRight("--", columns.block());
+  const std::string_view label = text(sunDaylightStateLabel(day->daylightState));
   std::string length = "--";
   if (day->daylightDuration) {
     const auto seconds = static_cast<long>(*day->daylightDuration);
-    length = fmt::format("{}:{:02}", seconds / 3600, seconds % 3600 / 60);
+    length = text.number(static_cast<double>(seconds / 3600)) + ":" +
+             text.number(static_cast<double>(seconds % 3600 / 60), {.integerDigits = 2});
   }
-  if (!label.empty() && !day->sunrise && !day->sunset) return fmt::format("{:<21}{:<7}", label, length);
-  return fmt::format("{:<7}{:<7}{:<7}{:<7}", clock(calendar, day->sunrise), clock(calendar, day->sunset), length, "");
+  std::string times;
+  if (!label.empty() && !day->sunrise && !day->sunset) {
+    // "Midnight sun" where the times would be.
+    times = padRight(cutToWidth(label, columns.rise + columns.set - 1), columns.rise + columns.set);
+  } else {
+    times = padRight(clock(text, calendar, day->sunrise), columns.rise) +
+            padRight(clock(text, calendar, day->sunset), columns.set);
+  }
+  return times + padRight(length, columns.length + columns.gap);
 }
 
 // The 21st of each month: both solstices and days near the equinoxes.
@@ -87,30 +136,57 @@ bool isSampleDay(const SunHistoryComparisonDay& day) { return day.key.day == 21;
 
 void printText(const PlaceHistory& primary, const std::optional<PlaceHistory>& comparison,
                const SunHistoryComparisonData& sun) {
+  const ScreenText text(currentLocale());
+  const std::vector<std::string> months = monthNames(text.locale());
   const auto first = placeSeries(primary.history);
   const auto second = comparison ? placeSeries(comparison->history) : decltype(first){};
-  std::cout << "Climate normals for " << primary.place.name;
-  if (comparison) std::cout << " and " << comparison->place.name;
-  std::cout << " (1991-2020 where available)\n\n";
-  std::cout << fmt::format("{:<7}{:<32}{}\n", "", primary.place.name, comparison ? comparison->place.name : "");
-  const std::string header = fmt::format("{:>6}{:>7}{:>9}{:>7}  ", "Low°C", "High°C", "Rain mm", "Sun h");
-  std::cout << fmt::format("{:<7}{}{}\n", "Month", header, comparison ? header : "");
+  const std::string period = text.number(1991, {.grouping = false}) + "-" + text.number(2020, {.grouping = false});
+  std::cout << (comparison ? text.format("Climate normals for {} and {} ({} where available)", primary.place.name,
+                                         comparison->place.name, period)
+                           : text.format("Climate normals for {} ({} where available)", primary.place.name, period))
+            << "\n\n";
+
+  MonthColumns columns;
+  for (const std::string& name : months) columns.month = std::max(columns.month, displayWidth(name) + 1);
+  columns.month = std::max(columns.month, displayWidth(text("Month")) + 1);
+  std::string header;
+  for (int i = 0; i < 4; ++i) {
+    columns.values[i] = std::max(columns.values[i], displayWidth(text(kMonthHeadings[i])) + 1);
+    header += padLeft(text(kMonthHeadings[i]), columns.values[i]);
+  }
+  header += "  ";
+  const std::string blank(columns.month, ' ');
+  std::cout << blank << padRight(cutToWidth(primary.place.name, columns.block() - 1), columns.block())
+            << (comparison ? comparison->place.name : "") << "\n";
+  std::cout << padRight(text("Month"), columns.month) << header << (comparison ? header : "") << "\n";
   for (size_t month = 0; month < 12; ++month) {
-    std::cout << fmt::format("{:<7}{}{}\n", kMonthNames[month], monthCells(first, month),
-                             comparison ? monthCells(second, month) : "");
+    std::cout << padRight(months[month], columns.month) << monthCells(text, columns, first, month)
+              << (comparison ? monthCells(text, columns, second, month) : "") << "\n";
   }
 
-  std::cout << fmt::format("\nSun through {}. {}\n\n", sun.referenceYear, kSunComparisonCaption);
-  std::cout << fmt::format("{:<8}{:<28}{}\n", "", primary.place.name, comparison ? comparison->place.name : "");
-  const std::string sunHeader = fmt::format("{:<7}{:<7}{:<7}{:<7}", "Rise", "Set", "Day", "");
-  std::cout << fmt::format("{:<8}{}{}\n", "Date", sunHeader, comparison ? sunHeader : "");
+  std::cout << "\n"
+            << text.format("Sun through {}.", text.number(sun.referenceYear, {.grouping = false})) << " "
+            << text(kSunComparisonCaption) << "\n\n";
+  // Each sun column fits its heading and its values; the date column a month name and day.
+  const std::size_t clockWidth = displayWidth(text.clock(23, 59)) + 1;
+  SunColumns sunColumns;
+  sunColumns.rise = std::max({sunColumns.rise, clockWidth, displayWidth(text("Rise")) + 1});
+  sunColumns.set = std::max({sunColumns.set, clockWidth, displayWidth(text("Set")) + 1});
+  sunColumns.length = std::max({sunColumns.length, clockWidth, displayWidth(text("Day")) + 1});
+  std::size_t dayWidth = std::max<std::size_t>(8, displayWidth(text("Date")) + 1);
+  for (const std::string& name : months) dayWidth = std::max(dayWidth, displayWidth(name) + displayWidth(text.number(28)) + 2);
+  std::cout << std::string(dayWidth, ' ') << padRight(cutToWidth(primary.place.name, sunColumns.block() - 1), sunColumns.block())
+            << (comparison ? comparison->place.name : "") << "\n";
+  const std::string sunHeader = padRight(text("Rise"), sunColumns.rise) + padRight(text("Set"), sunColumns.set) +
+                                padRight(text("Day"), sunColumns.length + sunColumns.gap);
+  std::cout << padRight(text("Date"), dayWidth) << sunHeader << (comparison ? sunHeader : "") << "\n";
   auto primaryCalendar = ZonedCalendar::make(primary.place.zone);
   auto comparisonCalendar = ZonedCalendar::make(comparison ? comparison->place.zone : primary.place.zone);
   for (const auto& day : sun.days) {
     if (!isSampleDay(day) || !primaryCalendar || !comparisonCalendar) continue;
-    std::cout << fmt::format("{:<8}{}{}\n", fmt::format("{} {}", kMonthNames[day.key.month - 1], day.key.day),
-                             sunCells(day.primary, *primaryCalendar),
-                             comparison ? sunCells(day.comparison, *comparisonCalendar) : "");
+    std::cout << padRight(months[day.key.month - 1] + " " + text.number(day.key.day), dayWidth)
+              << sunCells(text, sunColumns, day.primary, *primaryCalendar)
+              << (comparison ? sunCells(text, sunColumns, day.comparison, *comparisonCalendar) : "") << "\n";
   }
 }
 

@@ -4,6 +4,7 @@
 #include <boost/json/object.hpp>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <cstdlib>
@@ -18,9 +19,11 @@
 #include "app/commands.hpp"
 #include "app/failure_text.hpp"
 #include "app/global_options.hpp"
+#include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
 #include "core/errors.hpp"
 #include "core/geo_naming.hpp"
+#include "core/unit_rules.hpp"
 #include "core/value_json.hpp"
 #include "persistence/favorite_store.hpp"
 #include "places/coordinate_text.hpp"
@@ -57,18 +60,18 @@ class SavedPlaceNotFound : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// "UTC+05:45", "UTC−03:00", "UTC".
-std::string utcOffset(int seconds) {
+// "UTC+05:45", "UTC-03:00", "UTC", in the reader's digits.
+std::string utcOffset(const ScreenWords& text, int seconds) {
   if (seconds == 0) return "UTC";
   const int magnitude = std::abs(seconds) / 60;
-  return fmt::format("UTC{}{:02}:{:02}", seconds < 0 ? "-" : "+", magnitude / 60, magnitude % 60);
+  return std::string("UTC") + (seconds < 0 ? "-" : "+") + text.clock(magnitude / 60, magnitude % 60);
 }
 
-// 8,336,817
-std::string grouped(std::int64_t value) {
-  std::string digits = std::to_string(value);
-  for (int i = static_cast<int>(digits.size()) - 3; i > 0; i -= 3) digits.insert(static_cast<std::size_t>(i), ",");
-  return digits;
+// "48.14°N 11.58°E" in the reader's digits and words.
+std::string shownCoordinate(const ScreenWords& text, double latitude, double longitude) {
+  const NumberStyle twoDecimals{.fractionDigits = 2, .grouping = false};
+  return text.format(latitude < 0 ? "{}°S" : "{}°N", text.number(std::abs(latitude), twoDecimals)) + " " +
+         text.format(longitude < 0 ? "{}°W" : "{}°E", text.number(std::abs(longitude), twoDecimals));
 }
 
 std::string joinNonEmpty(std::initializer_list<std::string_view> parts) {
@@ -109,11 +112,13 @@ int search(const SearchOptions& options) {
     std::cout << serializeJson(out) << "\n";
     return 0;
   }
+  const ScreenText text(currentLocale());
   int number = 0;
   for (const PlaceMatch& m : matches) {
-    std::cout << fmt::format("{:>2}. {}\n", ++number, neutralised(joinNonEmpty({m.name, m.admin1, m.countryName})));
-    std::string detail = fmt::format("{:.4f}, {:.4f}", m.coordinate.latitude(), m.coordinate.longitude());
-    if (m.population > 0) detail += "  pop. " + grouped(m.population);
+    std::cout << padLeft(text.number(++number), 2) << ". " << neutralised(joinNonEmpty({m.name, m.admin1, m.countryName}))
+              << "\n";
+    std::string detail = text.coordinate(m.coordinate.latitude(), m.coordinate.longitude(), 4);
+    if (m.population > 0) detail += "  " + text.format("pop. {}", text.number(static_cast<double>(m.population)));
     detail += "  " + m.timeZoneIdentifier;
     std::cout << "    " << detail << "\n";
   }
@@ -150,15 +155,22 @@ int at(const AtOptions& options) {
     return 0;
   }
   std::cout << neutralised(details.name) << "\n";
-  auto row = [](std::string_view label, std::string_view value) {
-    if (!value.empty()) std::cout << fmt::format("  {:<11}{}\n", label, neutralised(value));
+  const ScreenText text(currentLocale());
+  // The labels' column fits the longest label in the reader's language and a space (11 columns
+  // in English).
+  std::size_t width = 11;
+  for (const char* label : {"district", "locality", "region", "country", "time zone", "coordinate"}) {
+    width = std::max(width, displayWidth(text(label)) + 1);
+  }
+  auto row = [&](std::string_view label, std::string_view value) {
+    if (!value.empty()) std::cout << "  " << padRight(text(label), width) << neutralised(value) << "\n";
   };
   row("district", mark.subLocality.value_or(""));
   row("locality", mark.locality.value_or(""));
   row("region", mark.administrativeArea.value_or(""));
   row("country", mark.country ? fmt::format("{} ({})", *mark.country, details.region.identifier) : "");
-  row("time zone", fmt::format("{} ({} now)", details.timeZone.identifier(), utcOffset(offset)));
-  row("coordinate", coordinateName(location.latitude(), location.longitude()));
+  row("time zone", text.format("{} ({} now)", details.timeZone.identifier(), utcOffset(text, offset)));
+  row("coordinate", shownCoordinate(text, location.latitude(), location.longitude()));
   return 0;
 }
 
@@ -241,9 +253,10 @@ boost::json::object favoriteJson(const FavoriteLocation& favorite) {
 
 // A saved place on one line; names typed by a user are shown neutralised.
 std::string favoriteLine(const FavoriteLocation& f) {
+  const ScreenText text(currentLocale());
   std::string line = neutralised(f.shownName());
   if (f.displayName && !f.displayName->empty() && *f.displayName != f.name) line += " (" + neutralised(f.name) + ")";
-  line += fmt::format("  {:.4f}, {:.4f}", f.location.latitude(), f.location.longitude());
+  line += "  " + text.coordinate(f.location.latitude(), f.location.longitude(), 4);
   if (f.region) line += "  " + f.region->identifier;
   if (f.timeZone) line += "  " + f.timeZone->identifier();
   return line;
@@ -260,7 +273,9 @@ int save(const SavedOptions& options) {
   if (options.json) {
     std::cout << serializeJson(favoriteJson(shown)) << "\n";
   } else {
-    std::cout << (known ? "already saved " : "saved ") << favoriteLine(shown) << "\n  id " << shown.id.text() << "\n";
+    const ScreenText text(currentLocale());
+    std::cout << text.format(known ? "already saved {}" : "saved {}", favoriteLine(shown)) << "\n  "
+              << text.format("id {}", shown.id.text()) << "\n";
   }
   return 0;
 }
@@ -278,9 +293,12 @@ int listSaved(const SavedOptions& options) {
     std::cout << serializeJson(out) << "\n";
     return 0;
   }
-  if (home) std::cout << fmt::format("{:<8}  {}\n", "home", favoriteLine(*home));
-  for (const FavoriteLocation& f : favorites) std::cout << fmt::format("{}  {}\n", shortId(f.id), favoriteLine(f));
-  if (!home && favorites.empty()) std::cout << "no saved places; add one with: ombrine places save NAME\n";
+  const ScreenText text(currentLocale());
+  // Ids are eight characters; "home" in another language may be wider.
+  const std::size_t width = std::max<std::size_t>(8, displayWidth(text("home")));
+  if (home) std::cout << padRight(text("home"), width) << "  " << favoriteLine(*home) << "\n";
+  for (const FavoriteLocation& f : favorites) std::cout << padRight(shortId(f.id), width) << "  " << favoriteLine(f) << "\n";
+  if (!home && favorites.empty()) std::cout << text("no saved places; add one with: ombrine places save NAME") << "\n";
   return 0;
 }
 
@@ -292,7 +310,7 @@ int removeSaved(const SavedOptions& options) {
   if (options.json) {
     std::cout << serializeJson(favoriteJson(gone)) << "\n";
   } else {
-    std::cout << "removed " << favoriteLine(gone) << "\n";
+    std::cout << ScreenText(currentLocale()).format("removed {}", favoriteLine(gone)) << "\n";
   }
   return 0;
 }
@@ -326,7 +344,9 @@ int home(const SavedOptions& options) {
   if (options.json) {
     std::cout << serializeJson(current ? boost::json::value(favoriteJson(*current)) : boost::json::value(nullptr)) << "\n";
   } else {
-    std::cout << (current ? "home  " + favoriteLine(*current) : std::string("no home place")) << "\n";
+    const ScreenText text(currentLocale());
+    std::cout << (current ? std::string(text("home")) + "  " + favoriteLine(*current) : std::string(text("no home place")))
+              << "\n";
   }
   return 0;
 }

@@ -16,8 +16,11 @@
 #include "app/command_report.hpp"
 #include "app/commands.hpp"
 #include "app/global_options.hpp"
+#include "app/screen_text.hpp"
+#include "app/terminal_text.hpp"
 #include "core/iso8601.hpp"
 #include "core/provider_dispatch.hpp"
+#include "core/unit_rules.hpp"
 #include "core/value_json.hpp"
 #include "persistence/key_value_backup.hpp"
 #include "persistence/property_list.hpp"
@@ -146,7 +149,9 @@ int set(const Options& options) {
   return 0;
 }
 
-std::string dateText(const std::optional<Date>& date) { return date ? iso8601String(*date) : "unknown"; }
+std::string dateText(const ScreenWords& text, const std::optional<Date>& date) {
+  return date ? text.utcTime(*date) : std::string(text("unknown"));
+}
 
 boost::json::value snapshotJson(const std::optional<KeyValueSnapshot>& snapshot) {
   if (!snapshot) return nullptr;
@@ -168,9 +173,10 @@ std::string backupNameOf(Date date) {
   return text;
 }
 
-void printSnapshotRow(std::string_view name, const KeyValueSnapshot& snapshot) {
-  std::cout << fmt::format("{:<24}{}  {}, {} bytes\n", name, dateText(snapshot.date),
-                           countOf(static_cast<long>(snapshot.values.size()), "key", "keys"), snapshot.byteCount);
+void printSnapshotRow(const ScreenWords& text, std::string_view name, const KeyValueSnapshot& snapshot) {
+  std::cout << padRight(name, 24) << dateText(text, snapshot.date) << "  "
+            << text.counted(static_cast<double>(snapshot.values.size()), "{} key", "{} keys") << ", "
+            << text.counted(static_cast<double>(snapshot.byteCount), "{} byte", "{} bytes") << "\n";
 }
 
 // `settings backup [NAME]`: a backup of the synced store now, named NAME (default: its UTC time).
@@ -187,8 +193,10 @@ int backup(const Options& options) {
     std::cout << serializeJson(out) << "\n";
     return 0;
   }
-  std::cout << fmt::format("backed up {} as {}; restore with: ombrine settings restore {}\n",
-                           countOf(static_cast<long>(taken.values.size()), "key", "keys"), name, name);
+  const ScreenText text(currentLocale());
+  std::cout << text.format("backed up {} as {}; restore with: ombrine settings restore {}",
+                           text.counted(static_cast<double>(taken.values.size()), "{} key", "{} keys"), name, name)
+            << "\n";
   return 0;
 }
 
@@ -207,18 +215,21 @@ int restore(const Options& options) {
       std::cout << serializeJson(out) << "\n";
       return 0;
     }
-    if (snapshots.empty()) std::cout << "no backups yet; take one with: ombrine settings backup [NAME]\n";
-    for (const NamedKeyValueSnapshot& kept : snapshots) printSnapshotRow(kept.name, kept.snapshot);
-    if (!snapshots.empty()) std::cout << "restore one with: ombrine settings restore NAME\n";
+    const ScreenText text(currentLocale());
+    if (snapshots.empty()) std::cout << text("no backups yet; take one with: ombrine settings backup [NAME]") << "\n";
+    for (const NamedKeyValueSnapshot& kept : snapshots) printSnapshotRow(text, kept.name, kept.snapshot);
+    if (!snapshots.empty()) std::cout << text("restore one with: ombrine settings restore NAME") << "\n";
     return 0;
   }
   const KeyValueSnapshot restored = restoreKeyValueStoreFromSnapshot(options.key, services->standardDefaults(), services->syncedStore());
   if (options.json) {
     std::cout << serializeJson(snapshotJson(restored)) << "\n";
   } else {
-    std::cout << fmt::format("restored {} from the backup {} of {}\n",
-                             countOf(static_cast<long>(restored.values.size()), "key", "keys"), options.key,
-                             dateText(restored.date));
+    const ScreenText text(currentLocale());
+    std::cout << text.format("restored {} from the backup {} of {}",
+                             text.counted(static_cast<double>(restored.values.size()), "{} key", "{} keys"), options.key,
+                             dateText(text, restored.date))
+              << "\n";
   }
   return 0;
 }

@@ -2,15 +2,18 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <iostream>
 #include <memory>
 
 #include "app/commands.hpp"
 #include "app/global_options.hpp"
+#include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
 #include "core/errors.hpp"
 #include "core/geocoder.hpp"
 #include "core/provider_dispatch.hpp"
+#include "core/unit_rules.hpp"
 #include "platform/log.hpp"
 #include "wiring/geocode_namer.hpp"
 #include "wiring/services.hpp"
@@ -25,26 +28,28 @@ struct SourcesOptions {
 };
 
 // Whether the services of a source have what they need; the text says what is missing.
-std::string configuration(WeatherDataSource source, const Credentials& credentials, bool simulated) {
+std::string configuration(const ScreenWords& text, WeatherDataSource source, const Credentials& credentials,
+                          bool simulated) {
   const bool foreca = credentials.forecaToken.has_value();
   const bool systemWeather = (credentials.weatherKitKey || credentials.weatherKitKeyFile) &&
                              credentials.weatherKitKeyId && credentials.weatherKitTeamId &&
                              credentials.weatherKitServiceId;
-  const std::string suffix = simulated ? " (simulator)" : "";
+  const std::string yes(text(simulated ? "yes (simulator)" : "yes"));
+  const std::string_view forecaMissing = "no: needs a Foreca token (OMBRINE_FORECA_TOKEN or foreca_token)";
   switch (source) {
     case WeatherDataSource::dynamic:
-      return foreca ? "yes" + suffix : "no: needs a Foreca token (OMBRINE_FORECA_TOKEN or foreca_token)";
-    case WeatherDataSource::apple:
-      return systemWeather ? "yes" + suffix
-                           : "no: needs weatherkit_key_file, weatherkit_key_id, weatherkit_team_id and "
-                             "weatherkit_service_id";
     case WeatherDataSource::foreca:
-      return foreca ? "yes" + suffix : "no: needs a Foreca token (OMBRINE_FORECA_TOKEN or foreca_token)";
+      return foreca ? yes : std::string(text(forecaMissing));
+    case WeatherDataSource::apple:
+      return systemWeather ? yes
+                           : std::string(text("no: needs weatherkit_key_file, weatherkit_key_id, weatherkit_team_id and "
+                                              "weatherkit_service_id"));
     case WeatherDataSource::ow:
-      return credentials.openWeatherKey ? "yes" + suffix
-                                        : "no: needs an OpenWeather key (OMBRINE_OPENWEATHER_KEY or openweather_key)";
+      return credentials.openWeatherKey
+                 ? yes
+                 : std::string(text("no: needs an OpenWeather key (OMBRINE_OPENWEATHER_KEY or openweather_key)"));
   }
-  return "no";
+  return std::string(text("no"));
 }
 
 std::string_view pathDescription(ProviderPath path) {
@@ -66,15 +71,18 @@ int run(const SourcesOptions& options) {
   const WeatherDataSource sources[] = {WeatherDataSource::dynamic, WeatherDataSource::apple,
                                        WeatherDataSource::foreca, WeatherDataSource::ow};
   const WeatherDataSource chosen = services.providerSettings().dataSource();
-  std::cout << fmt::format("{:<9}{:<34}{}\n", "Source", "Service", "Configured");
+  const ScreenText text(currentLocale());
+  // The first column holds source names (at most 7 characters) or its heading.
+  const std::size_t nameWidth = std::max<std::size_t>(9, displayWidth(text("Source")) + 1);
+  std::cout << padRight(text("Source"), nameWidth) << padRight(text("Service"), 34) << text("Configured") << "\n";
   for (WeatherDataSource source : sources) {
     const std::string name(weatherDataSourceName(source));
     std::string service = source == WeatherDataSource::dynamic
-                              ? "by region"
-                              : std::string(providerPathName(providerPath(source, Region::unknown())));
-    std::cout << fmt::format("{:<9}{:<34}{}{}\n", name, service,
-                             configuration(source, services.credentials(), services.simulated()),
-                             source == chosen ? "  (selected)" : "");
+                              ? std::string(text("by region"))
+                              : std::string(text(providerPathName(providerPath(source, Region::unknown()))));
+    std::cout << padRight(name, nameWidth) << padRight(service, 34)
+              << configuration(text, source, services.credentials(), services.simulated())
+              << (source == chosen ? "  " + std::string(text("(selected)")) : "") << "\n";
   }
   const std::string query = !options.at.empty() ? options.at : options.place;
   if (query.empty()) return 0;
@@ -82,8 +90,10 @@ int run(const SourcesOptions& options) {
   if (matches.empty()) throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named " + quotedInput(query));
   const GeoDetails details = services.namer().detailsOf(matches.front().coordinate);
   const ProviderPath path = providerPath(WeatherDataSource::dynamic, details.region);
-  std::cout << fmt::format("\n{} ({}): dynamic uses {}\n", details.name.empty() ? query : details.name,
-                           details.region.identifier, pathDescription(path));
+  std::cout << "\n"
+            << text.format("{} ({}): dynamic uses {}", details.name.empty() ? query : details.name,
+                           details.region.identifier, text(pathDescription(path)))
+            << "\n";
   return 0;
 }
 

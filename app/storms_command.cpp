@@ -7,6 +7,7 @@
 #include "app/commands.hpp"
 #include "app/failure_text.hpp"
 #include "app/global_options.hpp"
+#include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
 #include "core/errors.hpp"
 #include "core/geocoder.hpp"
@@ -57,25 +58,25 @@ int list(const StormsOptions& options) {
     std::cout << stormListJson(entries, result.completeCoverage, locale) << "\n";
     return 0;
   }
+  const ScreenText text(locale);
   if (result.storms.empty()) {
-    std::cout << "No active tropical storms.\n";
+    std::cout << text("No active tropical storms.") << "\n";
     return 0;
   }
   if (entries.empty()) {
-    std::cout << "No active tropical storm within " << *options.radius << " km of " << placeName << ".\n";
+    std::cout << text.format("No active tropical storm within {} km of {}.", text.number(*options.radius, {.fractionDigits = 1, .trailingZeros = false}), placeName)
+              << "\n";
     return 0;
   }
-  if (near) std::cout << "Active tropical storms nearest " << placeName << " first\n";
-  for (const auto& entry : entries) std::cout << stormListLine(entry, locale) << "\n";
+  if (near) std::cout << text.format("Active tropical storms nearest {} first", placeName) << "\n";
+  for (const auto& entry : entries) std::cout << stormListLine(entry, text) << "\n";
   if (result.completeCoverage != wholeCoverage()) {
-    std::cout << "\nIncomplete: ";
-    bool first = true;
+    std::string missing;
     for (auto area : wholeCoverage()) {
       if (result.completeCoverage.count(area)) continue;
-      std::cout << (first ? "" : ", ") << coverageName(area);
-      first = false;
+      missing += (missing.empty() ? "" : ", ") + std::string(coverageName(area));
     }
-    std::cout << " did not answer in full.\n";
+    std::cout << "\n" << text.format("Incomplete: {} did not answer in full.", missing) << "\n";
   }
   return 0;
 }
@@ -96,15 +97,21 @@ int show(const StormsOptions& options) {
     std::cout << stormOverlayGeoJson(*storm, overlay) << "\n";
     return 0;
   }
-  std::cout << stormListLine(StormListEntry{*storm, std::nullopt}, locale) << "\n";
+  const ScreenText text(locale);
+  std::cout << stormListLine(StormListEntry{*storm, std::nullopt}, text) << "\n";
   if (overlay.forecastPoints.empty()) {
-    std::cout << "No forecast track published.\n";
+    std::cout << text("No forecast track published.") << "\n";
     return 0;
   }
-  std::cout << "\nForecast track:\n";
-  for (const auto& point : overlay.forecastPoints) std::cout << "  " << forecastPointLine(point) << "\n";
-  std::cout << "\n" << overlay.historyPoints.size() << " past positions, " << (overlay.cone.empty() ? "no" : "a")
-            << " cone of uncertainty.\n";
+  std::cout << "\n" << text("Forecast track:") << "\n";
+  for (const auto& point : overlay.forecastPoints) std::cout << "  " << forecastPointLine(point, text) << "\n";
+  const double past = static_cast<double>(overlay.historyPoints.size());
+  std::cout << "\n"
+            << (overlay.cone.empty() ? text.counted(past, "{} past position, no cone of uncertainty.",
+                                                    "{} past positions, no cone of uncertainty.")
+                                     : text.counted(past, "{} past position, a cone of uncertainty.",
+                                                    "{} past positions, a cone of uncertainty."))
+            << "\n";
   return 0;
 }
 

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <iostream>
@@ -11,9 +12,12 @@
 #include "app/failure_text.hpp"
 #include "app/global_options.hpp"
 #include "app/place_query.hpp"
+#include "app/screen_text.hpp"
+#include "app/terminal_text.hpp"
 #include "core/errors.hpp"
 #include "core/geocoder.hpp"
 #include "core/iso8601.hpp"
+#include "core/unit_rules.hpp"
 #include "core/value_json.hpp"
 #include "history/daily_sun_times.hpp"
 #include "history/sun_labels.hpp"
@@ -57,20 +61,25 @@ CivilDate parseDate(const std::string& text) {
 std::string dateText(CivilDate date) { return fmt::format("{:04}-{:02}-{:02}", date.year, date.month, date.day); }
 
 // HH:MM:SS on the place's clock; "+1"/"-1" marks an event on a neighbouring local day.
-std::string clockText(ZonedCalendar& calendar, CivilDate day, std::optional<Date> event) {
+std::string clockText(const ScreenText& text, ZonedCalendar& calendar, CivilDate day, std::optional<Date> event) {
   if (!event) return "--";
   const auto local = calendar.localTime(*event);
   if (!local) return "--";
-  std::string text = fmt::format("{:02}:{:02}:{:02}", local->hour, local->minute, local->second);
-  if (const auto days = daysFromCivil(local->date) - daysFromCivil(day); days != 0) text += fmt::format(" {:+}", days);
-  return text;
+  std::string shown = text.clock(local->hour, local->minute, local->second);
+  if (const auto days = daysFromCivil(local->date) - daysFromCivil(day); days != 0) {
+    shown += " " + text.number(static_cast<double>(days), {.sign = true});
+  }
+  return shown;
 }
 
-std::string durationText(std::optional<double> seconds) {
+std::string durationText(const ScreenText& text, std::optional<double> seconds) {
   if (!seconds) return "--";
   const auto whole = static_cast<long>(*seconds);
-  return fmt::format("{} h {:02} min", whole / 3600, whole % 3600 / 60);
+  return text.format("{} h {} min", text.number(static_cast<double>(whole / 3600)),
+                     text.number(static_cast<double>(whole % 3600 / 60), {.integerDigits = 2}));
 }
+
+std::string shownDay(const ScreenText& text, CivilDate date) { return text.day(date.year, date.month, date.day); }
 
 void writeOptionalInstant(JsonWriter& json, std::string_view key, std::optional<Date> instant) {
   if (!instant) return;
@@ -108,9 +117,10 @@ void beginDocument(JsonWriter& json, const SunPlace& place) {
   json.beginArray();
 }
 
-void printHeading(const SunPlace& place) {
-  std::cout << fmt::format("Sun in {}  {:.3f}, {:.3f}  {}\n", place.name, place.location.latitude(),
-                           place.location.longitude(), place.zone.identifier());
+void printHeading(const ScreenText& text, const SunPlace& place) {
+  std::cout << text.format("Sun in {}", place.name) << "  "
+            << text.coordinate(place.location.latitude(), place.location.longitude(), 3) << "  "
+            << place.zone.identifier() << "\n";
 }
 
 int showDay(const SunPlace& place, CivilDate day, bool asJson) {
@@ -132,9 +142,10 @@ int showDay(const SunPlace& place, CivilDate day, bool asJson) {
     std::cout << out << "\n";
     return 0;
   }
-  printHeading(place);
-  const std::string_view label = sunDaylightStateLabel(times.daylightState);
-  std::cout << dateText(day) << (label.empty() ? "" : "  ") << label << "\n";
+  const ScreenText text(currentLocale());
+  printHeading(text, place);
+  const std::string_view label = text(sunDaylightStateLabel(times.daylightState));
+  std::cout << shownDay(text, day) << (label.empty() ? "" : "  ") << label << "\n";
   const struct {
     const char* name;
     std::optional<Date> event;
@@ -144,10 +155,14 @@ int showDay(const SunPlace& place, CivilDate day, bool asJson) {
       {"Sunset", times.sunset},                          {"Civil dusk", events.civilSunset},
       {"Nautical dusk", events.nauticalSunset},          {"Astronomical dusk", events.astronomicalSunset},
   };
+  // The widest name in the reader's language and two spaces (19 columns in English).
+  std::size_t width = displayWidth(text("Daylight"));
+  for (const auto& line : lines) width = std::max(width, displayWidth(text(line.name)));
+  width += 2;
   for (const auto& line : lines) {
-    std::cout << fmt::format("  {:<19}{}\n", line.name, clockText(*calendar, day, line.event));
+    std::cout << "  " << padRight(text(line.name), width) << clockText(text, *calendar, day, line.event) << "\n";
   }
-  std::cout << fmt::format("  {:<19}{}\n", "Daylight", durationText(times.daylightDuration));
+  std::cout << "  " << padRight(text("Daylight"), width) << durationText(text, times.daylightDuration) << "\n";
   return 0;
 }
 
@@ -160,10 +175,19 @@ int showYear(const SunPlace& place, int year, bool asJson) {
   }
   std::string out;
   JsonWriter json(out);
+  const ScreenText text(currentLocale());
+  // Each column as wide as its heading or its widest value, and one space; at least 12.
+  const auto column = [&](std::string_view heading, std::string_view value) {
+    return std::max<std::size_t>(12, std::max(displayWidth(text(heading)), displayWidth(value)) + 1);
+  };
+  const std::size_t dayWidth = column("Date", shownDay(text, {year, 12, 31}));
+  const std::size_t timeWidth = column("Sunrise", text.clock(23, 59, 59) + " +1");
+  const std::size_t setWidth = column("Sunset", text.clock(23, 59, 59) + " +1");
   if (asJson) beginDocument(json, place);
   else {
-    printHeading(place);
-    std::cout << fmt::format("{:<12}{:<12}{:<12}{}\n", "Date", "Sunrise", "Sunset", "Daylight");
+    printHeading(text, place);
+    std::cout << padRight(text("Date"), dayWidth) << padRight(text("Sunrise"), timeWidth)
+              << padRight(text("Sunset"), setWidth) << text("Daylight") << "\n";
   }
   for (const auto& times : days) {
     const CivilDate day = calendar->localTime(times.date)->date;
@@ -171,12 +195,12 @@ int showYear(const SunPlace& place, int year, bool asJson) {
       writeDay(json, day, times, nullptr);
       continue;
     }
-    const std::string_view label = sunDaylightStateLabel(times.daylightState);
+    const std::string_view label = text(sunDaylightStateLabel(times.daylightState));
     std::string events = label.empty() || times.sunrise || times.sunset
-                             ? fmt::format("{:<12}{:<12}", clockText(*calendar, day, times.sunrise),
-                                           clockText(*calendar, day, times.sunset))
-                             : fmt::format("{:<24}", label);
-    std::cout << fmt::format("{:<12}{}{}\n", dateText(day), events, durationText(times.daylightDuration));
+                             ? padRight(clockText(text, *calendar, day, times.sunrise), timeWidth) +
+                                   padRight(clockText(text, *calendar, day, times.sunset), setWidth)
+                             : padRight(cutToWidth(label, timeWidth + setWidth - 1), timeWidth + setWidth);
+    std::cout << padRight(shownDay(text, day), dayWidth) << events << durationText(text, times.daylightDuration) << "\n";
   }
   if (asJson) {
     json.endArray();

@@ -1,5 +1,6 @@
 #include "app/threats_command.hpp"
 
+#include <cmath>
 #include <iostream>
 #include <memory>
 
@@ -7,8 +8,10 @@
 #include "app/failure_text.hpp"
 #include "app/global_options.hpp"
 #include "app/place_query.hpp"
+#include "app/screen_text.hpp"
 #include "core/errors.hpp"
 #include "core/geocoder.hpp"
+#include "core/unit_rules.hpp"
 #include "persistence/favorite_store.hpp"
 #include "platform/log.hpp"
 #include "web/threat_gathering.hpp"
@@ -37,7 +40,9 @@ int run(const ThreatsOptions& options) {
     throw InvalidPlaceQuery("name a place (e.g. Miami), give --at LAT,LON, or save a home: ombrine places home PLACE");
   }
   const GeoDetails details = services.namer().detailsOf(place.location);
-  const PlaceThreats found = web::gatherThreats(services, place.name, place.location, details, options.radius);
+  const ScreenText text(currentLocale());
+  const PlaceThreats found =
+      web::gatherThreats(services, place.name, place.location, details, options.radius, options.json ? nullptr : &text);
   bool anyAnswered = false;
   for (const auto& source : found.sources) {
     if (source.state != "failed") anyAnswered = true;
@@ -47,16 +52,19 @@ int run(const ThreatsOptions& options) {
     std::cout << threatsJson(found) << "\n";
     return anyAnswered ? 0 : 1;
   }
+  const std::string radius = text.number(options.radius, {.fractionDigits = 1, .trailingZeros = false});
   if (found.threats.empty()) {
-    std::cout << "Nothing threatens " << place.name << " within " << options.radius << " km.\n";
+    std::cout << text.format("Nothing threatens {} within {} km.", place.name, radius) << "\n";
   } else {
-    std::cout << "Threats to " << place.name << " within " << options.radius << " km\n";
-    for (const auto& threat : found.threats) std::cout << "  " << threatLine(threat) << "\n";
+    std::cout << text.format("Threats to {} within {} km", place.name, radius) << "\n";
+    for (const auto& threat : found.threats) std::cout << "  " << threatLine(threat, text) << "\n";
   }
-  std::cout << "\nSources\n";
+  std::cout << "\n" << text("Sources") << "\n";
   for (const auto& source : found.sources) {
-    std::cout << "  " << source.name << ": " << source.state;
-    if (source.ageSeconds && source.state != "failed") std::cout << ", " << static_cast<long>(*source.ageSeconds / 60) << " min old";
+    std::cout << "  " << text(source.name) << ": " << text(source.state);
+    if (source.ageSeconds && source.state != "failed") {
+      std::cout << ", " << text.format("{} min old", text.number(std::floor(*source.ageSeconds / 60)));
+    }
     std::cout << "\n";
   }
   return anyAnswered ? 0 : 1;

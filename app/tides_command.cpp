@@ -7,6 +7,7 @@
 #include "app/commands.hpp"
 #include "app/failure_text.hpp"
 #include "app/global_options.hpp"
+#include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
 #include "core/errors.hpp"
 #include "core/geocoder.hpp"
@@ -104,13 +105,17 @@ int run(const TidesOptions& options) {
   }
   const Date now = Date::fromSystem(services.clock().now());
   const TideStationSource source = sourceOf(data->station);
-  std::cout << "Tides for " << placeName << "\n";
-  std::cout << "Station: " << describeTideStation(*data, locale) << " (" << stationKey(source, data->station.id) << ")\n";
-  if (const auto next = describeNextTide(*data, now, zone, locale)) std::cout << *next << "\n";
+  const ScreenText text(locale);
+  std::cout << text.format("Tides for {}", placeName) << "\n";
+  std::cout << text.format("Station: {}", describeTideStation(*data, text)) << " ("
+            << stationKey(source, data->station.id) << ")\n";
+  if (const auto next = describeNextTide(*data, now, zone, text)) std::cout << *next << "\n";
   std::cout << "\n";
-  for (const auto& line : tideExtremeLines(*data, now, options.hours, zone, locale)) std::cout << line << "\n";
-  std::cout << "\nTimes in " << zone.identifier() << ". Open in the app: "
-            << tideDeepLink(TideDetailLaunchRequest::station({source, data->station})) << "\n";
+  for (const auto& line : tideExtremeLines(*data, now, options.hours, zone, text)) std::cout << line << "\n";
+  std::cout << "\n"
+            << text.format("Times in {}. Open in the app: {}", zone.identifier(),
+                           tideDeepLink(TideDetailLaunchRequest::station({source, data->station})))
+            << "\n";
   return 0;
 }
 

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -16,6 +17,7 @@
 #include "app/commands.hpp"
 #include "app/failure_text.hpp"
 #include "app/global_options.hpp"
+#include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
 #include "core/fetch_retry.hpp"
 #include "core/one_call_weather_json.hpp"
@@ -159,49 +161,57 @@ void printJson(const LoadedTripForecast& loaded, Date now) {
 void printReadable(const LoadedTripForecast& loaded, Date now) {
   const Trip& trip = loaded.forecast.trip;
   const icu::Locale locale = currentLocale();
+  const ScreenText words(locale);
   const DayFormatter dayText(locale, trip.destination.timeZone, "EEEdMMMy");
   const DayFormatter timeText(locale, trip.destination.timeZone, "EEEdMMMjmm");
   // The user's own name for the trip is a label; the place is always named as the place.
   const std::string place = neutralised(trip.destination.name);
   const std::string title = trip.destination.shownName() == trip.destination.name
-                                ? fmt::format("Trip to {}", place)
-                                : fmt::format("{} — trip to {}", neutralised(trip.destination.shownName()), place);
+                                ? words.format("Trip to {}", place)
+                                : words.format("{} — trip to {}", neutralised(trip.destination.shownName()), place);
   std::cout << fmt::format("{} · {} – {} ({})\n", title, dayText(trip.dates.from), dayText(endMoment(trip)),
                            trip.destination.timeZone.identifier());
   std::string source;
   if (loaded.entry) {
     const CachedWeather& cached = loaded.entry->cachedWeather;
     const double ageMinutes = (now - cached.weather.current.dt) / 60.0;
-    source = fmt::format("{} forecast for {}, observed {} ({})", providerLabel(weatherDataSource(cached.weather)),
-                         place, timeText(cached.weather.current.dt),
-                         loaded.fetched ? std::string("fetched now")
-                                        : fmt::format("from the trip cache, {:.0f} min old", std::max(0.0, ageMinutes)));
+    source = words.format("{} forecast for {}, observed {} ({})", words(providerLabel(weatherDataSource(cached.weather))),
+                          place, timeText(cached.weather.current.dt),
+                          loaded.fetched ? std::string(words("fetched now"))
+                                         : words.format("from the trip cache, {} min old",
+                                                        words.number(std::round(std::max(0.0, ageMinutes)))));
   } else {
-    source = "no forecast stored for this trip";
+    source = words("no forecast stored for this trip");
   }
-  std::cout << "Source: " << source << "\n";
-  if (loaded.storeError) std::cout << "Not saved to the trip cache (" << *loaded.storeError << ").\n";
+  std::cout << words.format("Source: {}", source) << "\n";
+  if (loaded.storeError) std::cout << words.format("Not saved to the trip cache ({}).", *loaded.storeError) << "\n";
   std::optional<Date> lastForecastDay;
   if (loaded.entry && !loaded.entry->cachedWeather.weather.daily.empty()) {
     lastForecastDay = loaded.entry->cachedWeather.weather.daily.back().dt;
   }
   std::cout << "\n";
+  // Every rain chance as wide as the widest, so the conditions start in one column; the
+  // condition gives up what a longer word for "rain" takes (9 columns in English).
+  const std::size_t percentWidth = displayWidth(words.percent(1.0));
+  const std::size_t rainWidth = displayWidth(words.format("{} rain", words.percent(1.0)));
+  const std::size_t conditionWidth = rainWidth > 9 ? std::max<std::size_t>(12, 24 - (rainWidth - 9)) : 24;
   for (const DayLine& line : tripDays(loaded)) {
     std::string text;
     if (line.weather) {
       const OneCallWeather::Daily& row = *line.weather;
       const std::string condition = row.weather.empty() ? std::string() : row.weather.front().description;
       // The rain chance before the condition, so a long condition never runs into it.
-      text = fmt::format("{} / {}  {:>3.0f}% rain  {}  {}",
+      text = fmt::format("{} / {}  {}  {}  {}",
                          padLeft(formattedTemperature(row.temp.min, TemperatureWidth::narrow, locale), 5),
                          padRight(formattedTemperature(row.temp.max, TemperatureWidth::narrow, locale), 5),
-                         row.pop * 100.0, padRight(cutToWidth(condition, 24), 24), place);
+                         padRight(words.format("{} rain", padLeft(words.percent(row.pop), percentWidth)), rainWidth),
+                         padRight(cutToWidth(condition, conditionWidth), conditionWidth), place);
     } else if (line.noon < now - 86400.0) {
-      text = "no forecast kept for this past day";
+      text = words("no forecast kept for this past day");
     } else if (lastForecastDay && line.noon > *lastForecastDay) {
-      text = fmt::format("no forecast yet (the forecast reaches {})", dayText(*lastForecastDay));
+      text = words.format("no forecast yet (the forecast reaches {})", dayText(*lastForecastDay));
     } else {
-      text = "no forecast";
+      text = words("no forecast");
     }
     std::cout << "  " << padRight(cutToWidth(dayText(line.noon), 18), 18) << " " << text << "\n";
   }

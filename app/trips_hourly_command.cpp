@@ -16,6 +16,7 @@
 #include "app/failure_text.hpp"
 #include "app/terminal_text.hpp"
 #include "app/global_options.hpp"
+#include "app/screen_text.hpp"
 #include "core/errors.hpp"
 #include "core/geo_naming.hpp"
 #include "core/geocoder.hpp"
@@ -112,25 +113,47 @@ std::vector<OneCallWeather::Hourly> nextHours(const std::vector<OneCallWeather::
   return out;
 }
 
-std::string localTime(Date instant, const TimeZone& zone) {
+// An instant on the wall clock of `zone`, with the zone's offset from UTC.
+struct LocalClock {
+  CivilDay day;
+  WallTime time;
+  char sign = '+';
+  int offsetHours = 0;
+  int offsetMinutes = 0;
+};
+
+LocalClock localClock(Date instant, const TimeZone& zone) {
   const TripCalendar calendar(zone);
-  const CivilDay day = calendar.day(instant);
-  const WallTime time = calendar.timeOfDay(instant);
   const int offset = zone.secondsFromGMT(instant);
   const int minutes = std::abs(offset) / 60;
-  const std::string utc = minutes % 60 == 0 ? fmt::format("UTC{}{:02}", offset < 0 ? '-' : '+', minutes / 60)
-                                            : fmt::format("UTC{}{:02}:{:02}", offset < 0 ? '-' : '+', minutes / 60,
-                                                          minutes % 60);
-  return fmt::format("{:04}-{:02}-{:02} {:02}:{:02} {}", day.year, day.month, day.day, time.hour, time.minute, utc);
+  return {calendar.day(instant), calendar.timeOfDay(instant), offset < 0 ? '-' : '+', minutes / 60, minutes % 60};
+}
+
+// "2026-06-21 14:00 UTC+02" (or UTC+05:30), ASCII for JSON.
+std::string localTime(Date instant, const TimeZone& zone) {
+  const LocalClock at = localClock(instant, zone);
+  const std::string utc = at.offsetMinutes == 0 ? fmt::format("UTC{}{:02}", at.sign, at.offsetHours)
+                                                : fmt::format("UTC{}{:02}:{:02}", at.sign, at.offsetHours, at.offsetMinutes);
+  return fmt::format("{:04}-{:02}-{:02} {:02}:{:02} {}", at.day.year, at.day.month, at.day.day, at.time.hour,
+                     at.time.minute, utc);
+}
+
+// The same in the reader's digits.
+std::string shownLocalTime(const ScreenText& text, Date instant, const TimeZone& zone) {
+  const LocalClock at = localClock(instant, zone);
+  std::string utc = std::string("UTC") + at.sign + text.number(at.offsetHours, {.integerDigits = 2, .grouping = false});
+  if (at.offsetMinutes != 0) utc += ":" + text.number(at.offsetMinutes, {.integerDigits = 2, .grouping = false});
+  return text.day(at.day.year, at.day.month, at.day.day) + " " + text.clock(at.time.hour, at.time.minute) + " " + utc;
 }
 
 // What a change of place means to the user.
-std::string handoverText(const HourlyForecastPoint& point, const HourlyTripLoad& load, const CurrentPlace& place) {
+std::string handoverText(const ScreenText& text, const HourlyForecastPoint& point, const HourlyTripLoad& load,
+                         const CurrentPlace& place) {
   if (load.snapshot.routes.contains(point.location.id) && point.location.destinationName) {
-    return "arrive in " + point.location.name;
+    return text.format("arrive in {}", point.location.name);
   }
-  if (load.snapshot.home && point.location.id == load.snapshot.home->location.id) return "back home";
-  return "back in " + place.location.name;
+  if (load.snapshot.home && point.location.id == load.snapshot.home->location.id) return std::string(text("back home"));
+  return text.format("back in {}", place.location.name);
 }
 
 bool isHandover(const std::vector<HourlyForecastPoint>& timeline, std::size_t index) {
@@ -189,18 +212,24 @@ void printJson(const HourlyTripLoad& load, const CurrentPlace& place, Date now) 
 
 void printReadable(const HourlyTripLoad& load, const CurrentPlace& place) {
   const icu::Locale locale = currentLocale();
+  const ScreenText text(locale);
   const auto& timeline = load.snapshot.timeline;
-  std::cout << fmt::format("Where you will be, hour by hour, from {} (local time of each place; ▸ marks a change)\n",
-                           place.location.name);
+  std::cout << text.format("Where you will be, hour by hour, from {} (local time of each place; ▸ marks a change)",
+                           place.location.name)
+            << "\n";
+  const std::size_t percentWidth = displayWidth(text.percent(1.0));
   for (std::size_t i = 0; i < timeline.size(); ++i) {
     const HourlyForecastPoint& point = timeline[i];
     const bool handover = isHandover(timeline, i);
     const std::string condition = point.weather.weather.empty() ? std::string() : point.weather.weather.front().description;
-    std::string line = fmt::format("{} {}  {:<16} {:>5}  {:<20} {:>3.0f}%", handover ? "▸" : " ",
-                                   localTime(point.weather.dt, point.location.timeZone), point.location.name,
-                                   formattedTemperature(point.weather.temp, TemperatureWidth::narrow, locale),
-                                   condition, point.weather.pop * 100.0);
-    if (handover) line += "   ← " + handoverText(point, load, place);
+    // Cells in terminal columns, not bytes: names and conditions may be wide or accented.
+    std::string line = fmt::format("{} {}  {} {}  {} {}", handover ? "▸" : " ",
+                                   shownLocalTime(text, point.weather.dt, point.location.timeZone),
+                                   padRight(cutToWidth(point.location.name, 16), 16),
+                                   padLeft(formattedTemperature(point.weather.temp, TemperatureWidth::narrow, locale), 5),
+                                   padRight(cutToWidth(condition, 20), 20),
+                                   padLeft(text.percent(point.weather.pop), percentWidth));
+    if (handover) line += "   ← " + handoverText(text, point, load, place);
     std::cout << line << "\n";
   }
 }

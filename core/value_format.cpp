@@ -15,6 +15,7 @@ namespace ombrine {
 namespace {
 
 using icu::MeasureUnit;
+using icu::number::IntegerWidth;
 using icu::number::LocalizedNumberFormatter;
 using icu::number::NumberFormatter;
 using icu::number::Precision;
@@ -95,6 +96,8 @@ struct ValueFormatter::Formatters {
   Display<Speed> speed;
   Display<Precipitation> rain;
   Display<Precipitation> snow;
+  LocalizedNumberFormatter percent;
+  LocalizedNumberFormatter pressure;
 };
 
 ValueFormatter::ValueFormatter(const icu::Locale& requested) {
@@ -115,6 +118,10 @@ ValueFormatter::ValueFormatter(const icu::Locale& requested) {
       .speed = speedDisplay(locale, system),
       .rain = precipitationDisplay(locale, system, PrecipitationVariant::rain),
       .snow = precipitationDisplay(locale, system, PrecipitationVariant::snow),
+      .percent = NumberFormatter::withLocale(locale).unit(MeasureUnit::getPercent()).precision(Precision::integer()),
+      // Weather pressures are read as one figure: "1003 hPa", never "1,003 hPa".
+      .pressure = measure(locale, MeasureUnit::getHectopascal(), UNUM_UNIT_WIDTH_SHORT, Precision::integer())
+                      .grouping(UNUM_GROUPING_OFF),
   });
 }
 
@@ -157,6 +164,21 @@ std::string ValueFormatter::rain(Precipitation amount) const {
 std::string ValueFormatter::snow(Precipitation amount) const {
   return format(formatters_->snow.formatter, formatters_->snow.convert(amount));
 }
+
+std::string ValueFormatter::number(double value, NumberStyle style) const {
+  const LocalizedNumberFormatter formatter =
+      NumberFormatter::withLocale(formatters_->locale)
+          .precision(style.trailingZeros ? Precision::fixedFraction(style.fractionDigits)
+                                         : Precision::minMaxFraction(0, style.fractionDigits))
+          .integerWidth(IntegerWidth::zeroFillTo(style.integerDigits))
+          .grouping(style.grouping ? UNUM_GROUPING_AUTO : UNUM_GROUPING_OFF)
+          .sign(style.sign ? UNUM_SIGN_EXCEPT_ZERO : UNUM_SIGN_AUTO);
+  return format(formatter, value);
+}
+
+std::string ValueFormatter::percent(double fraction) const { return format(formatters_->percent, fraction * 100.0); }
+
+std::string ValueFormatter::pressure(double hectopascals) const { return format(formatters_->pressure, hectopascals); }
 
 std::string ValueFormatter::temperatureLabel(double value, TemperatureUnit unit) const {
   return format(formatters_->temperatureAbbreviated[static_cast<int>(unit)], value);

@@ -36,6 +36,15 @@ namespace ombrine {
 
 enum class TemperatureWidth { abbreviated, narrow };
 
+// How ValueFormatter::number writes a plain number.
+struct NumberStyle {
+  int fractionDigits = 0;  // this many decimals
+  bool trailingZeros = true;  // false: "12.5" and "150", not "150.0"
+  int integerDigits = 1;   // zero-filled to at least this many (clock and calendar fields)
+  bool grouping = true;    // the locale's thousands separators
+  bool sign = false;       // "+" before positive numbers too
+};
+
 class ValueFormatter {
  public:
   // Builds every formatter for `locale`. A bogus locale formats like the root locale, whose
@@ -54,6 +63,16 @@ class ValueFormatter {
   std::string speed(Speed value) const;
   std::string rain(Precipitation amount) const;
   std::string snow(Precipitation amount) const;
+
+  // Every other number of a screen (percentages, pressures, indices, counts, distances,
+  // coordinates, clock and calendar fields) in the locale's own numbering system, so that a
+  // screen never mixes two sets of digits: Arabic-Indic for ar_EG, extended Arabic-Indic for
+  // fa_IR, Latin for most others.
+  std::string number(double value, NumberStyle style = {}) const;
+  // A fraction (0.75) as a whole percentage the locale's way: "75%", "75 %", "٪٧٥".
+  std::string percent(double fraction) const;
+  // A pressure in hectopascals, whole and ungrouped ("1003 hPa"), with the locale's short unit name.
+  std::string pressure(double hectopascals) const;
 
   // A temperature already expressed in `unit`, shown as given: abbreviated width, scale name
   // shown, whole degrees (the secondary-label style).

@@ -164,6 +164,44 @@ TEST(ValueFormatTest, SharedFormattersAreBuiltOncePerLocaleAndUsableFromManyThre
   EXPECT_EQ(results[7], "19m/s");  // ko_KR
 }
 
+// Counts, percentages, pressures and clock fields share the numbering system of the locale's
+// temperatures: no Latin digit next to Arabic-Indic ones.
+TEST(ValueFormatTest, EveryNumberInTheLocalesOwnDigits) {
+  struct Row {
+    const char* locale;
+    const char* zero;  // the locale's digit zero
+    const char* count;     // 12345.6 as a count
+    const char* percent;   // 0.75
+    const char* pressure;  // 1003.2 hPa
+    const char* clock;     // 7 zero-filled to two digits
+    const char* distance;  // 12.5 with up to one decimal, then 150
+  };
+  const Row rows[] = {
+      {"en_US", "0", "12,346", "75%", "1003 hPa", "07", "12.5 150"},
+      {"de_DE", "0", "12.346", "75" "\u00A0" "%", "1003 hPa", "07", "12,5 150"},
+      {"ar_EG", "\u0660", nullptr, nullptr, nullptr, "\u0660\u0667", nullptr},
+      {"fa_IR", "\u06F0", nullptr, nullptr, nullptr, "\u06F0\u06F7", nullptr},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.locale);
+    const ValueFormatter& format = ValueFormatter::forLocale(icu::Locale(row.locale));
+    const std::string shown[] = {format.number(12345.6), format.percent(0.75), format.pressure(1003.2),
+                                 format.number(7, {.integerDigits = 2, .grouping = false}),
+                                 format.number(12.5, {.fractionDigits = 1, .trailingZeros = false}) + " " +
+                                     format.number(150, {.fractionDigits = 1, .trailingZeros = false}),
+                                 format.number(3, {.sign = true})};
+    for (const std::string& text : shown) {
+      EXPECT_EQ(text.find_first_of("0123456789") == std::string::npos, std::string(row.zero) != "0") << text;
+    }
+    if (row.count) EXPECT_EQ(shown[0], row.count);
+    if (row.percent) EXPECT_EQ(shown[1], row.percent);
+    if (row.pressure) EXPECT_EQ(shown[2], row.pressure);
+    EXPECT_EQ(shown[3], row.clock);
+    if (row.distance) EXPECT_EQ(shown[4], row.distance);
+    EXPECT_NE(format.temperature(Temperature::celsius(10), TemperatureWidth::narrow).find(row.zero), std::string::npos);
+  }
+}
+
 TEST(ValueFormatTest, BogusLocaleFormatsLikeRootWhichImpliesTheUS) {
   icu::Locale bogus;
   bogus.setToBogus();

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <numbers>
 
+#include "core/screen_words.hpp"
 #include "core/value_json.hpp"
 #include "fires/fire_loading_policy.hpp"
 #include "core/compass.hpp"
@@ -27,25 +28,24 @@ double kilometres(FireCoordinate a, FireCoordinate b) {
   return fireHaversineMeters(a.latitude, a.longitude, b.latitude, b.longitude) / 1000.0;
 }
 
-std::string groupedInteger(double value) {
-  const long long whole = std::llround(value);
-  std::string digits = std::to_string(std::llabs(whole));
-  for (int i = static_cast<int>(digits.size()) - 3; i > 0; i -= 3) digits.insert(static_cast<size_t>(i), ",");
-  return (whole < 0 ? "-" : "") + digits;
-}
-
-std::string utcTime(Date date) {
+// "12:01:05 UTC", the time of day of an instant in UTC.
+std::string utcTime(Date date, const ScreenWords& words) {
   const auto seconds = static_cast<long long>(std::floor(date.unixSeconds()));
   const long long inDay = ((seconds % 86400) + 86400) % 86400;
-  char buffer[24];
-  std::snprintf(buffer, sizeof buffer, "%02lld:%02lld:%02lld UTC", inDay / 3600, inDay / 60 % 60, inDay % 60);
-  return buffer;
+  return words.clock(static_cast<int>(inDay / 3600), static_cast<int>(inDay / 60 % 60), static_cast<int>(inDay % 60)) +
+         " UTC";
 }
 
-std::string age(double seconds) {
-  if (seconds < 90) return std::to_string(std::max(0LL, std::llround(seconds))) + " s";
-  if (seconds < 5400) return std::to_string(std::llround(seconds / 60)) + " min";
-  return std::to_string(std::llround(seconds / 3600)) + " h";
+std::string age(double seconds, const ScreenWords& words) {
+  if (seconds < 90) return words.format("{} s", words.number(std::max(0.0, std::round(seconds))));
+  if (seconds < 5400) return words.format("{} min", words.number(std::round(seconds / 60)));
+  return words.format("{} h", words.number(std::round(seconds / 3600)));
+}
+
+// "  25 km NE": how far and which way from the place asked about.
+std::string whereText(const FireListEntry& entry, const ScreenWords& words) {
+  return "  " + words.format("{} km {}", words.number(std::round(entry.distanceKilometres)),
+                             words(fireBearingName(entry.bearingDegrees)));
 }
 
 std::string typeText(const FireIncidentType& type) {
@@ -107,53 +107,48 @@ FireList fireListAround(const FireMapData& data, FireCoordinate centre, double r
   return list;
 }
 
-std::string fireServiceStateText(const FireServiceReport& report, Date now) {
-  const std::string count = " (" + std::to_string(report.recordCount) + ")";
+std::string fireServiceStateText(const FireServiceReport& report, Date now, const ScreenWords& words) {
+  const std::string count = " (" + words.number(static_cast<double>(report.recordCount)) + ")";
   const std::string_view state = stateName(report);
-  if (state == "notAsked") return "not asked (outside its area)";
-  if (state == "complete") return "complete" + count;
+  if (state == "notAsked") return std::string(words("not asked (outside its area)"));
+  if (state == "complete") return std::string(words("complete")) + count;
   std::string why;
   if (report.failureReason) why = ", " + reasonText(*report.failureReason) + ": " + report.failure;
   if (state == "snapshot") {
-    return "from a snapshot " +
-           age(now.timeIntervalSinceReferenceDate - report.snapshotFetchedAt->timeIntervalSinceReferenceDate) + " old" +
+    return words.format("from a snapshot {} old",
+                        age(now.timeIntervalSinceReferenceDate - report.snapshotFetchedAt->timeIntervalSinceReferenceDate,
+                            words)) +
            count + why;
   }
-  if (state == "coolingDown") return "cooling down until " + utcTime(*report.cooldownUntil) + why;
-  return "failed" + why;
+  if (state == "coolingDown") return words.format("cooling down until {}", utcTime(*report.cooldownUntil, words)) + why;
+  return std::string(words("failed")) + why;
 }
 
-std::string fireIncidentLine(const FireListEntry& entry) {
+std::string fireIncidentLine(const FireListEntry& entry, const ScreenWords& words) {
   const FireIncident& i = *entry.incident;
   std::string line = i.name.empty() ? i.id : i.name;
-  line += "  " + typeText(i.type);
-  if (i.acres) line += "  " + groupedInteger(*i.acres) + " acres";
-  if (i.percentContained) line += "  " + groupedInteger(*i.percentContained) + "% contained";
-  if (i.controlStatus) line += "  " + std::string(fireControlStatusName(*i.controlStatus));
-  char where[64];
-  std::snprintf(where, sizeof where, "  %.0f km %s", entry.distanceKilometres,
-                std::string(fireBearingName(entry.bearingDegrees)).c_str());
-  line += where;
-  line += i.source == FireMapSource::canada ? "  [Canada" : "  [US";
+  line += "  " + std::string(words(typeText(i.type)));
+  if (i.acres) line += "  " + words.format("{} acres", words.number(std::round(*i.acres)));
+  if (i.percentContained) line += "  " + words.format("{} contained", words.percent(std::round(*i.percentContained) / 100.0));
+  if (i.controlStatus) line += "  " + std::string(words(fireControlStatusName(*i.controlStatus)));
+  line += whereText(entry, words);
+  line += i.source == FireMapSource::canada ? "  [" + std::string(words("Canada")) : "  [" + std::string(words("US"));
   if (i.state) line += " " + (i.state->starts_with("US-") ? i.state->substr(3) : *i.state);
   line += "]";
   if (i.detailsURL) line += "  " + std::string(i.detailsURL->buffer());
   return line;
 }
 
-std::string firePerimeterLine(const FireListEntry& entry) {
+std::string firePerimeterLine(const FireListEntry& entry, const ScreenWords& words) {
   const FirePerimeter& p = *entry.perimeter;
   std::string line = p.name.empty() ? p.id : p.name;
-  line += "  " + groupedInteger(p.acres) + " acres";
-  if (p.percentContained) line += "  " + groupedInteger(*p.percentContained) + "% contained";
+  line += "  " + words.format("{} acres", words.number(std::round(p.acres)));
+  if (p.percentContained) line += "  " + words.format("{} contained", words.percent(std::round(*p.percentContained) / 100.0));
   int holes = 0;
   for (const auto& polygon : p.polygons) holes += static_cast<int>(polygon.interiors.size());
-  line += "  " + std::to_string(p.polygons.size()) + (p.polygons.size() == 1 ? " polygon" : " polygons");
-  if (holes > 0) line += ", " + std::to_string(holes) + (holes == 1 ? " hole" : " holes");
-  char where[64];
-  std::snprintf(where, sizeof where, "  %.0f km %s", entry.distanceKilometres,
-                std::string(fireBearingName(entry.bearingDegrees)).c_str());
-  line += where;
+  line += "  " + words.counted(static_cast<double>(p.polygons.size()), "{} polygon", "{} polygons");
+  if (holes > 0) line += ", " + words.counted(holes, "{} hole", "{} holes");
+  line += whereText(entry, words);
   return line;
 }
 

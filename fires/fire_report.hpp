@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/date.hpp"
+#include "core/screen_words.hpp"
 #include "fires/fire_map_loader.hpp"
 #include "fires/fire_records.hpp"
 
@@ -33,11 +34,12 @@ std::string_view fireBearingName(double degrees) noexcept;
 
 // The state of one service: "complete (12)", "from a snapshot 5 min old (12)", "cooling down
 // until 14:05 UTC", "failed: <message>", "not asked (outside California)".
-std::string fireServiceStateText(const FireServiceReport& report, Date now);
+std::string fireServiceStateText(const FireServiceReport& report, Date now, const ScreenWords& words);
 
 // "Dixon Fire  wildfire  3,240 acres  12% contained  25 km NE  [NIFC]" and the like.
-std::string fireIncidentLine(const FireListEntry& entry);
-std::string firePerimeterLine(const FireListEntry& entry);
+// Words and digits come from `words` (the reader's language and numbering system).
+std::string fireIncidentLine(const FireListEntry& entry, const ScreenWords& words);
+std::string firePerimeterLine(const FireListEntry& entry, const ScreenWords& words);
 
 std::string fireListJson(const FireList& list, const FireMapLoad& load, FireCoordinate centre, double radiusKilometres,
                          Date now);

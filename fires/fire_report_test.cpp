@@ -62,7 +62,8 @@ TEST(FireReport, ServiceStates) {
       {failed, "failed, permanent: gone"},
       {notAsked, "not asked (outside its area)"},
   };
-  for (const auto& c : cases) EXPECT_EQ(fireServiceStateText(c.report, kNow), c.text);
+  const ScreenWords english(icu::Locale("en_US"));
+  for (const auto& c : cases) EXPECT_EQ(fireServiceStateText(c.report, kNow, english), c.text);
 }
 
 }  // namespace

@@ -14,9 +14,12 @@ namespace ombrine {
 
 namespace {
 
-std::string utcMinute(Date date) {
-  const std::string iso = iso8601String(date);  // "2026-09-08T06:00:00Z"
-  return iso.substr(0, 10) + " " + iso.substr(11, 5) + " UTC";
+// "2026-09-08 06:00 UTC" in the reader's digits.
+std::string utcMinute(Date date, const ScreenWords& words) {
+  const std::string shown = words.utcTime(date);  // "2026-09-08 06:00:00 UTC"
+  const auto seconds = shown.rfind(':');
+  const auto end = shown.find(' ', seconds);
+  return seconds == std::string::npos || end == std::string::npos ? shown : shown.substr(0, seconds) + shown.substr(end);
 }
 
 std::string categoryText(const Storm& storm, const icu::Locale& locale) {
@@ -60,14 +63,16 @@ std::string agencyLabel(const Storm& storm) {
   return label;
 }
 
-std::string formatStormPosition(double latitude, double longitude) {
-  return fmt::format("{:.1f}{} {:.1f}{}", std::abs(latitude), latitude < 0 ? 'S' : 'N', std::abs(longitude),
-                     longitude < 0 ? 'W' : 'E');
+std::string formatStormPosition(double latitude, double longitude, const ScreenWords& words) {
+  const NumberStyle tenths{.fractionDigits = 1, .grouping = false};
+  return words.format(latitude < 0 ? "{}S" : "{}N", words.number(std::abs(latitude), tenths)) + " " +
+         words.format(longitude < 0 ? "{}W" : "{}E", words.number(std::abs(longitude), tenths));
 }
 
-std::optional<std::string> formatStormMovement(std::optional<double> direction, std::optional<double> speedKt) {
+std::optional<std::string> formatStormMovement(std::optional<double> direction, std::optional<double> speedKt,
+                                               const ScreenWords& words) {
   if (!direction || !speedKt || !std::isfinite(*direction) || !std::isfinite(*speedKt)) return std::nullopt;
-  return fmt::format("{} at {:.0f} kt", nearestCompassAbbreviation(*direction), *speedKt);
+  return words.format("{} at {} kt", words(nearestCompassAbbreviation(*direction)), words.number(*speedKt));
 }
 
 std::vector<StormListEntry> stormListEntries(const std::vector<Storm>& storms, const std::optional<Location>& near,
@@ -88,27 +93,32 @@ std::vector<StormListEntry> stormListEntries(const std::vector<Storm>& storms, c
   return entries;
 }
 
-std::string stormListLine(const StormListEntry& entry, const icu::Locale& locale) {
+std::string stormListLine(const StormListEntry& entry, const ScreenWords& words) {
   const Storm& storm = entry.storm;
+  const icu::Locale& locale = words.locale();
   std::string line = fmt::format("{:<9} {:<22} {:<9} {:<24}", storm.id, storm.title(locale), agencyLabel(storm),
                                  categoryText(storm, locale));
-  line += storm.intensity ? fmt::format(" {:>4} kt", *storm.intensity) : std::string("    - kt");
-  line += storm.pressure ? fmt::format(" {:>5} mb", *storm.pressure) : std::string("     - mb");
-  line += fmt::format("  {:<13}", formatStormPosition(storm.coordinate.latitude, storm.coordinate.longitude));
-  line += fmt::format(" {:<12}", formatStormMovement(storm.movementDir, storm.movementSpeed).value_or("stationary"));
-  if (entry.distanceKm) line += fmt::format(" {:>6.0f} km", *entry.distanceKm);
+  const auto number = [&](std::optional<int> value) { return value ? words.number(*value) : std::string("-"); };
+  line += fmt::format(" {:>4} {}", number(storm.intensity), words("kt"));
+  line += fmt::format(" {:>5} {}", number(storm.pressure), words("mb"));
+  line += fmt::format("  {:<13}", formatStormPosition(storm.coordinate.latitude, storm.coordinate.longitude, words));
+  line += fmt::format(" {:<12}", formatStormMovement(storm.movementDir, storm.movementSpeed, words)
+                                     .value_or(std::string(words("stationary"))));
+  if (entry.distanceKm) line += fmt::format(" {:>6} {}", words.number(std::round(*entry.distanceKm)), words("km"));
   while (!line.empty() && line.back() == ' ') line.pop_back();
   return line;
 }
 
-std::string forecastPointLine(const KMLCircleFeature& point) {
+std::string forecastPointLine(const KMLCircleFeature& point, const ScreenWords& words) {
   const auto hour = forecastHourNumber(point.forecastHour);
-  std::string when = point.forecastHour && hour == 0 ? "now" : hour ? fmt::format("+{} h", *hour) : "past";
+  std::string when = point.forecastHour && hour == 0 ? std::string(words("now"))
+                     : hour ? words.format("{} h", words.number(*hour, {.sign = true}))
+                            : std::string(words("past"));
   std::string line = fmt::format("{:<7}", when);
-  line += point.time ? utcMinute(*point.time) : std::string("                    ");
-  line += fmt::format("  {:<13}", formatStormPosition(point.coordinate.latitude, point.coordinate.longitude));
-  line += point.windKt ? fmt::format(" {:>4} kt", *point.windKt) : std::string("    - kt");
-  line += point.pressureMb ? fmt::format(" {:>5} mb", *point.pressureMb) : std::string("");
+  line += point.time ? utcMinute(*point.time, words) : std::string(20, ' ');
+  line += fmt::format("  {:<13}", formatStormPosition(point.coordinate.latitude, point.coordinate.longitude, words));
+  line += fmt::format(" {:>4} {}", point.windKt ? words.number(*point.windKt) : std::string("-"), words("kt"));
+  if (point.pressureMb) line += fmt::format(" {:>5} {}", words.number(*point.pressureMb), words("mb"));
   if (point.intensityTag) line += "  " + *point.intensityTag;
   return line;
 }

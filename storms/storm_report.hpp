@@ -1,6 +1,7 @@
 #pragma once
 // The storm list and a storm's forecast as the command shows them: one line per storm or per
-// forecast point, or JSON. Pure functions; thread-safe.
+// forecast point, or JSON. Pure functions; thread-safe. Lines take their words and digits from
+// a ScreenWords (the reader's language and numbering system); JSON is plain ASCII.
 
 #include <optional>
 #include <string>
@@ -9,6 +10,7 @@
 #include <unicode/locid.h>
 
 #include "core/location.hpp"
+#include "core/screen_words.hpp"
 #include "storms/storm.hpp"
 #include "storms/storm_overlay_plan.hpp"
 
@@ -22,11 +24,12 @@ StormAgency agencyOf(const Storm& storm);
 std::string agencyLabel(const Storm& storm);
 
 // "22.8N 131.6E".
-std::string formatStormPosition(double latitude, double longitude);
+std::string formatStormPosition(double latitude, double longitude, const ScreenWords& words);
 
 // "NW at 9 kt" from a heading in degrees (22.5-degree sectors centred on each point); nothing
 // without both values.
-std::optional<std::string> formatStormMovement(std::optional<double> direction, std::optional<double> speedKt);
+std::optional<std::string> formatStormMovement(std::optional<double> direction, std::optional<double> speedKt,
+                                               const ScreenWords& words);
 
 struct StormListEntry {
   Storm storm;
@@ -39,10 +42,10 @@ std::vector<StormListEntry> stormListEntries(const std::vector<Storm>& storms, c
                                              std::optional<double> radiusKm);
 
 // "WP0626  Lanlan (Cat 4)  JTWC  Super Typhoon  145 kt  900 mb  18.2N 132.4E  NW at 9 kt  1234 km".
-std::string stormListLine(const StormListEntry& entry, const icu::Locale& locale);
+std::string stormListLine(const StormListEntry& entry, const ScreenWords& words);
 
 // "+24 h  2026-09-08 06:00 UTC  24.9N 128.7E  125 kt  916 mb  HU4"; "now" for the current point.
-std::string forecastPointLine(const KMLCircleFeature& point);
+std::string forecastPointLine(const KMLCircleFeature& point, const ScreenWords& words);
 
 // {"id", "name", "title", "agency", "classification", "label", "intensityKt", "pressureMb",
 //  "latitude", "longitude", "movementDir", "movementSpeedKt", "lastUpdate" (ISO 8601),

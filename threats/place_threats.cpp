@@ -77,11 +77,17 @@ class Nearest {
   std::optional<Offset> best_;
 };
 
-std::string ageText(double seconds) {
-  if (seconds < 90) return "under a minute";
-  if (seconds < 5400) return fmt::format("{} min", std::lround(seconds / 60));
-  if (seconds < 172800) return fmt::format("{} h", std::lround(seconds / 3600));
-  return fmt::format("{} days", std::lround(seconds / 86400));
+std::string ageText(double seconds, const ScreenWords& words) {
+  if (seconds < 90) return std::string(words("under a minute"));
+  if (seconds < 5400) return words.format("{} min", words.number(std::round(seconds / 60)));
+  if (seconds < 172800) return words.format("{} h", words.number(std::round(seconds / 3600)));
+  return words.format("{} days", words.number(std::round(seconds / 86400)));
+}
+
+// English words and plain digits: what JSON and the web page read.
+const ScreenWords& wordsOf(const ThreatInputs& inputs) {
+  static const ScreenWords english(icu::Locale("en_US"));
+  return inputs.words ? *inputs.words : english;
 }
 
 std::optional<double> ageSince(std::optional<Date> then, Date now) {
@@ -91,13 +97,15 @@ std::optional<double> ageSince(std::optional<Date> then, Date now) {
 
 void addFires(const ThreatInputs& inputs, std::vector<Threat>& out) {
   if (!inputs.fires) return;
+  const ScreenWords& words = wordsOf(inputs);
+  const auto acres = [&](double value) { return words.format("{} acres", words.number(std::round(value))); };
   if (!inputs.fires->perimeters.empty()) {
     const FireListEntry& entry = inputs.fires->perimeters.front();
+    const auto& contained = entry.perimeter->percentContained;
     out.push_back({"fire perimeter", entry.perimeter->name,
-                   fmt::format("{:.0f} acres{}", entry.perimeter->acres,
-                               entry.perimeter->percentContained
-                                   ? fmt::format(", {:.0f}% contained", *entry.perimeter->percentContained)
-                                   : ""),
+                   acres(entry.perimeter->acres) +
+                       (contained ? ", " + words.format("{} contained", words.percent(std::round(*contained) / 100.0))
+                                  : ""),
                    entry.distanceKilometres, entry.bearingDegrees,
                    ageSince(entry.perimeter->modifiedDate.value_or(entry.perimeter->polygonDate), inputs.now)});
   }
@@ -105,19 +113,21 @@ void addFires(const ThreatInputs& inputs, std::vector<Threat>& out) {
     const FireListEntry& entry = inputs.fires->incidents.front();
     const FireIncident& incident = *entry.incident;
     out.push_back({"fire", incident.name,
-                   incident.acres ? fmt::format("{:.0f} acres", *incident.acres) : std::string("size unknown"),
+                   incident.acres ? acres(*incident.acres) : std::string(words("size unknown")),
                    entry.distanceKilometres, entry.bearingDegrees,
                    ageSince(incident.modifiedDate ? incident.modifiedDate : incident.discoveryDate, inputs.now)});
   }
 }
 
 void addStorms(const ThreatInputs& inputs, std::vector<Threat>& out) {
+  const ScreenWords& words = wordsOf(inputs);
   std::vector<Threat> storms;
   for (const auto& track : inputs.storms) {
     const NearestPoint nearest = nearestStormPoint(inputs.place, track);
     if (nearest.distanceKilometres > inputs.radiusKilometres) continue;
-    std::string detail = track.storm.intensity ? fmt::format("{} kt", *track.storm.intensity) : std::string();
-    if (nearest.distanceKilometres == 0) detail += detail.empty() ? "inside the cone" : ", inside the cone";
+    std::string detail = track.storm.intensity ? words.number(*track.storm.intensity) + " " + std::string(words("kt"))
+                                               : std::string();
+    if (nearest.distanceKilometres == 0) detail += (detail.empty() ? "" : ", ") + std::string(words("inside the cone"));
     storms.push_back({"storm", track.title, detail, nearest.distanceKilometres, nearest.bearingDegrees,
                       ageSince(track.storm.lastUpdate, inputs.now)});
   }
@@ -129,20 +139,23 @@ void addStorms(const ThreatInputs& inputs, std::vector<Threat>& out) {
 void addWeather(const ThreatInputs& inputs, std::vector<Threat>& out) {
   if (!inputs.weather) return;
   const OneCallWeather& weather = *inputs.weather;
+  const ScreenWords& words = wordsOf(inputs);
   const double age = std::max(0.0, inputs.now - weather.current.dt);
   for (const auto& alert : weather.alerts.value_or(std::vector<OneCallWeather::Alert>{})) {
     if (alert.end && *alert.end <= inputs.now) continue;
     const bool started = alert.start <= inputs.now;
     out.push_back({"warning", alert.event,
-                   started ? fmt::format("from {}", alert.senderName)
-                           : fmt::format("from {}, starts in {}", alert.senderName, ageText(alert.start - inputs.now)),
+                   started ? words.format("by {}", alert.senderName)
+                           : words.format("by {}, starts in {}", alert.senderName,
+                                          ageText(alert.start - inputs.now, words)),
                    std::nullopt, std::nullopt, age});
   }
   for (const auto& minute : weather.minutely.value_or(std::vector<OneCallWeather::Minutely>{})) {
     if (minute.dt < inputs.now || minute.precipitation.inMillimeters() < 0.1) continue;
     const double wait = minute.dt - inputs.now;
-    out.push_back({"rain", "Rain", wait < 60 ? "now" : fmt::format("in {}", ageText(wait)), std::nullopt, std::nullopt,
-                   age});
+    out.push_back({"rain", std::string(words("Rain")),
+                   wait < 60 ? std::string(words("now")) : words.format("in {}", ageText(wait, words)), std::nullopt,
+                   std::nullopt, age});
     return;
   }
   for (const auto& hour : weather.hourly) {
@@ -151,9 +164,11 @@ void addWeather(const ThreatInputs& inputs, std::vector<Threat>& out) {
     const double volume = (hour.rain ? hour.rain->rainVolume.inMillimeters() : 0) +
                           (hour.snow ? hour.snow->snowVolume.inMillimeters() : 0);
     if (hour.pop < 0.5 || volume <= 0) continue;
-    out.push_back({"rain", hour.snow && hour.snow->snowVolume.inMillimeters() > volume / 2 ? "Snow" : "Rain",
-                   fmt::format("{}, {:.0f}% likely, {:.1f} mm", wait <= 0 ? "this hour" : "in " + ageText(wait),
-                               hour.pop * 100, volume),
+    const bool snow = hour.snow && hour.snow->snowVolume.inMillimeters() > volume / 2;
+    out.push_back({"rain", std::string(words(snow ? "Snow" : "Rain")),
+                   words.format("{}, {} likely, {} mm",
+                                wait <= 0 ? std::string(words("this hour")) : words.format("in {}", ageText(wait, words)),
+                                words.percent(hour.pop), words.number(volume, {.fractionDigits = 1})),
                    std::nullopt, std::nullopt, age});
     return;
   }
@@ -189,15 +204,16 @@ std::vector<Threat> assessThreats(const ThreatInputs& inputs) {
   return threats;
 }
 
-std::string threatLine(const Threat& threat) {
-  std::string line = fmt::format("{} ({})", threat.title, threat.kind);
+std::string threatLine(const Threat& threat, const ScreenWords& words) {
+  std::string line = fmt::format("{} ({})", threat.title, words(threat.kind));
   if (!threat.detail.empty()) line += ": " + threat.detail;
   if (threat.distanceKilometres) {
-    line += *threat.distanceKilometres < 0.5
-                ? fmt::format(", here")
-                : fmt::format(", {:.0f} km {}", *threat.distanceKilometres, fireBearingName(threat.bearingDegrees.value_or(0)));
+    line += ", " + (*threat.distanceKilometres < 0.5
+                        ? std::string(words("here"))
+                        : words.format("{} km {}", words.number(std::round(*threat.distanceKilometres)),
+                                       words(fireBearingName(threat.bearingDegrees.value_or(0)))));
   }
-  if (threat.dataAgeSeconds) line += fmt::format(", data {} old", ageText(*threat.dataAgeSeconds));
+  if (threat.dataAgeSeconds) line += ", " + words.format("data {} old", ageText(*threat.dataAgeSeconds, words));
   return line;
 }
 

@@ -17,6 +17,7 @@
 #include "core/date.hpp"
 #include "core/location.hpp"
 #include "core/one_call_weather.hpp"
+#include "core/screen_words.hpp"
 #include "fires/fire_report.hpp"
 #include "storms/storm.hpp"
 #include "storms/storm_overlay_plan.hpp"
@@ -49,6 +50,8 @@ struct ThreatInputs {
   const OneCallWeather* weather = nullptr;
   const FireList* fires = nullptr;  // around the place
   std::vector<StormTrack> storms;
+  // The words and digits of the details; nothing: English and plain digits (JSON, the web page).
+  const ScreenWords* words = nullptr;
 };
 
 struct NearestPoint {
@@ -86,6 +89,6 @@ struct PlaceThreats {
 std::string threatsJson(const PlaceThreats& threats);
 
 // "Dixon Fire (fire perimeter): 25 km NE, data 2 h old" and the like.
-std::string threatLine(const Threat& threat);
+std::string threatLine(const Threat& threat, const ScreenWords& words);
 
 }  // namespace ombrine

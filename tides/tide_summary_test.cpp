@@ -33,7 +33,7 @@ TideData lewes() {
 
 TEST(TideSummaryTest, LocalClockTimesAcrossTheDaylightSavingChange) {
   const auto zone = *TimeZone::named("America/New_York");
-  const auto lines = tideExtremeLines(lewes(), at("2026-10-31T20:00:00Z"), 24, zone, icu::Locale("en_US"));
+  const auto lines = tideExtremeLines(lewes(), at("2026-10-31T20:00:00Z"), 24, zone, ScreenWords(icu::Locale("en_US")));
   ASSERT_EQ(lines.size(), 3u);
   // 12 h 25 min apart, but 11 h 25 min apart on the clock: 7:00 PM EDT, then 6:25 AM EST.
   EXPECT_NE(lines[0].find("Oct 31"), std::string::npos) << lines[0];
@@ -45,12 +45,12 @@ TEST(TideSummaryTest, LocalClockTimesAcrossTheDaylightSavingChange) {
   EXPECT_NE(lines[1].find("low"), std::string::npos);
   // The same instants in Berlin, already on winter time, keep their 12 h 25 min.
   const auto berlin = tideExtremeLines(lewes(), at("2026-10-31T20:00:00Z"), 24, *TimeZone::named("Europe/Berlin"),
-                                       icu::Locale("de_DE"));
+                                       ScreenWords(icu::Locale("de_DE")));
   ASSERT_EQ(berlin.size(), 3u);
   EXPECT_NE(berlin[0].find("00:00"), std::string::npos) << berlin[0];
   EXPECT_NE(berlin[2].find("12:25"), std::string::npos) << berlin[2];
   // Only the asked hours are listed.
-  EXPECT_EQ(tideExtremeLines(lewes(), at("2026-10-31T20:00:00Z"), 6, zone, icu::Locale("en_US")).size(), 1u);
+  EXPECT_EQ(tideExtremeLines(lewes(), at("2026-10-31T20:00:00Z"), 6, zone, ScreenWords(icu::Locale("en_US"))).size(), 1u);
 }
 
 TEST(TideSummaryTest, UnitsFollowTheLocale) {
@@ -69,20 +69,21 @@ TEST(TideSummaryTest, UnitsFollowTheLocale) {
     SCOPED_TRACE(row.locale);
     const icu::Locale locale(row.locale);
     EXPECT_EQ(tideHeightUnit(locale), row.unit);
-    EXPECT_EQ(describeTideStation(lewes(), locale), row.station);
-    const auto next = describeNextTide(lewes(), at("2026-10-31T20:00:00Z"), *TimeZone::named("America/New_York"), locale);
+    const ScreenWords words(locale);
+    EXPECT_EQ(describeTideStation(lewes(), words), row.station);
+    const auto next = describeNextTide(lewes(), at("2026-10-31T20:00:00Z"), *TimeZone::named("America/New_York"), words);
     ASSERT_TRUE(next);
     EXPECT_EQ(next->rfind("Next tide: high " + std::string(row.height) + " at ", 0), 0u) << *next;
     EXPECT_NE(next->find("(Lewes, DE)"), std::string::npos) << *next;
   }
   TideData chosen = lewes();
   chosen.distance = 0.0;
-  EXPECT_EQ(describeTideStation(chosen, icu::Locale("en_US")), "Lewes, DE · chosen directly");
+  EXPECT_EQ(describeTideStation(chosen, ScreenWords(icu::Locale("en_US"))), "Lewes, DE · chosen directly");
   // All tides past: the last one is still named; none at all gives no line.
-  EXPECT_NE(describeNextTide(lewes(), at("2026-11-03T00:00:00Z"), TimeZone::gmt(), icu::Locale("en_US"))->find("high"),
+  EXPECT_NE(describeNextTide(lewes(), at("2026-11-03T00:00:00Z"), TimeZone::gmt(), ScreenWords(icu::Locale("en_US")))->find("high"),
             std::string::npos);
   chosen.extremes.clear();
-  EXPECT_EQ(describeNextTide(chosen, at("2026-11-01T00:00:00Z"), TimeZone::gmt(), icu::Locale("en_US")), std::nullopt);
+  EXPECT_EQ(describeNextTide(chosen, at("2026-11-01T00:00:00Z"), TimeZone::gmt(), ScreenWords(icu::Locale("en_US"))), std::nullopt);
 }
 
 }  // namespace

@@ -40,7 +40,7 @@ ActiveStormsResult trustedStorms(Services& services) {
 }
 
 PlaceThreats gatherThreats(Services& services, const std::string& placeName, const Location& place,
-                           const GeoDetails& details, double radiusKilometres) {
+                           const GeoDetails& details, double radiusKilometres, const ScreenWords* words) {
   const Date now = Date::fromSystem(services.clock().now());
   auto forecast = std::async(std::launch::async, [&] {
     auto fetching = services.network().fetchOneCall(place, details.region, details.timeZone, std::nullopt, false);
@@ -107,6 +107,7 @@ PlaceThreats gatherThreats(Services& services, const std::string& placeName, con
   inputs.place = place;
   inputs.now = now;
   inputs.radiusKilometres = radiusKilometres;
+  inputs.words = words;
   std::optional<PlacedWeather> stale;
   if (weather) {
     inputs.weather = &*weather;

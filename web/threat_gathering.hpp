@@ -19,7 +19,8 @@ namespace ombrine::web {
 // answered in full. Raises what ActiveStormFetcher raises.
 ActiveStormsResult trustedStorms(Services& services);
 
+// `words` words the threats' details for a screen; nothing: English and plain digits.
 PlaceThreats gatherThreats(Services& services, const std::string& placeName, const Location& place,
-                           const GeoDetails& details, double radiusKilometres);
+                           const GeoDetails& details, double radiusKilometres, const ScreenWords* words = nullptr);
 
 }  // namespace ombrine::web
