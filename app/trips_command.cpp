@@ -140,12 +140,6 @@ std::string momentText(Date instant, const TimeZone& zone) {
   return fmt::format("{} {:02}:{:02}", dayText(day), time.hour, time.minute);
 }
 
-std::string lower(std::string_view text) {
-  std::string out(text);
-  for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return out;
-}
-
 // The destination the options name, or nothing when no place could be read for them.
 std::optional<TripLocation> resolvePlace(const PlaceOptions& options, const Geocoder& geocoder) {
   if (!options.place.empty() && !options.at.empty()) throw UsageError("give a place name or --at, not both");

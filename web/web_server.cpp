@@ -80,7 +80,7 @@ std::string makeAccessToken() {
 }
 
 WebServer::WebServer(Services& services, WebServerOptions options)
-    : services_(services), options_(std::move(options)), api_(services), files_(listPage(options_.pageFolder)) {
+    : options_(std::move(options)), api_(services), files_(listPage(options_.pageFolder)) {
   if (files_.find("/") == files_.end()) {
     throw std::runtime_error("the page is missing: no index.html in " + options_.pageFolder.string());
   }

@@ -54,7 +54,6 @@ class WebServer {
  private:
   void install();
 
-  Services& services_;
   WebServerOptions options_;
   Api api_;
   GuardPolicy policy_;
