@@ -14,6 +14,7 @@
 #include "platform/runtime.hpp"
 #include "platform/testing/fake_clock.hpp"
 #include "platform/testing/forked_child.hpp"
+#include "platform/testing/scratch_folder.hpp"
 
 namespace ombrine {
 namespace {
@@ -22,13 +23,6 @@ using namespace std::chrono_literals;
 
 class HttpCacheTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    directory_ =
-        std::filesystem::temp_directory_path() / ("ombrine-http-cache-" + std::to_string(::getpid()) + "-" +
-                                                  ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    std::filesystem::remove_all(directory_);
-  }
-  void TearDown() override { std::filesystem::remove_all(directory_); }
 
   static CachedResponse reply(std::string body, double at = 1.0e9) {
     return CachedResponse{
@@ -36,7 +30,8 @@ class HttpCacheTest : public ::testing::Test {
         .responseTime = at};
   }
 
-  std::filesystem::path directory_;
+  const ScratchFolder scratch_{"ombrine-http-cache"};
+  const std::filesystem::path directory_ = scratch_.path() / "cache";
 };
 
 // A tile server with a validator: 304 to a matching If-None-Match, else the tile.

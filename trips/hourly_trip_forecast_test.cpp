@@ -14,6 +14,7 @@
 #include "platform/runtime.hpp"
 #include "platform/testing/async_testing.hpp"
 #include "platform/testing/fake_clock.hpp"
+#include "platform/testing/scratch_folder.hpp"
 #include "trips/trip_calendar.hpp"
 
 namespace ombrine {
@@ -89,18 +90,10 @@ FavoriteLocation munich() {
 
 class HourlyTripForecastTest : public testing::Test {
  protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() / ("ombrine-hourly-trips-" + std::to_string(::getpid()) + "-" +
-                                        testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-    openCaches();
-  }
+  void SetUp() override { openCaches(); }
   void TearDown() override {
     favorites_.reset();
     cache_.reset();
-    std::error_code ec;
-    fs::remove_all(dir_, ec);
   }
 
   void openCaches() {
@@ -156,7 +149,8 @@ class HourlyTripForecastTest : public testing::Test {
 
   Runtime runtime_{2};
   FakeClock clock_{kClockNow.toSystem()};
-  fs::path dir_;
+  const ScratchFolder scratch_{"ombrine-hourly-trips"};
+  const fs::path dir_ = scratch_.path();
   std::unique_ptr<WeatherCache> cache_;
   std::unique_ptr<FavoriteWeatherCache> favorites_;
   std::atomic<int> fetches_{0};
