@@ -16,13 +16,14 @@
 #include "platform/testing/fake_clock.hpp"
 #include "platform/testing/scratch_folder.hpp"
 #include "trips/trip_calendar.hpp"
+#include "trips/trips_test_support.hpp"
 
 namespace ombrine {
 namespace {
 
-namespace fs = std::filesystem;
+using namespace trips_testing;
 
-TimeZone zone(const char* identifier) { return *TimeZone::named(identifier); }
+namespace fs = std::filesystem;
 
 // 2027-03-27 20:00 UTC: the next 24 hours hold the spring-forward night of Central Europe.
 const Date kNow = Date::fromUnix(1806177600.0);
@@ -45,12 +46,6 @@ double temperatureAt(const Location& place) {
     if (location.distance(place) < 1.0) return temperature;
   }
   return -99.0;
-}
-
-Uuid idNumber(int n) {
-  Uuid id;
-  id.bytes[15] = static_cast<std::uint8_t>(n);
-  return id;
 }
 
 std::vector<OneCallWeather::Hourly> hourlyRows(const Location& place, Date first, int count) {

@@ -13,20 +13,17 @@
 #include "platform/testing/fake_clock.hpp"
 #include "platform/testing/scratch_folder.hpp"
 #include "trips/trip_calendar.hpp"
+#include "trips/trips_test_support.hpp"
 
 namespace ombrine {
 namespace {
+
+using namespace trips_testing;
 
 namespace fs = std::filesystem;
 
 const TimeZone kBerlinZone = *TimeZone::named("Europe/Berlin");
 const Location kBerlin(52.52, 13.405);
-
-Uuid idNumber(int n) {
-  Uuid id;
-  id.bytes[15] = static_cast<std::uint8_t>(n);
-  return id;
-}
 
 // An all-day trip to Berlin over the given September 2024 days.
 Trip berlinTrip(int n, int firstDay, int lastDay) {
