@@ -14,6 +14,7 @@
 #include "platform/runtime.hpp"
 #include "platform/testing/fake_clock.hpp"
 #include "platform/testing/forked_child.hpp"
+#include "platform/testing/loopback_http_server.hpp"
 #include "platform/testing/scratch_folder.hpp"
 
 namespace ombrine {
@@ -48,26 +49,13 @@ struct TileServer {
       }
       response.set_content(std::string(20000, 'p'), "image/png");
     });
-    port = server.bind_to_any_port("127.0.0.1");
-    thread = std::thread([this] { server.listen_after_bind(); });
-    while (!server.is_running()) std::this_thread::sleep_for(1ms);
+    http.start();
   }
-  ~TileServer() {
-    server.stop();
-    thread.join();
-  }
-  boost::urls::url url() const {
-    boost::urls::url url;
-    url.set_scheme("http");
-    url.set_encoded_host("127.0.0.1");
-    url.set_port_number(static_cast<std::uint16_t>(port));
-    url.set_path("/tile.png");
-    return url;
-  }
+  ~TileServer() { http.stop(); }
+  boost::urls::url url() const { return http.url("/tile.png"); }
 
-  httplib::Server server;
-  std::thread thread;
-  int port = 0;
+  LoopbackHttpServer http;
+  httplib::Server& server = http.server;
   std::atomic<int> requests = 0;
   std::atomic<int> revalidations = 0;
 };

@@ -17,6 +17,7 @@
 #include "platform/testing/async_testing.hpp"
 #include "platform/testing/fake_clock.hpp"
 #include "platform/testing/in_memory_key_value_store.hpp"
+#include "platform/testing/loopback_http_server.hpp"
 
 namespace ombrine {
 namespace {
@@ -42,31 +43,18 @@ struct MintServer {
       response.status = status;
       response.set_content(body, "application/json");
     });
-    port = server.bind_to_any_port("127.0.0.1");
-    thread = std::thread([this] { server.listen_after_bind(); });
-    while (!server.is_running()) std::this_thread::sleep_for(1ms);
+    http.start();
   }
-  ~MintServer() {
-    server.stop();
-    thread.join();
-  }
-  boost::urls::url base() const {
-    boost::urls::url url;
-    url.set_scheme("http");
-    url.set_encoded_host("127.0.0.1");
-    url.set_port_number(static_cast<std::uint16_t>(port));
-    url.set_path("/proxy");
-    return url;
-  }
+  ~MintServer() { http.stop(); }
+  boost::urls::url base() const { return http.url("/proxy"); }
   std::vector<std::string> seen() {
     std::lock_guard lock(mutex);
     return credentials;
   }
 
   Answer answer;
-  httplib::Server server;
-  std::thread thread;
-  int port = 0;
+  LoopbackHttpServer http;
+  httplib::Server& server = http.server;
   std::mutex mutex;
   std::vector<std::string> credentials;
 };
