@@ -63,6 +63,11 @@ inline double latitudeNorthBy(double latitude, double longitude, double metres) 
   return north;
 }
 
+// The point on the meridian of `from` at least `metres` north of it (latitudeNorthBy).
+inline Location northOf(const Location& from, double metres) {
+  return Location(latitudeNorthBy(from.latitude(), from.longitude(), metres), from.longitude());
+}
+
 // A fresh scratch folder per test, removed afterwards.
 class ScratchFolderTest : public testing::Test {
  protected:
