@@ -18,6 +18,7 @@
 #include <set>
 #include <sstream>
 
+#include "platform/atomic_file.hpp"
 #include "platform/errors.hpp"
 #include "platform/runtime.hpp"
 #include "platform/testing/loopback_http_server.hpp"
@@ -30,10 +31,7 @@ using Clock = std::chrono::steady_clock;
 using asio::ip::tcp;
 
 std::string readTestdata(const std::string& name) {
-  std::ifstream file(std::string(OMBRINE_TESTDATA_DIR) + "/http/" + name, std::ios::binary);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
+  return readFileIfExists(std::string(OMBRINE_TESTDATA_DIR) + "/http/" + name).value_or("");
 }
 
 // Holds server handlers until the test is done with them, so no handler outlives its test.
