@@ -26,15 +26,26 @@ struct FailureLine {
 // Words the failures of one type (or nothing for any other).
 using FailureWording = std::function<std::optional<FailureLine>(const std::exception&)>;
 
-// Failures of type `Error` exit with `exitCode` and read `prefix` + their own text, or only
-// `fixedText` when one is given.
+// Rewrites a failure's own text before it is shown (to neutralise what the user typed, say).
+using FailureTextTransform = std::function<std::string(std::string_view)>;
+
+// Failures of type `Error` exit with `exitCode` and read `prefix` + their own text (as
+// `transform` rewrites it, when given), or only `fixedText` when one is given.
 template <class Error>
-FailureWording wordAs(int exitCode, std::string prefix = {}, std::optional<std::string> fixedText = std::nullopt) {
-  return [exitCode, prefix = std::move(prefix),
-          fixedText = std::move(fixedText)](const std::exception& error) -> std::optional<FailureLine> {
+FailureWording wordAs(int exitCode, std::string prefix = {}, std::optional<std::string> fixedText = std::nullopt,
+                      FailureTextTransform transform = {}) {
+  return [exitCode, prefix = std::move(prefix), fixedText = std::move(fixedText),
+          transform = std::move(transform)](const std::exception& error) -> std::optional<FailureLine> {
     if (dynamic_cast<const Error*>(&error) == nullptr) return std::nullopt;
-    return FailureLine{exitCode, fixedText ? *fixedText : prefix + error.what()};
+    if (fixedText) return FailureLine{exitCode, *fixedText};
+    return FailureLine{exitCode, prefix + (transform ? transform(error.what()) : std::string(error.what()))};
   };
+}
+
+// Failures of type `Error` exit with `exitCode` and read their own text as `transform` rewrites it.
+template <class Error>
+FailureWording wordAs(int exitCode, FailureTextTransform transform) {
+  return wordAs<Error>(exitCode, {}, std::nullopt, std::move(transform));
 }
 
 // Failures of type `Error` exit 1, worded by failureText for `service`.

@@ -15,7 +15,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -55,20 +55,15 @@ class Sandbox {
   std::filesystem::path tasks() const { return sandbox_.container() / "Library/Application Support/Background Tasks"; }
 
   json::array passes() const {
-    std::ifstream in(tasks() / (kTask + ".passes.json"));
-    std::stringstream text;
-    text << in.rdbuf();
     boost::system::error_code error;
-    auto value = json::parse(text.str(), error);
+    auto value = json::parse(readTextFile(tasks() / (kTask + ".passes.json")), error);
     return !error && value.is_array() ? value.as_array() : json::array();
   }
 
   std::optional<double> standingRequest() const {
-    std::ifstream in(tasks() / (kTask + ".request.json"));
-    if (!in) return std::nullopt;
-    std::stringstream text;
-    text << in.rdbuf();
-    return json::parse(text.str()).at("earliestBeginDate").to_number<double>();
+    const std::string text = readTextFile(tasks() / (kTask + ".request.json"));
+    if (text.empty()) return std::nullopt;
+    return json::parse(text).at("earliestBeginDate").to_number<double>();
   }
 
   // Waits until `count` passes have ended; false after `limit`.

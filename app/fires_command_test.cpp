@@ -18,9 +18,7 @@ namespace {
 class FiresCommandTest : public ::testing::Test {
  protected:
   ProgramRun run(const std::string& arguments, const std::string& faults = "") {
-    std::string environment = "LANG=en_US.UTF-8";
-    if (!faults.empty()) environment += " OMBRINE_SIM_FAULTS='" + faults + "'";
-    return sandbox_.run(OMBRINE_PROGRAM, "--services sim fires " + arguments, environment);
+    return sandbox_.runSimulated(OMBRINE_PROGRAM, "fires " + arguments, faults);
   }
 
   static std::map<std::string, std::string> states(const boost::json::value& document) {
@@ -72,8 +70,6 @@ TEST_F(FiresCommandTest, OneFailingServiceLeavesTheOthers) {
   };
   const Case cases[] = {
       {"nifc.*=status=503", {"NIFC incidents", "NIFC perimeters"}, "coolingDown"},
-      {"calfire.incidents=status=429,retry-after=none", {"CAL FIRE incidents"}, "coolingDown"},
-      {"calfire.perimeters=status=500", {"CAL FIRE perimeters"}, "failed"},
       {"cwfis.*=error200", {"CWFIS active fires", "CWFIS perimeters"}, "failed"},
       {"nifc.perimeters=truncate", {"NIFC perimeters"}, "failed"},
   };

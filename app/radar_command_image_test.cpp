@@ -32,8 +32,7 @@ TEST(RadarImageCommand, WritesPicturesAndRefusesBadUsage) {
     std::string arguments = row.arguments;
     const std::string file = (sandbox.root() / "picture").string();
     if (const auto at = arguments.find("FILE"); at != std::string::npos) arguments.replace(at, 4, file);
-    const std::string faults = *row.faults ? std::string("OMBRINE_SIM_FAULTS='") + row.faults + "'" : "";
-    const ProgramRun run = sandbox.run(OMBRINE_PROGRAM, "--services sim " + arguments, faults);
+    const ProgramRun run = sandbox.runSimulated(OMBRINE_PROGRAM, arguments, row.faults);
     EXPECT_EQ(run.exitCode, row.exitCode) << run.err;
     EXPECT_NE(run.err.find(row.err), std::string::npos) << run.err;
     const std::string written = readTextFile(file + ".png");

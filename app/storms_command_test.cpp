@@ -3,16 +3,10 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/testing/program_sandbox.hpp"
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <array>
-#include <cstdio>
-#include <filesystem>
 #include <string>
 
 #include "core/value_json.hpp"
+#include "platform/testing/program_sandbox.hpp"
 
 namespace ombrine {
 namespace {
@@ -20,8 +14,7 @@ namespace {
 class StormsCommandTest : public ::testing::Test {
  protected:
   ProgramRun run(const std::string& arguments, const std::string& faults = "") {
-    const std::string environment = "LANG=en_US.UTF-8" + (faults.empty() ? "" : " OMBRINE_SIM_FAULTS='" + faults + "'");
-    return sandbox_.run(OMBRINE_PROGRAM, "--services sim storms " + arguments, environment);
+    return sandbox_.runSimulated(OMBRINE_PROGRAM, "storms " + arguments, faults);
   }
 
   ProgramSandbox sandbox_{"ombrine-storms-e2e"};

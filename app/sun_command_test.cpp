@@ -2,16 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/testing/program_sandbox.hpp"
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <array>
-#include <cstdio>
-#include <filesystem>
 #include <string>
+#include <vector>
 
 #include "core/value_json.hpp"
+#include "platform/testing/program_sandbox.hpp"
 
 namespace ombrine {
 namespace {
@@ -25,26 +20,24 @@ TEST(SunCommandTest, DaysAndTheirStates) {
   struct Row {
     const char* arguments;
     int exitCode;
-    const char* expectInOutput;
+    std::vector<std::string> expectInOutput;
   };
   const Row rows[] = {
-      {"Tromsø --date 2026-06-21", 0, "Midnight sun"},
-      {"Tromsø --date 2026-12-21", 0, "Polar night"},
-      {"Tromsø --date 2026-12-21", 0, "Europe/Oslo"},
-      {"--at 48.137,11.575 --date 2026-06-21", 0, "Sunrise            05:1"},  // Munich, summer time
-      {"--at 48.137,11.575 --date 2026-06-21", 0, "Daylight           16 h"},
-      {"Tromsø --year 2026", 0, "2026-06-21  Midnight sun"},
-      {"--at 48.137,11.575 --date 2026-02-30", 2, ""},  // no such day
-      {"--at 48.137,11.575 --date 21.06.2026", 2, ""},
-      {"Tromsø --year 2026 --date 2026-06-21", 2, ""},
-      {"--at 91,0", 2, ""},
-      {"", 2, ""},
+      {"Tromsø --date 2026-06-21", 0, {"Midnight sun"}},
+      {"Tromsø --date 2026-12-21", 0, {"Polar night", "Europe/Oslo"}},
+      {"--at 48.137,11.575 --date 2026-06-21", 0, {"Sunrise            05:1", "Daylight           16 h"}},  // summer time
+      {"Tromsø --year 2026", 0, {"2026-06-21  Midnight sun"}},
+      {"--at 48.137,11.575 --date 2026-02-30", 2, {}},  // no such day
+      {"--at 48.137,11.575 --date 21.06.2026", 2, {}},
+      {"Tromsø --year 2026 --date 2026-06-21", 2, {}},
+      {"--at 91,0", 2, {}},
+      {"", 2, {}},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.arguments);
     const ProgramRun run = runSun(row.arguments);
     EXPECT_EQ(run.exitCode, row.exitCode);
-    EXPECT_NE(run.out.find(row.expectInOutput), std::string::npos) << run.out;
+    for (const auto& text : row.expectInOutput) EXPECT_NE(run.out.find(text), std::string::npos) << text;
   }
 }
 

@@ -11,7 +11,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <type_traits>
 #include <string>
 #include <vector>
 
@@ -472,17 +471,10 @@ int remove(const std::string& named) {
 // Runs a subcommand and turns its failures into one line on stderr and the exit code.
 void report(const char* name, const std::function<int()>& run) {
   // A trip's name in a message quotes what was typed: shown harmlessly, and never at length.
-  auto quoting = [](int exitCode, auto tag) -> FailureWording {
-    using Error = typename decltype(tag)::type;
-    return [exitCode](const std::exception& error) -> std::optional<FailureLine> {
-      if (dynamic_cast<const Error*>(&error) == nullptr) return std::nullopt;
-      return FailureLine{exitCode, neutralised(error.what(), kMaxTripMessage)};
-    };
-  };
+  const FailureTextTransform quoted = [](std::string_view text) { return neutralised(text, kMaxTripMessage); };
   static const CommandReporting reporting{{wordAs<TripRejectedError>(2), wordAs<UsageError>(2),
                                            wordAs<InvalidPlaceQuery>(2),
-                                           quoting(1, std::type_identity<NoSuchTrip>{}),
-                                           quoting(2, std::type_identity<AmbiguousTrip>{}),
+                                           wordAs<NoSuchTrip>(1, quoted), wordAs<AmbiguousTrip>(2, quoted),
                                            wordAs<TripRemovedError>(1),
                                            wordAs<FileError>(1, "the trips cannot be read or written: "),
                                            wordAs<CloudStoreQuotaError>(1)},

@@ -12,24 +12,12 @@
 #include "platform/linux/system_clock.hpp"
 #include "platform/runtime.hpp"
 #include "platform/testing/in_memory_key_value_store.hpp"
+#include "platform/testing/scratch_folder.hpp"
 
 namespace ombrine {
 namespace {
 
 using namespace std::chrono_literals;
-
-class TempFolder {
- public:
-  TempFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "ombrine-background-XXXXXX").string();
-    path_ = ::mkdtemp(pattern.data());
-  }
-  ~TempFolder() { std::filesystem::remove_all(path_); }
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
-};
 
 enum class FetchBehaviour { succeed, fail, hang, succeedAfterRandomDelay };
 
@@ -76,7 +64,7 @@ class RecordingWork final : public BackgroundRefreshWork {
 };
 
 struct Fixture {
-  TempFolder folder;
+  const ScratchFolder folder{"ombrine-background"};
   SystemClock clock;
   Runtime runtime{2};
   FileBackgroundScheduler scheduler{clock, folder.path(), {200ms, 2s}};

@@ -22,6 +22,7 @@
 
 #include "platform/linux/curl_http_client.hpp"
 #include "platform/runtime.hpp"
+#include "platform/testing/loopback_http_server.hpp"
 
 namespace {
 
@@ -31,38 +32,23 @@ using namespace ombrine;
 class SmallBodyServer {
  public:
   SmallBodyServer() {
-    server_.set_tcp_nodelay(true);
-    server_.set_keep_alive_max_count(1'000'000);
+    httplib::Server& server = http_.server;
+    server.set_tcp_nodelay(true);
+    server.set_keep_alive_max_count(1'000'000);
     // A type the server does not compress: our client asks for compressed bodies and the curl
     // command line does not, and both must receive the same bytes to be compared.
-    server_.Get("/small", [](const httplib::Request&, httplib::Response& response) {
+    server.Get("/small", [](const httplib::Request&, httplib::Response& response) {
       response.set_content(R"({"temperature":12.5,"condition":"rain"})",
                            "application/octet-stream");
     });
-    port_ = server_.bind_to_any_port("127.0.0.1");
-    thread_ = std::thread([this] { server_.listen_after_bind(); });
-    while (!server_.is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  ~SmallBodyServer() {
-    server_.stop();
-    thread_.join();
+    http_.start();
   }
 
-  int port() const { return port_; }
-
-  boost::urls::url url() const {
-    boost::urls::url url;
-    url.set_scheme("http");
-    url.set_encoded_host("127.0.0.1");
-    url.set_port_number(static_cast<std::uint16_t>(port_));
-    url.set_path("/small");
-    return url;
-  }
+  int port() const { return http_.port(); }
+  boost::urls::url url() const { return http_.url("/small"); }
 
  private:
-  httplib::Server server_;
-  int port_ = 0;
-  std::thread thread_;
+  LoopbackHttpServer http_;
 };
 
 // One coroutine awaiting `count` requests in turn, as a caller fetching page after page would.

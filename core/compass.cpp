@@ -14,9 +14,7 @@ int compassIndex(double degrees) noexcept {
 }
 
 std::string_view nearestCompassAbbreviation(double degrees) noexcept {
-  if (!std::isfinite(degrees)) return kCompassAbbreviations[0];
-  const double normalised = std::fmod(std::fmod(degrees, 360.0) + 360.0, 360.0);
-  return kCompassAbbreviations[static_cast<int>(std::floor(normalised / 22.5 + 0.5)) % kCompassPointCount];
+  return kCompassAbbreviations[nearestCompassIndex(degrees)];
 }
 
 CompassDirection compassDirection(Angle direction) noexcept {

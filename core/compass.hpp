@@ -5,11 +5,11 @@
 // degrees wide, not 22.5: the sectors deliberately do not close the circle, so everything
 // from 330 degrees on is NNW and 352 degrees is NNW, not N. Pure and thread-safe.
 
-#include <array>
 #include <optional>
 #include <string_view>
 
 #include "core/measurements.hpp"
+#include "platform/compass_points.hpp"
 
 namespace ombrine {
 
@@ -21,11 +21,8 @@ enum class CompassDirection {
   west, westNorthWest, northWest, northNorthWest,
 };
 
-inline constexpr int kCompassPointCount = 16;
-
-// The point abbreviations in the same order: "N", "NNE", "NE", ... "NNW".
-inline constexpr std::array<std::string_view, kCompassPointCount> kCompassAbbreviations = {
-    "N", "NNE", "NE", "ENE", "E", "ESE", "SE", "SSE", "S", "SSW", "SW", "WSW", "W", "WNW", "NW", "NNW"};
+// The points' abbreviations (kCompassAbbreviations) and kCompassPointCount come from
+// platform/compass_points.hpp, in the same order.
 
 // The point index (0 = N ... 15 = NNW) of a direction in degrees. A direction below 0 or not
 // a number is N; one of 330 or more is NNW.
@@ -36,9 +33,9 @@ CompassDirection compassDirection(Angle direction) noexcept;
 // "N", "NNE", ...
 std::string_view abbreviation(CompassDirection direction) noexcept;
 
-// The nearest point to a bearing or heading in degrees, any angle wrapped into 0...360: sectors of
-// 22.5 degrees centred on each point, so 11.2 is "N", 11.3 "NNE" and 350 "N". Unlike the wind rule
-// above, the sectors close the circle. Not a number is "N".
+// The abbreviation of the nearest point to a bearing or heading (nearestCompassIndex: sectors of
+// 22.5 degrees centred on each point, so 11.2 is "N", 11.3 "NNE" and 350 "N"). Unlike the wind
+// rule above, the sectors close the circle. Not a number is "N".
 std::string_view nearestCompassAbbreviation(double degrees) noexcept;
 
 // The point an abbreviation names ("nne" too); nothing for anything else.

@@ -250,6 +250,16 @@ struct Harness {
     return static_cast<int>(std::count_if(traces.begin(), traces.end(),
                                           [](const std::string& t) { return t.rfind("request ", 0) == 0 && t.find("finished") == std::string::npos; }));
   }
+  // Starts the first fetch for Munich and has the provider park it (after any steps scripted
+  // before); true once it waits.
+  bool parkFirstFetch() {
+    providers.script(ScriptedProviders::Park{});
+    event([](ContentView& v) {
+      v.sceneBecameActive();
+      v.locationChanged(kMunich);
+    });
+    return eventually([&] { return providers.parked() == 1; });
+  }
   // Runs the first fetch for Munich to its end (through the first-appearance pause).
   void firstFetch(double dt = 1000) {
     providers.script(recordAt(dt, 1));
@@ -266,12 +276,7 @@ struct Harness {
 TEST(ContentViewTest, DuplicateRequestsStartOneFetchAndAForcedOneReplacesIt) {
   Harness h;
   h.providers.script(ScriptedProviders::Park{});
-  h.providers.script(ScriptedProviders::Park{});
-  h.event([](ContentView& v) {
-    v.sceneBecameActive();
-    v.locationChanged(kMunich);
-  });
-  ASSERT_TRUE(eventually([&] { return h.providers.parked() == 1; }));
+  ASSERT_TRUE(h.parkFirstFetch());
   h.event([](ContentView& v) {
     v.requestFetch(false);
     v.requestFetch(false);
@@ -349,12 +354,7 @@ TEST(ContentViewTest, GatesOfAMoveByDistanceFreshnessAndInterval) {
 TEST(ContentViewTest, SceneActivationDuringAFetchGivesOneFurtherRequestUnlessCancelled) {
   {
     Harness h;
-    h.providers.script(ScriptedProviders::Park{});
-    h.event([](ContentView& v) {
-      v.sceneBecameActive();
-      v.locationChanged(kMunich);
-    });
-    ASSERT_TRUE(eventually([&] { return h.providers.parked() == 1; }));
+    ASSERT_TRUE(h.parkFirstFetch());
     h.event([](ContentView& v) {
       v.sceneBecameActive();
       v.networkPathChanged(false);
@@ -369,12 +369,7 @@ TEST(ContentViewTest, SceneActivationDuringAFetchGivesOneFurtherRequestUnlessCan
   }
   {
     Harness h;
-    h.providers.script(ScriptedProviders::Park{});
-    h.event([](ContentView& v) {
-      v.sceneBecameActive();
-      v.locationChanged(kMunich);
-    });
-    ASSERT_TRUE(eventually([&] { return h.providers.parked() == 1; }));
+    ASSERT_TRUE(h.parkFirstFetch());
     h.event([](ContentView& v) { v.sceneBecameActive(); });
     h.cache.offerBackdrop();
     h.event([](ContentView& v) { v.refreshGesture(); });  // cancels the first, drops its wish
@@ -478,12 +473,7 @@ TEST(ContentViewTest, ImmediateProviderRequestFetchesWithItsProviderAndLeavesThe
 
 TEST(ContentViewTest, RecoversAfterACancelledFetch) {
   Harness h;
-  h.providers.script(ScriptedProviders::Park{});
-  h.event([](ContentView& v) {
-    v.sceneBecameActive();
-    v.locationChanged(kMunich);
-  });
-  ASSERT_TRUE(eventually([&] { return h.providers.parked() == 1; }));
+  ASSERT_TRUE(h.parkFirstFetch());
   h.event([](ContentView& v) { v.shutdown(); });
   ASSERT_TRUE(h.idleWithoutRequest());
   auto s = h.state();

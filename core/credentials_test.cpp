@@ -9,6 +9,7 @@
 
 #include "platform/atomic_file.hpp"
 #include "platform/errors.hpp"
+#include "platform/testing/scratch_folder.hpp"
 
 namespace ombrine {
 namespace {
@@ -33,17 +34,13 @@ TEST(CredentialsTest, TokenIsTheXorOfBothTablesWithTheShortOneRepeating) {
 class CredentialFileTest : public testing::Test {
  protected:
   void SetUp() override {
-    dir_ = fs::temp_directory_path() / ("ombrine-credentials-" + std::to_string(::getpid()));
-    fs::create_directories(dir_);
     ::unsetenv("OMBRINE_FORECA_TOKEN");
     ::unsetenv("OMBRINE_OPENWEATHER_KEY");
     ::unsetenv("OMBRINE_METEOSTAT_KEY");
   }
-  void TearDown() override {
-    fs::remove_all(dir_);
-    ::unsetenv("OMBRINE_FORECA_TOKEN");
-  }
-  fs::path dir_;
+  void TearDown() override { ::unsetenv("OMBRINE_FORECA_TOKEN"); }
+  const ScratchFolder scratch_{"ombrine-credentials"};
+  const fs::path dir_ = scratch_.path();
 };
 
 TEST_F(CredentialFileTest, SourcesAndRefusals) {

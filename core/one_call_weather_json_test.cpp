@@ -15,6 +15,7 @@
 
 #include "core/testing_records.hpp"
 #include "core/weather_derived.hpp"
+#include "platform/atomic_file.hpp"
 #include "platform/icu_setup.hpp"
 
 namespace ombrine {
@@ -29,12 +30,7 @@ class OneCallWeatherJsonTest : public ::testing::Test {
   static void SetUpTestSuite() { useShippedTimeZoneData(); }
 };
 
-std::string readFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream buffer;
-  buffer << in.rdbuf();
-  return buffer.str();
-}
+std::string readFile(const std::string& path) { return readFileIfExists(path).value_or(""); }
 
 std::string failureOf(const std::function<void()>& body) {
   try {

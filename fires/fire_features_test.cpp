@@ -6,15 +6,13 @@
 #include <sstream>
 
 #include "core/errors.hpp"
+#include "platform/atomic_file.hpp"
 
 namespace ombrine {
 namespace {
 
 std::string readTestFile(const std::string& name) {
-  std::ifstream in(std::string(OMBRINE_TESTDATA_DIR) + "/" + name, std::ios::binary);
-  std::stringstream buffer;
-  buffer << in.rdbuf();
-  return buffer.str();
+  return readFileIfExists(std::string(OMBRINE_TESTDATA_DIR) + "/" + name).value_or("");
 }
 
 TEST(FireFeatures, RealCalFireListsInEveryForm) {

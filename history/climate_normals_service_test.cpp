@@ -18,6 +18,7 @@
 #include "platform/linux/curl_http_client.hpp"
 #include "platform/runtime.hpp"
 #include "platform/testing/async_testing.hpp"
+#include "platform/testing/scratch_folder.hpp"
 #include "sim/sim_server.hpp"
 
 namespace ombrine {
@@ -31,14 +32,9 @@ const Location kSvalbard(78.22, 15.65);  // beyond the simulated Meteostat stati
 class ClimateNormalsServiceTest : public testing::Test {
  protected:
   ClimateNormalsServiceTest()
-      : directory_(fs::temp_directory_path() / ("climate-normals-" + std::to_string(::getpid()) + "-" +
-                                                testing::UnitTest::GetInstance()->current_test_info()->name())),
+      : directory_(scratch_.path()),
         sim_(sim::SimServer::Options{.port = 0, .seed = 7, .logRequests = false}),
         service_(http_, ServiceEndpoints::simulator(sim_.baseUrl()), Secret("test-key"), directory_) {}
-  ~ClimateNormalsServiceTest() override {
-    std::error_code ignored;
-    fs::remove_all(directory_, ignored);
-  }
 
   HistoryData history(Location location) { return runtime_.runBlocking(service_.historyData(location)); }
 
@@ -51,6 +47,7 @@ class ClimateNormalsServiceTest : public testing::Test {
     return HistoricalWeatherCache::cachedHistoryData(directory_, location.latitude(), location.longitude(), true);
   }
 
+  const ScratchFolder scratch_{"climate-normals"};
   fs::path directory_;
   Runtime runtime_{2};
   CurlHttpClient http_;

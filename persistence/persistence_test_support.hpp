@@ -15,6 +15,7 @@
 #include "core/date.hpp"
 #include "core/location.hpp"
 #include "persistence/coordinated_value_cache.hpp"
+#include "platform/testing/scratch_folder.hpp"
 
 namespace ombrine::testing_support {
 
@@ -62,21 +63,16 @@ inline double latitudeNorthBy(double latitude, double longitude, double metres) 
   return north;
 }
 
-// A fresh scratch folder named after the running test, removed afterwards.
+// The point on the meridian of `from` at least `metres` north of it (latitudeNorthBy).
+inline Location northOf(const Location& from, double metres) {
+  return Location(latitudeNorthBy(from.latitude(), from.longitude(), metres), from.longitude());
+}
+
+// A fresh scratch folder per test, removed afterwards.
 class ScratchFolderTest : public testing::Test {
  protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() /
-           ("ombrine-persistence-" + std::to_string(::getpid()) + "-" +
-            testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-  }
-  void TearDown() override {
-    std::error_code ec;
-    fs::remove_all(dir_, ec);
-  }
-  fs::path dir_;
+  const ScratchFolder scratch_{"ombrine-persistence"};
+  const fs::path dir_ = scratch_.path();
 };
 
 }  // namespace ombrine::testing_support

@@ -22,16 +22,6 @@ namespace {
 using namespace testing_support;
 using namespace std::chrono_literals;
 
-constexpr double kEarthRadius = 6371009.0;
-constexpr double kPi = 3.14159265358979323846;
-
-// The point at least `metres` north of `from` (the smallest such latitude step).
-Location northOf(const Location& from, double metres) {
-  double latitude = from.latitude() + metres / kEarthRadius * 180.0 / kPi;
-  while (Location(latitude, from.longitude()).distance(from) < metres) latitude = std::nextafter(latitude, 90.0);
-  return Location(latitude, from.longitude());
-}
-
 CachedWeather berlin(double dtOffset = 0.0, const char* service = "Foreca") {
   testing_records::RecordShape shape;
   shape.days = 2;

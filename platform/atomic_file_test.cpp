@@ -12,6 +12,7 @@
 
 #include "platform/errors.hpp"
 #include "platform/testing/forked_child.hpp"
+#include "platform/testing/scratch_folder.hpp"
 
 namespace ombrine {
 namespace {
@@ -20,21 +21,15 @@ namespace fs = std::filesystem;
 
 class AtomicFileTest : public testing::Test {
  protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() / ("ombrine-atomic-" + std::to_string(::getpid()) + "-" +
-                                        testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-  }
   void TearDown() override {
     std::error_code ec;
     fs::permissions(dir_ / "locked", fs::perms::owner_all, ec);
-    fs::remove_all(dir_);
   }
   size_t entriesIn(const fs::path& folder) {
     return static_cast<size_t>(std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
   }
-  fs::path dir_;
+  const ScratchFolder scratch_{"ombrine-atomic"};
+  const fs::path dir_ = scratch_.path();
 };
 
 TEST_F(AtomicFileTest, WritesReplacesAndReads) {

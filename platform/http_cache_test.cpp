@@ -14,6 +14,8 @@
 #include "platform/runtime.hpp"
 #include "platform/testing/fake_clock.hpp"
 #include "platform/testing/forked_child.hpp"
+#include "platform/testing/loopback_http_server.hpp"
+#include "platform/testing/scratch_folder.hpp"
 
 namespace ombrine {
 namespace {
@@ -22,13 +24,6 @@ using namespace std::chrono_literals;
 
 class HttpCacheTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    directory_ =
-        std::filesystem::temp_directory_path() / ("ombrine-http-cache-" + std::to_string(::getpid()) + "-" +
-                                                  ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    std::filesystem::remove_all(directory_);
-  }
-  void TearDown() override { std::filesystem::remove_all(directory_); }
 
   static CachedResponse reply(std::string body, double at = 1.0e9) {
     return CachedResponse{
@@ -36,7 +31,8 @@ class HttpCacheTest : public ::testing::Test {
         .responseTime = at};
   }
 
-  std::filesystem::path directory_;
+  const ScratchFolder scratch_{"ombrine-http-cache"};
+  const std::filesystem::path directory_ = scratch_.path() / "cache";
 };
 
 // A tile server with a validator: 304 to a matching If-None-Match, else the tile.
@@ -53,26 +49,13 @@ struct TileServer {
       }
       response.set_content(std::string(20000, 'p'), "image/png");
     });
-    port = server.bind_to_any_port("127.0.0.1");
-    thread = std::thread([this] { server.listen_after_bind(); });
-    while (!server.is_running()) std::this_thread::sleep_for(1ms);
+    http.start();
   }
-  ~TileServer() {
-    server.stop();
-    thread.join();
-  }
-  boost::urls::url url() const {
-    boost::urls::url url;
-    url.set_scheme("http");
-    url.set_encoded_host("127.0.0.1");
-    url.set_port_number(static_cast<std::uint16_t>(port));
-    url.set_path("/tile.png");
-    return url;
-  }
+  ~TileServer() { http.stop(); }
+  boost::urls::url url() const { return http.url("/tile.png"); }
 
-  httplib::Server server;
-  std::thread thread;
-  int port = 0;
+  LoopbackHttpServer http;
+  httplib::Server& server = http.server;
   std::atomic<int> requests = 0;
   std::atomic<int> revalidations = 0;
 };

@@ -16,6 +16,7 @@
 #include "platform/linux/system_clock.hpp"
 #include "platform/runtime.hpp"
 #include "platform/testing/in_memory_key_value_store.hpp"
+#include "platform/testing/scratch_folder.hpp"
 #include "sim/sim_server.hpp"
 
 namespace ombrine {
@@ -24,7 +25,7 @@ namespace {
 class RadarLoaderTest : public ::testing::Test {
  protected:
   RadarLoaderTest()
-      : directory_(std::filesystem::temp_directory_path() / ("ombrine-radar-loader-" + std::to_string(::getpid()))),
+      : directory_(scratch_.path()),
         endpoints_(ServiceEndpoints::simulator(simulator_.baseUrl())),
         cache_(directory_),
         cached_(network_, cache_, clock_),
@@ -34,11 +35,11 @@ class RadarLoaderTest : public ::testing::Test {
                 RadarEndpoints{endpoints_.rainViewer, std::string(endpoints_.rainViewerTiles.buffer()),
                                endpoints_.tileProxy},
                 TimeZone::gmt()) {}
-  ~RadarLoaderTest() override { std::filesystem::remove_all(directory_); }
 
   Date now() const { return Date::fromSystem(clock_.now()); }
 
   sim::SimServer simulator_;
+  const ScratchFolder scratch_{"ombrine-radar-loader"};
   std::filesystem::path directory_;
   ServiceEndpoints endpoints_;
   Runtime runtime_{2};

@@ -18,6 +18,7 @@
 #include "platform/linux/system_clock.hpp"
 #include "platform/runtime.hpp"
 #include "platform/testing/in_memory_key_value_store.hpp"
+#include "platform/testing/scratch_folder.hpp"
 #include "radar/caching_tile_overlay_renderer.hpp"
 #include "radar/gif_writer.hpp"
 #include "radar/headless_map_view.hpp"
@@ -77,14 +78,13 @@ class TileLoadingTest : public ::testing::Test {
  protected:
   TileLoadingTest()
       : simulator_(sim::SimServer::Options{.clock = &pinned_}),
-        directory_(std::filesystem::temp_directory_path() / ("ombrine-tiles-" + std::to_string(::getpid()))),
+        directory_(scratch_.path()),
         endpoints_(ServiceEndpoints::simulator(simulator_.baseUrl())),
         cache_(directory_),
         cached_(network_, cache_, clock_),
         issuer_(SigningCredentialIssuer::withEphemeralKey(clock_)),
         tokens_(runtime_.makeStrand(), network_, clock_, endpoints_.tileProxy, defaults_, *issuer_),
         session_{cached_, cache_, memory_, tokens_, endpoints_.tileProxy, runtime_.executor(), clock_, nullptr} {}
-  ~TileLoadingTest() override { std::filesystem::remove_all(directory_); }
 
   std::shared_ptr<AnimatedRadarTileOverlay> radarOverlay(const std::string& frame = "/v2/radar/1800000000") {
     return std::make_shared<AnimatedRadarTileOverlay>(session_, std::string(endpoints_.rainViewerTiles.buffer()), frame,
@@ -101,6 +101,7 @@ class TileLoadingTest : public ::testing::Test {
 
   sim::PinnedClock pinned_{Clock::WallTime(std::chrono::seconds(1'800'000'000))};
   sim::SimServer simulator_;
+  const ScratchFolder scratch_{"ombrine-tiles"};
   std::filesystem::path directory_;
   ServiceEndpoints endpoints_;
   Runtime runtime_{2};
@@ -204,11 +205,7 @@ class RendererTest : public TileLoadingTest {
  protected:
   void settle(CachingTileOverlayRenderer& renderer, const MapViewport& viewport) {
     for (int round = 0; round < 200; ++round) {
-      CairoSurface surface(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, viewport.width, viewport.height));
-      CairoContext context(cairo_create(surface.get()));
-      viewport.applyTransform(context.get());
-      std::vector<CachingTileOverlayRenderer::DrawnTile> tiles;
-      renderer.draw(viewport.mapRect(), viewport.zoomScale(), context.get(), &tiles);
+      const auto tiles = drawOnce(renderer, viewport);
       const bool redraw = view_.runPending();
       if (!redraw && std::none_of(tiles.begin(), tiles.end(), [](const auto& t) { return t.loading; })) return;
       view_.waitForWork(100ms);

@@ -17,6 +17,7 @@
 #include "platform/testing/async_testing.hpp"
 #include "platform/testing/fake_clock.hpp"
 #include "platform/testing/in_memory_key_value_store.hpp"
+#include "platform/testing/loopback_http_server.hpp"
 
 namespace ombrine {
 namespace {
@@ -42,31 +43,18 @@ struct MintServer {
       response.status = status;
       response.set_content(body, "application/json");
     });
-    port = server.bind_to_any_port("127.0.0.1");
-    thread = std::thread([this] { server.listen_after_bind(); });
-    while (!server.is_running()) std::this_thread::sleep_for(1ms);
+    http.start();
   }
-  ~MintServer() {
-    server.stop();
-    thread.join();
-  }
-  boost::urls::url base() const {
-    boost::urls::url url;
-    url.set_scheme("http");
-    url.set_encoded_host("127.0.0.1");
-    url.set_port_number(static_cast<std::uint16_t>(port));
-    url.set_path("/proxy");
-    return url;
-  }
+  ~MintServer() { http.stop(); }
+  boost::urls::url base() const { return http.url("/proxy"); }
   std::vector<std::string> seen() {
     std::lock_guard lock(mutex);
     return credentials;
   }
 
   Answer answer;
-  httplib::Server server;
-  std::thread thread;
-  int port = 0;
+  LoopbackHttpServer http;
+  httplib::Server& server = http.server;
   std::mutex mutex;
   std::vector<std::string> credentials;
 };
@@ -132,118 +120,71 @@ TEST(TileTokenManagerTest, ConcurrentCallersShareOneExchange) {
   EXPECT_EQ(fixture.server.seen()[1], fixture.server.seen()[0]);
 }
 
+// What a failed exchange raised: "invalidResponse", "decoding" or "other".
+std::string failureKind(std::exception_ptr error) {
+  try {
+    std::rethrow_exception(error);
+  } catch (const NetworkError& network) {
+    return network.which() == NetworkError::invalidResponse ? "invalidResponse" : "other";
+  } catch (const DecodingError&) {
+    return "decoding";
+  } catch (...) {
+    return "other";
+  }
+}
+
 TEST(TileTokenManagerTest, StoredStateAndFailurePaths) {
   const double start = 1'700'000'000.0;
   struct Row {
     const char* name;
     StoreDictionary stored;
     MintServer::Answer answer;
-    std::optional<std::string> token;  // nothing: fails
-    std::function<bool(std::exception_ptr)> failure;
+    const char* outcome;  // the token, or the failure's kind after "!"
     int posts;
-    std::optional<std::string> credentialAfter;  // "fresh": the one issued now; "": removed
+    const char* credentialAfter;  // "fresh": the one issued now; "": none
   };
-  auto isInvalidResponse = [](std::exception_ptr error) {
-    try {
-      std::rethrow_exception(error);
-    } catch (const NetworkError& network) {
-      return network.which() == NetworkError::invalidResponse;
-    } catch (...) {
-      return false;
-    }
+  const auto always = [](int status, std::string body) -> MintServer::Answer {
+    return [status, body](const std::string&, int) { return std::pair{status, body}; };
   };
-  auto isDecoding = [](std::exception_ptr error) {
-    try {
-      std::rethrow_exception(error);
-    } catch (const DecodingError&) {
-      return true;
-    } catch (...) {
-      return false;
-    }
-  };
-  auto refuseStored = [](const std::string& credential, int call) -> std::pair<int, std::string> {
+  const auto refuseStored = [](const std::string& credential, int call) -> std::pair<int, std::string> {
     if (credential == "stored.credential.jws") return {403, "{}"};
     return minted(credential, call);
   };
+  const auto storedToken = [&](StoreValue expiry) {
+    return StoreDictionary{{"tile_token.jwt", {std::string("kept")}}, {"tile_token.expiresAt", std::move(expiry)}};
+  };
+  const StoreDictionary storedCredential{{"tile_token.appTransactionJws", {std::string("stored.credential.jws")}}};
   const Row rows[] = {
-      {"stored token with 61 s left is used",
-       {{"tile_token.jwt", {std::string("kept")}}, {"tile_token.expiresAt", storeDate(start + 61)}},
-       minted,
-       "kept",
-       nullptr,
-       0,
-       std::nullopt},
-      {"stored token with 60 s left is refused",
-       {{"tile_token.jwt", {std::string("kept")}}, {"tile_token.expiresAt", storeDate(start + 60)}},
-       minted,
-       "token-1",
-       nullptr,
-       1,
-       "fresh"},
-      {"corrupt stored expiry reads as no token",
-       {{"tile_token.jwt", {std::string("kept")}}, {"tile_token.expiresAt", {std::string("soon")}}},
-       minted,
-       "token-1",
-       nullptr,
-       1,
-       "fresh"},
-      {"refused stored credential is replaced once",
-       {{"tile_token.appTransactionJws", {std::string("stored.credential.jws")}}},
-       refuseStored,
-       "token-2",
-       nullptr,
-       2,
-       "fresh"},
-      {"500 with a stored credential keeps it",
-       {{"tile_token.appTransactionJws", {std::string("stored.credential.jws")}}},
-       [](const std::string&, int) {
-         return std::pair<int, std::string>{500, "{}"};
-       },
-       std::nullopt,
-       isInvalidResponse,
-       1,
+      {"stored token with 61 s left is used", storedToken(storeDate(start + 61)), minted, "kept", 0, ""},
+      {"stored token with 60 s left is refused", storedToken(storeDate(start + 60)), minted, "token-1", 1, "fresh"},
+      {"corrupt stored expiry reads as no token", storedToken({std::string("soon")}), minted, "token-1", 1, "fresh"},
+      {"refused stored credential is replaced once", storedCredential, refuseStored, "token-2", 2, "fresh"},
+      {"500 with a stored credential keeps it", storedCredential, always(500, "{}"), "!invalidResponse", 1,
        "stored.credential.jws"},
-      {"a refused fresh credential is final",
-       {},
-       [](const std::string&, int) {
-         return std::pair<int, std::string>{401, "{}"};
-       },
-       std::nullopt,
-       isInvalidResponse,
-       1,
-       ""},
-      {"a token reply that does not decode",
-       {},
-       [](const std::string&, int) {
-         return std::pair<int, std::string>{200, R"({"token":"t","expiresAt":"later"})"};
-       },
-       std::nullopt,
-       isDecoding,
-       1,
+      {"a refused fresh credential is final", {}, always(401, "{}"), "!invalidResponse", 1, ""},
+      {"a token reply that does not decode", {}, always(200, R"({"token":"t","expiresAt":"later"})"), "!decoding", 1,
        "fresh"},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
     Fixture fixture(row.answer, row.stored);
-    if (row.token) {
-      EXPECT_EQ(fixture.token(), *row.token);
-    } else {
+    const std::string outcome = row.outcome;
+    if (outcome.starts_with("!")) {
       const auto failure = fixture.failure();
       ASSERT_TRUE(failure);
-      EXPECT_TRUE(row.failure(failure));
+      EXPECT_EQ("!" + failureKind(failure), outcome);
+    } else {
+      EXPECT_EQ(fixture.token(), outcome);
     }
     const auto seen = fixture.server.seen();
     EXPECT_EQ(seen.size(), static_cast<std::size_t>(row.posts));
     const auto credential = fixture.defaults.stringValue(TileTokenManager::kCredentialKey);
-    if (!row.credentialAfter) {
-      EXPECT_FALSE(credential);
-    } else if (*row.credentialAfter == "fresh") {
-      ASSERT_FALSE(seen.empty());
-      EXPECT_EQ(credential, seen.back());
-    } else if (row.credentialAfter->empty()) {
+    const std::string expected = row.credentialAfter;
+    if (expected.empty()) {
       EXPECT_FALSE(credential);
     } else {
-      EXPECT_EQ(credential, *row.credentialAfter);
+      ASSERT_FALSE(seen.empty());
+      EXPECT_EQ(credential, expected == "fresh" ? seen.back() : expected);
     }
   }
 }

@@ -8,6 +8,7 @@
 #include <charconv>
 #include <cmath>
 
+#include "platform/compass_points.hpp"
 #include "sim/json_writer.hpp"
 
 namespace ombrine::sim {
@@ -18,8 +19,6 @@ using namespace std::chrono;
 namespace {
 
 constexpr std::string_view kGeohashAlphabet = "0123456789bcdefghjkmnpqrstuvwxyz";
-constexpr std::string_view kCompass[] = {"N", "NNE", "NE", "ENE", "E", "ESE", "SE", "SSE",
-                                         "S", "SSW", "SW", "WSW", "W", "WNW", "NW", "NNW"};
 
 GeoPoint decodeGeohash(std::string_view hash) {
   if (hash.size() < 6 || hash.size() > 7) throw Refusal{400, "Invalid geohash length"};
@@ -81,7 +80,7 @@ json::object wind(const WeatherSample& s, bool withGust) {
   const double kmh = s.windSpeed * 3.6;
   json::object out{{"speed_knot", std::lround(kmh / 1.852)},
                    {"speed_kilometre", std::lround(kmh)},
-                   {"direction", s.windSpeed < 0.5 ? "CALM" : kCompass[static_cast<int>(std::lround(s.windDirection / 22.5)) % 16]}};
+                   {"direction", s.windSpeed < 0.5 ? "CALM" : kCompassAbbreviations[nearestCompassIndex(s.windDirection)]}};
   if (withGust) {
     out["gust_speed_knot"] = std::lround(s.windGust * 3.6 / 1.852);
     out["gust_speed_kilometre"] = std::lround(s.windGust * 3.6);

@@ -94,6 +94,9 @@ TEST(FaultPlanTest, RouteFaultOverridesTheDefaultAndTimesRunOut) {
   EXPECT_EQ(plan.take("jtwc.rss")->status, 503);
   EXPECT_EQ(plan.take("jtwcx.rss")->latency, 5ms);
   EXPECT_EQ(plan.take("foreca.daily")->latency, 5ms);
+  plan.set("jtwc.rss", parseFault("status=429"));
+  EXPECT_EQ(plan.take("jtwc.rss")->status, 429);  // the route's own fault first
+  EXPECT_EQ(plan.take("jtwc.warning")->status, 503);
   plan.clear("jtwc.*");
 
   plan.clear("*");

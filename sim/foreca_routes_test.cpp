@@ -75,22 +75,6 @@ bool allIntegers(const json::value& value) {
   return true;
 }
 
-enum class Type { number, integer, string, array };
-
-void expectKeys(const json::object& object, std::initializer_list<std::pair<const char*, Type>> keys) {
-  for (const auto& [key, type] : keys) {
-    SCOPED_TRACE(key);
-    const json::value* value = object.if_contains(key);
-    ASSERT_NE(value, nullptr);
-    switch (type) {
-      case Type::number: EXPECT_TRUE(value->is_number()); break;
-      case Type::integer: EXPECT_TRUE(value->is_int64()); break;
-      case Type::string: EXPECT_TRUE(value->is_string()); break;
-      case Type::array: EXPECT_TRUE(value->is_array()); break;
-    }
-  }
-}
-
 TEST(ForecaRoutesTest, SameInputsGiveTheSameBytesAndTheSeedChangesThem) {
   for (const std::string& path : {"current/24.94,60.17" + kCurrentQuery, "forecast/hourly/24.94,60.17" + kHourlyQuery,
                                   "forecast/daily/24.94,60.17" + kDailyQuery, "forecast/minutely/24.94,60.17" + kMinutelyQuery,
@@ -107,15 +91,11 @@ TEST(ForecaRoutesTest, SameInputsGiveTheSameBytesAndTheSeedChangesThem) {
             get("/foreca/api/v1/forecast/hourly/24.94,60.17" + kHourlyQuery, kNow, 2).body);
 }
 
-TEST(ForecaRoutesTest, CurrentCarriesEveryKeyTheClientReads) {
+// Which keys each answer carries is pinned by the recorded answers the client decodes below.
+TEST(ForecaRoutesTest, CurrentIsLocalTimeWithASymbolAndRoundedNumbers) {
   const Answer answer = get("/foreca/api/v1/current/24.94,60.17" + kCurrentQuery);
   ASSERT_EQ(answer.status, 200);
   const json::object& current = answer.json.at("current").as_object();
-  expectKeys(current, {{"time", Type::string},         {"symbol", Type::string},      {"symbolPhrase", Type::string},
-                       {"temperature", Type::number},  {"feelsLikeTemp", Type::number}, {"relHumidity", Type::integer},
-                       {"dewPoint", Type::number},     {"windSpeed", Type::number},   {"windDir", Type::integer},
-                       {"windGust", Type::number},     {"precipProb", Type::integer}, {"cloudiness", Type::integer},
-                       {"uvIndex", Type::number},      {"pressure", Type::number},    {"visibility", Type::number}});
   EXPECT_EQ(std::string(current.at("time").as_string()), "2026-01-15T12:23+02:00");
   EXPECT_TRUE(std::regex_match(std::string(current.at("symbol").as_string()), std::regex("[dn][0-6][0-4][0-2]")));
   EXPECT_TRUE(allIntegers(answer.json));  // rounding=0
@@ -129,13 +109,6 @@ TEST(ForecaRoutesTest, HourlyRowsAreConsecutiveLocalHoursWithHistory) {
   std::set<std::string> precipTypes;
   for (std::size_t i = 0; i < rows.size(); ++i) {
     const json::object& row = rows[i].as_object();
-    expectKeys(row, {{"time", Type::string},         {"symbol", Type::string},       {"symbolPhrase", Type::string},
-                     {"temperature", Type::number},  {"feelsLikeTemp", Type::number}, {"windSpeed", Type::number},
-                     {"windGust", Type::number},     {"windDir", Type::integer},     {"windDirString", Type::string},
-                     {"precipProb", Type::integer},  {"precipAccum", Type::number},  {"snowAccum", Type::number},
-                     {"cloudiness", Type::integer},  {"uvIndex", Type::number},      {"pressure", Type::number},
-                     {"visibility", Type::number},   {"relHumidity", Type::integer}, {"dewPoint", Type::number},
-                     {"precipType", Type::string}});
     const auto [instant, offset] = readLocalMinute(std::string(row.at("time").as_string()));
     EXPECT_EQ(offset, hours(2));
     EXPECT_EQ(instant, floor<hours>(kNow) + hours(i));
@@ -184,13 +157,6 @@ TEST(ForecaRoutesTest, DailyRowsAreLocalDaysWithSunTimesOutsidePolarSeasons) {
   ASSERT_EQ(rows.size(), 11u);
   for (std::size_t i = 0; i < rows.size(); ++i) {
     const json::object& row = rows[i].as_object();
-    expectKeys(row, {{"date", Type::string},           {"symbol", Type::string},          {"symbolPhrase", Type::string},
-                     {"maxTemp", Type::number},        {"minTemp", Type::number},         {"maxFeelsLikeTemp", Type::number},
-                     {"minFeelsLikeTemp", Type::number}, {"maxRelHumidity", Type::integer}, {"minRelHumidity", Type::integer},
-                     {"maxDewPoint", Type::number},    {"minDewPoint", Type::number},     {"precipAccum", Type::number},
-                     {"snowAccum", Type::number},      {"maxWindSpeed", Type::number},    {"windDir", Type::integer},
-                     {"maxWindGust", Type::number},    {"precipProb", Type::integer},     {"cloudiness", Type::integer},
-                     {"sunrise", Type::string},        {"sunset", Type::string},          {"uvIndex", Type::number}});
     const std::string date = formatDay(floor<days>(kNow) + days(i));
     EXPECT_EQ(std::string(row.at("date").as_string()), date);
     const auto sunrise = readLocalMinute(std::string(row.at("sunrise").as_string()));
@@ -212,7 +178,6 @@ TEST(ForecaRoutesTest, MinutelyAndAirQualityRows) {
   const json::array& minutes90 = minutely.json.at("forecast").as_array();
   ASSERT_EQ(minutes90.size(), 90u);
   for (std::size_t i = 0; i < minutes90.size(); ++i) {
-    expectKeys(minutes90[i].as_object(), {{"time", Type::string}, {"precipRate", Type::number}});
     EXPECT_EQ(readLocalMinute(std::string(minutes90[i].at("time").as_string())).first, floor<minutes>(kNow) + minutes(i));
     EXPECT_GE(minutes90[i].at("precipRate").to_number<double>(), 0.0);
   }
@@ -220,12 +185,11 @@ TEST(ForecaRoutesTest, MinutelyAndAirQualityRows) {
   const json::array& hoursOfAir = air.json.at("forecast").as_array();
   ASSERT_EQ(hoursOfAir.size(), 36u);
   for (std::size_t i = 0; i < hoursOfAir.size(); ++i) {
-    expectKeys(hoursOfAir[i].as_object(), {{"time", Type::string}, {"AQI", Type::integer}});
     EXPECT_EQ(readLocalMinute(std::string(hoursOfAir[i].at("time").as_string())).first, floor<hours>(kNow) + hours(i));
   }
 }
 
-TEST(ForecaRoutesTest, WarningsCarryTheDocumentedFieldsAndSomeHaveEnded) {
+TEST(ForecaRoutesTest, WarningsOfEveryLevelSomeEndedOrWithoutEnglish) {
   int ended = 0, withoutEnglish = 0, withoutDescription = 0;
   std::set<std::string> significances;
   for (double lat = -40; lat <= 70; lat += 5) {
@@ -234,10 +198,6 @@ TEST(ForecaRoutesTest, WarningsCarryTheDocumentedFieldsAndSomeHaveEnded) {
       ASSERT_EQ(answer.status, 200);
       for (const auto& value : answer.json.at("warnings").as_array()) {
         const json::object& warning = value.as_object();
-        expectKeys(warning, {{"name", Type::string},       {"type", Type::string},     {"significance", Type::string},
-                             {"attribution", Type::string}, {"validFrom", Type::string}, {"validUntil", Type::string},
-                             {"description", Type::array},  {"significanceDescription", Type::string},
-                             {"sent", Type::string},        {"title", Type::string},    {"langArea", Type::string}});
         const auto from = parseUtc(std::string(warning.at("validFrom").as_string()));
         const auto until = parseUtc(std::string(warning.at("validUntil").as_string()));
         ASSERT_TRUE(from && until);
@@ -250,7 +210,6 @@ TEST(ForecaRoutesTest, WarningsCarryTheDocumentedFieldsAndSomeHaveEnded) {
         if (descriptions.empty()) ++withoutDescription;
         bool english = false;
         for (const auto& d : descriptions) {
-          expectKeys(d.as_object(), {{"lang", Type::string}, {"title", Type::string}, {"text", Type::string}});
           english = english || d.at("lang") == "en";
         }
         if (!descriptions.empty() && !english) ++withoutEnglish;

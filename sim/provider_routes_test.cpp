@@ -5,7 +5,6 @@
 
 #include <boost/json/parse.hpp>
 
-#include "sim/fault_plan.hpp"
 #include "sim/pinned_clock.hpp"
 #include "sim/sim_server.hpp"
 
@@ -45,18 +44,6 @@ TEST(ProviderRoutesTest, RefusalsAndShapes) {
   }
   // A dry day sends a null maximum amount, as the real service does.
   EXPECT_NE(server.answer("/bom/v1/locations/r3gx2f/forecasts/hourly").body.find(R"("max":null)"), std::string::npos);
-}
-
-TEST(ProviderRoutesTest, FaultsMayNameAWholeService) {
-  FaultPlan plan;
-  plan.set("bom.*", parseFault("status=503"));
-  plan.set("bom.daily", parseFault("status=429"));
-  EXPECT_EQ(plan.find("bom.hourly")->status, 503);
-  EXPECT_EQ(plan.find("bom.daily")->status, 429);  // its own fault first
-  EXPECT_FALSE(plan.find("weatherkit.weather").has_value());
-  plan.set("*", parseFault("latency=50"));
-  EXPECT_EQ(plan.find("weatherkit.weather")->latency.count(), 50);
-  EXPECT_EQ(plan.find("bom.observations")->status, 503);  // the service's fault before "*"
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <numbers>
 
+#include "platform/compass_points.hpp"
 #include "sim/json_writer.hpp"
 #include "sim/storm_season.hpp"
 #include "sim/zip_writer.hpp"
@@ -66,7 +67,7 @@ std::string compassWord(double heading) {
   static constexpr const char* kPoints[] = {
       "NORTH", "NORTH-NORTHEAST", "NORTHEAST", "EAST-NORTHEAST", "EAST", "EAST-SOUTHEAST", "SOUTHEAST", "SOUTH-SOUTHEAST",
       "SOUTH", "SOUTH-SOUTHWEST", "SOUTHWEST", "WEST-SOUTHWEST", "WEST", "WEST-NORTHWEST", "NORTHWEST", "NORTH-NORTHWEST"};
-  return kPoints[static_cast<int>(std::lround(heading / 22.5)) % 16];
+  return kPoints[nearestCompassIndex(heading)];
 }
 
 int mph(int knots) { return static_cast<int>(std::lround(knots * 1.15078 / 5.0)) * 5; }

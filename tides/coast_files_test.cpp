@@ -13,6 +13,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "platform/testing/scratch_folder.hpp"
 #include "tides/coast_candidate_mask.hpp"
 #include "tides/coast_test_files.hpp"
 #include "tides/coast_tile_index.hpp"
@@ -357,10 +358,6 @@ TEST(CoastTileIndexTest, TheSearchBoxFollowsTheBoundsOfTheFile) {
 class CoastResourceFilesTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    folder_ = std::filesystem::temp_directory_path() /
-              ("coast-resource-test-" + std::to_string(::getpid()) + "-" +
-               ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    std::filesystem::create_directories(folder_);
     for (const char* name : {kGeospatialResourceDirVariable, "OMBRINE_RESOURCE_DIR"}) {
       const char* value = std::getenv(name);
       saved_.emplace_back(name, value ? std::optional<std::string>(value) : std::nullopt);
@@ -374,14 +371,14 @@ class CoastResourceFilesTest : public ::testing::Test {
         ::unsetenv(name);
       }
     }
-    std::filesystem::remove_all(folder_);
   }
   std::filesystem::path write(const std::string& name, const Bytes& bytes) {
     const auto path = folder_ / name;
     std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     return path;
   }
-  std::filesystem::path folder_;
+  const ScratchFolder scratch_{"coast-resource-test"};
+  const std::filesystem::path folder_ = scratch_.path();
   std::vector<std::pair<const char*, std::optional<std::string>>> saved_;
 };
 

@@ -7,6 +7,7 @@
 #include "platform/atomic_file.hpp"
 #include "platform/runtime.hpp"
 #include "platform/testing/fake_clock.hpp"
+#include "platform/testing/scratch_folder.hpp"
 #include "tides/tide_disk_cache.hpp"
 
 namespace ombrine {
@@ -21,14 +22,11 @@ const Clock::WallTime kNow = Clock::WallTime(std::chrono::seconds(1795435200));
 class TideDiskCacheTest : public testing::Test {
  protected:
   TideDiskCacheTest()
-      : directory_(fs::temp_directory_path() / ("tides-disk-" + std::to_string(::getpid()) + "-" +
-                                                testing::UnitTest::GetInstance()->current_test_info()->name())),
+      : directory_(scratch_.path()),
         clock_(kNow),
         cache_(runtime_.makeStrand(), clock_, directory_ / "Library/Caches/Tides") {}
   ~TideDiskCacheTest() override {
     runtime_.runBlocking(cache_.loadTideData("flush", 0));  // the queued writes end first
-    std::error_code ignored;
-    fs::remove_all(directory_, ignored);
   }
 
   template <class T>
@@ -46,6 +44,7 @@ class TideDiskCacheTest : public testing::Test {
     };
   }
 
+  const ScratchFolder scratch_{"tides-disk"};
   fs::path directory_;
   Runtime runtime_{2};
   FakeClock clock_;
@@ -168,7 +167,8 @@ namespace {
 // work still queued on it: the predictions saved last were lost in about one cold run in twelve.
 // Saves still queued when the cache goes are written then, in order.
 TEST(TideDiskCacheShutdownTest, SavesQueuedWhenTheRuntimeStopsAreWrittenWhenTheCacheGoes) {
-  const fs::path directory = fs::temp_directory_path() / ("tides-shutdown-" + std::to_string(::getpid()));
+  const ScratchFolder scratch("tides-shutdown");
+  const fs::path directory = scratch.path() / "Tides";
   FakeClock clock(kNow);
   TideData data;
   data.station.id = "8443970";
@@ -186,7 +186,6 @@ TEST(TideDiskCacheShutdownTest, SavesQueuedWhenTheRuntimeStopsAreWrittenWhenTheC
   const auto text = readFileIfExists(directory / "noaa_8443970.json");
   ASSERT_TRUE(text);
   EXPECT_EQ(decodeTideDataPayload(*text, 0).expiresAt, Date::fromSystem(kNow) + 20);  // the later save
-  fs::remove_all(directory);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "platform/runtime.hpp"
 #include "platform/testing/async_testing.hpp"
 #include "platform/testing/fake_clock.hpp"
+#include "platform/testing/scratch_folder.hpp"
 #include "sim/sim_server.hpp"
 #include "tides/tide_service.hpp"
 
@@ -154,8 +155,7 @@ const Clock::WallTime kStart = Clock::WallTime(std::chrono::seconds(1795435200))
 class TideServiceTest : public testing::Test {
  protected:
   TideServiceTest()
-      : directory_(fs::temp_directory_path() / ("tides-service-" + std::to_string(::getpid()) + "-" +
-                                                testing::UnitTest::GetInstance()->current_test_info()->name())),
+      : directory_(scratch_.path()),
         clock_(kStart),
         sim_(sim::SimServer::Options{.port = 0, .seed = 7, .clock = &clock_, .logRequests = false}),
         endpoints_(ServiceEndpoints::simulator(sim_.baseUrl())) {
@@ -165,8 +165,6 @@ class TideServiceTest : public testing::Test {
     flushDisk();
     service_.reset();
     disk_.reset();
-    std::error_code ignored;
-    fs::remove_all(directory_, ignored);
   }
 
   // Waits for the queued cache writes: a load runs after every earlier save.
@@ -203,6 +201,7 @@ class TideServiceTest : public testing::Test {
     return intervals;
   }
 
+  const ScratchFolder scratch_{"tides-service"};
   fs::path directory_;
   Runtime runtime_{2};
   FakeClock clock_;

@@ -14,14 +14,16 @@
 #include "platform/runtime.hpp"
 #include "platform/testing/async_testing.hpp"
 #include "platform/testing/fake_clock.hpp"
+#include "platform/testing/scratch_folder.hpp"
 #include "trips/trip_calendar.hpp"
+#include "trips/trips_test_support.hpp"
 
 namespace ombrine {
 namespace {
 
-namespace fs = std::filesystem;
+using namespace trips_testing;
 
-TimeZone zone(const char* identifier) { return *TimeZone::named(identifier); }
+namespace fs = std::filesystem;
 
 // 2027-03-27 20:00 UTC: the next 24 hours hold the spring-forward night of Central Europe.
 const Date kNow = Date::fromUnix(1806177600.0);
@@ -44,12 +46,6 @@ double temperatureAt(const Location& place) {
     if (location.distance(place) < 1.0) return temperature;
   }
   return -99.0;
-}
-
-Uuid idNumber(int n) {
-  Uuid id;
-  id.bytes[15] = static_cast<std::uint8_t>(n);
-  return id;
 }
 
 std::vector<OneCallWeather::Hourly> hourlyRows(const Location& place, Date first, int count) {
@@ -89,18 +85,10 @@ FavoriteLocation munich() {
 
 class HourlyTripForecastTest : public testing::Test {
  protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() / ("ombrine-hourly-trips-" + std::to_string(::getpid()) + "-" +
-                                        testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-    openCaches();
-  }
+  void SetUp() override { openCaches(); }
   void TearDown() override {
     favorites_.reset();
     cache_.reset();
-    std::error_code ec;
-    fs::remove_all(dir_, ec);
   }
 
   void openCaches() {
@@ -156,7 +144,8 @@ class HourlyTripForecastTest : public testing::Test {
 
   Runtime runtime_{2};
   FakeClock clock_{kClockNow.toSystem()};
-  fs::path dir_;
+  const ScratchFolder scratch_{"ombrine-hourly-trips"};
+  const fs::path dir_ = scratch_.path();
   std::unique_ptr<WeatherCache> cache_;
   std::unique_ptr<FavoriteWeatherCache> favorites_;
   std::atomic<int> fetches_{0};

@@ -20,6 +20,7 @@
 #include "persistence/favorite_store.hpp"
 #include "platform/linux/file_cloud_key_value_store.hpp"
 #include "platform/testing/forked_child.hpp"
+#include "platform/testing/scratch_folder.hpp"
 #include "trips/trip_store.hpp"
 
 namespace ombrine {
@@ -118,14 +119,8 @@ std::size_t expectAcknowledgedSavesStored(const fs::path& folder, std::vector<Wr
 
 class StoreStressTest : public testing::Test {
  protected:
-  void SetUp() override {
-    std::string pattern = (fs::temp_directory_path() / "ombrine-store-stress-XXXXXX").string();
-    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-    folder_ = pattern;
-  }
-  void TearDown() override { fs::remove_all(folder_); }
-
-  fs::path folder_;
+  const ScratchFolder scratch_{"ombrine-store-stress"};
+  const fs::path folder_ = scratch_.path();
 };
 
 TEST_F(StoreStressTest, ConcurrentSaversLoseNoSave) {

@@ -11,21 +11,19 @@
 #include "platform/runtime.hpp"
 #include "platform/testing/async_testing.hpp"
 #include "platform/testing/fake_clock.hpp"
+#include "platform/testing/scratch_folder.hpp"
 #include "trips/trip_calendar.hpp"
+#include "trips/trips_test_support.hpp"
 
 namespace ombrine {
 namespace {
+
+using namespace trips_testing;
 
 namespace fs = std::filesystem;
 
 const TimeZone kBerlinZone = *TimeZone::named("Europe/Berlin");
 const Location kBerlin(52.52, 13.405);
-
-Uuid idNumber(int n) {
-  Uuid id;
-  id.bytes[15] = static_cast<std::uint8_t>(n);
-  return id;
-}
 
 // An all-day trip to Berlin over the given September 2024 days.
 Trip berlinTrip(int n, int firstDay, int lastDay) {
@@ -48,17 +46,8 @@ OneCallWeather forecastObservedAt(Date dt) {
 
 class TripForecastTest : public testing::Test {
  protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() / ("ombrine-trip-forecast-" + std::to_string(::getpid()) + "-" +
-                                        testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(dir_);
-    cache_ = std::make_unique<WeatherCache>(dir_, clock_, runtime_.executor());
-  }
-  void TearDown() override {
-    cache_.reset();
-    std::error_code ec;
-    fs::remove_all(dir_, ec);
-  }
+  void SetUp() override { cache_ = std::make_unique<WeatherCache>(dir_, clock_, runtime_.executor()); }
+  void TearDown() override { cache_.reset(); }
 
   Date now() const { return Date::fromSystem(clock_.now()); }
 
@@ -95,7 +84,8 @@ class TripForecastTest : public testing::Test {
   Runtime runtime_{2};
   // 2024-09-17 09:40 in Berlin.
   FakeClock clock_{Date::fromUnix(1726558800.0).toSystem()};
-  fs::path dir_;
+  const ScratchFolder scratch_{"ombrine-trip-forecast"};
+  const fs::path dir_ = scratch_.path() / "caches";
   std::unique_ptr<WeatherCache> cache_;
   std::atomic<int> fetches_{0};
   std::mutex detailsMutex_;

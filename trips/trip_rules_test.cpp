@@ -5,12 +5,12 @@
 #include <cmath>
 #include <string>
 
+#include "trips/trips_test_support.hpp"
+
 namespace ombrine {
 namespace {
 
-TimeZone zone(const char* identifier) { return *TimeZone::named(identifier); }
-
-Date at(const char* zoneName, CivilDay day, WallTime time = {}) { return TripCalendar(zone(zoneName)).date(day, time); }
+using namespace trips_testing;
 
 TripLocation place(const char* name, const char* zoneName, double latitude, double longitude) {
   return TripLocation{name, std::nullopt, "airplane", Location(latitude, longitude), zone(zoneName)};
@@ -23,12 +23,6 @@ const TripLocation kPagoPago = place("Pago Pago", "Pacific/Pago_Pago", -14.2756,
 const TripLocation kMadrid = place("Madrid", "Europe/Madrid", 40.4168, -3.7038);
 const TripLocation kPorto = place("Porto", "Europe/Lisbon", 41.1579, -8.6291);
 const Location kLisbonHome(38.7223, -9.1393);
-
-Uuid idNumber(int n) {
-  Uuid id;
-  id.bytes[15] = static_cast<std::uint8_t>(n);
-  return id;
-}
 
 // An all-day trip as the shortcut stores it: midnight of the first day and 23:59:59 of the last,
 // both in the destination's zone.

@@ -13,6 +13,7 @@
 
 #include "platform/linux/file_cloud_key_value_store.hpp"
 #include "platform/testing/forked_child.hpp"
+#include "platform/testing/scratch_folder.hpp"
 #include "trips/trip_store.hpp"
 
 namespace ombrine {
@@ -25,12 +26,6 @@ Trip makeTrip(int n, const char* name) {
   trip.dates.from = Date::fromReference(820'000'000.0 + n * 86'400.0);
   trip.dates.to = trip.dates.from + 2 * 86'400.0;
   return trip;
-}
-
-std::filesystem::path scratchFolder() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "ombrine-trips-XXXXXX").string();
-  if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-  return pattern;
 }
 
 // Waits until `store` holds `count` trips, as its watcher delivers changes from the folder.
@@ -46,7 +41,8 @@ bool waitForCount(TripStore& store, size_t count) {
 }
 
 TEST(TripStoreProcessTest, TripsAddedElsewhereAppearWithoutRestart) {
-  const std::filesystem::path folder = scratchFolder();
+  const ScratchFolder scratch("ombrine-trips");
+  const std::filesystem::path& folder = scratch.path();
   // The other processes (the widget, another terminal) are forked before this one starts its
   // watcher thread; each runs its part when released below.
   ForkedChild adder([&] {
@@ -77,11 +73,11 @@ TEST(TripStoreProcessTest, TripsAddedElsewhereAppearWithoutRestart) {
   EXPECT_EQ(store.trips(), std::vector<Trip>{makeTrip(2, "Hobart")});
   FileCloudKeyValueStore reader(folder, false);
   EXPECT_EQ(TripStore(reader).trips(), std::vector<Trip>{makeTrip(2, "Hobart")});
-  std::filesystem::remove_all(folder);
 }
 
 TEST(TripStoreProcessTest, CorruptListFromElsewhereKeepsMemoryUntilTheNextChange) {
-  const std::filesystem::path folder = scratchFolder();
+  const ScratchFolder scratch("ombrine-trips");
+  const std::filesystem::path& folder = scratch.path();
   ForkedChild corrupter([&] {
     FileCloudKeyValueStore otherCloud(folder, false);
     otherCloud.setValue(TripStore::key, StoreValue{StoreData{"[{\"id\":\"broken\"}]"}});
@@ -97,7 +93,6 @@ TEST(TripStoreProcessTest, CorruptListFromElsewhereKeepsMemoryUntilTheNextChange
   store.save(makeTrip(3, "Perth"));
   FileCloudKeyValueStore reader(folder, false);
   EXPECT_EQ(TripStore(reader).trips(), (std::vector<Trip>{makeTrip(1, "Sydney"), makeTrip(3, "Perth")}));
-  std::filesystem::remove_all(folder);
 }
 
 }  // namespace

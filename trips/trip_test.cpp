@@ -7,15 +7,13 @@
 #include <string>
 
 #include "core/errors.hpp"
+#include "platform/atomic_file.hpp"
 
 namespace ombrine {
 namespace {
 
 std::string readTestdata(const std::string& name) {
-  std::ifstream in(std::string(OMBRINE_TESTDATA_DIR) + "/" + name, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
+  return readFileIfExists(std::string(OMBRINE_TESTDATA_DIR) + "/" + name).value_or("");
 }
 
 TripDates decodeDates(const std::string& json) {

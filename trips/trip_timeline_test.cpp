@@ -5,19 +5,12 @@
 #include <cmath>
 
 #include "trips/trip_calendar.hpp"
+#include "trips/trips_test_support.hpp"
 
 namespace ombrine {
 namespace {
 
-TimeZone zone(const char* identifier) { return *TimeZone::named(identifier); }
-
-Date at(const char* zoneName, CivilDay day, WallTime time = {}) { return TripCalendar(zone(zoneName)).date(day, time); }
-
-Uuid idNumber(int n) {
-  Uuid id;
-  id.bytes[15] = static_cast<std::uint8_t>(n);
-  return id;
-}
+using namespace trips_testing;
 
 TripLocation place(const char* name, const char* zoneName) {
   return TripLocation{name, std::nullopt, "airplane", Location(0.0, 0.0), zone(zoneName)};

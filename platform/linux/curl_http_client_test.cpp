@@ -18,8 +18,10 @@
 #include <set>
 #include <sstream>
 
+#include "platform/atomic_file.hpp"
 #include "platform/errors.hpp"
 #include "platform/runtime.hpp"
+#include "platform/testing/loopback_http_server.hpp"
 
 namespace ombrine {
 namespace {
@@ -28,20 +30,8 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 using asio::ip::tcp;
 
-boost::urls::url loopbackUrl(int port, std::string_view path) {
-  boost::urls::url url;
-  url.set_scheme("http");
-  url.set_encoded_host("127.0.0.1");
-  url.set_port_number(static_cast<std::uint16_t>(port));
-  url.set_path(path);
-  return url;
-}
-
 std::string readTestdata(const std::string& name) {
-  std::ifstream file(std::string(OMBRINE_TESTDATA_DIR) + "/http/" + name, std::ios::binary);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
+  return readFileIfExists(std::string(OMBRINE_TESTDATA_DIR) + "/http/" + name).value_or("");
 }
 
 // Holds server handlers until the test is done with them, so no handler outlives its test.
@@ -71,17 +61,14 @@ class LoopbackServer {
     server_.set_keep_alive_timeout(1);
     server_.set_tcp_nodelay(true);
     addRoutes();
-    port_ = server_.bind_to_any_port("127.0.0.1");
-    thread_ = std::thread([this] { server_.listen_after_bind(); });
-    while (!server_.is_running()) std::this_thread::sleep_for(1ms);
+    http_.start();
   }
   ~LoopbackServer() {
     gate_.open();
-    server_.stop();
-    thread_.join();
+    http_.stop();
   }
 
-  boost::urls::url url(std::string_view path) const { return loopbackUrl(port_, path); }
+  boost::urls::url url(std::string_view path) const { return http_.url(path); }
 
   std::set<int> clientPorts() {
     std::lock_guard lock(mutex_);
@@ -160,9 +147,8 @@ class LoopbackServer {
     });
   }
 
-  httplib::Server server_;
-  int port_ = 0;
-  std::thread thread_;
+  LoopbackHttpServer http_;
+  httplib::Server& server_ = http_.server;
   Gate gate_;
   std::mutex mutex_;
   std::set<int> clientPorts_;
@@ -490,6 +476,8 @@ TEST_F(CurlHttpClientTest, ResumesOnTheAwaitingExecutor) {
   };
   auto future = asio::co_spawn(strand, task(), asio::use_future);
   EXPECT_TRUE(future.get());
+  // The network thread may still hold the finished handler, and with it work on `pool`.
+  client_.reset();
 }
 
 TEST_F(CurlHttpClientTest, SequentialRequestsReuseOneConnection) {

@@ -9,28 +9,13 @@
 #include "platform/linux/notification_spool.hpp"
 #include "platform/testing/desktop_notification_server.hpp"
 #include "platform/testing/fake_clock.hpp"
+#include "platform/testing/scratch_folder.hpp"
 
 namespace ombrine {
 namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-
-class TempFolder {
- public:
-  TempFolder() {
-    std::string pattern = (fs::temp_directory_path() / "ombrine-notify-XXXXXX").string();
-    path_ = ::mkdtemp(pattern.data());
-  }
-  ~TempFolder() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  const fs::path& path() const { return path_; }
-
- private:
-  fs::path path_;
-};
 
 NotificationRequest request(std::string identifier, std::chrono::milliseconds delay = 5s) {
   return NotificationRequest{identifier, NotificationContent{"Severe Weather Alert", "Gale (FMI)\nFrom 9:00 AM", true},
@@ -44,7 +29,7 @@ std::vector<std::string> identifiers(const std::vector<NotificationEntry>& entri
 }
 
 TEST(DesktopNotificationCenterTest, DesktopServerShowsDueRequestsAndClosesRemovedOnes) {
-  TempFolder folder;
+  const ScratchFolder folder("ombrine-notify");
   PrivateSessionBus bus(folder.path());
   ASSERT_TRUE(bus.running()) << "dbus-daemon is needed (scripts/setup installs it)";
   RecordingNotificationServer server(bus.address());
@@ -84,7 +69,7 @@ TEST(DesktopNotificationCenterTest, WithoutServerDeliversToSpoolAndSaysSoOnce) {
   };
   for (const Case& c : {Case{"no session bus", false}, Case{"bus without notification server", true}}) {
     SCOPED_TRACE(c.name);
-    TempFolder folder;
+    const ScratchFolder folder("ombrine-notify");
     std::optional<PrivateSessionBus> bus;
     std::optional<std::string> address;
     if (c.busWithoutServer) {
@@ -107,7 +92,7 @@ TEST(DesktopNotificationCenterTest, WithoutServerDeliversToSpoolAndSaysSoOnce) {
 }
 
 TEST(DesktopNotificationCenterTest, PendingRequestIsSharedThroughTheSpool) {
-  TempFolder folder;
+  const ScratchFolder folder("ombrine-notify");
   FakeClock clock;
   DesktopNotificationCenter adder(clock, folder.path(), DesktopNotifier(std::nullopt));
   DesktopNotificationCenter other(clock, folder.path(), DesktopNotifier(std::nullopt));
@@ -130,7 +115,7 @@ TEST(DesktopNotificationCenterTest, PendingRequestIsSharedThroughTheSpool) {
 }
 
 TEST(DesktopNotificationCenterTest, SessionBusAddressFromEnvironment) {
-  TempFolder folder;
+  const ScratchFolder folder("ombrine-notify");
   PrivateSessionBus bus(folder.path());
   ASSERT_TRUE(bus.running());
   const std::string withSocket = folder.path().string();

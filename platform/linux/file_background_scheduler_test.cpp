@@ -10,25 +10,13 @@
 #include "platform/linux/system_clock.hpp"
 #include "platform/linux/systemd_user_units.hpp"
 #include "platform/testing/fake_clock.hpp"
+#include "platform/testing/scratch_folder.hpp"
 
 namespace ombrine {
 namespace {
 
 using namespace std::chrono_literals;
 using Outcome = FileBackgroundScheduler::PassOutcome;
-
-class TempFolder {
- public:
-  TempFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "ombrine-scheduler-XXXXXX").string();
-    path_ = ::mkdtemp(pattern.data());
-  }
-  ~TempFolder() { std::filesystem::remove_all(path_); }
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
-};
 
 const std::string kId = "refresh";
 
@@ -54,7 +42,7 @@ TEST(FileBackgroundScheduler, HonoursTheStandingRequest) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
-    TempFolder folder;
+    const ScratchFolder folder("ombrine-scheduler");
     FakeClock clock(std::chrono::system_clock::time_point(1'750'000'000s));
     FileBackgroundScheduler scheduler(clock, folder.path(), {50ms, 50ms});
     EXPECT_EQ(scheduler.runDuePass(kId).outcome, Outcome::noHandler);
@@ -89,7 +77,7 @@ TEST(FileBackgroundScheduler, HonoursTheStandingRequest) {
 }
 
 TEST(FileBackgroundScheduler, OnePassAtATimeAcrossSchedulersAndInterruptedPassesAreKnown) {
-  TempFolder folder;
+  const ScratchFolder folder("ombrine-scheduler");
   SystemClock clock;
   FileBackgroundScheduler first(clock, folder.path(), {2s, 1s});
   FileBackgroundScheduler second(clock, folder.path(), {2s, 1s});
@@ -122,7 +110,7 @@ TEST(FileBackgroundScheduler, OnePassAtATimeAcrossSchedulersAndInterruptedPasses
 }
 
 TEST(FileBackgroundScheduler, StopExpiresTheRunningPassAndEndsServe) {
-  TempFolder folder;
+  const ScratchFolder folder("ombrine-scheduler");
   SystemClock clock;
   FileBackgroundScheduler scheduler(clock, folder.path(), {10s, 2s});
   std::atomic<int> launches{0};
@@ -147,7 +135,7 @@ TEST(FileBackgroundScheduler, StopExpiresTheRunningPassAndEndsServe) {
 }
 
 TEST(SystemdUserUnits, GeneratedUnitsPassVerification) {
-  TempFolder folder;
+  const ScratchFolder folder("ombrine-scheduler");
   const auto units =
       makeRefreshUnits({"/usr/bin/true", "daemon", "--once"}, {{"OMBRINE_CONTAINER", "/tmp/a b/%c$x"}}, 3600s);
   EXPECT_NE(units.timer.find("OnUnitActiveSec=3600s\n"), std::string::npos);

@@ -16,6 +16,7 @@
 #include "platform/atomic_file.hpp"
 #include "platform/linux/file_cloud_key_value_store.hpp"
 #include "platform/testing/forked_child.hpp"
+#include "platform/testing/scratch_folder.hpp"
 
 namespace ombrine {
 namespace {
@@ -27,14 +28,6 @@ StoreValue integer(std::int64_t i) { return StoreValue{i}; }
 
 class FileKeyValueStoreTest : public testing::Test {
  protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() / ("ombrine-kvs-" + std::to_string(::getpid()) + "-" +
-                                        testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-
   // Runs `body` in `count` processes at once, forked now, and expects each to exit 0. Tests
   // that start a watcher thread fork their children before it instead (forkChildren).
   static void inChildren(int count, const std::function<void(int)>& body) {
@@ -50,7 +43,8 @@ class FileKeyValueStoreTest : public testing::Test {
     return found;
   }
 
-  fs::path dir_;
+  const ScratchFolder scratch_{"ombrine-kvs"};
+  const fs::path dir_ = scratch_.path();
 };
 
 TEST_F(FileKeyValueStoreTest, ProcessesWritingDifferentKeysLoseNothing) {

@@ -14,20 +14,13 @@ extern char** environ;
 
 namespace ombrine {
 
-ProgramSandbox::ProgramSandbox(const std::string& name) {
-  std::string pattern = (std::filesystem::temp_directory_path() / (name + "-XXXXXX")).string();
-  root_ = ::mkdtemp(pattern.data());
-  std::filesystem::create_directories(root_ / "runtime");
-  std::filesystem::permissions(root_ / "runtime", std::filesystem::perms::owner_all);
-}
-
-ProgramSandbox::~ProgramSandbox() {
-  std::error_code ignored;
-  std::filesystem::remove_all(root_, ignored);
+ProgramSandbox::ProgramSandbox(const std::string& name) : folder_(name) {
+  std::filesystem::create_directories(root() / "runtime");
+  std::filesystem::permissions(root() / "runtime", std::filesystem::perms::owner_all);
 }
 
 std::string ProgramSandbox::environment() const {
-  const std::string root = root_.string();
+  const std::string root = folder_.path().string();
   return "OMBRINE_CONTAINER='" + root + "/group' XDG_CACHE_HOME='" + root + "/cache' XDG_CONFIG_HOME='" + root +
          "/config' XDG_DATA_HOME='" + root + "/data' OMBRINE_SYNC_DIR='" + root + "/sync' XDG_RUNTIME_DIR='" + root +
          "/runtime'";
@@ -35,7 +28,7 @@ std::string ProgramSandbox::environment() const {
 
 ProgramRun ProgramSandbox::run(const std::string& program, const std::string& arguments,
                                const std::string& extraEnvironment) const {
-  const std::filesystem::path errFile = root_ / ("stderr-" + std::to_string(::getpid()));
+  const std::filesystem::path errFile = folder_.path() / ("stderr-" + std::to_string(::getpid()));
   const std::string command = "env -u DBUS_SESSION_BUS_ADDRESS " + environment() + " NO_COLOR=1 " + extraEnvironment +
                               " " + program + " " + arguments + " 2>'" + errFile.string() + "'";
   ProgramRun run;
@@ -50,6 +43,13 @@ ProgramRun ProgramSandbox::run(const std::string& program, const std::string& ar
   std::error_code ignored;
   std::filesystem::remove(errFile, ignored);
   return run;
+}
+
+ProgramRun ProgramSandbox::runSimulated(const std::string& program, const std::string& arguments,
+                                        const std::string& faults, const std::string& extraEnvironment) const {
+  std::string environment = "LANG=en_US.UTF-8";
+  if (!faults.empty()) environment += " OMBRINE_SIM_FAULTS='" + faults + "'";
+  return run(program, "--services sim " + arguments, environment + " " + extraEnvironment);
 }
 
 pid_t ProgramSandbox::start(const std::string& program, const std::vector<std::string>& arguments,
@@ -67,7 +67,7 @@ pid_t ProgramSandbox::start(const std::string& program, const std::vector<std::s
                                      {"XDG_DATA_HOME", "data"},
                                      {"OMBRINE_SYNC_DIR", "sync"},
                                      {"XDG_RUNTIME_DIR", "runtime"}}) {
-    env.push_back(std::string(name) + "=" + (root_ / folder).string());
+    env.push_back(std::string(name) + "=" + (folder_.path() / folder).string());
   }
   env.insert(env.end(), extraEnvironment.begin(), extraEnvironment.end());
   std::vector<char*> argv;
@@ -78,8 +78,8 @@ pid_t ProgramSandbox::start(const std::string& program, const std::vector<std::s
   envp.push_back(nullptr);
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  const std::string out = (root_ / (log + ".out")).string();
-  const std::string err = (root_ / (log + ".err")).string();
+  const std::string out = (folder_.path() / (log + ".out")).string();
+  const std::string err = (folder_.path() / (log + ".err")).string();
   posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
   posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
   pid_t pid = -1;

@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/testing/scratch_folder.hpp"
+
 namespace ombrine {
 
 struct ProgramRun {
@@ -25,13 +27,10 @@ class ProgramSandbox {
  public:
   // `name` becomes part of the scratch folder's name, for finding it while debugging.
   explicit ProgramSandbox(const std::string& name = "ombrine-test");
-  ~ProgramSandbox();
-  ProgramSandbox(const ProgramSandbox&) = delete;
-  ProgramSandbox& operator=(const ProgramSandbox&) = delete;
 
-  const std::filesystem::path& root() const noexcept { return root_; }
+  const std::filesystem::path& root() const noexcept { return folder_.path(); }
   // The container folder ($OMBRINE_CONTAINER).
-  std::filesystem::path container() const { return root_ / "group"; }
+  std::filesystem::path container() const { return root() / "group"; }
   // The environment assignments of the sandbox, as shell words ("A=... B=...").
   std::string environment() const;
 
@@ -40,6 +39,10 @@ class ProgramSandbox {
   // captured apart.
   ProgramRun run(const std::string& program, const std::string& arguments,
                  const std::string& extraEnvironment = "") const;
+  // `run` of `program --services sim arguments` in English (LANG=en_US.UTF-8), with the
+  // simulator's `faults` (OMBRINE_SIM_FAULTS) when not empty, then `extraEnvironment`.
+  ProgramRun runSimulated(const std::string& program, const std::string& arguments, const std::string& faults = "",
+                          const std::string& extraEnvironment = "") const;
 
   // Starts `program` with `arguments` (one word each) in the background, with the caller's
   // environment less D-Bus and every OMBRINE_ variable, then the sandbox's, then
@@ -52,7 +55,7 @@ class ProgramSandbox {
   static int waitForExit(pid_t pid);
 
  private:
-  std::filesystem::path root_;
+  ScratchFolder folder_;
 };
 
 // The whole file, or "" when it cannot be read.

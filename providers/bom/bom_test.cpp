@@ -11,6 +11,7 @@
 
 #include "core/errors.hpp"
 #include "core/one_call_weather_json.hpp"
+#include "platform/atomic_file.hpp"
 #include "providers/bom/bom_conversion.hpp"
 #include "providers/bom/bom_wire.hpp"
 
@@ -19,12 +20,7 @@ namespace {
 
 const std::filesystem::path kTestdata = OMBRINE_TESTDATA_DIR;
 
-std::string readText(const std::string& name) {
-  std::ifstream in(kTestdata / name, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+std::string readText(const std::string& name) { return readFileIfExists(kTestdata / name).value_or(""); }
 
 const Date kDarwinNow = Date::fromUnix(1665101400);  // 2022-10-07T00:10:00Z, 09:40 in Darwin
 

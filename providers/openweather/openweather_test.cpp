@@ -13,6 +13,7 @@
 
 #include "core/errors.hpp"
 #include "core/one_call_weather_json.hpp"
+#include "platform/atomic_file.hpp"
 #include "providers/openweather/openweather_conversion.hpp"
 #include "providers/openweather/openweather_wire.hpp"
 
@@ -21,12 +22,7 @@ namespace {
 
 const std::filesystem::path kTestdata = OMBRINE_TESTDATA_DIR;
 
-std::string readText(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+std::string readText(const std::filesystem::path& path) { return readFileIfExists(path).value_or(""); }
 
 // The samples are in the service's default kelvin; the client asks for Celsius.
 constexpr auto kKelvin = OpenWeatherUnits::standard;

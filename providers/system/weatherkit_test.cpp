@@ -11,6 +11,7 @@
 #include "core/errors.hpp"
 #include "core/one_call_weather_json.hpp"
 #include "core/weather_derived.hpp"
+#include "platform/atomic_file.hpp"
 #include "providers/system/aw_alert_details.hpp"
 #include "providers/system/weatherkit_conversion.hpp"
 #include "providers/system/weatherkit_wire.hpp"
@@ -20,12 +21,7 @@ namespace {
 
 const std::filesystem::path kTestdata = OMBRINE_TESTDATA_DIR;
 
-std::string readText(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+std::string readText(const std::filesystem::path& path) { return readFileIfExists(path).value_or(""); }
 
 struct Recorded {
   std::string file;
