@@ -6,32 +6,7 @@
 
 #include "platform/linux/shared_library.hpp"
 
-namespace ombrine {
-
-namespace {
-
-constexpr char kCairo[] = "libcairo.so.2";
-constexpr char kFontconfig[] = "libfontconfig.so.1";
-
-template <class Function>
-Function bound(const char* name) {
-  return reinterpret_cast<Function>(findSymbol(cairoLibrary(), kCairo, name));
-}
-
-}  // namespace
-
-void* cairoLibrary() {
-  // A failed open raises out of the initialiser, so the next call tries again and raises again.
-  static void* const handle = openSharedLibrary(kCairo);
-  return handle;
-}
-
-}  // namespace ombrine
-
-// Each definition looks its function up once (a thread-safe static) and calls it.
-#define OMBRINE_FORWARD(name, ...)                                   \
-  static const auto real = ombrine::bound<decltype(&::name)>(#name); \
-  return real(__VA_ARGS__)
+#define OMBRINE_FORWARD(name, ...) OMBRINE_FORWARD_TO(ombrine::kCairoLibrary, name __VA_OPT__(, ) __VA_ARGS__)
 
 extern "C" {
 
@@ -139,11 +114,7 @@ void cairo_text_extents(cairo_t* cr, const char* utf8, cairo_text_extents_t* ext
 void cairo_text_path(cairo_t* cr, const char* utf8) { OMBRINE_FORWARD(cairo_text_path, cr, utf8); }
 void cairo_translate(cairo_t* cr, double tx, double ty) { OMBRINE_FORWARD(cairo_translate, cr, tx, ty); }
 
-void FcFini(void) {
-  // Loaded with cairo, which depends on it.
-  static const auto real = reinterpret_cast<decltype(&::FcFini)>(
-      ombrine::findSymbol(ombrine::openSharedLibrary(ombrine::kFontconfig), ombrine::kFontconfig, "FcFini"));
-  real();
-}
+// Loaded with cairo, which depends on it.
+void FcFini(void) { OMBRINE_FORWARD_TO(ombrine::kFontconfigLibrary, FcFini); }
 
 }  // extern "C"

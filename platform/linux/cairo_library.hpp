@@ -13,7 +13,8 @@
 
 namespace ombrine {
 
-// The handle of libcairo, opened on the first call and never closed. Raises std::runtime_error.
-void* cairoLibrary();
+// The libraries the definitions forward to.
+inline constexpr char kCairoLibrary[] = "libcairo.so.2";
+inline constexpr char kFontconfigLibrary[] = "libfontconfig.so.1";
 
 }  // namespace ombrine

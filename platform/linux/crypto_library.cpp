@@ -13,31 +13,7 @@
 
 #include "platform/linux/shared_library.hpp"
 
-namespace ombrine {
-
-namespace {
-
-constexpr char kCrypto[] = "libcrypto.so.3";
-
-template <class Function>
-Function bound(const char* name) {
-  return reinterpret_cast<Function>(findSymbol(cryptoLibrary(), kCrypto, name));
-}
-
-}  // namespace
-
-void* cryptoLibrary() {
-  // A failed open raises out of the initialiser, so the next call tries again and raises again.
-  static void* const handle = openSharedLibrary(kCrypto);
-  return handle;
-}
-
-}  // namespace ombrine
-
-// Each definition looks its function up once (a thread-safe static) and calls it.
-#define OMBRINE_FORWARD(name, ...)                                   \
-  static const auto real = ombrine::bound<decltype(&::name)>(#name); \
-  return real(__VA_ARGS__)
+#define OMBRINE_FORWARD(name, ...) OMBRINE_FORWARD_TO(ombrine::kCryptoLibrary, name __VA_OPT__(, ) __VA_ARGS__)
 
 extern "C" {
 
@@ -97,7 +73,8 @@ int RAND_bytes(unsigned char* buf, int num) { OMBRINE_FORWARD(RAND_bytes, buf, n
 // Variadic: the one extra argument depends on the key type, as OpenSSL documents it ("RSA": the
 // size_t bits, "EC": the curve's name, the other types none).
 EVP_PKEY* EVP_PKEY_Q_keygen(OSSL_LIB_CTX* libctx, const char* propq, const char* type, ...) {
-  static const auto real = ombrine::bound<decltype(&::EVP_PKEY_Q_keygen)>("EVP_PKEY_Q_keygen");
+  static const auto real =
+      ombrine::sharedFunction<decltype(&::EVP_PKEY_Q_keygen)>(ombrine::kCryptoLibrary, "EVP_PKEY_Q_keygen");
   std::va_list arguments;
   va_start(arguments, type);
   EVP_PKEY* key = nullptr;

@@ -14,7 +14,7 @@
 
 namespace ombrine {
 
-// The handle of libcrypto, opened on the first call and never closed. Raises std::runtime_error.
-void* cryptoLibrary();
+// The library the definitions forward to.
+inline constexpr char kCryptoLibrary[] = "libcrypto.so.3";
 
 }  // namespace ombrine
