@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "app/commands.hpp"
+#include "app/global_options.hpp"
 #include "packaging/build_info.hpp"
 #include "packaging/install_files.hpp"
 #include "platform/icu_setup.hpp"
@@ -107,7 +108,11 @@ int main(int argc, char** argv) {
   // The build writes the man pages, shell completions and unit templates from these definitions:
   // `ombrine --write-install-files FOLDER` (not a user command, so not in --help).
   const bool writingInstallFiles = argc == 3 && std::string_view(argv[1]) == "--write-install-files";
-  ombrine::app::addCommands(app, writingInstallFiles ? std::string_view() : firstCommandWord(argc, argv));
+  if (argc == 2 && std::string_view(argv[1]) == "--version") {
+    ombrine::app::addGlobalOptions(app);  // prints the version before any command is asked for
+  } else {
+    ombrine::app::addCommands(app, writingInstallFiles ? std::string_view() : firstCommandWord(argc, argv));
+  }
   if (writingInstallFiles) {
     try {
       ombrine::packaging::writeInstallFiles(app, argv[2]);
