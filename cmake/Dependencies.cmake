@@ -38,16 +38,18 @@ pkg_check_modules(LIBDEFLATE REQUIRED IMPORTED_TARGET libdeflate)
 
 # A short run of the program (a cached forecast, a place lookup) spends most of its instructions
 # in the dynamic loader, in proportion to the shared libraries it loads and their symbol
-# relocations. The dependencies that no other shared library of ours needs as well are
+# relocations. The dependencies that no shared library the program links needs as well are
 # therefore linked from their static archives in release builds: ICU (with its data), SQLite,
-# giflib and libdeflate. Shared by others and so kept shared: zlib, libpng and expat (cairo and
-# fontconfig load them anyway; a second, static copy would interpose on theirs).
+# giflib, libdeflate, libpng, zlib and expat. (cairo, libcurl and the server module, opened on
+# first use, bring their own shared copies of the last three; the program's static copies are
+# not exported, so neither side binds to the other's.)
 if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT OMBRINE_SANITIZE)
   set(ombrine_static_default ON)
 else()
   set(ombrine_static_default OFF)
 endif()
-option(OMBRINE_STATIC_DEPENDENCIES "Link ICU, SQLite, giflib and libdeflate statically" ${ombrine_static_default})
+option(OMBRINE_STATIC_DEPENDENCIES "Link ICU, SQLite, giflib, libdeflate, libpng, zlib and expat statically"
+       ${ombrine_static_default})
 
 # Replaces the shared libraries NAMES (as in -lNAME) among the link libraries of the imported
 # `target` by their static archives, and adds the libraries those archives need (EXTRA).
@@ -73,7 +75,10 @@ endfunction()
 
 if(OMBRINE_STATIC_DEPENDENCIES)
   ombrine_link_archives(PkgConfig::ICU NAMES icuuc icui18n icudata EXTRA ${CMAKE_DL_LIBS} Threads::Threads m)
-  ombrine_link_archives(PkgConfig::SQLITE NAMES sqlite3 EXTRA Threads::Threads m z)
+  find_library(OMBRINE_ZLIB_ARCHIVE libz.a REQUIRED)
+  ombrine_link_archives(PkgConfig::SQLITE NAMES sqlite3 EXTRA Threads::Threads m ${OMBRINE_ZLIB_ARCHIVE})
   ombrine_link_archives(PkgConfig::GIF NAMES gif)
   ombrine_link_archives(PkgConfig::LIBDEFLATE NAMES deflate)
+  ombrine_link_archives(PkgConfig::PNG NAMES png16 EXTRA m ${OMBRINE_ZLIB_ARCHIVE})
+  ombrine_link_archives(PkgConfig::EXPAT NAMES expat)
 endif()
