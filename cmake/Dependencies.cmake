@@ -40,7 +40,7 @@ pkg_check_modules(LIBDEFLATE REQUIRED IMPORTED_TARGET libdeflate)
 # in the dynamic loader, in proportion to the shared libraries it loads and their symbol
 # relocations. The dependencies that no shared library the program links needs as well are
 # therefore linked from their static archives in release builds: ICU (with its data), SQLite,
-# giflib, libdeflate, libpng, zlib and expat. (cairo, libcurl and the server module, opened on
+# giflib, libdeflate, libpng, zlib, expat and Boost.JSON/URL. (cairo, libcurl and the server module, opened on
 # first use, bring their own shared copies of the last three; the program's static copies are
 # not exported, so neither side binds to the other's.)
 if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT OMBRINE_SANITIZE)
@@ -48,7 +48,7 @@ if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT OMBRINE_SANITIZE)
 else()
   set(ombrine_static_default OFF)
 endif()
-option(OMBRINE_STATIC_DEPENDENCIES "Link ICU, SQLite, giflib, libdeflate, libpng, zlib and expat statically"
+option(OMBRINE_STATIC_DEPENDENCIES "Link ICU, SQLite, giflib, libdeflate, libpng, zlib, expat and Boost statically"
        ${ombrine_static_default})
 
 # Replaces the shared libraries NAMES (as in -lNAME) among the link libraries of the imported
@@ -81,4 +81,15 @@ if(OMBRINE_STATIC_DEPENDENCIES)
   ombrine_link_archives(PkgConfig::LIBDEFLATE NAMES deflate)
   ombrine_link_archives(PkgConfig::PNG NAMES png16 EXTRA m ${OMBRINE_ZLIB_ARCHIVE})
   ombrine_link_archives(PkgConfig::EXPAT NAMES expat)
+  # Boost's config files picked the shared variants; their archives replace them at link time.
+  # (The variants' compile definitions differ only in BOOST_*_DYN_LINK, which selects the symbol
+  # import decoration: empty on ELF, so the objects are the same.)
+  foreach(part json url container)
+    get_target_property(location Boost::${part} IMPORTED_LOCATION_RELEASE)
+    string(REGEX REPLACE "\\.so[.0-9]*$" ".a" archive "${location}")
+    if(NOT EXISTS "${archive}")
+      message(FATAL_ERROR "OMBRINE_STATIC_DEPENDENCIES: ${archive} is missing")
+    endif()
+    set_target_properties(Boost::${part} PROPERTIES IMPORTED_LOCATION_RELEASE "${archive}")
+  endforeach()
 endif()
