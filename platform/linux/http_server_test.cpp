@@ -56,14 +56,16 @@ TEST(HttpServer, AnswersAsTheHandlerSays) {
       {"GET", "/full?size=0", 200, 0},
       {"HEAD", "/full?size=1000", 200, 0},
       {"POST", "/full?size=3", 200, 3},
+      {"DELETE", "/full?size=3", 200, 3},
       {"GET", "/short?size=1000", -1, 0},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.method + " " + c.target);
     const httplib::Headers headers = {{"X-Ombrine-Probe", "yes"}};
-    const auto result = c.method == "GET"    ? client.Get(c.target, headers)
-                        : c.method == "HEAD" ? client.Head(c.target, headers)
-                                             : client.Post(c.target, headers, "body", "text/plain");
+    const auto result = c.method == "GET"      ? client.Get(c.target, headers)
+                        : c.method == "HEAD"   ? client.Head(c.target, headers)
+                        : c.method == "DELETE" ? client.Delete(c.target, headers)
+                                               : client.Post(c.target, headers, "body", "text/plain");
     if (c.status < 0) {
       EXPECT_FALSE(result) << "a truncated answer must not read as complete";
       continue;
