@@ -2,7 +2,9 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <iterator>
 #include <string_view>
 #include <cstdlib>
 #include <string>
@@ -32,31 +34,38 @@
 namespace ombrine::app {
 
 namespace {
-std::atomic<int> code{0};
-}
 
-void addCommands(CLI::App& app) {
+std::atomic<int> code{0};
+
+void addTripsCommands(CLI::App& app) { addTripsForecastCommand(*addTripsCommand(app)); }
+
+struct Command {
+  std::string_view name;
+  void (*add)(CLI::App&);
+};
+// In the order --help lists them.
+constexpr Command kCommands[] = {
+    {"forecast", addForecastCommand}, {"places", addPlacesCommand},
+    {"settings", addSettingsCommand}, {"units", addUnitsCommand},
+    {"cache", addCacheCommand},       {"trips", addTripsCommands},
+    {"tides", addTidesCommand},       {"alerts", addAlertsCommand},
+    {"notify", addNotifyCommand},     {"notifications", addNotificationsCommand},
+    {"storms", addStormsCommand},     {"sun", addSunCommand},
+    {"history", addHistoryCommand},   {"daemon", addDaemonCommand},
+    {"radar", addRadarCommand},       {"sources", addSourcesCommand},
+    {"fires", addFiresCommand},       {"serve", addServeCommand},
+    {"threats", addThreatsCommand},   {"widget", addWidgetCommand},
+};
+
+}  // namespace
+
+void addCommands(CLI::App& app, std::string_view only) {
   addGlobalOptions(app);
-  addForecastCommand(app);
-  addPlacesCommand(app);
-  addSettingsCommand(app);
-  addUnitsCommand(app);
-  addCacheCommand(app);
-  addTripsForecastCommand(*addTripsCommand(app));
-  addTidesCommand(app);
-  addAlertsCommand(app);
-  addNotifyCommand(app);
-  addNotificationsCommand(app);
-  addStormsCommand(app);
-  addSunCommand(app);
-  addHistoryCommand(app);
-  addDaemonCommand(app);
-  addRadarCommand(app);
-  addSourcesCommand(app);
-  addFiresCommand(app);
-  addServeCommand(app);
-  addThreatsCommand(app);
-  addWidgetCommand(app);
+  const bool known = std::any_of(std::begin(kCommands), std::end(kCommands),
+                                 [&](const Command& command) { return command.name == only; });
+  for (const Command& command : kCommands) {
+    if (!known || command.name == only) command.add(app);
+  }
 }
 
 CLI::Validator positiveNumber() {

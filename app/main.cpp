@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "app/commands.hpp"
+#include "app/global_options.hpp"
 #include "packaging/build_info.hpp"
 #include "packaging/install_files.hpp"
 #include "platform/icu_setup.hpp"
@@ -36,6 +37,23 @@ std::size_t editDistance(std::string_view a, std::string_view b) {
   return row[b.size()];
 }
 
+// The global options that take a value as the next word.
+bool takesValue(std::string_view word) { return word == "--services" || word == "--sim-seed" || word == "--timeout"; }
+
+// The first word of the command line that is neither an option nor an option's value: the
+// command's name, when the line names one.
+std::string_view firstCommandWord(int argc, char** argv) {
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view word = argv[i];
+    if (takesValue(word)) {
+      ++i;
+    } else if (!word.starts_with("-")) {
+      return word;
+    }
+  }
+  return {};
+}
+
 // The subcommands of `command`.
 std::vector<const CLI::App*> commandsOf(const CLI::App& command) {
   return command.get_subcommands([](const CLI::App*) { return true; });
@@ -49,7 +67,7 @@ std::optional<std::string> commandWordProblem(const CLI::App& app, int argc, cha
   std::string path = "ombrine";
   for (int i = 1; i < argc; ++i) {
     const std::string_view word = argv[i];
-    if (word == "--services" || word == "--sim-seed" || word == "--timeout") {
+    if (takesValue(word)) {
       ++i;
       continue;
     }
@@ -87,10 +105,15 @@ int main(int argc, char** argv) {
   // Subcommands inherit this when they are added.
   app.fallthrough();
   app.set_version_flag("--version", [] { return ombrine::packaging::versionText(); });
-  ombrine::app::addCommands(app);
   // The build writes the man pages, shell completions and unit templates from these definitions:
   // `ombrine --write-install-files FOLDER` (not a user command, so not in --help).
-  if (argc == 3 && std::string_view(argv[1]) == "--write-install-files") {
+  const bool writingInstallFiles = argc == 3 && std::string_view(argv[1]) == "--write-install-files";
+  if (argc == 2 && std::string_view(argv[1]) == "--version") {
+    ombrine::app::addGlobalOptions(app);  // prints the version before any command is asked for
+  } else {
+    ombrine::app::addCommands(app, writingInstallFiles ? std::string_view() : firstCommandWord(argc, argv));
+  }
+  if (writingInstallFiles) {
     try {
       ombrine::packaging::writeInstallFiles(app, argv[2]);
       return 0;

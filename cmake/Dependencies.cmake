@@ -35,3 +35,61 @@ target_link_libraries(ombrine_boost INTERFACE Boost::headers Boost::json Boost::
 # Storm overlays: KML through expat, KMZ entries inflated with libdeflate.
 pkg_check_modules(EXPAT REQUIRED IMPORTED_TARGET expat)
 pkg_check_modules(LIBDEFLATE REQUIRED IMPORTED_TARGET libdeflate)
+
+# A short run of the program (a cached forecast, a place lookup) spends most of its instructions
+# in the dynamic loader, in proportion to the shared libraries it loads and their symbol
+# relocations. The dependencies that no shared library the program links needs as well are
+# therefore linked from their static archives in release builds: ICU (with its data), SQLite,
+# giflib, libdeflate, libpng, zlib, expat and Boost.JSON/URL. (cairo, libcurl and the server module, opened on
+# first use, bring their own shared copies of the last three; the program's static copies are
+# not exported, so neither side binds to the other's.)
+if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT OMBRINE_SANITIZE)
+  set(ombrine_static_default ON)
+else()
+  set(ombrine_static_default OFF)
+endif()
+option(OMBRINE_STATIC_DEPENDENCIES "Link ICU, SQLite, giflib, libdeflate, libpng, zlib, expat and Boost statically"
+       ${ombrine_static_default})
+
+# Replaces the shared libraries NAMES (as in -lNAME) among the link libraries of the imported
+# `target` by their static archives, and adds the libraries those archives need (EXTRA).
+function(ombrine_link_archives target)
+  cmake_parse_arguments(ARG "" "" "NAMES;EXTRA" ${ARGN})
+  get_target_property(libraries ${target} INTERFACE_LINK_LIBRARIES)
+  set(linked "")
+  foreach(library IN LISTS libraries)
+    get_filename_component(file ${library} NAME)
+    string(REGEX REPLACE "^lib(.*)\\.so$" "\\1" name "${file}")
+    if(name IN_LIST ARG_NAMES)
+      get_filename_component(folder ${library} DIRECTORY)
+      if(NOT EXISTS "${folder}/lib${name}.a")
+        message(FATAL_ERROR "OMBRINE_STATIC_DEPENDENCIES: ${folder}/lib${name}.a is missing")
+      endif()
+      list(APPEND linked "${folder}/lib${name}.a")
+    else()
+      list(APPEND linked "${library}")
+    endif()
+  endforeach()
+  set_target_properties(${target} PROPERTIES INTERFACE_LINK_LIBRARIES "${linked};${ARG_EXTRA}")
+endfunction()
+
+if(OMBRINE_STATIC_DEPENDENCIES)
+  ombrine_link_archives(PkgConfig::ICU NAMES icuuc icui18n icudata EXTRA ${CMAKE_DL_LIBS} Threads::Threads m)
+  find_library(OMBRINE_ZLIB_ARCHIVE libz.a REQUIRED)
+  ombrine_link_archives(PkgConfig::SQLITE NAMES sqlite3 EXTRA Threads::Threads m ${OMBRINE_ZLIB_ARCHIVE})
+  ombrine_link_archives(PkgConfig::GIF NAMES gif)
+  ombrine_link_archives(PkgConfig::LIBDEFLATE NAMES deflate)
+  ombrine_link_archives(PkgConfig::PNG NAMES png16 EXTRA m ${OMBRINE_ZLIB_ARCHIVE})
+  ombrine_link_archives(PkgConfig::EXPAT NAMES expat)
+  # Boost's config files picked the shared variants; their archives replace them at link time.
+  # (The variants' compile definitions differ only in BOOST_*_DYN_LINK, which selects the symbol
+  # import decoration: empty on ELF, so the objects are the same.)
+  foreach(part json url container)
+    get_target_property(location Boost::${part} IMPORTED_LOCATION_RELEASE)
+    string(REGEX REPLACE "\\.so[.0-9]*$" ".a" archive "${location}")
+    if(NOT EXISTS "${archive}")
+      message(FATAL_ERROR "OMBRINE_STATIC_DEPENDENCIES: ${archive} is missing")
+    endif()
+    set_target_properties(Boost::${part} PROPERTIES IMPORTED_LOCATION_RELEASE "${archive}")
+  endforeach()
+endif()

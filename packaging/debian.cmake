@@ -26,8 +26,10 @@ set(CPACK_DEBIAN_PROGRAM_DESCRIPTION
     "and desktop notifications.")
 string(JOIN "" CPACK_DEBIAN_PROGRAM_DESCRIPTION ${CPACK_DEBIAN_PROGRAM_DESCRIPTION})
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SHLIBDEPS ON)
-# libcurl is opened on first use rather than linked, so dpkg-shlibdeps cannot see it.
-set(CPACK_DEBIAN_PROGRAM_PACKAGE_DEPENDS "libcurl4 (>= 7.74.0)")
+# libcurl, libsystemd, cairo and libcrypto are opened on first use rather than linked, so
+# dpkg-shlibdeps cannot see them.
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_DEPENDS
+    "libcurl4 (>= 7.74.0), libsystemd0, libcairo2 (>= 1.16), libfontconfig1, libssl3 (>= 3.0.0)")
 # Text in the radar and map images is drawn with this font.
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_RECOMMENDS "fonts-dejavu-core")
 

@@ -1,7 +1,5 @@
 #include "sim/sim_server.hpp"
 
-#include <httplib.h>
-
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -11,6 +9,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "platform/http_server.hpp"
 #include "platform/linux/system_clock.hpp"
 #include "platform/log.hpp"
 #include "sim/answer_encoding.hpp"
@@ -52,26 +51,18 @@ const char* reasonOf(int status) {
   }
 }
 
-// Sets the answer's body, gzipped when the client accepts it. The body goes out through a sized
-// content provider so the HTTP library adds no compression of its own (it would pick brotli at
-// its slowest quality).
-void setBody(httplib::Response& out, std::string body, const std::string& contentType, bool gzipAccepted) {
-  if (body.empty()) {
-    out.set_content(std::string(), contentType);
-    return;
-  }
-  if (gzipAccepted && isCompressible(contentType)) {
+// Sets the answer's body, gzipped when the client accepts it. The server adds no compression of
+// its own (its library would pick brotli at its slowest quality).
+void setBody(HttpServerResponse& out, std::string body, const std::string& contentType, bool gzipAccepted) {
+  out.contentType = contentType;
+  if (!body.empty() && gzipAccepted && isCompressible(contentType)) {
     if (auto encoded = gzipped(body)) {
       body = std::move(*encoded);
-      out.set_header("Content-Encoding", "gzip");
-      out.set_header("Vary", "Accept-Encoding");
+      out.headers.emplace_back("Content-Encoding", "gzip");
+      out.headers.emplace_back("Vary", "Accept-Encoding");
     }
   }
-  auto shared = std::make_shared<std::string>(std::move(body));
-  out.set_content_provider(shared->size(), contentType,
-                           [shared](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
-                             return sink.write(shared->data() + offset, length);
-                           });
+  out.body = std::move(body);
 }
 
 // The log line of the request a worker thread is answering, finished once the answer is written.
@@ -107,7 +98,7 @@ struct SimServer::Impl {
   bool logRequests;
   std::vector<SimRoute> routes;
   FaultPlan faults;
-  httplib::Server server;
+  std::unique_ptr<HttpServer> server;
   std::thread listener;
   std::atomic<bool> listenerEnded = false;
   std::uint16_t port = 0;
@@ -141,18 +132,18 @@ struct SimServer::Impl {
     }
   }
 
-  void handle(const httplib::Request& http, httplib::Response& out) {
+  void handle(const HttpServerRequest& http, HttpServerResponse& out) {
     const auto started = std::chrono::steady_clock::now();
     SimRequest request = requestFor(http.target, now());
-    request.host = http.get_header_value("Host");
+    request.host = http.header("Host").value_or("");
     request.method = http.method;
-    for (const auto& [name, value] : http.headers) request.headers.emplace_back(name, value);
+    request.headers = http.headers;
     request.body = http.body;
-    request.authorization = http.get_header_value("Authorization");
+    request.authorization = http.header("Authorization").value_or("");
     const SimRoute* route = matchRoute(routes, request.path, request.captures);
     const std::optional<Fault> fault = route ? faults.take(route->name) : std::nullopt;
     const std::uint64_t id = record(route, http.method, request, fault);
-    const bool gzipAccepted = acceptsGzip(http.get_header_value("Accept-Encoding"));
+    const bool gzipAccepted = acceptsGzip(http.header("Accept-Encoding").value_or(""));
     const int status = serve(route, request, fault, gzipAccepted, out);
     complete(id, status);
     if (logRequests) {
@@ -167,7 +158,7 @@ struct SimServer::Impl {
     }
   }
 
-  // The HTTP library's logger: runs on the worker thread after the answer was written.
+  // Runs on the worker thread after the answer was written.
   static void logWritten() {
     if (!pendingLogLine.pending) return;
     pendingLogLine.pending = false;
@@ -177,7 +168,7 @@ struct SimServer::Impl {
 
   // Writes the answer to `out`, with `fault` applied; returns the status sent (0 for none).
   int serve(const SimRoute* route, const SimRequest& request, const std::optional<Fault>& fault,
-            bool gzipAccepted, httplib::Response& out) {
+            bool gzipAccepted, HttpServerResponse& out) {
     if (fault && fault->latency.count() > 0 && !pause(fault->latency)) return shuttingDown(out);
     const Fault::Answer kind = fault ? fault->answer : Fault::Answer::normal;
     switch (kind) {
@@ -185,12 +176,13 @@ struct SimServer::Impl {
         if (!pause(fault->hang)) return shuttingDown(out);
         // Headers promising a body that never comes, then the connection closes.
         out.status = 200;
-        out.set_content_provider(2, "application/json", [](std::size_t, std::size_t, httplib::DataSink&) { return false; });
+        out.contentType = "application/json";
+        out.announcedLength = 2;
         return 0;
       }
       case Fault::Answer::status: {
         out.status = fault->status;
-        if (fault->retryAfter) out.set_header("Retry-After", std::to_string(fault->retryAfter->count()));
+        if (fault->retryAfter) out.headers.emplace_back("Retry-After", std::to_string(fault->retryAfter->count()));
         setBody(out, route->errorBody(fault->status, reasonOf(fault->status)), "application/json", gzipAccepted);
         return fault->status;
       }
@@ -205,16 +197,13 @@ struct SimServer::Impl {
     if (fault) asked.now -= fault->behind;
     SimResponse response = compute(route, asked);
     out.status = response.status;
-    for (const auto& [name, value] : response.headers) out.set_header(name, value);
+    for (auto& header : response.headers) out.headers.push_back(std::move(header));
     if (kind == Fault::Answer::truncate) {
       // The full length is announced; half the body is sent before the connection closes.
-      auto body = std::make_shared<std::string>(std::move(response.body));
-      const std::size_t half = body->size() / 2;
-      out.set_content_provider(body->size(), response.contentType,
-                               [body, half](std::size_t offset, std::size_t, httplib::DataSink& sink) {
-                                 if (offset == 0 && half > 0) return sink.write(body->data(), half);
-                                 return false;
-                               });
+      out.contentType = response.contentType;
+      out.announcedLength = response.body.size();
+      response.body.resize(response.body.size() / 2);
+      out.body = std::move(response.body);
       return response.status;
     }
     if (kind == Fault::Answer::malformed) {
@@ -225,9 +214,10 @@ struct SimServer::Impl {
     return response.status;
   }
 
-  int shuttingDown(httplib::Response& out) {
+  int shuttingDown(HttpServerResponse& out) {
     out.status = 503;
-    out.set_content(R"({"error":{"code":503,"message":"Simulator stopping"}})", "application/json");
+    out.contentType = "application/json";
+    out.body = R"({"error":{"code":503,"message":"Simulator stopping"}})";
     return 503;
   }
 
@@ -268,37 +258,23 @@ struct SimServer::Impl {
 
 SimServer::SimServer(Options options) : impl_(std::make_unique<Impl>(options)) {
   Impl& impl = *impl_;
-  impl.server.new_task_queue = [] { return new httplib::ThreadPool(kWorkers); };
-  impl.server.set_keep_alive_timeout(2);
+  HttpServerOptions serving;
+  serving.port = options.port;
+  serving.workers = kWorkers;
+  serving.keepAlive = std::chrono::seconds(2);
   // As real services do: an answer's last segment must not wait for the client's delayed ACK.
-  impl.server.set_tcp_nodelay(true);
-  impl.server.set_logger([](const httplib::Request&, const httplib::Response&) { Impl::logWritten(); });
-  // SO_REUSEADDR only: the library's default SO_REUSEPORT would let a second server share a
-  // port that is already taken instead of failing.
-  impl.server.set_socket_options([](socket_t sock) {
-    int yes = 1;
-    setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-  });
-  impl.server.Get(".*", [&impl](const httplib::Request& request, httplib::Response& response) {
+  serving.noDelay = true;
+  HttpServer::Handler handler = [&impl](const HttpServerRequest& request, HttpServerResponse& response) {
     impl.handle(request, response);
-  });
-  impl.server.Post(".*", [&impl](const httplib::Request& request, httplib::Response& response) {
-    impl.handle(request, response);
-  });
-  int bound = -1;
-  if (options.port == 0) {
-    bound = impl.server.bind_to_any_port("127.0.0.1");
-  } else if (impl.server.bind_to_port("127.0.0.1", options.port)) {
-    bound = options.port;
-  }
-  if (bound <= 0) throw std::runtime_error(fmt::format("cannot listen on 127.0.0.1:{}", options.port));
-  impl.port = static_cast<std::uint16_t>(bound);
+  };
+  impl.server = openHttpServer(serving, std::move(handler), [] { Impl::logWritten(); });
+  impl.port = static_cast<std::uint16_t>(impl.server->port());
   impl.listener = std::thread([&impl] {
-    impl.server.listen_after_bind();
+    impl.server->run();
     impl.listenerEnded = true;
   });
   // stop() must not run before the accept loop has started, or the loop would never end.
-  while (!impl.server.is_running() && !impl.listenerEnded) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  while (!impl.server->running() && !impl.listenerEnded) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   if (impl.listenerEnded) {
     impl.listener.join();
     throw std::runtime_error(fmt::format("cannot serve on 127.0.0.1:{}", impl.port));
@@ -322,7 +298,7 @@ void SimServer::stop() {
     impl_->stopping = true;
   }
   impl_->wake.notify_all();
-  impl_->server.stop();
+  impl_->server->stop();
   if (impl_->listener.joinable()) impl_->listener.join();
 }
 

@@ -1,7 +1,5 @@
 #include "web/web_server.hpp"
 
-#include <httplib.h>
-
 #include <fmt/format.h>
 
 #include <fstream>
@@ -45,17 +43,24 @@ std::string readFile(const std::filesystem::path& path) {
   return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-void securityHeaders(httplib::Response& response) {
-  response.set_header("X-Content-Type-Options", "nosniff");
-  response.set_header("X-Frame-Options", "DENY");
-  response.set_header("Referrer-Policy", "no-referrer");
-  response.set_header("Cross-Origin-Resource-Policy", "same-origin");
-  response.set_header("Content-Security-Policy",
-                      "default-src 'self'; img-src 'self' data:; style-src 'self' 'unsafe-inline'; "
-                      "connect-src 'self'; frame-ancestors 'none'; base-uri 'none'; form-action 'none'");
+void securityHeaders(HttpServerResponse& response) {
+  response.headers.emplace_back("X-Content-Type-Options", "nosniff");
+  response.headers.emplace_back("X-Frame-Options", "DENY");
+  response.headers.emplace_back("Referrer-Policy", "no-referrer");
+  response.headers.emplace_back("Cross-Origin-Resource-Policy", "same-origin");
+  response.headers.emplace_back("Content-Security-Policy",
+                                "default-src 'self'; img-src 'self' data:; style-src 'self' 'unsafe-inline'; "
+                                "connect-src 'self'; frame-ancestors 'none'; base-uri 'none'; form-action 'none'");
 }
 
-void answerError(httplib::Response& response, int status, std::string_view message) {
+// Every answer may be compressed as the browser asks.
+void setContent(HttpServerResponse& response, std::string body, std::string contentType) {
+  response.body = std::move(body);
+  response.contentType = std::move(contentType);
+  response.compressible = true;
+}
+
+void answerError(HttpServerResponse& response, int status, std::string_view message) {
   std::string body = R"({"error":)";
   body += '"';
   for (char c : message) {
@@ -64,12 +69,7 @@ void answerError(httplib::Response& response, int status, std::string_view messa
   }
   body += "\"}";
   response.status = status;
-  response.set_content(body, "application/json");
-}
-
-std::optional<std::string> headerOf(const httplib::Request& request, const char* name) {
-  if (!request.has_header(name)) return std::nullopt;
-  return request.get_header_value(name);
+  setContent(response, std::move(body), "application/json");
 }
 
 }  // namespace
@@ -89,18 +89,20 @@ WebServer::WebServer(Services& services, WebServerOptions options)
 WebServer::~WebServer() = default;
 
 void WebServer::bind() {
-  server_ = std::make_unique<httplib::Server>();
-  port_ = options_.port == 0 ? server_->bind_to_any_port(options_.bindAddress)
-                             : (server_->bind_to_port(options_.bindAddress, options_.port) ? options_.port : -1);
-  if (port_ <= 0) {
-    throw std::runtime_error(fmt::format("cannot listen on {}:{} (in use, or not an address of this machine)",
-                                         options_.bindAddress, options_.port));
-  }
+  HttpServerOptions serving;
+  serving.address = options_.bindAddress;
+  serving.port = options_.port;
+  serving.keepAliveRequests = 1000;
+  serving.maxBody = 64 * 1024;
+  HttpServer::Handler handler = [this](const HttpServerRequest& request, HttpServerResponse& response) {
+    answer(request, response);
+  };
+  server_ = openHttpServer(serving, std::move(handler));
+  port_ = server_->port();
   std::string token = options_.token;
   if (!isLoopbackAddress(options_.bindAddress) && token.empty()) token = makeAccessToken();
   if (isLoopbackAddress(options_.bindAddress)) token.clear();
   policy_ = guardPolicyFor(options_.bindAddress, port_, token);
-  install();
 }
 
 std::string WebServer::pageAddress() const {
@@ -110,56 +112,48 @@ std::string WebServer::pageAddress() const {
   return fmt::format("http://{}:{}/{}", host, port_, policy_.token.empty() ? "" : "?token=" + policy_.token);
 }
 
-void WebServer::install() {
-  server_->set_keep_alive_max_count(1000);
-  server_->set_payload_max_length(64 * 1024);
-  server_->set_pre_routing_handler([this](const httplib::Request& request, httplib::Response& response) {
-    securityHeaders(response);
-    const bool api = Api::serves(request.path);
-    std::optional<std::string> token = headerOf(request, "X-Ombrine-Token");
-    if (!token && request.has_param("token")) token = request.get_param_value("token");
-    // The page's own files hold no data: they load without the token, so that the page can
-    // then send it with every API request.
-    if (!api) token = policy_.token;
-    const auto host = headerOf(request, "Host");
-    const auto origin = headerOf(request, "Origin");
-    const GuardVerdict verdict = checkRequest(policy_, host, origin, token);
-    if (verdict.status != 200) {
-      answerError(response, verdict.status, verdict.message);
-      return httplib::Server::HandlerResponse::Handled;
+void WebServer::answer(const HttpServerRequest& request, HttpServerResponse& response) {
+  securityHeaders(response);
+  const bool api = Api::serves(request.path);
+  std::optional<std::string> token = request.header("X-Ombrine-Token");
+  if (!token) token = request.queryItem("token");
+  // The page's own files hold no data: they load without the token, so that the page can then
+  // send it with every API request.
+  if (!api) token = policy_.token;
+  const GuardVerdict verdict = checkRequest(policy_, request.header("Host"), request.header("Origin"), token);
+  if (verdict.status != 200) {
+    answerError(response, verdict.status, verdict.message);
+    return;
+  }
+  if (request.method != "GET" && request.method != "HEAD") {
+    answerError(response, 405, "only GET is answered");
+    return;
+  }
+  if (api) {
+    QueryParameters query;
+    for (const auto& [name, value] : request.query) {
+      if (name != "token") query.emplace(name, value);
     }
-    if (request.method != "GET" && request.method != "HEAD") {
-      answerError(response, 405, "only GET is answered");
-      return httplib::Server::HandlerResponse::Handled;
-    }
-    return httplib::Server::HandlerResponse::Unhandled;
-  });
-  server_->Get(".*", [this](const httplib::Request& request, httplib::Response& response) {
-    if (Api::serves(request.path)) {
-      QueryParameters query;
-      for (const auto& [name, value] : request.params) {
-        if (name != "token") query.emplace(name, value);
-      }
-      const ApiAnswer answer = api_.handle(request.path, query);
-      response.status = answer.status;
-      response.set_header("Cache-Control",
-                          answer.maxAgeSeconds > 0 ? fmt::format("private, max-age={}", answer.maxAgeSeconds) : "no-store");
-      response.set_content(answer.body, answer.contentType.c_str());
-      return;
-    }
-    const auto file = files_.find(request.path);
-    if (file == files_.end()) {
-      answerError(response, 404, "no such address: " + request.path);
-      return;
-    }
-    response.set_header("Cache-Control", "no-cache");
-    response.set_content(readFile(file->second), std::string(contentTypeOf(file->second)).c_str());
-  });
+    const ApiAnswer answer = api_.handle(request.path, query);
+    response.status = answer.status;
+    response.headers.emplace_back("Cache-Control",
+                                  answer.maxAgeSeconds > 0 ? fmt::format("private, max-age={}", answer.maxAgeSeconds)
+                                                           : "no-store");
+    setContent(response, answer.body, answer.contentType);
+    return;
+  }
+  const auto file = files_.find(request.path);
+  if (file == files_.end()) {
+    answerError(response, 404, "no such address: " + request.path);
+    return;
+  }
+  response.headers.emplace_back("Cache-Control", "no-cache");
+  setContent(response, readFile(file->second), std::string(contentTypeOf(file->second)));
 }
 
 void WebServer::run() {
   if (!server_) bind();
-  if (!server_->listen_after_bind()) throw std::runtime_error("the server stopped listening");
+  if (!server_->run()) throw std::runtime_error("the server stopped listening");
 }
 
 void WebServer::stop() {

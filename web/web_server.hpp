@@ -16,12 +16,9 @@
 #include <memory>
 #include <string>
 
+#include "platform/http_server.hpp"
 #include "web/api.hpp"
 #include "web/request_guard.hpp"
-
-namespace httplib {
-class Server;
-}
 
 namespace ombrine::web {
 
@@ -52,13 +49,13 @@ class WebServer {
   void stop();
 
  private:
-  void install();
+  void answer(const HttpServerRequest& request, HttpServerResponse& response);
 
   WebServerOptions options_;
   Api api_;
   GuardPolicy policy_;
   std::map<std::string, std::filesystem::path, std::less<>> files_;  // URL path -> file
-  std::unique_ptr<httplib::Server> server_;
+  std::unique_ptr<HttpServer> server_;
   int port_ = 0;
 };
 

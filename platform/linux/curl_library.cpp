@@ -1,9 +1,9 @@
 #include "platform/linux/curl_library.hpp"
 
-#include <dlfcn.h>
-
 #include <stdexcept>
 #include <string>
+
+#include "platform/linux/shared_library.hpp"
 
 namespace ombrine {
 
@@ -14,18 +14,12 @@ constexpr char kSoname[] = "libcurl.so.4";
 
 template <class Function>
 void bind(void* handle, Function& function, const char* name) {
-  void* symbol = ::dlsym(handle, name);
-  if (symbol == nullptr) throw std::runtime_error(std::string(kSoname) + " lacks " + name);
-  function = reinterpret_cast<Function>(symbol);
+  bindSymbol(handle, kSoname, function, name);
 }
 
 CurlLibrary load() {
   // Never closed: libcurl's global state lives for the whole process.
-  void* handle = ::dlopen(kSoname, RTLD_NOW | RTLD_LOCAL);
-  if (handle == nullptr) {
-    const char* reason = ::dlerror();
-    throw std::runtime_error(std::string("cannot load ") + kSoname + ": " + (reason ? reason : "unknown error"));
-  }
+  void* handle = openSharedLibrary(kSoname);
   CurlLibrary library{};
   bind(handle, library.global_init, "curl_global_init");
   bind(handle, library.easy_init, "curl_easy_init");

@@ -1,6 +1,5 @@
 #include "platform/linux/desktop_notifier.hpp"
 
-#include <systemd/sd-bus.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -8,8 +7,11 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <stdexcept>
 
 #include <fmt/format.h>
+
+#include "platform/linux/sd_bus_library.hpp"
 
 namespace ombrine {
 
@@ -20,10 +22,10 @@ constexpr const char* kPath = "/org/freedesktop/Notifications";
 constexpr const char* kInterface = "org.freedesktop.Notifications";
 
 struct BusCloser {
-  void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
+  void operator()(sd_bus* bus) const { sdBusLibrary().flush_close_unref(bus); }
 };
 struct MessageUnref {
-  void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
+  void operator()(sd_bus_message* message) const { sdBusLibrary().message_unref(message); }
 };
 using BusPointer = std::unique_ptr<sd_bus, BusCloser>;
 using MessagePointer = std::unique_ptr<sd_bus_message, MessageUnref>;
@@ -32,28 +34,39 @@ using MessagePointer = std::unique_ptr<sd_bus_message, MessageUnref>;
   throw DesktopNotificationError(fmt::format("{}: {}", what, std::strerror(-negativeErrno)));
 }
 
+// The library, or the notifier's failure when it cannot be loaded (the center then spools).
+const SdBusLibrary& library() {
+  try {
+    return sdBusLibrary();
+  } catch (const std::runtime_error& error) {
+    throw DesktopNotificationError(error.what());
+  }
+}
+
 BusPointer connect(const std::optional<std::string>& address) {
   if (!address) throw DesktopNotificationError("no session bus");
+  const SdBusLibrary& sd = library();
   sd_bus* raw = nullptr;
-  int result = sd_bus_new(&raw);
+  int result = sd.bus_new(&raw);
   if (result < 0) fail("cannot create a bus connection", result);
   BusPointer bus(raw);
-  if ((result = sd_bus_set_address(raw, address->c_str())) < 0) fail("bad session bus address", result);
-  if ((result = sd_bus_set_bus_client(raw, 1)) < 0) fail("cannot set up the bus connection", result);
-  if ((result = sd_bus_start(raw)) < 0) fail("cannot connect to the session bus", result);
+  if ((result = sd.set_address(raw, address->c_str())) < 0) fail("bad session bus address", result);
+  if ((result = sd.set_bus_client(raw, 1)) < 0) fail("cannot set up the bus connection", result);
+  if ((result = sd.start(raw)) < 0) fail("cannot connect to the session bus", result);
   return bus;
 }
 
 // Sends `message` and waits for the reply; an error reply raises with the server's words.
 MessagePointer call(sd_bus* bus, sd_bus_message* message, std::chrono::milliseconds timeout) {
+  const SdBusLibrary& sd = library();
   sd_bus_error error{};
   sd_bus_message* reply = nullptr;
   const auto usec = static_cast<std::uint64_t>(timeout.count()) * 1000u;
-  const int result = sd_bus_call(bus, message, usec, &error, &reply);
+  const int result = sd.call(bus, message, usec, &error, &reply);
   if (result < 0) {
     const std::string text = error.message ? fmt::format("{} ({})", error.message, error.name ? error.name : "")
                                            : std::string(std::strerror(-result));
-    sd_bus_error_free(&error);
+    sd.error_free(&error);
     throw DesktopNotificationError("the notification server did not answer: " + text);
   }
   return MessagePointer(reply);
@@ -76,37 +89,39 @@ DesktopNotifier::DesktopNotifier(std::optional<std::string> busAddress, std::chr
 
 std::uint32_t DesktopNotifier::notify(const NotificationContent& content) {
   BusPointer bus = connect(busAddress_);
+  const SdBusLibrary& sd = library();
   sd_bus_message* raw = nullptr;
-  int result = sd_bus_message_new_method_call(bus.get(), &raw, kService, kPath, kInterface, "Notify");
+  int result = sd.message_new_method_call(bus.get(), &raw, kService, kPath, kInterface, "Notify");
   if (result < 0) fail("cannot build the notification", result);
   MessagePointer message(raw);
   // The notification protocol has no subtitle: it leads the body.
   const std::string body = content.subtitle.empty() ? content.body : content.subtitle + "\n" + content.body;
   // app_name, replaces_id, app_icon, summary, body, actions
-  result = sd_bus_message_append(raw, "susssas", "Ombrine", 0u, "weather-severe-alert", content.title.c_str(),
-                                 body.c_str(), 0);
-  if (result >= 0) result = sd_bus_message_open_container(raw, 'a', "{sv}");
-  if (result >= 0) result = sd_bus_message_append(raw, "{sv}", "urgency", "y", static_cast<std::uint8_t>(1));
+  result =
+      sd.message_append(raw, "susssas", "Ombrine", 0u, "weather-severe-alert", content.title.c_str(), body.c_str(), 0);
+  if (result >= 0) result = sd.message_open_container(raw, 'a', "{sv}");
+  if (result >= 0) result = sd.message_append(raw, "{sv}", "urgency", "y", static_cast<std::uint8_t>(1));
   if (result >= 0 && content.defaultSound) {
-    result = sd_bus_message_append(raw, "{sv}", "sound-name", "s", "message-new-instant");
+    result = sd.message_append(raw, "{sv}", "sound-name", "s", "message-new-instant");
   }
-  if (result >= 0) result = sd_bus_message_close_container(raw);
+  if (result >= 0) result = sd.message_close_container(raw);
   // -1: the server's default expiry.
-  if (result >= 0) result = sd_bus_message_append(raw, "i", -1);
+  if (result >= 0) result = sd.message_append(raw, "i", -1);
   if (result < 0) fail("cannot build the notification", result);
   MessagePointer reply = call(bus.get(), raw, timeout_);
   std::uint32_t identifier = 0;
-  if ((result = sd_bus_message_read(reply.get(), "u", &identifier)) < 0) fail("unexpected answer to Notify", result);
+  if ((result = sd.message_read(reply.get(), "u", &identifier)) < 0) fail("unexpected answer to Notify", result);
   return identifier;
 }
 
 void DesktopNotifier::close(std::uint32_t serverIdentifier) {
   BusPointer bus = connect(busAddress_);
+  const SdBusLibrary& sd = library();
   sd_bus_message* raw = nullptr;
-  int result = sd_bus_message_new_method_call(bus.get(), &raw, kService, kPath, kInterface, "CloseNotification");
+  int result = sd.message_new_method_call(bus.get(), &raw, kService, kPath, kInterface, "CloseNotification");
   if (result < 0) fail("cannot build the request", result);
   MessagePointer message(raw);
-  if ((result = sd_bus_message_append(raw, "u", serverIdentifier)) < 0) fail("cannot build the request", result);
+  if ((result = sd.message_append(raw, "u", serverIdentifier)) < 0) fail("cannot build the request", result);
   call(bus.get(), raw, timeout_);
 }
 
