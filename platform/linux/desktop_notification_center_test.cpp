@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
 NotificationRequest request(std::string identifier, std::chrono::milliseconds delay = 5s) {
-  return NotificationRequest{identifier, NotificationContent{"Severe Weather Alert", "Gale (FMI)\nFrom 9:00 AM", true},
+  return NotificationRequest{identifier, NotificationContent{"Severe Weather Alert", "Gale (FMI)\nFrom 9:00 AM", true, ""},
                              delay};
 }
 
@@ -146,7 +146,7 @@ TEST(DesktopNotificationCenterTest, SessionBusAddressFromEnvironment) {
 
 TEST(NotificationSpoolTest, EntriesAndNames) {
   SpoolEntry entry;
-  entry.entry = {"weather-alert-notification-v2:abc", {"T", "line\n\"quoted\"", false},
+  entry.entry = {"weather-alert-notification-v2:abc", {"T", "line\n\"quoted\"", false, ""},
                  std::chrono::system_clock::time_point(1700000000500ms), "desktop"};
   entry.desktopId = 42;
   EXPECT_EQ(decodeSpoolEntry(encodeSpoolEntry(entry)), entry);

@@ -47,7 +47,9 @@ std::optional<DeviceLocation> parseLocationText(std::string_view text) {
   const auto latitude = number(text.substr(0, comma));
   const auto longitude = number(rest.substr(0, second));
   if (!latitude || !longitude || !valid(*latitude, *longitude)) return std::nullopt;
-  DeviceLocation location{*latitude, *longitude};
+  DeviceLocation location;
+  location.latitude = *latitude;
+  location.longitude = *longitude;
   if (second != std::string_view::npos) {
     const auto name = trim(rest.substr(second + 1));
     if (!name.empty()) location.name = std::string(name);
@@ -64,7 +66,9 @@ std::optional<DeviceLocation> parseLocationFile(std::string_view text) {
     const auto* latitude = object.if_contains("latitude");
     const auto* longitude = object.if_contains("longitude");
     if (!latitude || !longitude || !latitude->is_number() || !longitude->is_number()) return std::nullopt;
-    DeviceLocation location{latitude->to_number<double>(), longitude->to_number<double>()};
+    DeviceLocation location;
+    location.latitude = latitude->to_number<double>();
+    location.longitude = longitude->to_number<double>();
     if (!std::isfinite(location.latitude) || !std::isfinite(location.longitude) ||
         !valid(location.latitude, location.longitude)) {
       return std::nullopt;
