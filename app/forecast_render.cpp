@@ -158,7 +158,7 @@ std::string renderForecast(const ForecastScreen& screen) {
     std::string amount;
     if (hour.snow && hour.snow->snowVolume.measurement > 0) amount = values.snow(hour.snow->snowVolume);
     else if (hour.rain && hour.rain->rainVolume.measurement > 0) amount = values.rain(hour.rain->rainVolume);
-    out += "  " + pad(dates.time(hour.dt), 9) + pad(temperature(hour.temp), 7) + pad(what, 24) +
+    out += "  " + pad(dates.time(hour.dt), 10) + pad(temperature(hour.temp), 7) + pad(what, 24) +
            pad(tr.percent(hour.pop), 6) + pad(amount, 9) + values.speed(hour.windSpeed) + "\n";
     ++shown;
   }

@@ -141,7 +141,7 @@ TEST(ForecastRenderTest, ColumnsStayApartAtEightyColumnsInEnglishGermanAndJapane
       }
       // Each column's last cell is a space and the next column starts right after it.
       const std::vector<std::size_t> starts =
-          section == "Next hours" ? std::vector<std::size_t>{11, 18, 42} : std::vector<std::size_t>{11, 25, 51};
+          section == "Next hours" ? std::vector<std::size_t>{12, 19, 43} : std::vector<std::size_t>{11, 25, 51};
       if (section.empty()) continue;
       ++rows;
       for (const std::size_t start : starts) {
