@@ -164,7 +164,7 @@ Task<OneCallWeather> fetchOpenWeatherForecast(HttpClient& http, const ServiceEnd
                                               const Credentials& credentials, Clock& clock, std::string languageCode,
                                               Location location, TimeZone timeZone) {
   if (!credentials.openWeatherKey) {
-    logf("No OpenWeather key configured");
+    logDetail("No OpenWeather key configured");
     throw DomainError(kRequestErrorDomain, kRequestErrorCode,
                       "No OpenWeather key: set OMBRINE_OPENWEATHER_KEY or add \"openweather_key = ...\" to "
                       "~/.config/ombrine/credentials (mode 0600)");

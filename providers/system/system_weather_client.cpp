@@ -57,7 +57,7 @@ Task<void> fetchInto(HttpClient& http, const Clock& clock, boost::urls::url url,
 }
 
 [[noreturn]] void notConfigured(std::string_view what) {
-  logf("System weather is not configured: {}", what);
+  logDetail("System weather is not configured: {}", what);
   throw DomainError(kRequestErrorDomain, kRequestErrorCode,
                     "System weather is not configured: " + std::string(what));
 }
