@@ -67,7 +67,7 @@ std::string describe(const BackgroundPassRecord& record) {
   std::string text =
       words().format("pass {} started {}", words().number(static_cast<double>(record.number)), when(record.started));
   if (record.ended) text += words().format(", took {}", seconds(*record.ended - record.started));
-  return text + ": " + record.result;
+  return words().format("{}: {}", text, record.result);
 }
 
 std::string nextPassDue(std::chrono::system_clock::time_point time) {
@@ -162,7 +162,7 @@ int runDaemon(const DaemonOptions& options) {
     while (!served) {
       const int received = sigtimedwait(&signals, nullptr, &slice);
       if (received == SIGTERM || received == SIGINT) {
-        std::cout << "Stopping (" << (received == SIGTERM ? "SIGTERM" : "SIGINT") << ")" << std::endl;
+        std::cout << words().format("Stopping ({})", received == SIGTERM ? "SIGTERM" : "SIGINT") << std::endl;
         scheduler.stop();
         return;
       }
@@ -171,16 +171,18 @@ int runDaemon(const DaemonOptions& options) {
   const auto poll = std::chrono::milliseconds(static_cast<long>(options.pollSeconds * 1000.0));
   {
     NotificationDelivery delivery(services, poll);
-    std::cout << "ombrine daemon " << ::getpid() << ": honouring " << kTask << " in " << scheduler.folder().string()
+    // The process id is an identifier: Latin digits in every locale.
+    std::cout << words().format("ombrine daemon {}: honouring {} in {}", std::to_string(::getpid()), kTask,
+                                scheduler.folder().string())
               << std::endl;
     scheduler.serve(kTask, poll);
   }
   served = true;
   waiter.join();
   if (const auto next = scheduler.pendingRequest(kTask); next && next->earliestBeginDate) {
-    std::cout << "Stopped; next pass due " << when(*next->earliestBeginDate) << std::endl;
+    std::cout << words().format("Stopped; next pass due {}", when(*next->earliestBeginDate)) << std::endl;
   } else {
-    std::cout << "Stopped; no request stands" << std::endl;
+    std::cout << words()("Stopped; no request stands") << std::endl;
   }
   return 0;
 }
@@ -211,17 +213,21 @@ int runInstall() {
       std::chrono::ceil<std::chrono::seconds>(BackgroundRefresh::kRefreshDelayMinutes * services.backgroundMinute());
   const auto units = makeRefreshUnits(command, unitEnvironment(), interval);
   for (const auto& path : installRefreshUnits(units, systemdUserUnitFolder()))
-    std::cout << "Wrote " << path.string() << "\n";
-  std::cout << "Start the timer with:\n  systemctl --user daemon-reload && systemctl --user enable --now "
-            << SystemdUserUnits::kTimerName << "\n";
+    std::cout << words().format("Wrote {}", path.string()) << "\n";
+  std::cout << words()("Start the timer with:")
+            << "\n  systemctl --user daemon-reload && systemctl --user enable --now " << SystemdUserUnits::kTimerName
+            << "\n";
   return 0;
 }
 
 int runUninstall() {
-  std::cout << "Stop the timer first with:\n  systemctl --user disable --now " << SystemdUserUnits::kTimerName << "\n";
+  std::cout << words()("Stop the timer first with:") << "\n  systemctl --user disable --now "
+            << SystemdUserUnits::kTimerName << "\n";
   const auto removed = uninstallRefreshUnits(systemdUserUnitFolder());
-  for (const auto& path : removed) std::cout << "Removed " << path.string() << "\n";
-  if (removed.empty()) std::cout << "No units were installed in " << systemdUserUnitFolder().string() << "\n";
+  for (const auto& path : removed) std::cout << words().format("Removed {}", path.string()) << "\n";
+  if (removed.empty()) {
+    std::cout << words().format("No units were installed in {}", systemdUserUnitFolder().string()) << "\n";
+  }
   return 0;
 }
 
