@@ -173,13 +173,16 @@ int runNotify(const AlertsOptions& options) {
   // Stay for our own request's 5 seconds, so it reaches the desktop or the spool.
   deliverNotificationsDueWithin(services, WeatherAlertNotificationState::kTriggerDelay + std::chrono::seconds(1));
   if (outcome.failed) return 1;
+  const ScreenText text(currentLocale());
   if (!outcome.request) {
-    std::cout << "No new weather alerts for " << place.name << "\n";
+    std::cout << text.format("No new weather alerts for {}", place.name) << "\n";
     return 0;
   }
-  std::cout << "Announced " << outcome.announcedKeys.size() << " weather alert"
-            << (outcome.announcedKeys.size() == 1 ? "" : "s") << " for " << place.name << " as "
-            << outcome.request->identifier << ":\n"
+  const std::size_t count = outcome.announcedKeys.size();
+  std::cout << text.format(count == 1 ? "Announced {} weather alert for {} as {}:"
+                                      : "Announced {} weather alerts for {} as {}:",
+                           text.number(static_cast<double>(count)), place.name, outcome.request->identifier)
+            << "\n"
             << outcome.request->content.title << "\n"
             << outcome.request->content.body << "\n";
   return 0;

@@ -18,11 +18,12 @@
 #include "app/commands.hpp"
 #include "app/failure_text.hpp"
 #include "app/global_options.hpp"
+#include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
 #include "background/background_refresh.hpp"
 #include "core/errors.hpp"
 #include "core/geocoder.hpp"
-#include "core/iso8601.hpp"
+#include "core/unit_rules.hpp"
 #include "platform/errors.hpp"
 #include "platform/http_client.hpp"
 #include "platform/key_value_store.hpp"
@@ -48,16 +49,29 @@ struct DaemonOptions {
   std::string place;
 };
 
-std::string when(std::chrono::system_clock::time_point time) { return iso8601String(Date::fromSystem(time)); }
-
-std::string seconds(std::chrono::system_clock::duration duration) {
-  return fmt::format("{:.1f} s", std::chrono::duration<double>(duration).count());
+// The screen's words and digits in the reader's locale.
+const ScreenWords& words() {
+  static const ScreenText text(currentLocale());
+  return text;
 }
 
+std::string when(std::chrono::system_clock::time_point time) { return words().utcTime(Date::fromSystem(time)); }
+
+std::string seconds(std::chrono::system_clock::duration duration) {
+  return words().format("{} s", words().number(std::chrono::duration<double>(duration).count(),
+                                               {.fractionDigits = 1, .grouping = false}));
+}
+
+// "pass 3 started …, took 0.4 s: success"; the result is the pass's own identifier.
 std::string describe(const BackgroundPassRecord& record) {
-  std::string text = fmt::format("pass {} started {}", record.number, when(record.started));
-  if (record.ended) text += fmt::format(", took {}", seconds(*record.ended - record.started));
-  return text + ": " + record.result;
+  std::string text =
+      words().format("pass {} started {}", words().number(static_cast<double>(record.number)), when(record.started));
+  if (record.ended) text += words().format(", took {}", seconds(*record.ended - record.started));
+  return words().format("{}: {}", text, record.result);
+}
+
+std::string nextPassDue(std::chrono::system_clock::time_point time) {
+  return words().format("Next pass due {}", when(time));
 }
 
 // The launch of the process: the backup and registration, and, standing in for the foreground
@@ -107,9 +121,11 @@ int runOnce(Services& services) {
   FileBackgroundScheduler& scheduler = services.backgroundScheduler();
   const auto pass = scheduler.runDuePass(kTask);
   switch (pass.outcome) {
-    case Outcome::noRequest: std::cout << "No background request stands (notifications are off)\n"; return 0;
-    case Outcome::notDue: std::cout << "Next pass due " << when(*pass.due) << "\n"; return 0;
-    case Outcome::busy: std::cout << "Another process is running a pass\n"; return 0;
+    case Outcome::noRequest:
+      std::cout << words()("No background request stands (notifications are off)") << "\n";
+      return 0;
+    case Outcome::notDue: std::cout << nextPassDue(*pass.due) << "\n"; return 0;
+    case Outcome::busy: std::cout << words()("Another process is running a pass") << "\n"; return 0;
     case Outcome::noHandler: return 1;
     case Outcome::ran: break;
   }
@@ -117,7 +133,7 @@ int runOnce(Services& services) {
   deliverNotificationsDueWithin(services, 6s);
   std::cout << describe(*pass.record) << "\n";
   if (const auto next = scheduler.pendingRequest(kTask); next && next->earliestBeginDate) {
-    std::cout << "Next pass due " << when(*next->earliestBeginDate) << "\n";
+    std::cout << nextPassDue(*next->earliestBeginDate) << "\n";
   }
   return pass.record->result == "success" ? 0 : 1;
 }
@@ -146,7 +162,7 @@ int runDaemon(const DaemonOptions& options) {
     while (!served) {
       const int received = sigtimedwait(&signals, nullptr, &slice);
       if (received == SIGTERM || received == SIGINT) {
-        std::cout << "Stopping (" << (received == SIGTERM ? "SIGTERM" : "SIGINT") << ")" << std::endl;
+        std::cout << words().format("Stopping ({})", received == SIGTERM ? "SIGTERM" : "SIGINT") << std::endl;
         scheduler.stop();
         return;
       }
@@ -155,16 +171,18 @@ int runDaemon(const DaemonOptions& options) {
   const auto poll = std::chrono::milliseconds(static_cast<long>(options.pollSeconds * 1000.0));
   {
     NotificationDelivery delivery(services, poll);
-    std::cout << "ombrine daemon " << ::getpid() << ": honouring " << kTask << " in " << scheduler.folder().string()
+    // The process id is an identifier: Latin digits in every locale.
+    std::cout << words().format("ombrine daemon {}: honouring {} in {}", std::to_string(::getpid()), kTask,
+                                scheduler.folder().string())
               << std::endl;
     scheduler.serve(kTask, poll);
   }
   served = true;
   waiter.join();
   if (const auto next = scheduler.pendingRequest(kTask); next && next->earliestBeginDate) {
-    std::cout << "Stopped; next pass due " << when(*next->earliestBeginDate) << std::endl;
+    std::cout << words().format("Stopped; next pass due {}", when(*next->earliestBeginDate)) << std::endl;
   } else {
-    std::cout << "Stopped; no request stands" << std::endl;
+    std::cout << words()("Stopped; no request stands") << std::endl;
   }
   return 0;
 }
@@ -195,17 +213,21 @@ int runInstall() {
       std::chrono::ceil<std::chrono::seconds>(BackgroundRefresh::kRefreshDelayMinutes * services.backgroundMinute());
   const auto units = makeRefreshUnits(command, unitEnvironment(), interval);
   for (const auto& path : installRefreshUnits(units, systemdUserUnitFolder()))
-    std::cout << "Wrote " << path.string() << "\n";
-  std::cout << "Start the timer with:\n  systemctl --user daemon-reload && systemctl --user enable --now "
-            << SystemdUserUnits::kTimerName << "\n";
+    std::cout << words().format("Wrote {}", path.string()) << "\n";
+  std::cout << words()("Start the timer with:")
+            << "\n  systemctl --user daemon-reload && systemctl --user enable --now " << SystemdUserUnits::kTimerName
+            << "\n";
   return 0;
 }
 
 int runUninstall() {
-  std::cout << "Stop the timer first with:\n  systemctl --user disable --now " << SystemdUserUnits::kTimerName << "\n";
+  std::cout << words()("Stop the timer first with:") << "\n  systemctl --user disable --now "
+            << SystemdUserUnits::kTimerName << "\n";
   const auto removed = uninstallRefreshUnits(systemdUserUnitFolder());
-  for (const auto& path : removed) std::cout << "Removed " << path.string() << "\n";
-  if (removed.empty()) std::cout << "No units were installed in " << systemdUserUnitFolder().string() << "\n";
+  for (const auto& path : removed) std::cout << words().format("Removed {}", path.string()) << "\n";
+  if (removed.empty()) {
+    std::cout << words().format("No units were installed in {}", systemdUserUnitFolder().string()) << "\n";
+  }
   return 0;
 }
 
@@ -213,36 +235,35 @@ int runStatus() {
   ProgramServices program;
   Services& services = *program;
   FileBackgroundScheduler& scheduler = services.backgroundScheduler();
+  const ScreenWords& text = words();
   const auto now = services.clock().now();
-  std::cout << "Background refresh " << kTask << "\n";
-  std::cout << "  notifications: " << (services.backgroundRefresh().isSendingNotifications() ? "on" : "off")
-            << " (isSendingNotifications)\n";
-  if (const auto request = scheduler.pendingRequest(kTask)) {
-    if (request->earliestBeginDate) {
-      const auto left = *request->earliestBeginDate - now;
-      std::cout << "  standing request: due " << when(*request->earliestBeginDate)
-                << (left > 0s ? " (in " + seconds(left) + ")" : " (due now)") << "\n";
-    } else {
-      std::cout << "  standing request: due now\n";
-    }
+  auto row = [&](std::string_view label, std::string_view value) {
+    std::cout << "  " << text.format("{}: {}", text(label), value) << "\n";
+  };
+  std::cout << text.format("Background refresh {}", kTask) << "\n";
+  row("notifications", text.format("{} (isSendingNotifications)",
+                                   text(services.backgroundRefresh().isSendingNotifications() ? "on" : "off")));
+  const auto request = scheduler.pendingRequest(kTask);
+  if (request && request->earliestBeginDate && *request->earliestBeginDate - now > 0s) {
+    row("standing request",
+        text.format("due {} (in {})", when(*request->earliestBeginDate), seconds(*request->earliestBeginDate - now)));
+  } else if (request && request->earliestBeginDate) {
+    row("standing request", text.format("due {} (due now)", when(*request->earliestBeginDate)));
   } else {
-    std::cout << "  standing request: none\n";
+    row("standing request", text(request ? "due now" : "none"));
   }
   const auto history = scheduler.passHistory(kTask);
-  if (history.empty()) {
-    std::cout << "  last pass: none\n";
-  } else {
-    std::cout << "  last pass: " << describe(history.back()) << "\n";
-  }
+  row("last pass", history.empty() ? std::string(text("none")) : describe(history.back()));
   try {
     const auto place = placeToLookAt(services);
-    std::cout << fmt::format("  location: {:.4f},{:.4f}{} from {}\n", place.location.latitude(),
-                             place.location.longitude(), place.name ? " (" + *place.name + ")" : "", place.source);
+    std::string where = text.coordinate(place.location.latitude(), place.location.longitude(), 4);
+    if (place.name) where += " (" + neutralised(*place.name) + ")";
+    row("location", text.format("{} from {}", where, place.source));
   } catch (const std::exception& error) {
-    std::cout << "  location: none (" << error.what() << ")\n";
+    row("location", text.format("none ({})", error.what()));
   }
   const auto units = systemdUserUnitFolder() / SystemdUserUnits::kTimerName;
-  std::cout << "  systemd timer: " << (std::filesystem::exists(units) ? units.string() : "not installed") << "\n";
+  row("systemd timer", std::filesystem::exists(units) ? units.string() : std::string(text("not installed")));
   return 0;
 }
 
@@ -254,7 +275,8 @@ int runSwitch(bool on) {
   services.sharedDefaults().setValue(BackgroundRefresh::kSettingKey, StoreValue{on});
   BackgroundRefresh& refresh = services.backgroundRefresh();
   if (!on || !services.backgroundScheduler().pendingRequest(kTask)) refresh.scheduleRefresh(0);
-  std::cout << "Background refresh and notifications " << (on ? "on" : "off") << "\n";
+  std::cout << words()(on ? "Background refresh and notifications on" : "Background refresh and notifications off")
+            << "\n";
   return 0;
 }
 
@@ -290,13 +312,16 @@ int runNotifyRain(const DaemonOptions& options) {
   const auto outcome = notifyPrecipitationOnce(services, weather);
   deliverNotificationsDueWithin(services, 6s);
   switch (outcome.plan.action) {
-    case PrecipitationPlan::Action::clear: std::cout << "No rain or snow in the next hour for " << name << "\n"; break;
+    case PrecipitationPlan::Action::clear:
+      std::cout << words().format("No rain or snow in the next hour for {}", name) << "\n";
+      break;
     case PrecipitationPlan::Action::nothing:
-      std::cout << "Nothing new to say about rain or snow for " << name << " (state " << outcome.state << ")\n";
+      std::cout << words().format("Nothing new to say about rain or snow for {} (state {})", name, outcome.state)
+                << "\n";
       break;
     case PrecipitationPlan::Action::announce:
       if (outcome.refused) return 1;
-      std::cout << "Announced for " << name << ":\n"
+      std::cout << words().format("Announced for {}:", name) << "\n"
                 << outcome.request->content.title << "\n"
                 << outcome.request->content.subtitle << "\n"
                 << outcome.request->content.body << "\n";

@@ -135,7 +135,7 @@ TEST(DaemonCommandTest, OncePassAndStatusAndUnits) {
   EXPECT_EQ(Sandbox::wait(status), 0);
   const std::string shown = sandbox.read("status.out");
   EXPECT_NE(shown.find("last pass: pass 1"), std::string::npos) << shown;
-  EXPECT_NE(shown.find("location: 48.8566,2.3522 (Paris) from"), std::string::npos) << shown;
+  EXPECT_NE(shown.find("location: 48.8566, 2.3522 (Paris) from"), std::string::npos) << shown;
 
   const pid_t install = sandbox.start({"daemon", "install"}, "install");
   EXPECT_EQ(Sandbox::wait(install), 0);

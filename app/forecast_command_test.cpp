@@ -293,6 +293,15 @@ const Screen kScreens[] = {
     {"--services sim trips hourly --hours 72", "places home --at 52.52,13.405;trips add Lisbon --from {} --to {}", "",
      "arrive in {}", "", "", Columns::none, "$^", Fit::nothing},
     {"cache show", "", "", "Nothing cached.", "", "", Columns::none, R"((^|[\s(])/[^\s)]*)", Fit::nothing},
+    {"trips list", "places home --at 52.52,13.405;trips add Lisbon --from {} --to {}", "", "upcoming, in {}", "", "",
+     Columns::none, R"([0-9A-F]{8})"},
+    {"trips show Lisbon", "places home --at 52.52,13.405;trips add Lisbon --from {} --to {}", "", "all day", "", "  ",
+     Columns::firstGap, R"([0-9A-F]{8}[-0-9A-F]*)"},
+    {"daemon status", "places home --at 52.52,13.405", "", "standing request", "", "  ", Columns::none,
+     R"((^|[\s(])/[^\s)]*)", Fit::nothing},
+    {"units", "", "", "held as", "value", "", Columns::firstGap, "$^", Fit::rows},
+    {"notifications list", "", "", "Notification spool {}", "", "", Columns::none, R"((^|[\s(])/[^\s)]*)",
+     Fit::nothing},
 };
 
 void PrintTo(const Screen& screen, std::ostream* out) { *out << screen.arguments; }

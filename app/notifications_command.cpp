@@ -8,7 +8,10 @@
 #include "app/commands.hpp"
 #include "app/failure_text.hpp"
 #include "app/global_options.hpp"
+#include "app/screen_text.hpp"
+#include "app/terminal_text.hpp"
 #include "core/iso8601.hpp"
+#include "core/unit_rules.hpp"
 #include "core/value_json.hpp"
 #include "platform/log.hpp"
 #include "wiring/services.hpp"
@@ -40,13 +43,16 @@ int runList(bool json) {
     std::cout << serializeJson(entries) << "\n";
     return 0;
   }
-  std::cout << "Notification spool " << center.spoolFolder().string() << "\n";
-  if (pending.empty() && delivered.empty()) std::cout << "  empty\n";
+  const ScreenText words(currentLocale());
+  std::cout << words.format("Notification spool {}", center.spoolFolder().string()) << "\n";
+  if (pending.empty() && delivered.empty()) std::cout << "  " << words("empty") << "\n";
   for (const auto* list : {&pending, &delivered}) {
     for (const auto& entry : *list) {
-      const std::string state = entry.deliveredTo.empty() ? "pending until" : "delivered (" + entry.deliveredTo + ")";
-      std::cout << "\n" << entry.identifier << "\n  " << state << " " << iso8601String(Date::fromSystem(entry.triggerDate))
-                << "\n  " << entry.content.title << "\n";
+      // Where it went ("desktop", "spool") is an identifier.
+      const std::string at = words.utcTime(Date::fromSystem(entry.triggerDate));
+      const std::string state = entry.deliveredTo.empty() ? words.format("pending until {}", at)
+                                                          : words.format("delivered ({}) {}", entry.deliveredTo, at);
+      std::cout << "\n" << entry.identifier << "\n  " << state << "\n  " << entry.content.title << "\n";
       std::string body = entry.content.body;
       for (std::size_t at = 0; (at = body.find('\n', at)) != std::string::npos; at += 3) body.replace(at, 1, "\n  ");
       std::cout << "  " << body << "\n";
@@ -59,7 +65,10 @@ int runClear() {
   ProgramServices program;
   Services& services = *program;
   const std::size_t removed = services.notificationCenter().clear();
-  std::cout << "Removed " << removed << " notification" << (removed == 1 ? "" : "s") << " from the spool\n";
+  const ScreenText words(currentLocale());
+  std::cout << words.counted(static_cast<double>(removed), "Removed {} notification from the spool",
+                             "Removed {} notifications from the spool")
+            << "\n";
   return 0;
 }
 

@@ -67,13 +67,6 @@ std::string utcOffset(const ScreenWords& text, int seconds) {
   return std::string("UTC") + (seconds < 0 ? "-" : "+") + text.clock(magnitude / 60, magnitude % 60);
 }
 
-// "48.14°N 11.58°E" in the reader's digits and words.
-std::string shownCoordinate(const ScreenWords& text, double latitude, double longitude) {
-  const NumberStyle twoDecimals{.fractionDigits = 2, .grouping = false};
-  return text.format(latitude < 0 ? "{}°S" : "{}°N", text.number(std::abs(latitude), twoDecimals)) + " " +
-         text.format(longitude < 0 ? "{}°W" : "{}°E", text.number(std::abs(longitude), twoDecimals));
-}
-
 std::string joinNonEmpty(std::initializer_list<std::string_view> parts) {
   std::string out;
   for (const std::string_view part : parts) {
@@ -170,7 +163,7 @@ int at(const AtOptions& options) {
   row("region", mark.administrativeArea.value_or(""));
   row("country", mark.country ? fmt::format("{} ({})", *mark.country, details.region.identifier) : "");
   row("time zone", text.format("{} ({} now)", details.timeZone.identifier(), utcOffset(text, offset)));
-  row("coordinate", shownCoordinate(text, location.latitude(), location.longitude()));
+  row("coordinate", text.hemispheres(location.latitude(), location.longitude()));
   return 0;
 }
 

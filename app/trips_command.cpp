@@ -17,8 +17,8 @@
 #include "app/command_report.hpp"
 #include "app/commands.hpp"
 #include "app/global_options.hpp"
+#include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
-#include "app/global_options.hpp"
 #include "app/trips_hourly_command.hpp"
 #include "core/errors.hpp"
 #include "core/geo_naming.hpp"
@@ -34,8 +34,8 @@
 #include "platform/log.hpp"
 #include "platform/paths.hpp"
 #include "trips/hourly_trip_forecast.hpp"
-#include "trips/trip_rules.hpp"
 #include "trips/trip_lookup.hpp"
+#include "trips/trip_rules.hpp"
 #include "trips/trip_store.hpp"
 #include "wiring/services.hpp"
 
@@ -139,6 +139,14 @@ std::string momentText(Date instant, const TimeZone& zone) {
   return fmt::format("{} {:02}:{:02}", dayText(day), time.hour, time.minute);
 }
 
+// The same day and time in the reader's digits.
+std::string shownDay(const ScreenWords& words, CivilDay day) { return words.day(day.year, day.month, day.day); }
+
+std::string shownMoment(const ScreenWords& words, Date instant, const TimeZone& zone) {
+  const auto [day, time] = wallClock(instant, zone);
+  return shownDay(words, day) + " " + words.clock(time.hour, time.minute);
+}
+
 // The destination the options name, or nothing when no place could be read for them.
 std::optional<TripLocation> resolvePlace(const PlaceOptions& options, const Geocoder& geocoder) {
   if (!options.place.empty() && !options.at.empty()) throw UsageError("give a place name or --at, not both");
@@ -178,13 +186,14 @@ std::pair<CivilDay, CivilDay> tripDays(const Trip& trip) {
 
 // What the user sees of a trip's span: days for an all-day trip, arrival and departure on the
 // destination's clock for a timed one.
-std::string spanText(const Trip& trip) {
+std::string spanText(const ScreenWords& words, const Trip& trip) {
   if (trip.dates.hasTimes) {
-    return momentText(trip.dates.from, trip.destination.timeZone) + " to " +
-           momentText(endBase(trip.dates), trip.destination.timeZone);
+    return words.format("{} to {}", shownMoment(words, trip.dates.from, trip.destination.timeZone),
+                        shownMoment(words, endBase(trip.dates), trip.destination.timeZone));
   }
   const auto [first, last] = tripDays(trip);
-  return first == last ? dayText(first) : dayText(first) + " to " + dayText(last);
+  return first == last ? shownDay(words, first)
+                       : words.format("{} to {}", shownDay(words, first), shownDay(words, last));
 }
 
 std::string_view weatherStateName(WeatherState state) {
@@ -246,37 +255,48 @@ boost::json::object describe(const Trip& trip, const std::vector<Trip>& trips, c
   return out;
 }
 
-std::string stateText(const TripState& state) {
-  auto days = [](int n) { return fmt::format("{} day{}", n, n == 1 ? "" : "s"); };
+std::string stateText(const ScreenWords& words, const TripState& state) {
+  const std::string days = words.counted(state.days, "{} day", "{} days");
   switch (state.value) {
-    case TripStateValue::upcoming: return "upcoming, in " + days(state.days);
-    case TripStateValue::past: return "past, " + days(state.days) + " ago";
-    case TripStateValue::active: return state.days == 0 ? "active, last day" : "active, " + days(state.days) + " left";
+    case TripStateValue::upcoming: return words.format("upcoming, in {}", days);
+    case TripStateValue::past: return words.format("past, {} ago", days);
+    case TripStateValue::active:
+      return state.days == 0 ? std::string(words("active, last day")) : words.format("active, {} left", days);
   }
   return {};
 }
 
-void printTrip(const Trip& trip, const std::vector<Trip>& trips, const std::optional<Location>& home,
-               const TripCalendar& calendar, Date today, bool detailed,
+void printTrip(const ScreenWords& words, const Trip& trip, const std::vector<Trip>& trips,
+               const std::optional<Location>& home, const TripCalendar& calendar, Date today, bool detailed,
                const std::optional<TripRowWeatherSnapshot>& weather = std::nullopt) {
   std::string weatherText;
   if (weather) {
-    weatherText = fmt::format("  {}, {}", formattedTemperature(weather->temperature, TemperatureWidth::narrow, currentLocale()),
-                              weatherStateText(weather->weatherState));
+    weatherText = "  " + words.values().temperature(weather->temperature, TemperatureWidth::narrow) + ", " +
+                  std::string(words(weatherStateText(weather->weatherState)));
   }
-  std::cout << fmt::format("{}  {:<24} {}  ({}){}\n", trip.id.text().substr(0, 8), trip.destination.shownName(),
-                           spanText(trip), stateText(tripState(trip, today, calendar)), weatherText);
+  // Names are measured in terminal cells, so that CJK names keep the dates in one column.
+  std::cout << trip.id.text().substr(0, 8) << "  " << padRight(neutralised(trip.destination.shownName()), 24) << " "
+            << spanText(words, trip) << "  (" << stateText(words, tripState(trip, today, calendar)) << ")"
+            << weatherText << "\n";
+  // The continuation label keeps its English words in every language.
   if (const std::optional<Trip> next = nextConnectedTrip(trip, trips, home)) {
-    std::cout << "          " << continuationLabel(*next) << "\n";
+    std::cout << "          " << neutralised(continuationLabel(*next)) << "\n";
   }
   if (!detailed) return;
-  auto row = [](std::string_view label, const std::string& value) { std::cout << fmt::format("  {:<12}{}\n", label, value); };
+  // The labels' column fits the longest label in the reader's language and two spaces.
+  std::size_t width = 12;
+  for (const char* label : {"id", "place", "shown as", "coordinate", "time zone", "kind"}) {
+    width = std::max(width, displayWidth(words(label)) + 2);
+  }
+  auto row = [&](std::string_view label, std::string_view value) {
+    std::cout << "  " << padRight(words(label), width) << value << "\n";
+  };
   row("id", trip.id.text());
-  row("place", trip.destination.name);
-  if (trip.destination.displayName) row("shown as", *trip.destination.displayName);
-  row("coordinate", coordinateName(trip.destination.location.latitude(), trip.destination.location.longitude()));
+  row("place", neutralised(trip.destination.name));
+  if (trip.destination.displayName) row("shown as", neutralised(*trip.destination.displayName));
+  row("coordinate", words.hemispheres(trip.destination.location.latitude(), trip.destination.location.longitude()));
   row("time zone", trip.destination.timeZone.identifier());
-  row("kind", trip.dates.hasTimes ? "with times" : "all day");
+  row("kind", words(trip.dates.hasTimes ? "with times" : "all day"));
 }
 
 std::vector<Trip> byStart(std::vector<Trip> trips) {
@@ -336,8 +356,10 @@ int add(const AddOptions& options) {
   validated(existing);
   // As stored: an inferred end may have become the next trip's arrival.
   const Trip trip = store(stores, id, validated, home, calendar);
-  std::cout << fmt::format("Added trip to {} ({}), id {}\n", trip.destination.shownName(), spanText(trip),
-                           trip.id.text());
+  const ScreenText words(currentLocale());
+  std::cout << words.format("Added trip to {} ({}), id {}", neutralised(trip.destination.shownName()),
+                            spanText(words, trip), trip.id.text())
+            << "\n";
   return 0;
 }
 
@@ -369,8 +391,10 @@ int list(bool json) {
     std::cout << serializeJson(out) << "\n";
     return 0;
   }
-  if (trips.empty()) std::cout << "No trips. Add one with: ombrine trips add PLACE --from YYYY-MM-DD\n";
-  for (const Trip& trip : trips) printTrip(trip, trips, home, calendar, today, false, weatherOf(trip));
+  const ScreenText words(currentLocale());
+  if (trips.empty())
+    std::cout << words.format("No trips. Add one with: {}", "ombrine trips add PLACE --from YYYY-MM-DD") << "\n";
+  for (const Trip& trip : trips) printTrip(words, trip, trips, home, calendar, today, false, weatherOf(trip));
   return 0;
 }
 
@@ -389,7 +413,7 @@ int show(const ShowOptions& options) {
     out["rowWeather"] = rowWeatherJson(snapshot);
     std::cout << serializeJson(out) << "\n";
   } else {
-    printTrip(trip, trips, home, calendar, today, true, snapshot);
+    printTrip(ScreenText(currentLocale()), trip, trips, home, calendar, today, true, snapshot);
   }
   return 0;
 }
@@ -455,8 +479,10 @@ int edit(const EditOptions& options) {
   }
   validated(existing);
   const Trip edited = store(stores, original.id, validated, home, calendar);
-  std::cout << fmt::format("Changed trip to {} ({}), id {}\n", edited.destination.shownName(), spanText(edited),
-                           edited.id.text());
+  const ScreenText words(currentLocale());
+  std::cout << words.format("Changed trip to {} ({}), id {}", neutralised(edited.destination.shownName()),
+                            spanText(words, edited), edited.id.text())
+            << "\n";
   return 0;
 }
 
@@ -464,7 +490,9 @@ int remove(const std::string& named) {
   Stores stores;
   const Trip trip = findTrip(stores.trips.trips(), named, stores.now(), TripCalendar::current());
   stores.trips.remove(trip.id);
-  std::cout << fmt::format("Removed trip to {}, id {}\n", trip.destination.shownName(), trip.id.text());
+  std::cout << ScreenText(currentLocale())
+                   .format("Removed trip to {}, id {}", neutralised(trip.destination.shownName()), trip.id.text())
+            << "\n";
   return 0;
 }
 

@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstring>
 #include <iostream>
 #include <memory>
@@ -11,6 +12,8 @@
 #include <string_view>
 #include <vector>
 
+#include "app/screen_text.hpp"
+#include "app/terminal_text.hpp"
 #include "core/air_quality.hpp"
 #include "core/compass.hpp"
 #include "core/unit_rules.hpp"
@@ -54,7 +57,7 @@ std::string_view windUnitName(SpeedDisplayUnit unit) {
     case SpeedDisplayUnit::metersPerSecond: return "m/s";
     case SpeedDisplayUnit::kilometersPerHour: return "km/h";
     case SpeedDisplayUnit::milesPerHour: return "mph";
-    case SpeedDisplayUnit::localePreference: return "the locale's preference";
+    case SpeedDisplayUnit::localePreference: return "the locale's preference";  // translated by the caller
   }
   return "";
 }
@@ -65,47 +68,65 @@ struct Row {
   std::string shown;
 };
 
-std::string localTemperatureText(const icu::Locale& locale, const char* region, Temperature temperature) {
-  const LocalTemperatureUnitFormatter local{locale, Region{region}};
+std::string localTemperatureText(const ScreenWords& words, const char* region, Temperature temperature) {
+  const LocalTemperatureUnitFormatter local{words.locale(), Region{region}};
   auto label = local.localTemperatureLabel(temperature);
-  if (!label) return "none (reader's unit)";
-  return fmt::format("{} (spoken {})", *label, local.localTemperatureAccessibilityLabel(temperature).value_or(""));
+  if (!label) return std::string(words("none (reader's unit)"));
+  return words.format("{} (spoken {})", *label, local.localTemperatureAccessibilityLabel(temperature).value_or(""));
 }
 
-std::vector<Row> sampleRows(const icu::Locale& locale) {
-  const ValueFormatter& format = ValueFormatter::forLocale(locale);
+// The sample rows; the value column holds the English word, translated when shown.
+std::vector<Row> sampleRows(const ScreenWords& words) {
+  const ValueFormatter& format = words.values();
+  auto held = [&](double value, std::string_view unit) {
+    return words.number(value, {.fractionDigits = 1, .grouping = false}) + " " + std::string(unit);
+  };
   std::vector<Row> rows;
   for (double celsius : {21.6, -0.4, -12.5}) {
     const auto t = Temperature::celsius(celsius);
-    rows.push_back({"temperature", fmt::format("{:.1f} °C", celsius),
+    rows.push_back({"temperature", held(celsius, "°C"),
                     format.temperature(t, TemperatureWidth::abbreviated) + " / " +
                         format.temperature(t, TemperatureWidth::narrow)});
   }
   for (double mps : {0.0, 5.0, 24.5}) {
-    rows.push_back({"wind speed", fmt::format("{:.1f} m/s", mps), format.speed(Speed::metersPerSecond(mps))});
+    rows.push_back({"wind speed", held(mps, "m/s"), format.speed(Speed::metersPerSecond(mps))});
   }
   for (double mm : {0.4, 12.7}) {
-    rows.push_back({"rain", fmt::format("{:.1f} mm", mm), format.rain(Precipitation::millimeters(mm))});
+    rows.push_back({"rain", held(mm, "mm"), format.rain(Precipitation::millimeters(mm))});
   }
-  rows.push_back({"snow", "24.6 mm", format.snow(Precipitation::millimeters(24.6))});
+  rows.push_back({"snow", held(24.6, "mm"), format.snow(Precipitation::millimeters(24.6))});
   for (int aqi : {42, 160}) {
     const auto range = airQualityRange(aqi);
-    rows.push_back({"air quality", fmt::format("AQI {}", aqi), fmt::format("{} ({})", label(range), colorName(range))});
+    rows.push_back({"air quality", words.format("AQI {}", words.number(aqi)),
+                    fmt::format("{} ({})", label(range), colorName(range))});
   }
-  rows.push_back({"wind from", "352°", std::string(abbreviation(compassDirection(Angle::degrees(352))))});
-  rows.push_back({"place in US", "21.6 °C", localTemperatureText(locale, "US", Temperature::celsius(21.6))});
-  rows.push_back({"place in GB", "-0.4 °C", localTemperatureText(locale, "GB", Temperature::celsius(-0.4))});
+  rows.push_back(
+      {"wind from", words.number(352) + "°", std::string(abbreviation(compassDirection(Angle::degrees(352))))});
+  rows.push_back({"place in US", held(21.6, "°C"), localTemperatureText(words, "US", Temperature::celsius(21.6))});
+  rows.push_back({"place in GB", held(-0.4, "°C"), localTemperatureText(words, "GB", Temperature::celsius(-0.4))});
   return rows;
 }
 
+// In the words of `locale`'s language, as every value of the table.
 void printTable(const icu::Locale& locale, std::ostream& out) {
-  const ValueFormatter& format = ValueFormatter::forLocale(locale);
+  const ScreenText words(locale);
+  const ValueFormatter& format = words.values();
   const auto system = format.measurementSystem();
-  out << fmt::format("Locale {}: measurement system {}, temperature in {}, wind in {}\n\n", locale.getName(),
-                     systemName(system), format.temperatureUnit() == TemperatureUnit::fahrenheit ? "°F" : "°C",
-                     windUnitName(speedDisplayUnit(localeRegion(locale), system)));
-  out << fmt::format("{:<14}{:<12}{}\n", "value", "held as", "shown");
-  for (const auto& row : sampleRows(locale)) out << fmt::format("{:<14}{:<12}{}\n", row.value, row.heldAs, row.shown);
+  out << words.format("Locale {}: measurement system {}, temperature in {}, wind in {}", locale.getName(),
+                      systemName(system), format.temperatureUnit() == TemperatureUnit::fahrenheit ? "°F" : "°C",
+                      words(windUnitName(speedDisplayUnit(localeRegion(locale), system))))
+      << "\n\n";
+  const std::vector<Row> rows = sampleRows(words);
+  // Columns as wide as their longest cell in terminal cells, two apart.
+  std::size_t labelWidth = std::max<std::size_t>(14, displayWidth(words("value")) + 2);
+  std::size_t heldWidth = std::max<std::size_t>(12, displayWidth(words("held as")) + 2);
+  for (const Row& row : rows) {
+    labelWidth = std::max(labelWidth, displayWidth(words(row.value)) + 2);
+    heldWidth = std::max(heldWidth, displayWidth(row.heldAs) + 2);
+  }
+  out << padRight(words("value"), labelWidth) << padRight(words("held as"), heldWidth) << words("shown") << "\n";
+  for (const Row& row : rows)
+    out << padRight(words(row.value), labelWidth) << padRight(row.heldAs, heldWidth) << row.shown << "\n";
 }
 
 }  // namespace

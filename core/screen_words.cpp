@@ -3,6 +3,7 @@
 #include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
 
+#include <cmath>
 #include <stdexcept>
 
 namespace ombrine {
@@ -18,6 +19,12 @@ ScreenWords::ScreenWords(const icu::Locale& locale) : locale_(locale), values_(V
 std::string ScreenWords::coordinate(double latitude, double longitude, int decimals) const {
   const NumberStyle style{.fractionDigits = decimals, .grouping = false};
   return number(latitude, style) + ", " + number(longitude, style);
+}
+
+std::string ScreenWords::hemispheres(double latitude, double longitude) const {
+  const NumberStyle twoDecimals{.fractionDigits = 2, .grouping = false};
+  return format(latitude < 0 ? "{}°S" : "{}°N", number(std::abs(latitude), twoDecimals)) + " " +
+         format(longitude < 0 ? "{}°W" : "{}°E", number(std::abs(longitude), twoDecimals));
 }
 
 std::string ScreenWords::clock(int hour, int minute) const {

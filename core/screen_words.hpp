@@ -54,6 +54,8 @@ class ScreenWords {
   }
   // "48.137, 11.575": a coordinate with `decimals` decimals.
   std::string coordinate(double latitude, double longitude, int decimals) const;
+  // "48.14°N 11.58°E": a coordinate to two decimals with its hemispheres (translated letters).
+  std::string hemispheres(double latitude, double longitude) const;
   // "07:05" or "07:05:09": a wall-clock time, two digits per field.
   std::string clock(int hour, int minute) const;
   std::string clock(int hour, int minute, int second) const;
