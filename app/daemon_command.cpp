@@ -259,8 +259,8 @@ int runStatus() {
     std::string where = text.coordinate(place.location.latitude(), place.location.longitude(), 4);
     if (place.name) where += " (" + neutralised(*place.name) + ")";
     row("location", text.format("{} from {}", where, place.source));
-  } catch (const std::exception& error) {
-    row("location", text.format("none ({})", error.what()));
+  } catch (const std::exception&) {
+    row("location", text.format("none ({})", failureText(std::current_exception())));
   }
   const auto units = systemdUserUnitFolder() / SystemdUserUnits::kTimerName;
   row("systemd timer", std::filesystem::exists(units) ? units.string() : std::string(text("not installed")));

@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "app/commands.hpp"
+#include "app/failure_text.hpp"
 #include "app/global_options.hpp"
 #include "app/radar_command_image.hpp"
 #include "core/iso8601.hpp"
@@ -237,8 +238,8 @@ void addRadarCommand(CLI::App& app) {
   frames->callback([options] {
     try {
       setExitCode(run(*options));
-    } catch (const std::exception& error) {
-      logf("ombrine radar: {}", error.what());
+    } catch (const std::exception&) {
+      logf("ombrine radar: {}", failureText(std::current_exception(), "the radar service"));
       setExitCode(1);
     }
   });

@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "app/commands.hpp"
+#include "app/failure_text.hpp"
 #include "app/global_options.hpp"
 #include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
@@ -108,8 +109,8 @@ void addSourcesCommand(CLI::App& app) {
   command->callback([options] {
     try {
       setExitCode(run(*options));
-    } catch (const std::exception& error) {
-      logf("ombrine sources: {}", error.what());
+    } catch (const std::exception&) {
+      logf("ombrine sources: {}", failureText(std::current_exception()));
       setExitCode(1);
     }
   });
