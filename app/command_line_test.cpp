@@ -37,6 +37,8 @@ TEST(CommandLineTest, OneLineAndTheAgreedExitCode) {
       {"trips forcast", "", 2, "ombrine trips: unknown command \"forcast\" (did you mean forecast?)"},
       {"", "", 2, "ombrine: name a command"},
       {"trips hourly --hours 0", "", 2, "--hours: must be a number greater than 0"},
+      {"forecast Munich --hours 3", "", 2, "ombrine forecast: unknown option \"--hours\""},
+      {"radar Munich --zoom 13 -o x.png", "", 2, "ombrine: --zoom: must be a number from 2 to 12"},
       {"forecast --at 48.137,11.575 --services sim", "", 0, nullptr},
       // Failed fetches: what a person understands, no addresses or internal names.
       {"--services sim forecast --at 48.1,11.5", "OMBRINE_SIM_FAULTS='*=status=503'", 1,

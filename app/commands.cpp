@@ -1,5 +1,6 @@
 #include "app/commands.hpp"
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -77,6 +78,19 @@ CLI::Validator positiveNumber() {
         return {};
       },
       "POSITIVE");
+}
+
+CLI::Validator numberBetween(double low, double high) {
+  return CLI::Validator(
+      [low, high](std::string& text) -> std::string {
+        char* end = nullptr;
+        const double value = std::strtod(text.c_str(), &end);
+        if (text.empty() || *end != '\0' || !(value >= low && value <= high)) {
+          return fmt::format("must be a number from {} to {}", low, high);
+        }
+        return {};
+      },
+      fmt::format("{}..{}", low, high));
 }
 
 std::string countOf(long count, const char* one, const char* many) {

@@ -18,6 +18,10 @@ void addCommands(CLI::App& app, std::string_view only = {});
 // spells out the largest double).
 CLI::Validator positiveNumber();
 
+// Accepts a number from `low` to `high` and says so plainly otherwise ("must be a number from 1
+// to 2000"; CLI::Range prints its bounds with six decimals).
+CLI::Validator numberBetween(double low, double high);
+
 // The exit codes every command follows (the README's table).
 inline constexpr int kExitOk = 0;
 inline constexpr int kExitFailure = 1;

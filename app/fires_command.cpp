@@ -116,7 +116,7 @@ void addFiresCommand(CLI::App& app) {
   command->add_option("place", options->place, "A place name (\"Chico\", \"Kamloops, BC\")");
   command->add_option("--at", options->at, "A coordinate instead of a place: LAT,LON");
   command->add_option("--radius", options->radius, "Only fires within KM (default 150)")
-      ->check(CLI::Range(1.0, 2000.0));
+      ->check(numberBetween(1, 2000));
   auto* json = command->add_flag("--json", options->json, "Print the fires and the services' states as JSON");
   auto* geojson = command->add_flag("--geojson", options->geojson, "Print the incidents and perimeters as GeoJSON");
   json->excludes(geojson);

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <exception>
 #include <optional>
@@ -54,6 +55,30 @@ std::string_view firstCommandWord(int argc, char** argv) {
   return {};
 }
 
+// "--name", "--name=value" or "-x": not a negative number or coordinate given as a place.
+bool looksLikeOption(std::string_view word) {
+  return word.starts_with("--") ? word.size() > 2 : word.size() > 1 && std::isalpha(static_cast<unsigned char>(word[1]));
+}
+
+// Whether `word` names an option of `command` or of a command above it.
+bool knownOption(const CLI::App& command, std::string_view word) {
+  const std::string name(word.substr(0, word.find('=')));
+  for (const CLI::App* at = &command; at != nullptr; at = at->get_parent()) {
+    if (at->get_option_no_throw(name) != nullptr) return true;
+  }
+  return takesValue(name);
+}
+
+// Whether `word` ("--zoom", not "--zoom=13") names an option of `command` or of a command above
+// it that takes a value from the next word.
+bool optionTakesValue(const CLI::App& command, std::string_view word) {
+  if (word.find('=') != std::string_view::npos) return false;
+  for (const CLI::App* at = &command; at != nullptr; at = at->get_parent()) {
+    if (const CLI::Option* option = at->get_option_no_throw(std::string(word))) return option->get_expected_min() > 0;
+  }
+  return takesValue(word);
+}
+
 // The subcommands of `command`.
 std::vector<const CLI::App*> commandsOf(const CLI::App& command) {
   return command.get_subcommands([](const CLI::App*) { return true; });
@@ -65,15 +90,25 @@ std::vector<const CLI::App*> commandsOf(const CLI::App& command) {
 std::optional<std::string> commandWordProblem(const CLI::App& app, int argc, char** argv) {
   const CLI::App* current = &app;
   std::string path = "ombrine";
+  bool inPositionals = false;  // past the command words
   for (int i = 1; i < argc; ++i) {
     const std::string_view word = argv[i];
-    if (takesValue(word)) {
-      ++i;
+    if (word.starts_with("-")) {
+      if (looksLikeOption(word) && !knownOption(*current, word)) {
+        const std::string name(word.substr(0, word.find('=')));
+        return path + ": unknown option \"" + name + "\"; " + path + " --help lists the options";
+      }
+      if (optionTakesValue(*current, word)) ++i;
       continue;
     }
-    if (word.starts_with("-")) continue;
+    if (inPositionals) continue;
     const auto commands = commandsOf(*current);
-    if (commands.empty()) return std::nullopt;  // a positional argument of a command
+    if (commands.empty()) {  // a positional argument of a command
+      inPositionals = true;
+      continue;
+    }
+    const bool takesPositional =
+        !current->get_options([](const CLI::Option* option) { return option->get_positional(); }).empty();
     const auto named = std::find_if(commands.begin(), commands.end(),
                                     [&](const CLI::App* command) { return command->check_name(std::string(word)); });
     if (named != commands.end()) {
@@ -87,11 +122,16 @@ std::optional<std::string> commandWordProblem(const CLI::App& app, int argc, cha
       const std::size_t distance = editDistance(word, command->get_name());
       if (distance < best) best = distance, nearest = command->get_name();
     }
+    // A command that also takes a place ("ombrine radar Munich") reads any other word as it.
+    if (takesPositional && nearest.empty()) {
+      inPositionals = true;
+      continue;
+    }
     std::string line = path + ": unknown command \"" + std::string(word) + "\"";
     if (!nearest.empty()) line += " (did you mean " + nearest + "?)";
     return line + "; " + path + " --help lists the commands";
   }
-  if (commandsOf(*current).empty() || current->get_require_subcommand_min() == 0) return std::nullopt;
+  if (inPositionals || commandsOf(*current).empty() || current->get_require_subcommand_min() == 0) return std::nullopt;
   return path + ": name a command; " + path + " --help lists them";
 }
 

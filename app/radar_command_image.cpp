@@ -240,7 +240,7 @@ void addRadarImageOptions(CLI::App& radar) {
   auto options = std::make_shared<ImageOptions>();
   auto* place = radar.add_option("place", options->place, "A place name (\"Munich\", \"Paris, FR\")");
   radar.add_option("--at", options->at, "A coordinate, LAT,LON (e.g. 48.14,11.58)")->excludes(place);
-  radar.add_option("--zoom", options->zoom, "Map zoom level, 2 to 12 (default 6)")->check(CLI::Range(2.0, 12.0));
+  radar.add_option("--zoom", options->zoom, "Map zoom level, 2 to 12 (default 6)")->check(numberBetween(2, 12));
   radar.add_option("--size", options->size, "Picture size WIDTHxHEIGHT in pixels (default 1024x768)");
   radar.add_option("--layer", options->layer, "radar, clouds, temperature, uv or airquality (default radar)")
       ->check(CLI::IsMember({"radar", "clouds", "temperature", "uv", "airquality"}));
