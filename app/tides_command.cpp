@@ -124,7 +124,7 @@ int run(const TidesOptions& options) {
 void addTidesCommand(CLI::App& app) {
   auto options = std::make_shared<TidesOptions>();
   CLI::App* command = app.add_subcommand("tides", "The tide station of a place and its coming highs and lows");
-  auto* place = command->add_option("place", options->place, "A place name (\"Dover\", \"Halifax, NS\")");
+  auto* place = command->add_option("place", options->place, "A place name (\"Boston\", \"Saint John, NB\")");
   auto* at = command->add_option("--at", options->at, "A coordinate, LAT,LON (e.g. 38.78,-75.12)")->excludes(place);
   command->add_option("--station", options->station, "A NOAA station id, or a CHS station id or code")
       ->excludes(place)
