@@ -60,23 +60,14 @@ bool looksLikeOption(std::string_view word) {
   return word.starts_with("--") ? word.size() > 2 : word.size() > 1 && std::isalpha(static_cast<unsigned char>(word[1]));
 }
 
-// Whether `word` names an option of `command` or of a command above it.
-bool knownOption(const CLI::App& command, std::string_view word) {
+// The option `word` ("--zoom" or "--zoom=13") names on `command` or on a command above it (the
+// global options are defined on the top one); nothing when none does.
+const CLI::Option* optionNamed(const CLI::App& command, std::string_view word) {
   const std::string name(word.substr(0, word.find('=')));
   for (const CLI::App* at = &command; at != nullptr; at = at->get_parent()) {
-    if (at->get_option_no_throw(name) != nullptr) return true;
+    if (const CLI::Option* option = at->get_option_no_throw(name)) return option;
   }
-  return takesValue(name);
-}
-
-// Whether `word` ("--zoom", not "--zoom=13") names an option of `command` or of a command above
-// it that takes a value from the next word.
-bool optionTakesValue(const CLI::App& command, std::string_view word) {
-  if (word.find('=') != std::string_view::npos) return false;
-  for (const CLI::App* at = &command; at != nullptr; at = at->get_parent()) {
-    if (const CLI::Option* option = at->get_option_no_throw(std::string(word))) return option->get_expected_min() > 0;
-  }
-  return takesValue(word);
+  return nullptr;
 }
 
 // The subcommands of `command`.
@@ -94,11 +85,13 @@ std::optional<std::string> commandWordProblem(const CLI::App& app, int argc, cha
   for (int i = 1; i < argc; ++i) {
     const std::string_view word = argv[i];
     if (word.starts_with("-")) {
-      if (looksLikeOption(word) && !knownOption(*current, word)) {
+      const CLI::Option* option = optionNamed(*current, word);
+      if (option == nullptr && looksLikeOption(word)) {
         const std::string name(word.substr(0, word.find('=')));
         return path + ": unknown option \"" + name + "\"; " + path + " --help lists the options";
       }
-      if (optionTakesValue(*current, word)) ++i;
+      // "--zoom 13" takes the next word; "--zoom=13" and flags do not.
+      if (option != nullptr && option->get_expected_min() > 0 && word.find('=') == std::string_view::npos) ++i;
       continue;
     }
     if (inPositionals) continue;
