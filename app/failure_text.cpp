@@ -2,13 +2,11 @@
 
 #include <fmt/format.h>
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cmath>
-#include <iostream>
 #include <thread>
 
+#include "app/progress_line.hpp"
 #include "core/content_view.hpp"
 #include "core/errors.hpp"
 #include "platform/errors.hpp"
@@ -60,11 +58,10 @@ void waitBeforeRetry(const std::exception_ptr& failure, std::chrono::duration<do
   } catch (...) {
   }
   const std::string line = fmt::format("{} asked to wait {}; trying again", service, waitText(wait));
-  const bool progress = !verbose && ::isatty(STDERR_FILENO);
   if (verbose) logf("ombrine: {}", line);
-  if (progress) std::cerr << "\r" << line << std::flush;
+  ProgressLine progress(!verbose);
+  progress.show(line);
   std::this_thread::sleep_for(std::chrono::duration_cast<std::chrono::milliseconds>(wait));
-  if (progress) std::cerr << "\r" << std::string(line.size(), ' ') << "\r" << std::flush;
 }
 
 std::string failureText(const std::exception_ptr& error, std::string_view service) noexcept {

@@ -20,6 +20,7 @@
 #include "app/failure_text.hpp"
 #include "app/forecast_render.hpp"
 #include "app/global_options.hpp"
+#include "app/progress_line.hpp"
 #include "app/terminal_text.hpp"
 #include "core/errors.hpp"
 #include "core/fetch_retry.hpp"
@@ -200,25 +201,18 @@ class Pollers {
 // is wiped before the outcome is printed. False when the time ran out.
 bool awaitFetch(const std::shared_future<void>& ended, bool showProgress, std::optional<SteadyTime> deadline) {
   const auto start = std::chrono::steady_clock::now();
-  showProgress = showProgress && ::isatty(STDERR_FILENO);
-  bool shown = false;
+  ProgressLine progress(showProgress);
   long shownSeconds = 0;
-  bool inTime = true;
   while (ended.wait_for(std::chrono::milliseconds(200)) != std::future_status::ready) {
     const auto now = std::chrono::steady_clock::now();
-    if (deadline && now >= *deadline) {
-      inTime = false;
-      break;
-    }
-    const double waited = std::chrono::duration<double>(now - start).count();
-    if (showProgress && static_cast<long>(waited) >= 2 && static_cast<long>(waited) != shownSeconds) {
-      shownSeconds = static_cast<long>(waited);
-      std::cerr << fmt::format("\rwaiting for the weather service… {} s", shownSeconds) << std::flush;
-      shown = true;
+    if (deadline && now >= *deadline) return false;
+    const auto waited = static_cast<long>(std::chrono::duration<double>(now - start).count());
+    if (waited >= 2 && waited != shownSeconds) {
+      shownSeconds = waited;
+      progress.show(fmt::format("waiting for the weather service… {} s", shownSeconds));
     }
   }
-  if (shown) std::cerr << "\r" << std::string(48, ' ') << "\r" << std::flush;
-  return inTime;
+  return true;
 }
 
 // One request of a one-shot run, as the pipeline's hooks report it: a record shown (or the
