@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 #include <iterator>
+#include <optional>
 #include <string_view>
 #include <cstdlib>
 #include <string>
@@ -69,12 +70,23 @@ void addCommands(CLI::App& app, std::string_view only) {
   }
 }
 
+namespace {
+
+// The number the whole of `text` spells; nothing for "", "3x" or "abc".
+std::optional<double> wholeNumber(const std::string& text) {
+  char* end = nullptr;
+  const double value = std::strtod(text.c_str(), &end);
+  if (text.empty() || *end != '\0') return std::nullopt;
+  return value;
+}
+
+}  // namespace
+
 CLI::Validator positiveNumber() {
   return CLI::Validator(
       [](std::string& text) -> std::string {
-        char* end = nullptr;
-        const double value = std::strtod(text.c_str(), &end);
-        if (text.empty() || *end != '\0' || !(value > 0 && value < 1e300)) return "must be a number greater than 0";
+        const auto value = wholeNumber(text);
+        if (!value || !(*value > 0 && *value < 1e300)) return "must be a number greater than 0";
         return {};
       },
       "POSITIVE");
@@ -83,9 +95,8 @@ CLI::Validator positiveNumber() {
 CLI::Validator numberBetween(double low, double high) {
   return CLI::Validator(
       [low, high](std::string& text) -> std::string {
-        char* end = nullptr;
-        const double value = std::strtod(text.c_str(), &end);
-        if (text.empty() || *end != '\0' || !(value >= low && value <= high)) {
+        const auto value = wholeNumber(text);
+        if (!value || !(*value >= low && *value <= high)) {
           return fmt::format("must be a number from {} to {}", low, high);
         }
         return {};
