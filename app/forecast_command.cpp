@@ -215,25 +215,44 @@ bool awaitFetch(const std::shared_future<void>& ended, bool showProgress, std::o
   return true;
 }
 
+// What a one-shot run prints: the record the pipeline published, copied once on its context.
+struct ShownRecord {
+  OneCallWeather weather;
+  std::optional<std::string> name;
+  std::optional<Region> region;
+};
+
 // One request of a one-shot run, as the pipeline's hooks report it: a record shown (or the
-// request over without one), and the request over. A retry is a new attempt.
+// request over without one), and the request over. A retry is a new attempt. The record is
+// taken when it is shown, so the command's thread never waits for the pipeline's context (busy
+// with the cache write by then) nor copies its whole state.
 class Attempt {
  public:
   Attempt() : shown_(shownPromise_.get_future().share()), ended_(endedPromise_.get_future().share()) {}
-  void show() {
-    std::call_once(shownOnce_, [this] { shownPromise_.set_value(); });
+  // On the pipeline's context.
+  void show(const ContentViewState& state) {
+    std::call_once(shownOnce_, [&] {
+      record_ = ShownRecord{*state.currentWeather, state.name, state.region};
+      shownPromise_.set_value();
+    });
   }
   void end() {
     std::call_once(endedOnce_, [this] { endedPromise_.set_value(); });
-    show();
+    std::call_once(shownOnce_, [this] { shownPromise_.set_value(); });
   }
   const std::shared_future<void>& shown() const { return shown_; }
   const std::shared_future<void>& ended() const { return ended_; }
+  // The record shown; none before `shown()` is ready or when the request ended without one.
+  const std::optional<ShownRecord>& record() const {
+    static const std::optional<ShownRecord> kNone;
+    return shown_.wait_for(std::chrono::seconds(0)) == std::future_status::ready ? record_ : kNone;
+  }
 
  private:
   std::promise<void> shownPromise_, endedPromise_;
   std::once_flag shownOnce_, endedOnce_;
   std::shared_future<void> shown_, ended_;
+  std::optional<ShownRecord> record_;  // written once, before shown_ is ready
 };
 
 // The attempt under way; hooks on the pipeline's context and the command's thread share it.
@@ -267,9 +286,10 @@ int run(const ForecastOptions& options) {
   servicesOptions.watchSyncedStore = options.watch;
   servicesOptions.requireReadableSyncedStore = false;  // a forecast still shows with unreadable settings
   ProgramServices services(std::move(servicesOptions));
-  const WeatherDataSource source = services->providerSettings().dataSource();
-  // A forced run always fetches: the HTTP client loads its transport while the place is found.
+  // A forced run always fetches: the HTTP client loads its transport while the settings are read
+  // and the place is found.
   if (options.force) services->http().prepare();
+  const WeatherDataSource source = services->providerSettings().dataSource();
   timings.mark("startup");
   const Place place = resolvePlace(options, services->geocoder());
   timings.mark("geocode");
@@ -309,7 +329,7 @@ int run(const ForecastOptions& options) {
     hooks.showsPlaceholder = false;
     hooks.stateChanged = [&running, attempts] {
       const auto& state = running->view().state();
-      if (state.currentWeather && !state.isFetchingData) attempts->current()->show();
+      if (state.currentWeather && !state.isFetchingData) attempts->current()->show(state);
     };
     hooks.requestEnded = [attempts] { attempts->current()->end(); };
   }
@@ -349,7 +369,7 @@ int run(const ForecastOptions& options) {
     std::shared_ptr<Attempt> attempt = attempts->current();
     // Shown as soon as a record is published (or the request ends without one), within --timeout.
     bool inTime = awaitFetch(attempt->shown(), !chatty, deadline);
-    if (inTime && !pipeline.view().snapshot().currentWeather) {
+    if (inTime && !attempt->record()) {
       // One more attempt, forced, when the service asked for a wait that leaves time for it.
       attempt->ended().wait();
       const std::exception_ptr first = takeFailure();
@@ -375,10 +395,9 @@ int run(const ForecastOptions& options) {
       if (inTime) attempt->ended().wait();
     };
     timings.mark("fetch");
-    const auto state = pipeline.view().snapshot();
     const Date now = Date::fromSystem(clock.now());
-    if (state.currentWeather) {
-      printer.screen(*state.currentWeather, state.name, state.region, now);
+    if (const auto& shown = attempt->record()) {
+      printer.screen(shown->weather, shown->name, shown->region, now);
       timings.mark("render");
       requestFinished();
       return 0;

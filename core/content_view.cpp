@@ -399,7 +399,7 @@ Task<void> ContentView::performFetch(WeatherFetchRequest request) {
     publish(details.name, weather, region);
     trace("published the new record");
 
-    PlacedWeather placed{details.name, request.location, region, weather};
+    PlacedWeather placed{details.name, request.location, region, std::move(weather)};
     try {
       co_await deps_.cache.storeLatest(std::move(placed));
     } catch (...) {

@@ -4,6 +4,7 @@
 #include <boost/json.hpp>
 
 #include <cmath>
+#include <memory>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -258,8 +259,10 @@ Task<void> WeatherCache::storeLatest(CachedWeather cachedWeather) {
   std::function<void(const CachedWeather&, Date)> apply = [weak](const CachedWeather& outcome, Date date) {
     if (auto state = weak.lock()) state->applyPersisted(outcome, date);
   };
-  std::function<void()> operation = [file, cachedWeather, now, apply] {
-    commitLatestWeather(file, cachedWeather, now, now, apply);
+  // Shared, not copied: the operation is copied into the writer's closure, and a record is big.
+  auto candidate = std::make_shared<const CachedWeather>(std::move(cachedWeather));
+  std::function<void()> operation = [file, candidate, now, apply] {
+    commitLatestWeather(file, *candidate, now, now, apply);
   };
   std::exception_ptr failure;
   try {
@@ -270,7 +273,7 @@ Task<void> WeatherCache::storeLatest(CachedWeather cachedWeather) {
   if (!failure) co_return;
   rethrowIfCancellation(failure);
   co_await throwIfCancelled();
-  state->absorbFailedStore(cachedWeather);
+  state->absorbFailedStore(*candidate);
   std::rethrow_exception(failure);
 }
 
