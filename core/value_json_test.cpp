@@ -125,5 +125,37 @@ TEST(ValueJsonTest, WriterSeparatesAndRefusesNonFiniteNumbers) {
   EXPECT_THROW(writer.number(NAN), EncodingError);
 }
 
+TEST(ValueJsonTest, StringsAndKeysEscapeWhatJsonForbidsAndRepairBrokenUtf8) {
+  struct Case {
+    const char* what;
+    std::string text;
+    std::string json;
+  };
+  const Case cases[] = {
+      {"plain", "temp", "\"temp\""},
+      {"quote and backslash", "a\"b\\c", "\"a\\\"b\\\\c\""},
+      {"named controls", "\b\f\n\r\t", "\"\\b\\f\\n\\r\\t\""},
+      {"other controls", std::string("\x01\x1f\0", 3), "\"\\u0001\\u001f\\u0000\""},
+      {"two, three and four byte sequences", "é€😀", "\"é€😀\""},
+      {"a stray continuation byte", "a\x80" "b", "\"a\xEF\xBF\xBD" "b\""},
+      {"a sequence cut short at the end", "x\xe2\x82", "\"x\xEF\xBF\xBD\xEF\xBF\xBD\""},
+      {"an overlong form", "\xc0\xaf", "\"\xEF\xBF\xBD\xEF\xBF\xBD\""},
+  };
+  for (const auto& c : cases) {
+    std::string value;
+    JsonWriter(value).string(c.text);
+    EXPECT_EQ(value, c.json) << c.what;
+    std::string object;
+    JsonWriter writer(object);
+    writer.beginObject();
+    writer.key("first");
+    writer.null();
+    writer.key(c.text);
+    writer.null();
+    writer.endObject();
+    EXPECT_EQ(object, "{\"first\":null," + c.json + ":null}") << c.what;
+  }
+}
+
 }  // namespace
 }  // namespace ombrine

@@ -2,6 +2,8 @@
 
 #include <boost/json/value.hpp>
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 
@@ -27,17 +29,32 @@ std::size_t utf8SequenceLength(std::string_view s) noexcept {
   return 0;
 }
 
+namespace {
+
+// The bytes a JSON string holds as they are: printable ASCII other than the quote and the
+// backslash.
+constexpr auto kPlainBytes = [] {
+  std::array<bool, 256> plain{};
+  for (int c = 0x20; c < 0x80; ++c) plain[c] = c != '"' && c != '\\';
+  return plain;
+}();
+
+bool isPlain(unsigned char c) noexcept { return kPlainBytes[c]; }
+
+// Longest key written through the one-append path of `JsonWriter::key`.
+constexpr std::size_t kShortKey = 60;
+
+}  // namespace
+
 void appendJsonString(std::string& out, std::string_view s) {
   static constexpr char kHex[] = "0123456789abcdef";
   out.push_back('"');
   std::size_t run = 0;  // start of the pending run of bytes that need no escaping
   std::size_t i = 0;
   while (i < s.size()) {
+    while (i < s.size() && isPlain(static_cast<unsigned char>(s[i]))) ++i;
+    if (i == s.size()) break;
     const unsigned char c = static_cast<unsigned char>(s[i]);
-    if (c >= 0x20 && c < 0x80 && c != '"' && c != '\\') {
-      ++i;
-      continue;
-    }
     if (c >= 0x80) {
       const std::size_t length = utf8SequenceLength(s.substr(i));
       if (length != 0) {
@@ -121,6 +138,20 @@ void JsonWriter::endArray() {
 }
 
 void JsonWriter::key(std::string_view name) {
+  // A record holds thousands of keys, nearly all short plain names: those go out in one append
+  // with their separator, quotes and colon.
+  if (name.size() <= kShortKey && std::ranges::all_of(name, [](char c) { return isPlain(static_cast<unsigned char>(c)); })) {
+    char buffer[kShortKey + 4];
+    char* at = buffer;
+    if (needsComma_) *at++ = ',';
+    *at++ = '"';
+    at = std::copy(name.begin(), name.end(), at);
+    *at++ = '"';
+    *at++ = ':';
+    out_.append(buffer, at);
+    needsComma_ = false;
+    return;
+  }
   separate();
   appendJsonString(out_, name);
   out_.push_back(':');
