@@ -67,7 +67,21 @@ void TimeZoneGrid::load(std::span<const std::byte> bytes, std::string label) {
   strings_ = file_.stringPool(104);
   source_ = binary::string(file_, strings_, file_.u32At(40));
 
-  for (std::size_t i = 0; i < std::size_t{nodeCount} * 4; ++i) {
+  // Every run that places a point checks the whole table, so a sound file costs one pass with
+  // no branch per entry; only a bad one is walked again to say what is wrong with it.
+  const std::size_t entries = std::size_t{nodeCount} * 4;
+  std::uint32_t bad = 0;
+  for (std::size_t i = 0; i < entries; ++i) {
+    const std::uint32_t value = u32In(nodes_, i);
+    const std::uint32_t payload = value & kPayload;
+    const std::uint32_t kind = value >> kKindShift;
+    const std::uint32_t holder = static_cast<std::uint32_t>(i >> 2);
+    bad |= static_cast<std::uint32_t>(kind == kNode) & (static_cast<std::uint32_t>(payload >= nodeCount) |
+                                                        static_cast<std::uint32_t>(payload <= holder));
+    bad |= static_cast<std::uint32_t>(kind == kZone) & static_cast<std::uint32_t>(payload >= zoneCount);
+    bad |= static_cast<std::uint32_t>(kind == kBucket) & static_cast<std::uint32_t>(payload >= bucketCount);
+  }
+  for (std::size_t i = 0; bad != 0 && i < entries; ++i) {
     const std::uint32_t value = u32In(nodes_, i);
     const std::uint32_t payload = value & kPayload;
     switch (value >> kKindShift) {
@@ -90,21 +104,24 @@ void TimeZoneGrid::load(std::span<const std::byte> bytes, std::string label) {
   // Each list of starts must grow and end exactly at the size of what it indexes.
   const auto checkStarts = [&](std::span<const std::byte> table, std::size_t stride, std::uint32_t count,
                                std::uint64_t end, std::string_view what) {
+    const std::byte* const first = table.data() + (stride == 8 ? 4 : 0);
     std::uint32_t previous = 0;
+    std::uint32_t bad = 0;
     for (std::uint32_t i = 0; i <= count; ++i) {
-      const std::uint32_t start = binary::u32(table.data() + stride * i + (stride == 8 ? 4 : 0));
-      if (start < previous || start > end || (i == count && start != end)) {
-        file_.fail(std::string(what) + " starts are out of order or out of range");
-      }
+      const std::uint32_t start = binary::u32(first + stride * i);
+      bad |= static_cast<std::uint32_t>(start < previous) | static_cast<std::uint32_t>(start > end);
       previous = start;
     }
+    if (bad != 0 || previous != end) file_.fail(std::string(what) + " starts are out of order or out of range");
   };
   checkStarts(buckets_, 4, bucketCount, polygonCount, "bucket");
   checkStarts(polygons_, 8, polygonCount, ringCount, "polygon");
   checkStarts(rings_, 4, ringCount, coordinates_.size(), "ring");
+  std::uint32_t badPolygon = 0;
   for (std::uint32_t p = 0; p < polygonCount; ++p) {
-    if (binary::u16(polygons_.data() + 8 * std::size_t{p}) >= zoneCount) file_.fail("a polygon names a zone that does not exist");
+    badPolygon |= static_cast<std::uint32_t>(binary::u16(polygons_.data() + 8 * std::size_t{p}) >= zoneCount);
   }
+  if (badPolygon != 0) file_.fail("a polygon names a zone that does not exist");
   for (std::uint16_t z = 0; z < zoneCount_; ++z) {
     if (zone(z).identifier.empty()) file_.fail("a zone has no identifier");
   }
