@@ -29,7 +29,7 @@
 #include "persistence/historical_weather_cache.hpp"
 #include "persistence/weather_cache.hpp"
 #include "platform/atomic_file.hpp"
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/log.hpp"
 #include "platform/paths.hpp"
 #include "platform/runtime.hpp"

@@ -23,7 +23,7 @@
 #include "history/history_comparison.hpp"
 #include "history/sun_labels.hpp"
 #include "history/zoned_calendar.hpp"
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/http_client.hpp"
 #include "platform/log.hpp"
 #include "wiring/services.hpp"

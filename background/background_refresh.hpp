@@ -26,7 +26,7 @@
 #include "persistence/weather_cache.hpp"
 #include "platform/background_scheduler.hpp"
 #include "platform/clock.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 
 namespace ombrine {
 

@@ -30,7 +30,7 @@
 #include "core/provider_settings.hpp"
 #include "core/uuid.hpp"
 #include "platform/clock.hpp"
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/widget_center.hpp"
 
 namespace ombrine {

@@ -11,7 +11,7 @@
 #include "core/location.hpp"
 #include "core/one_call_weather.hpp"
 #include "core/provider_dispatch.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 
 namespace ombrine {
 

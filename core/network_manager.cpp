@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "core/errors.hpp"
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/log.hpp"
 
 namespace ombrine {

@@ -19,7 +19,7 @@
 
 #include "core/uuid.hpp"
 #include "core/weather_data_source.hpp"
-#include "platform/observer_list.hpp"
+#include "platform/async/observer_list.hpp"
 #include "platform/thread_annotations.hpp"
 
 namespace ombrine {
@@ -47,7 +47,7 @@ enum class ProviderSettingsChange {
 // Context: every member may be called from any thread. Observers are called on whatever thread
 // made (or noticed) the change, never while the implementation holds a lock; a receiver that
 // owns state on a serial context posts to it. An observer stays registered while the returned
-// subscription lives (platform/observer_list.hpp).
+// subscription lives (platform/async/observer_list.hpp).
 class ProviderSettings {
  public:
   using Observer = std::function<void(ProviderSettingsChange)>;

@@ -29,7 +29,7 @@
 #include "fires/fire_records.hpp"
 #include "platform/clock.hpp"
 #include "platform/http_client.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 
 namespace ombrine {
 

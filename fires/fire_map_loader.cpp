@@ -8,7 +8,7 @@
 #include <map>
 #include <numbers>
 
-#include "core/async_deadline_coordinator.hpp"
+#include "platform/async/async_deadline_coordinator.hpp"
 #include "core/errors.hpp"
 #include "fires/fire_loading_policy.hpp"
 #include "fires/fire_queries.hpp"

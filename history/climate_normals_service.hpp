@@ -31,7 +31,7 @@
 #include "core/service_endpoints.hpp"
 #include "history/climate_records.hpp"
 #include "platform/http_client.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 
 namespace ombrine {
 

@@ -29,9 +29,9 @@
 
 #include "core/date.hpp"
 #include "platform/clock.hpp"
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 
 namespace ombrine {
 

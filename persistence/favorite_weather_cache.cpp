@@ -11,7 +11,7 @@
 #include "core/value_json.hpp"
 #include "persistence/coordinated_value_cache.hpp"
 #include "platform/atomic_file.hpp"
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/thread_annotations.hpp"
 
 namespace ombrine {

@@ -27,7 +27,7 @@
 #include "core/uuid.hpp"
 #include "persistence/weather_cache.hpp"
 #include "platform/clock.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 
 namespace ombrine {
 

@@ -46,9 +46,9 @@
 #include "core/weather_data_source.hpp"
 #include "platform/clock.hpp"
 #include "platform/cloud_key_value_store.hpp"
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/key_value_store.hpp"
-#include "platform/observer_list.hpp"
+#include "platform/async/observer_list.hpp"
 #include "platform/thread_annotations.hpp"
 
 namespace ombrine {

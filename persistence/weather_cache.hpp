@@ -20,7 +20,7 @@
 #include "core/value_json.hpp"
 #include "core/weather_data_source.hpp"
 #include "platform/clock.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 
 namespace ombrine {
 

@@ -19,7 +19,7 @@
 #include "core/date.hpp"
 #include "core/service_endpoints.hpp"
 #include "platform/http_client.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 #include "storms/storm.hpp"
 
 namespace ombrine {

@@ -12,7 +12,7 @@
 
 #include "core/date.hpp"
 #include "platform/http_client.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 #include "storms/jtwc_feed.hpp"
 #include "storms/nhc_feed.hpp"
 #include "storms/storm.hpp"

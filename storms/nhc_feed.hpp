@@ -12,7 +12,7 @@
 
 #include "core/service_endpoints.hpp"
 #include "platform/http_client.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 #include "storms/storm.hpp"
 
 namespace ombrine {

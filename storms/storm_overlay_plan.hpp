@@ -15,7 +15,7 @@
 
 #include "core/date.hpp"
 #include "platform/http_client.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 #include "storms/kml_reader.hpp"
 #include "storms/storm.hpp"
 

@@ -32,7 +32,7 @@
 #include "core/date.hpp"
 #include "core/tide_records.hpp"
 #include "platform/clock.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 #include "tides/tide_feeds.hpp"
 
 namespace ombrine {

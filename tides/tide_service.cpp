@@ -11,7 +11,7 @@
 
 #include "core/errors.hpp"
 #include "core/iso8601.hpp"
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 #include "platform/exception_message.hpp"
 #include "platform/log.hpp"

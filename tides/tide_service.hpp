@@ -37,7 +37,7 @@
 #include "core/tide_records.hpp"
 #include "platform/clock.hpp"
 #include "platform/http_client.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 #include "tides/tide_disk_cache.hpp"
 #include "tides/tide_feeds.hpp"
 #include "tides/tide_region_gate.hpp"

@@ -18,7 +18,7 @@
 #include "persistence/favorite_weather_cache.hpp"
 #include "persistence/weather_cache.hpp"
 #include "platform/clock.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 #include "trips/trip_forecast.hpp"
 
 namespace ombrine {

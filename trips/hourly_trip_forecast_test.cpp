@@ -10,7 +10,7 @@
 #include <map>
 
 #include "core/errors.hpp"
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/runtime.hpp"
 #include "platform/testing/async_testing.hpp"
 #include "platform/testing/fake_clock.hpp"

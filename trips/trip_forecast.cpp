@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "core/errors.hpp"
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 
 namespace ombrine {

@@ -19,7 +19,7 @@
 #include "persistence/trip_cache_store.hpp"
 #include "persistence/weather_cache.hpp"
 #include "platform/clock.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 #include "trips/trip.hpp"
 #include "trips/trip_timeline.hpp"
 

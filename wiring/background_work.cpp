@@ -4,7 +4,7 @@
 #include "core/unit_rules.hpp"
 #include "persistence/favorite_store.hpp"
 #include "persistence/weather_cache.hpp"
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "wiring/geocode_namer.hpp"
 #include "wiring/weather_alerts.hpp"
 

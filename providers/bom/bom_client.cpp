@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "core/errors.hpp"
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 #include "platform/log.hpp"
 #include "providers/bom/bom_conversion.hpp"

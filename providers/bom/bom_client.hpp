@@ -21,7 +21,7 @@
 #include "core/service_endpoints.hpp"
 #include "platform/clock.hpp"
 #include "platform/http_client.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 
 namespace ombrine {
 

@@ -36,7 +36,7 @@
 #include "core/service_endpoints.hpp"
 #include "platform/clock.hpp"
 #include "platform/http_client.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 #include "providers/foreca/foreca_wire.hpp"
 
 namespace ombrine {

@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "core/errors.hpp"
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 #include "platform/icu_setup.hpp"
 #include "platform/linux/curl_http_client.hpp"

@@ -6,7 +6,7 @@
 
 #include "core/errors.hpp"
 #include "core/network_manager.hpp"
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/log.hpp"
 #include "providers/common/provider_request.hpp"
 #include "providers/foreca/foreca_client.hpp"

@@ -6,7 +6,7 @@
 #include "core/errors.hpp"
 #include "core/iso8601.hpp"
 #include "core/weather_derived.hpp"
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 #include "platform/log.hpp"
 #include "providers/common/provider_request.hpp"

@@ -23,8 +23,8 @@
 #include <vector>
 
 #include "platform/clock.hpp"
-#include "platform/coroutines.hpp"
-#include "platform/observer_list.hpp"
+#include "platform/async/coroutines.hpp"
+#include "platform/async/observer_list.hpp"
 #include "platform/thread_annotations.hpp"
 
 namespace ombrine {

@@ -1,4 +1,4 @@
-#include "core/cancellable_callback_coordinator.hpp"
+#include "platform/async/cancellable_callback_coordinator.hpp"
 
 #include <gtest/gtest.h>
 

@@ -32,7 +32,7 @@
 #include <vector>
 
 #include "platform/errors.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 
 namespace ombrine {
 

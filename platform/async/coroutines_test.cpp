@@ -1,4 +1,4 @@
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 
 #include <gtest/gtest.h>
 

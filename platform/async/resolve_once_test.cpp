@@ -1,4 +1,4 @@
-#include "core/resolve_once.hpp"
+#include "platform/async/resolve_once.hpp"
 
 #include <gtest/gtest.h>
 

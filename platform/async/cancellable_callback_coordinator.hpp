@@ -29,8 +29,8 @@
 #include <type_traits>
 #include <variant>
 
-#include "core/resolve_once.hpp"
-#include "platform/coroutines.hpp"
+#include "platform/async/resolve_once.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 #include "platform/thread_annotations.hpp"
 

@@ -1,4 +1,4 @@
-#include "core/async_deadline_coordinator.hpp"
+#include "platform/async/async_deadline_coordinator.hpp"
 
 #include <gtest/gtest.h>
 

@@ -13,7 +13,7 @@
 #include <optional>
 #include <utility>
 
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 
 namespace ombrine {
 

@@ -1,4 +1,4 @@
-#include "platform/observer_list.hpp"
+#include "platform/async/observer_list.hpp"
 
 #include <atomic>
 #include <functional>

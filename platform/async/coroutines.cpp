@@ -1,4 +1,4 @@
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 
 #include <boost/asio/bind_cancellation_slot.hpp>
 #include <boost/asio/cancellation_signal.hpp>

@@ -24,9 +24,9 @@
 #include <optional>
 #include <stdexcept>
 
-#include "core/resolve_once.hpp"
+#include "platform/async/resolve_once.hpp"
 #include "platform/clock.hpp"
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 #include "platform/thread_annotations.hpp"
 

@@ -1,4 +1,4 @@
-#include "core/debouncer.hpp"
+#include "platform/async/debouncer.hpp"
 
 #include <gtest/gtest.h>
 
