@@ -15,7 +15,7 @@
 #include <variant>
 #include <vector>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 #include "fires/fire_features.hpp"
 #include "fires/fire_fetch.hpp"
 #include "fires/fire_records.hpp"

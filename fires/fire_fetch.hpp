@@ -24,7 +24,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 #include "fires/fire_features.hpp"
 #include "fires/fire_records.hpp"
 #include "platform/clock.hpp"

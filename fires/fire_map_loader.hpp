@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "core/service_endpoints.hpp"
+#include "core/fetch/service_endpoints.hpp"
 #include "fires/bc_wildfire_enrichment.hpp"
 #include "fires/fire_fetch.hpp"
 #include "fires/fire_records.hpp"

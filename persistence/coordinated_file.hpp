@@ -27,7 +27,7 @@
 #include <boost/asio/execution_context.hpp>
 #include <boost/asio/query.hpp>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 #include "platform/clock.hpp"
 #include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"

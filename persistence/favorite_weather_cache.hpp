@@ -24,7 +24,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/uuid.hpp"
+#include "core/values/uuid.hpp"
 #include "persistence/weather_cache.hpp"
 #include "platform/clock.hpp"
 #include "platform/async/task.hpp"

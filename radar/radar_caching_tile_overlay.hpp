@@ -20,7 +20,7 @@
 #include <string>
 #include <unordered_map>
 
-#include "core/uuid.hpp"
+#include "core/values/uuid.hpp"
 #include "platform/clock.hpp"
 #include "platform/async/coroutines.hpp"
 #include "platform/http_cache.hpp"

@@ -23,7 +23,7 @@
 #include <utility>
 #include <vector>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 #include "platform/clock.hpp"
 #include "platform/async/coroutines.hpp"
 #include "platform/credential_issuer.hpp"

@@ -18,7 +18,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "core/service_endpoints.hpp"
+#include "core/fetch/service_endpoints.hpp"
 #include "platform/clock.hpp"
 #include "platform/http_client.hpp"
 #include "platform/async/task.hpp"

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 #include "platform/http_client.hpp"
 #include "platform/async/task.hpp"
 #include "storms/jtwc_feed.hpp"

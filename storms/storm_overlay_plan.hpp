@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 #include "platform/http_client.hpp"
 #include "platform/async/task.hpp"
 #include "storms/kml_reader.hpp"

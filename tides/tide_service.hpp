@@ -32,9 +32,9 @@
 #include <string_view>
 #include <vector>
 
-#include "core/date.hpp"
-#include "core/service_endpoints.hpp"
-#include "core/tide_records.hpp"
+#include "core/values/date.hpp"
+#include "core/fetch/service_endpoints.hpp"
+#include "core/record/tide_records.hpp"
 #include "platform/clock.hpp"
 #include "platform/http_client.hpp"
 #include "platform/async/task.hpp"

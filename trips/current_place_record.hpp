@@ -13,7 +13,7 @@
 #include <optional>
 #include <string>
 
-#include "core/location.hpp"
+#include "core/values/location.hpp"
 #include "persistence/favorite_location.hpp"
 #include "persistence/favorite_weather_cache.hpp"
 #include "persistence/weather_cache.hpp"

@@ -9,7 +9,7 @@
 #include <fstream>
 #include <map>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "platform/async/coroutines.hpp"
 #include "platform/runtime.hpp"
 #include "platform/testing/async_testing.hpp"

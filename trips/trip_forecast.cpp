@@ -3,7 +3,7 @@
 #include <exception>
 #include <memory>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 

@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "core/location.hpp"
-#include "core/one_call_weather.hpp"
-#include "core/weather_data_source.hpp"
+#include "core/values/location.hpp"
+#include "core/record/one_call_weather.hpp"
+#include "core/values/weather_data_source.hpp"
 #include "persistence/trip_cache_store.hpp"
 #include "persistence/weather_cache.hpp"
 #include "platform/clock.hpp"

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <mutex>
 
-#include "core/testing_records.hpp"
+#include "core/record/testing_records.hpp"
 #include "platform/async/coroutines.hpp"
 #include "platform/runtime.hpp"
 #include "platform/testing/async_testing.hpp"

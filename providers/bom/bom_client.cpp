@@ -5,7 +5,7 @@
 #include <functional>
 #include <memory>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 #include "platform/log.hpp"

@@ -12,8 +12,8 @@
 #include <memory>
 #include <utility>
 
-#include "core/errors.hpp"
-#include "core/weather_derived.hpp"
+#include "core/values/errors.hpp"
+#include "core/record/weather_derived.hpp"
 #include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 #include "platform/log.hpp"

@@ -8,7 +8,7 @@
 #include <future>
 #include <thread>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 #include "platform/icu_setup.hpp"
