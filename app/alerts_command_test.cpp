@@ -15,7 +15,7 @@
 #include <filesystem>
 #include <string>
 
-#include "core/value_json.hpp"
+#include "core/values/value_json.hpp"
 #include "platform/testing/desktop_notification_server.hpp"
 
 namespace ombrine {

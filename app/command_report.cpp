@@ -3,7 +3,7 @@
 #include <exception>
 
 #include "app/commands.hpp"
-#include "core/geocoder.hpp"
+#include "core/fetch/geocoder.hpp"
 #include "platform/http_client.hpp"
 #include "platform/log.hpp"
 

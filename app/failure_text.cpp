@@ -7,8 +7,8 @@
 #include <thread>
 
 #include "app/progress_line.hpp"
-#include "core/content_view.hpp"
-#include "core/errors.hpp"
+#include "core/fetch/content_view.hpp"
+#include "core/values/errors.hpp"
 #include "platform/errors.hpp"
 #include "platform/http_client.hpp"
 #include "platform/log.hpp"

@@ -9,7 +9,7 @@
 #include <set>
 #include <string>
 
-#include "core/value_json.hpp"
+#include "core/values/value_json.hpp"
 #include "platform/testing/program_sandbox.hpp"
 
 namespace ombrine {

@@ -28,8 +28,8 @@
 
 #include "app/message_catalog.hpp"
 #include "app/terminal_text.hpp"
-#include "core/one_call_weather_json.hpp"
-#include "core/value_json.hpp"
+#include "core/record/one_call_weather_json.hpp"
+#include "core/values/value_json.hpp"
 #include "platform/icu_setup.hpp"
 
 namespace ombrine {

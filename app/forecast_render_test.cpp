@@ -8,7 +8,7 @@
 
 #include "app/message_catalog.hpp"
 #include "app/terminal_text.hpp"
-#include "core/testing_records.hpp"
+#include "core/record/testing_records.hpp"
 #include "history/civil_date.hpp"
 
 namespace ombrine::app {

@@ -10,9 +10,9 @@
 #include "app/global_options.hpp"
 #include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
-#include "core/iso8601.hpp"
-#include "core/unit_rules.hpp"
-#include "core/value_json.hpp"
+#include "core/values/iso8601.hpp"
+#include "core/values/unit_rules.hpp"
+#include "core/values/value_json.hpp"
 #include "platform/log.hpp"
 #include "wiring/services.hpp"
 

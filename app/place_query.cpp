@@ -3,9 +3,9 @@
 #include <fmt/format.h>
 
 #include "app/terminal_text.hpp"
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "wiring/geocode_namer.hpp"
-#include "core/geocoder.hpp"
+#include "core/fetch/geocoder.hpp"
 #include "places/coordinate_text.hpp"
 
 namespace ombrine::app {

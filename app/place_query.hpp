@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "core/location.hpp"
-#include "core/time_zone.hpp"
+#include "core/values/location.hpp"
+#include "core/values/time_zone.hpp"
 #include "wiring/services.hpp"
 
 namespace ombrine::app {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "core/value_json.hpp"
+#include "core/values/value_json.hpp"
 #include "platform/testing/program_sandbox.hpp"
 
 namespace ombrine {

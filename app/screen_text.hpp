@@ -1,12 +1,12 @@
 #pragma once
 // A screen's words from the reader's language's message catalogue (message_catalog.hpp), its
-// numbers in the locale's own digits (core/screen_words.hpp). Cheap to build: catalogues and
+// numbers in the locale's own digits (core/values/screen_words.hpp). Cheap to build: catalogues and
 // formatters are kept per process.
 
 #include <unicode/locid.h>
 
 #include "app/message_catalog.hpp"
-#include "core/screen_words.hpp"
+#include "core/values/screen_words.hpp"
 
 namespace ombrine::app {
 

@@ -6,8 +6,8 @@
 #include <filesystem>
 #include <string>
 
-#include "core/one_call_weather_json.hpp"
-#include "core/weather_derived.hpp"
+#include "core/record/one_call_weather_json.hpp"
+#include "core/record/weather_derived.hpp"
 #include "platform/testing/program_sandbox.hpp"
 
 namespace ombrine {

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "core/tide_records_json.hpp"
-#include "core/value_json.hpp"
+#include "core/record/tide_records_json.hpp"
+#include "core/values/value_json.hpp"
 #include "platform/testing/program_sandbox.hpp"
 
 namespace ombrine {

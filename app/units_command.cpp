@@ -14,10 +14,10 @@
 
 #include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
-#include "core/air_quality.hpp"
-#include "core/compass.hpp"
-#include "core/unit_rules.hpp"
-#include "core/value_format.hpp"
+#include "core/values/air_quality.hpp"
+#include "core/values/compass.hpp"
+#include "core/values/unit_rules.hpp"
+#include "core/values/value_format.hpp"
 
 namespace ombrine::app {
 

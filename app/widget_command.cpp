@@ -11,7 +11,7 @@
 #include "app/commands.hpp"
 #include "app/failure_text.hpp"
 #include "app/global_options.hpp"
-#include "core/iso8601.hpp"
+#include "core/values/iso8601.hpp"
 #include "persistence/favorite_store.hpp"
 #include "persistence/favorite_weather_cache.hpp"
 #include "platform/http_client.hpp"

@@ -1,6 +1,6 @@
 #include "background/background_refresh.hpp"
 
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 #include "platform/exception_message.hpp"
 #include "platform/key_value_store.hpp"

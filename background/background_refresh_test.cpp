@@ -6,7 +6,7 @@
 #include <random>
 #include <thread>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "platform/errors.hpp"
 #include "platform/linux/file_background_scheduler.hpp"
 #include "platform/linux/system_clock.hpp"

@@ -7,8 +7,8 @@
 #include <boost/json/monotonic_resource.hpp>
 #include <boost/json/parse.hpp>
 
-#include "core/one_call_weather_json.hpp"
-#include "core/testing_records.hpp"
+#include "core/record/one_call_weather_json.hpp"
+#include "core/record/testing_records.hpp"
 #include "platform/icu_setup.hpp"
 
 namespace {

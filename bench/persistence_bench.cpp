@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "bench/bench_support.hpp"
-#include "core/testing_records.hpp"
+#include "core/record/testing_records.hpp"
 #include "persistence/coordinated_file.hpp"
 #include "persistence/favorite_weather_cache.hpp"
 #include "persistence/weather_cache.hpp"

@@ -7,7 +7,7 @@
 
 #include <filesystem>
 
-#include "core/service_endpoints.hpp"
+#include "core/fetch/service_endpoints.hpp"
 #include "platform/caching_http_client.hpp"
 #include "platform/linux/curl_http_client.hpp"
 #include "platform/linux/signing_credential_issuer.hpp"

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "core/testing_records.hpp"
+#include "core/record/testing_records.hpp"
 #include "persistence/favorite_weather_cache.hpp"
 #include "persistence/trip_cache_store.hpp"
 #include "persistence/weather_cache.hpp"

@@ -3,9 +3,9 @@
 
 #include <benchmark/benchmark.h>
 
-#include "core/geo_naming.hpp"
-#include "core/iso8601.hpp"
-#include "core/value_format.hpp"
+#include "core/values/geo_naming.hpp"
+#include "core/values/iso8601.hpp"
+#include "core/values/value_format.hpp"
 #include "platform/icu_setup.hpp"
 
 namespace {

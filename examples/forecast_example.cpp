@@ -16,7 +16,7 @@
 #include <optional>
 #include <utility>
 
-#include "core/geocoder.hpp"
+#include "core/fetch/geocoder.hpp"
 #include "platform/icu_setup.hpp"
 #include "wiring/geocode_namer.hpp"
 #include "wiring/services.hpp"

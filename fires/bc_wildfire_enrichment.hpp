@@ -15,13 +15,13 @@
 #include <variant>
 #include <vector>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 #include "fires/fire_features.hpp"
 #include "fires/fire_fetch.hpp"
 #include "fires/fire_records.hpp"
 #include "platform/clock.hpp"
 #include "platform/http_client.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 
 namespace ombrine {
 

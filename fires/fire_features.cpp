@@ -3,7 +3,7 @@
 #include <charconv>
 #include <cmath>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 
 namespace ombrine {
 

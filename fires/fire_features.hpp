@@ -3,7 +3,7 @@
 // GeoServer WFS JSON), the property records of each provider, the ArcGIS error object and the
 // CAL FIRE incident list.
 //
-// Collections are decoded while the text is read (core/json_stream.hpp): a page of thousands of
+// Collections are decoded while the text is read (core/values/json_stream.hpp): a page of thousands of
 // perimeters never becomes a DOM. Geometries keep their positions as latitude/longitude pairs
 // read from GeoJSON's longitude-first order; a position with fewer than two numbers, a nesting
 // that does not fit the geometry's type, or a type other than point, polygon and multipolygon
@@ -20,8 +20,8 @@
 #include <variant>
 #include <vector>
 
-#include "core/json_stream.hpp"
-#include "core/value_json.hpp"
+#include "core/values/json_stream.hpp"
+#include "core/values/value_json.hpp"
 #include "fires/fire_records.hpp"
 
 namespace ombrine {

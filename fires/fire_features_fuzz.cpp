@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "fires/fire_features.hpp"
 
 namespace {

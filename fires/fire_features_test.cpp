@@ -5,7 +5,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "platform/atomic_file.hpp"
 
 namespace ombrine {

@@ -8,8 +8,8 @@
 #include <cmath>
 #include <cstring>
 
-#include "core/errors.hpp"
-#include "core/json_stream.hpp"
+#include "core/values/errors.hpp"
+#include "core/values/json_stream.hpp"
 #include "platform/errors.hpp"
 #include "platform/retry_after.hpp"
 

@@ -24,12 +24,12 @@
 #include <string_view>
 #include <vector>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 #include "fires/fire_features.hpp"
 #include "fires/fire_records.hpp"
 #include "platform/clock.hpp"
 #include "platform/http_client.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 
 namespace ombrine {
 

@@ -9,7 +9,7 @@
 
 #include <boost/url/parse.hpp>
 
-#include "core/iso8601.hpp"
+#include "core/values/iso8601.hpp"
 
 namespace ombrine {
 

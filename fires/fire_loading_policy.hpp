@@ -9,8 +9,8 @@
 #include <variant>
 #include <vector>
 
-#include "core/date.hpp"
-#include "core/time_zone.hpp"
+#include "core/values/date.hpp"
+#include "core/values/time_zone.hpp"
 #include "fires/fire_features.hpp"
 #include "fires/fire_records.hpp"
 

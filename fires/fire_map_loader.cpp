@@ -8,8 +8,8 @@
 #include <map>
 #include <numbers>
 
-#include "core/async_deadline_coordinator.hpp"
-#include "core/errors.hpp"
+#include "platform/async/async_deadline_coordinator.hpp"
+#include "core/values/errors.hpp"
 #include "fires/fire_loading_policy.hpp"
 #include "fires/fire_queries.hpp"
 #include "platform/errors.hpp"

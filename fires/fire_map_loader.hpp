@@ -15,13 +15,13 @@
 #include <string>
 #include <vector>
 
-#include "core/service_endpoints.hpp"
+#include "core/fetch/service_endpoints.hpp"
 #include "fires/bc_wildfire_enrichment.hpp"
 #include "fires/fire_fetch.hpp"
 #include "fires/fire_records.hpp"
 #include "platform/clock.hpp"
 #include "platform/http_client.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 
 namespace ombrine {
 

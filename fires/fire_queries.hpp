@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 #include "fires/fire_loading_policy.hpp"
 #include "fires/fire_records.hpp"
 

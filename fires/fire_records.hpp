@@ -17,7 +17,7 @@
 #include <variant>
 #include <vector>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 
 namespace ombrine {
 

@@ -5,10 +5,10 @@
 #include <cstdio>
 #include <numbers>
 
-#include "core/screen_words.hpp"
-#include "core/value_json.hpp"
+#include "core/values/screen_words.hpp"
+#include "core/values/value_json.hpp"
 #include "fires/fire_loading_policy.hpp"
-#include "core/compass.hpp"
+#include "core/values/compass.hpp"
 
 namespace ombrine {
 

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "core/date.hpp"
-#include "core/screen_words.hpp"
+#include "core/values/date.hpp"
+#include "core/values/screen_words.hpp"
 #include "fires/fire_map_loader.hpp"
 #include "fires/fire_records.hpp"
 

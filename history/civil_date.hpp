@@ -5,7 +5,7 @@
 #include <cmath>
 #include <cstdint>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 
 namespace ombrine {
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "history/climate_decoding.hpp"
 #include "history/climate_merge.hpp"
 

@@ -26,12 +26,12 @@
 #include <string>
 #include <vector>
 
-#include "core/credentials.hpp"
-#include "core/location.hpp"
-#include "core/service_endpoints.hpp"
+#include "core/fetch/credentials.hpp"
+#include "core/values/location.hpp"
+#include "core/fetch/service_endpoints.hpp"
 #include "history/climate_records.hpp"
 #include "platform/http_client.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 
 namespace ombrine {
 

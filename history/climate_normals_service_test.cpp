@@ -10,7 +10,7 @@
 #include <filesystem>
 #include <functional>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "history/climate_decoding.hpp"
 #include "history/climate_merge.hpp"
 #include "persistence/historical_weather_cache.hpp"

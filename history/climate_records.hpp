@@ -13,8 +13,8 @@
 #include <tuple>
 #include <vector>
 
-#include "core/measurements.hpp"
-#include "core/value_json.hpp"
+#include "core/values/measurements.hpp"
+#include "core/values/value_json.hpp"
 
 namespace ombrine {
 

@@ -13,9 +13,9 @@
 #include <optional>
 #include <vector>
 
-#include "core/date.hpp"
-#include "core/location.hpp"
-#include "core/time_zone.hpp"
+#include "core/values/date.hpp"
+#include "core/values/location.hpp"
+#include "core/values/time_zone.hpp"
 #include "history/civil_date.hpp"
 #include "history/solar_events.hpp"
 

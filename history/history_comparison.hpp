@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
-#include "core/location.hpp"
-#include "core/time_zone.hpp"
+#include "core/values/location.hpp"
+#include "core/values/time_zone.hpp"
 #include "history/climate_records.hpp"
 #include "history/daily_sun_times.hpp"
 

@@ -13,8 +13,8 @@
 #include <optional>
 #include <variant>
 
-#include "core/date.hpp"
-#include "core/location.hpp"
+#include "core/values/date.hpp"
+#include "core/values/location.hpp"
 
 namespace ombrine {
 

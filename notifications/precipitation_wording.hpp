@@ -13,7 +13,7 @@
 
 #include <unicode/locid.h>
 
-#include "core/measurements.hpp"
+#include "core/values/measurements.hpp"
 
 namespace ombrine {
 

@@ -5,8 +5,8 @@
 #include <charconv>
 #include <cmath>
 
-#include "core/errors.hpp"
-#include "core/value_json.hpp"
+#include "core/values/errors.hpp"
+#include "core/values/value_json.hpp"
 #include "platform/key_value_store_json.hpp"
 
 namespace ombrine {

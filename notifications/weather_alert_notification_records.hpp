@@ -23,8 +23,8 @@
 #include <string_view>
 #include <vector>
 
-#include "core/date.hpp"
-#include "core/uuid.hpp"
+#include "core/values/date.hpp"
+#include "core/values/uuid.hpp"
 
 namespace ombrine {
 

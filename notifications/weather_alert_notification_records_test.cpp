@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "platform/key_value_store_json.hpp"
 
 namespace ombrine {

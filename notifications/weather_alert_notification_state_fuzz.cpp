@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "core/errors.hpp"
-#include "core/value_json.hpp"
+#include "core/values/errors.hpp"
+#include "core/values/value_json.hpp"
 #include "notifications/weather_alert_notification_records.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -24,8 +24,8 @@
 
 #include <unicode/locid.h>
 
-#include "core/one_call_weather.hpp"
-#include "core/time_zone.hpp"
+#include "core/record/one_call_weather.hpp"
+#include "core/values/time_zone.hpp"
 #include "notifications/weather_alert_notification_state.hpp"
 #include "notifications/weather_alert_notification_store.hpp"
 #include "platform/clock.hpp"

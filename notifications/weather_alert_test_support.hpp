@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <string>
 
-#include "core/one_call_weather.hpp"
+#include "core/record/one_call_weather.hpp"
 
 namespace ombrine::testing_support {
 

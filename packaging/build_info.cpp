@@ -4,7 +4,7 @@
 
 #include <system_error>
 
-#include "core/provider_dispatch.hpp"
+#include "core/fetch/provider_dispatch.hpp"
 #include "platform/paths.hpp"
 
 namespace ombrine::packaging {

@@ -37,7 +37,7 @@
 
 #include "platform/cloud_key_value_store.hpp"
 #include "platform/log.hpp"
-#include "platform/observer_list.hpp"
+#include "platform/async/observer_list.hpp"
 #include "platform/thread_annotations.hpp"
 
 namespace ombrine {

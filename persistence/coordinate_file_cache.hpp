@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/location.hpp"
+#include "core/values/location.hpp"
 
 namespace ombrine {
 

@@ -14,7 +14,7 @@
 
 #include <fmt/format.h>
 
-#include "core/async_deadline_coordinator.hpp"
+#include "platform/async/async_deadline_coordinator.hpp"
 #include "platform/atomic_file.hpp"
 
 namespace ombrine {

@@ -27,11 +27,11 @@
 #include <boost/asio/execution_context.hpp>
 #include <boost/asio/query.hpp>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 #include "platform/clock.hpp"
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 
 namespace ombrine {
 

@@ -15,7 +15,7 @@
 #include <variant>
 #include <vector>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 #include "persistence/coordinated_file.hpp"
 #include "platform/atomic_file.hpp"
 #include "platform/errors.hpp"

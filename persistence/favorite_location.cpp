@@ -1,6 +1,6 @@
 #include "persistence/favorite_location.hpp"
 
-#include "core/location_json.hpp"
+#include "core/values/location_json.hpp"
 
 namespace ombrine {
 

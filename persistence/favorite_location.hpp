@@ -12,10 +12,10 @@
 #include <string_view>
 #include <vector>
 
-#include "core/location.hpp"
-#include "core/time_zone.hpp"
-#include "core/uuid.hpp"
-#include "core/value_json.hpp"
+#include "core/values/location.hpp"
+#include "core/values/time_zone.hpp"
+#include "core/values/uuid.hpp"
+#include "core/values/value_json.hpp"
 
 namespace ombrine {
 

@@ -17,7 +17,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/uuid.hpp"
+#include "core/values/uuid.hpp"
 #include "persistence/cloud_value_store.hpp"
 #include "persistence/favorite_location.hpp"
 

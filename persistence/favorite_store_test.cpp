@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "platform/testing/in_memory_key_value_store.hpp"
 
 namespace ombrine {

@@ -7,11 +7,11 @@
 #include <utility>
 #include <vector>
 
-#include "core/errors.hpp"
-#include "core/value_json.hpp"
+#include "core/values/errors.hpp"
+#include "core/values/value_json.hpp"
 #include "persistence/coordinated_value_cache.hpp"
 #include "platform/atomic_file.hpp"
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/thread_annotations.hpp"
 
 namespace ombrine {

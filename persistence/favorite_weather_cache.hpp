@@ -24,10 +24,10 @@
 #include <string>
 #include <string_view>
 
-#include "core/uuid.hpp"
+#include "core/values/uuid.hpp"
 #include "persistence/weather_cache.hpp"
 #include "platform/clock.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 
 namespace ombrine {
 

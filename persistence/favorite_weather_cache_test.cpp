@@ -7,8 +7,8 @@
 #include <fstream>
 #include <thread>
 
-#include "core/errors.hpp"
-#include "core/testing_records.hpp"
+#include "core/values/errors.hpp"
+#include "core/record/testing_records.hpp"
 #include "persistence/persistence_test_support.hpp"
 #include "platform/atomic_file.hpp"
 #include "platform/runtime.hpp"

@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 
-#include "core/value_json.hpp"
+#include "core/values/value_json.hpp"
 #include "persistence/coordinate_file_cache.hpp"
 #include "platform/atomic_file.hpp"
 #include "platform/errors.hpp"

@@ -16,7 +16,7 @@
 #include <optional>
 #include <string>
 
-#include "core/location.hpp"
+#include "core/values/location.hpp"
 
 namespace ombrine {
 

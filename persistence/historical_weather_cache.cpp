@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <system_error>
 
-#include "core/location.hpp"
+#include "core/values/location.hpp"
 #include "persistence/coordinate_file_cache.hpp"
 #include "platform/atomic_file.hpp"
 #include "platform/log.hpp"

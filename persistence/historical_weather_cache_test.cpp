@@ -7,7 +7,7 @@
 #include <cmath>
 #include <fstream>
 
-#include "core/location.hpp"
+#include "core/values/location.hpp"
 #include "persistence/coordinate_file_cache.hpp"
 #include "persistence/geocode_cache.hpp"
 #include "persistence/persistence_test_support.hpp"

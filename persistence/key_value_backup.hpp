@@ -16,8 +16,8 @@
 #include <string_view>
 #include <vector>
 
-#include "core/date.hpp"
-#include "core/time_zone.hpp"
+#include "core/values/date.hpp"
+#include "core/values/time_zone.hpp"
 #include "platform/cloud_key_value_store.hpp"
 #include "platform/key_value_store.hpp"
 

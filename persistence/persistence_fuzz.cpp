@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "persistence/favorite_weather_cache.hpp"
 #include "persistence/geocode_cache.hpp"
 #include "persistence/weather_cache.hpp"

@@ -12,8 +12,8 @@
 #include <map>
 #include <string>
 
-#include "core/date.hpp"
-#include "core/location.hpp"
+#include "core/values/date.hpp"
+#include "core/values/location.hpp"
 #include "persistence/coordinated_value_cache.hpp"
 #include "platform/testing/scratch_folder.hpp"
 

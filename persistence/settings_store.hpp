@@ -26,7 +26,7 @@
 //
 // The pending request lives in the shared defaults under
 // "SettingsStore.pendingImmediateWeatherProviderFetchRequest" as the JSON of
-// core/provider_settings.hpp (as data); unreadable content reads as no request.
+// core/fetch/provider_settings.hpp (as data); unreadable content reads as no request.
 //
 // Thread-safe. Observers run after a change, with no lock held, on the thread that made or
 // noticed it. The cloud store, the defaults and the clock must outlive the store.
@@ -42,13 +42,13 @@
 #include <thread>
 #include <vector>
 
-#include "core/provider_settings.hpp"
-#include "core/weather_data_source.hpp"
+#include "core/fetch/provider_settings.hpp"
+#include "core/values/weather_data_source.hpp"
 #include "platform/clock.hpp"
 #include "platform/cloud_key_value_store.hpp"
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/key_value_store.hpp"
-#include "platform/observer_list.hpp"
+#include "platform/async/observer_list.hpp"
 #include "platform/thread_annotations.hpp"
 
 namespace ombrine {

@@ -6,11 +6,11 @@
 #include <exception>
 #include <unordered_map>
 
-#include "core/location_json.hpp"
-#include "core/value_json.hpp"
+#include "core/values/location_json.hpp"
+#include "core/values/value_json.hpp"
 #include "persistence/coordinated_value_cache.hpp"
 #include "platform/atomic_file.hpp"
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 
 namespace ombrine {
 

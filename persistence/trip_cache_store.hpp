@@ -29,10 +29,10 @@
 #include <utility>
 #include <vector>
 
-#include "core/date.hpp"
-#include "core/location.hpp"
-#include "core/uuid.hpp"
-#include "core/weather_data_source.hpp"
+#include "core/values/date.hpp"
+#include "core/values/location.hpp"
+#include "core/values/uuid.hpp"
+#include "core/values/weather_data_source.hpp"
 #include "persistence/weather_cache.hpp"
 
 namespace ombrine {

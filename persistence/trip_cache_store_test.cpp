@@ -10,7 +10,7 @@
 #include <fstream>
 #include <thread>
 
-#include "core/testing_records.hpp"
+#include "core/record/testing_records.hpp"
 #include "persistence/coordinated_file.hpp"
 #include "persistence/persistence_test_support.hpp"
 #include "platform/atomic_file.hpp"

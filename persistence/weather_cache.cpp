@@ -9,10 +9,10 @@
 #include <utility>
 #include <vector>
 
-#include "core/location_json.hpp"
-#include "core/one_call_weather_json.hpp"
-#include "core/value_json.hpp"
-#include "core/weather_derived.hpp"
+#include "core/values/location_json.hpp"
+#include "core/record/one_call_weather_json.hpp"
+#include "core/values/value_json.hpp"
+#include "core/record/weather_derived.hpp"
 #include "persistence/coordinated_file.hpp"
 #include "persistence/trip_cache_store.hpp"
 #include "platform/atomic_file.hpp"

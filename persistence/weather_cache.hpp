@@ -13,14 +13,14 @@
 #include <string>
 #include <string_view>
 
-#include "core/date.hpp"
-#include "core/location.hpp"
-#include "core/one_call_weather.hpp"
-#include "core/uuid.hpp"
-#include "core/value_json.hpp"
-#include "core/weather_data_source.hpp"
+#include "core/values/date.hpp"
+#include "core/values/location.hpp"
+#include "core/record/one_call_weather.hpp"
+#include "core/values/uuid.hpp"
+#include "core/values/value_json.hpp"
+#include "core/values/weather_data_source.hpp"
 #include "platform/clock.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 
 namespace ombrine {
 
@@ -35,7 +35,7 @@ class TripCacheCore;
 //
 // JSON, keys in this order: "name" (string), "location" ({"latitude", "longitude"}, numbers),
 // "region" (the two-letter code, left out when absent), "weather" (the OneCallWeather form of
-// core/one_call_weather_json.hpp). Equality: `location` by coordinate (Location's own rule).
+// core/record/one_call_weather_json.hpp). Equality: `location` by coordinate (Location's own rule).
 struct CachedWeather {
   std::string name;
   Location location;

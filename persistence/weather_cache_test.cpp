@@ -7,8 +7,8 @@
 #include <fstream>
 #include <thread>
 
-#include "core/testing_records.hpp"
-#include "core/value_json.hpp"
+#include "core/record/testing_records.hpp"
+#include "core/values/value_json.hpp"
 #include "persistence/coordinated_file.hpp"
 #include "persistence/persistence_test_support.hpp"
 #include "platform/atomic_file.hpp"

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "core/geocoder.hpp"
+#include "core/fetch/geocoder.hpp"
 
 namespace ombrine {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/location.hpp"
+#include "core/values/location.hpp"
 
 namespace ombrine {
 
@@ -16,7 +16,7 @@ namespace ombrine {
 bool looksLikeCoordinate(std::string_view text) noexcept;
 
 // Reads "latitude,longitude" in decimal degrees; a comma, spaces or both separate the two.
-// Raises InvalidPlaceQuery (core/geocoder.hpp) naming what is wrong: a malformed text, or a
+// Raises InvalidPlaceQuery (core/fetch/geocoder.hpp) naming what is wrong: a malformed text, or a
 // latitude outside -90…90 or a longitude outside -180…180.
 Location parseCoordinate(std::string_view text);
 

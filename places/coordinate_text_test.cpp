@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "core/geocoder.hpp"
+#include "core/fetch/geocoder.hpp"
 
 namespace ombrine {
 namespace {

@@ -26,7 +26,7 @@
 #include <optional>
 #include <vector>
 
-#include "core/geocoder.hpp"
+#include "core/fetch/geocoder.hpp"
 #include "places/place_index.hpp"
 #include "places/time_zone_grid.hpp"
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <thread>
 
-#include "core/geo_naming.hpp"
+#include "core/values/geo_naming.hpp"
 #include "places/places_test_data.hpp"
 #include "platform/errors.hpp"
 

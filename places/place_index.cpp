@@ -6,7 +6,7 @@
 #include <numbers>
 #include <utility>
 
-#include "core/location.hpp"
+#include "core/values/location.hpp"
 
 namespace ombrine {
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "core/location.hpp"
+#include "core/values/location.hpp"
 #include "places/places_test_data.hpp"
 #include "places/search_key.hpp"
 #include "platform/errors.hpp"

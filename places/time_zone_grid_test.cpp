@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "core/time_zone.hpp"
+#include "core/values/time_zone.hpp"
 #include "places/places_test_data.hpp"
 #include "platform/errors.hpp"
 

@@ -4,7 +4,7 @@
 
 #include <chrono>
 
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 
 namespace ombrine {
 

@@ -27,7 +27,7 @@
 #include <vector>
 
 #include "platform/key_value_store.hpp"
-#include "platform/observer_list.hpp"
+#include "platform/async/observer_list.hpp"
 #include "platform/thread_annotations.hpp"
 
 namespace ombrine {
@@ -61,7 +61,7 @@ class CloudKeyValueStore : public KeyValueStore {
 
   // Registers an observer of external changes; it stays registered while the returned
   // subscription lives. Cancelling it waits for a call running on another thread
-  // (platform/observer_list.hpp).
+  // (platform/async/observer_list.hpp).
   [[nodiscard]] virtual Subscription observeExternalChanges(Observer observer) = 0;
 
   // Given the value the shared store holds for a key now (nothing: absent), the value it should

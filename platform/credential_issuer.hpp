@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 
 namespace ombrine {
 

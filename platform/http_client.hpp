@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 
 namespace ombrine {
 

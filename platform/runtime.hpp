@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 
 namespace ombrine {
 

@@ -23,7 +23,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "core/uuid.hpp"
+#include "core/values/uuid.hpp"
 #include "platform/clock.hpp"
 #include "radar/atomic_set.hpp"
 #include "radar/caching_tile_overlay.hpp"

@@ -6,8 +6,8 @@
 #include <cmath>
 #include <tuple>
 
-#include "core/iso8601.hpp"
-#include "core/value_json.hpp"
+#include "core/values/iso8601.hpp"
+#include "core/values/value_json.hpp"
 
 namespace ombrine {
 

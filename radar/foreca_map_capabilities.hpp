@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 #include "radar/radar_frames.hpp"
 
 namespace ombrine {

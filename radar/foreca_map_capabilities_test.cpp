@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 
 namespace ombrine {
 namespace {

@@ -1,10 +1,10 @@
 #pragma once
-// Rectangles of map points (core/geo.hpp: a square world of 2^28 points, y growing south),
+// Rectangles of map points (core/values/geo.hpp: a square world of 2^28 points, y growing south),
 // what a map view asks its overlays to draw. Plain values.
 
 #include <algorithm>
 
-#include "core/geo.hpp"
+#include "core/values/geo.hpp"
 
 namespace ombrine {
 

@@ -5,7 +5,7 @@
 
 #include <cairo.h>
 
-#include "core/geo.hpp"
+#include "core/values/geo.hpp"
 #include "radar/map_rect.hpp"
 
 namespace ombrine {

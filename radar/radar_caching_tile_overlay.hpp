@@ -20,9 +20,9 @@
 #include <string>
 #include <unordered_map>
 
-#include "core/uuid.hpp"
+#include "core/values/uuid.hpp"
 #include "platform/clock.hpp"
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/http_cache.hpp"
 #include "platform/http_client.hpp"
 #include "radar/caching_tile_overlay.hpp"

@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "core/date.hpp"
-#include "core/time_zone.hpp"
+#include "core/values/date.hpp"
+#include "core/values/time_zone.hpp"
 
 namespace ombrine {
 

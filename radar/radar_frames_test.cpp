@@ -5,7 +5,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 
 namespace ombrine {
 namespace {

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "radar/foreca_map_capabilities.hpp"
 #include "radar/radar_frames.hpp"
 #include "radar/tile_token_manager.hpp"

@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "platform/exception_message.hpp"
 
 namespace ombrine {

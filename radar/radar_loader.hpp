@@ -9,8 +9,8 @@
 
 #include <string>
 
-#include "core/date.hpp"
-#include "core/time_zone.hpp"
+#include "core/values/date.hpp"
+#include "core/values/time_zone.hpp"
 #include "platform/http_client.hpp"
 #include "radar/foreca_map_capabilities.hpp"
 #include "radar/radar_frames.hpp"

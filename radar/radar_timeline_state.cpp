@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "core/iso8601.hpp"
+#include "core/values/iso8601.hpp"
 #include "platform/errors.hpp"
 
 namespace ombrine {

@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 
 namespace ombrine {
 

@@ -17,8 +17,8 @@
 #include <string>
 #include <unordered_map>
 
-#include "core/date.hpp"
-#include "core/uuid.hpp"
+#include "core/values/date.hpp"
+#include "core/values/uuid.hpp"
 
 namespace ombrine {
 

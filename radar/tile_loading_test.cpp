@@ -10,7 +10,7 @@
 #include <filesystem>
 #include <future>
 
-#include "core/service_endpoints.hpp"
+#include "core/fetch/service_endpoints.hpp"
 #include "platform/caching_http_client.hpp"
 #include "platform/log.hpp"
 #include "platform/linux/curl_http_client.hpp"

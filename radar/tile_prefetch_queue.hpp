@@ -11,7 +11,7 @@
 #include <unordered_set>
 #include <utility>
 
-#include "core/uuid.hpp"
+#include "core/values/uuid.hpp"
 
 namespace ombrine {
 

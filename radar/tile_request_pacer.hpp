@@ -8,7 +8,7 @@
 #include <mutex>
 
 #include "platform/clock.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 
 namespace ombrine {
 

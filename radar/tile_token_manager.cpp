@@ -5,8 +5,8 @@
 
 #include <algorithm>
 
-#include "core/errors.hpp"
-#include "core/value_json.hpp"
+#include "core/values/errors.hpp"
+#include "core/values/value_json.hpp"
 
 namespace ombrine {
 

@@ -23,9 +23,9 @@
 #include <utility>
 #include <vector>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 #include "platform/clock.hpp"
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/credential_issuer.hpp"
 #include "platform/http_client.hpp"
 #include "platform/key_value_store.hpp"

@@ -9,8 +9,8 @@
 #include <mutex>
 #include <thread>
 
-#include "core/errors.hpp"
-#include "core/value_json.hpp"
+#include "core/values/errors.hpp"
+#include "core/values/value_json.hpp"
 #include "platform/linux/curl_http_client.hpp"
 #include "platform/linux/signing_credential_issuer.hpp"
 #include "platform/runtime.hpp"

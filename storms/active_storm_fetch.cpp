@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 #include "platform/exception_message.hpp"
 #include "platform/log.hpp"

@@ -18,10 +18,10 @@
 #include <stdexcept>
 #include <vector>
 
-#include "core/service_endpoints.hpp"
+#include "core/fetch/service_endpoints.hpp"
 #include "platform/clock.hpp"
 #include "platform/http_client.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 #include "storms/storm.hpp"
 
 namespace ombrine {

@@ -7,7 +7,7 @@
 #include <cmath>
 #include <set>
 
-#include "core/location.hpp"
+#include "core/values/location.hpp"
 #include "storms/text_pattern.hpp"
 
 namespace ombrine {

@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 #include "storms/jtwc_feed.hpp"
 #include "storms/storm.hpp"
 

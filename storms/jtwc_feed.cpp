@@ -6,7 +6,7 @@
 #include <memory>
 #include <set>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "storms/storm_http.hpp"
 #include "storms/storm_time.hpp"
 #include "storms/text_pattern.hpp"

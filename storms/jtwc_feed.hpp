@@ -16,10 +16,10 @@
 
 #include <boost/url/url.hpp>
 
-#include "core/date.hpp"
-#include "core/service_endpoints.hpp"
+#include "core/values/date.hpp"
+#include "core/fetch/service_endpoints.hpp"
 #include "platform/http_client.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 #include "storms/storm.hpp"
 
 namespace ombrine {

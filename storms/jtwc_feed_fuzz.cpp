@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "platform/icu_setup.hpp"
 #include "storms/jtwc_feed.hpp"
 

@@ -6,7 +6,7 @@
 #include <set>
 #include <type_traits>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "platform/errors.hpp"
 #include "platform/exception_message.hpp"
 #include "platform/log.hpp"

@@ -10,9 +10,9 @@
 #include <string_view>
 #include <vector>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 #include "platform/http_client.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 #include "storms/jtwc_feed.hpp"
 #include "storms/nhc_feed.hpp"
 #include "storms/storm.hpp"

@@ -3,7 +3,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "storms/jtwc_feed.hpp"
 #include "storms/jtwc_storms.hpp"
 #include "storms/storm_time.hpp"

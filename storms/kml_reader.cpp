@@ -6,7 +6,7 @@
 #include <cmath>
 #include <memory>
 
-#include "core/iso8601.hpp"
+#include "core/values/iso8601.hpp"
 #include "platform/errors.hpp"
 #include "storms/storm_time.hpp"
 #include "storms/text_pattern.hpp"

@@ -26,7 +26,7 @@
 #include <variant>
 #include <vector>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 
 namespace ombrine {
 

@@ -3,8 +3,8 @@
 #include <boost/json/parse.hpp>
 #include <boost/url/parse.hpp>
 
-#include "core/errors.hpp"
-#include "core/iso8601.hpp"
+#include "core/values/errors.hpp"
+#include "core/values/iso8601.hpp"
 #include "storms/storm_http.hpp"
 #include "storms/text_pattern.hpp"
 

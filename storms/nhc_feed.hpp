@@ -10,9 +10,9 @@
 #include <string_view>
 #include <vector>
 
-#include "core/service_endpoints.hpp"
+#include "core/fetch/service_endpoints.hpp"
 #include "platform/http_client.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 #include "storms/storm.hpp"
 
 namespace ombrine {

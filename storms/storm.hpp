@@ -16,7 +16,7 @@
 
 #include <unicode/locid.h>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 
 namespace ombrine {
 

@@ -1,6 +1,6 @@
 #include "storms/storm_http.hpp"
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "platform/errors.hpp"
 
 namespace ombrine {

@@ -12,7 +12,7 @@
 #include <string_view>
 
 #include "platform/http_client.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 
 namespace ombrine {
 

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cmath>
 
-#include "core/iso8601.hpp"
-#include "core/location.hpp"
-#include "core/value_json.hpp"
+#include "core/values/iso8601.hpp"
+#include "core/values/location.hpp"
+#include "core/values/value_json.hpp"
 #include "platform/errors.hpp"
 #include "platform/exception_message.hpp"
 #include "platform/log.hpp"

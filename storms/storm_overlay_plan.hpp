@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 #include "platform/http_client.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 #include "storms/kml_reader.hpp"
 #include "storms/storm.hpp"
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "core/value_json.hpp"
+#include "core/values/value_json.hpp"
 #include "storms/storm_time.hpp"
 
 namespace ombrine {

@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <cmath>
 
-#include "core/iso8601.hpp"
-#include "core/value_json.hpp"
+#include "core/values/iso8601.hpp"
+#include "core/values/value_json.hpp"
 #include "storms/active_storm_merger.hpp"
-#include "core/compass.hpp"
+#include "core/values/compass.hpp"
 
 namespace ombrine {
 

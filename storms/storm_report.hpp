@@ -9,8 +9,8 @@
 
 #include <unicode/locid.h>
 
-#include "core/location.hpp"
-#include "core/screen_words.hpp"
+#include "core/values/location.hpp"
+#include "core/values/screen_words.hpp"
 #include "storms/storm.hpp"
 #include "storms/storm_overlay_plan.hpp"
 

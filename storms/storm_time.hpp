@@ -7,7 +7,7 @@
 #include <optional>
 #include <string_view>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 
 namespace ombrine {
 

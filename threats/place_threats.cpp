@@ -6,7 +6,7 @@
 #include <cmath>
 #include <numbers>
 
-#include "core/value_json.hpp"
+#include "core/values/value_json.hpp"
 
 namespace ombrine {
 

@@ -14,10 +14,10 @@
 #include <string>
 #include <vector>
 
-#include "core/date.hpp"
-#include "core/location.hpp"
-#include "core/one_call_weather.hpp"
-#include "core/screen_words.hpp"
+#include "core/values/date.hpp"
+#include "core/values/location.hpp"
+#include "core/record/one_call_weather.hpp"
+#include "core/values/screen_words.hpp"
 #include "fires/fire_report.hpp"
 #include "storms/storm.hpp"
 #include "storms/storm_overlay_plan.hpp"

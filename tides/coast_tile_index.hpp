@@ -1,5 +1,5 @@
 #pragma once
-// The exact second step of the tide gate: shore segments in map points (core/geo.hpp),
+// The exact second step of the tide gate: shore segments in map points (core/values/geo.hpp),
 // bucketed by square tiles of latitude and longitude, read from "coastline_tiles.bin".
 //
 // File layout (little-endian, no padding, fields at any offset):
@@ -27,7 +27,7 @@
 #include <utility>
 #include <vector>
 
-#include "core/geo.hpp"
+#include "core/values/geo.hpp"
 #include "tides/coast_resource.hpp"
 
 namespace ombrine {

@@ -12,7 +12,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/tide_records.hpp"
+#include "core/record/tide_records.hpp"
 
 namespace ombrine {
 

@@ -14,10 +14,10 @@
 #include <unicode/uchar.h>
 #include <unicode/utf8.h>
 
-#include "core/errors.hpp"
-#include "core/iso8601.hpp"
-#include "core/tide_records_json.hpp"
-#include "core/value_json.hpp"
+#include "core/values/errors.hpp"
+#include "core/values/iso8601.hpp"
+#include "core/record/tide_records_json.hpp"
+#include "core/values/value_json.hpp"
 #include "platform/atomic_file.hpp"
 #include "platform/paths.hpp"
 

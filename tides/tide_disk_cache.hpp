@@ -29,10 +29,10 @@
 #include <string_view>
 #include <vector>
 
-#include "core/date.hpp"
-#include "core/tide_records.hpp"
+#include "core/values/date.hpp"
+#include "core/record/tide_records.hpp"
 #include "platform/clock.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 #include "tides/tide_feeds.hpp"
 
 namespace ombrine {

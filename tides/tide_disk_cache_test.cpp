@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "core/value_json.hpp"
+#include "core/values/value_json.hpp"
 #include "platform/atomic_file.hpp"
 #include "platform/runtime.hpp"
 #include "platform/testing/fake_clock.hpp"

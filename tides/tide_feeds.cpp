@@ -8,9 +8,9 @@
 
 #include <fmt/format.h>
 
-#include "core/iso8601.hpp"
-#include "core/tide_records_json.hpp"
-#include "core/value_json.hpp"
+#include "core/values/iso8601.hpp"
+#include "core/record/tide_records_json.hpp"
+#include "core/values/value_json.hpp"
 
 namespace ombrine {
 

@@ -16,8 +16,8 @@
 #include <string_view>
 #include <vector>
 
-#include "core/date.hpp"
-#include "core/tide_records.hpp"
+#include "core/values/date.hpp"
+#include "core/record/tide_records.hpp"
 
 namespace ombrine {
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "tides/tide_disk_cache.hpp"
 #include "tides/tide_feeds.hpp"
 

@@ -12,7 +12,7 @@
 
 #include <unicode/locid.h>
 
-#include "core/tide_records.hpp"
+#include "core/record/tide_records.hpp"
 
 namespace ombrine {
 

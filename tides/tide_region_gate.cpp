@@ -4,7 +4,7 @@
 #include <cmath>
 #include <limits>
 
-#include "core/geo.hpp"
+#include "core/values/geo.hpp"
 
 namespace ombrine {
 

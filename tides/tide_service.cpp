@@ -9,9 +9,9 @@
 #include <cmath>
 #include <numbers>
 
-#include "core/errors.hpp"
-#include "core/iso8601.hpp"
-#include "platform/coroutines.hpp"
+#include "core/values/errors.hpp"
+#include "core/values/iso8601.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 #include "platform/exception_message.hpp"
 #include "platform/log.hpp"

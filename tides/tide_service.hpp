@@ -32,12 +32,12 @@
 #include <string_view>
 #include <vector>
 
-#include "core/date.hpp"
-#include "core/service_endpoints.hpp"
-#include "core/tide_records.hpp"
+#include "core/values/date.hpp"
+#include "core/fetch/service_endpoints.hpp"
+#include "core/record/tide_records.hpp"
 #include "platform/clock.hpp"
 #include "platform/http_client.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 #include "tides/tide_disk_cache.hpp"
 #include "tides/tide_feeds.hpp"
 #include "tides/tide_region_gate.hpp"

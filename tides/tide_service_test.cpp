@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "platform/errors.hpp"
 #include "platform/linux/curl_http_client.hpp"
 #include "platform/runtime.hpp"

@@ -10,7 +10,7 @@
 #include <unicode/numberformatter.h>
 #include <unicode/timezone.h>
 
-#include "core/unit_rules.hpp"
+#include "core/values/unit_rules.hpp"
 
 namespace ombrine {
 

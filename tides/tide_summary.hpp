@@ -18,10 +18,10 @@
 
 #include <unicode/locid.h>
 
-#include "core/date.hpp"
-#include "core/screen_words.hpp"
-#include "core/tide_records.hpp"
-#include "core/time_zone.hpp"
+#include "core/values/date.hpp"
+#include "core/values/screen_words.hpp"
+#include "core/record/tide_records.hpp"
+#include "core/values/time_zone.hpp"
 #include "tides/tide_format.hpp"
 
 namespace ombrine {

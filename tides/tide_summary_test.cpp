@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "core/iso8601.hpp"
+#include "core/values/iso8601.hpp"
 #include "platform/icu_setup.hpp"
 #include "tides/tide_summary.hpp"
 

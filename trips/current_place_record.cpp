@@ -4,8 +4,8 @@
 
 #include <stdexcept>
 
-#include "core/errors.hpp"
-#include "core/weather_derived.hpp"
+#include "core/values/errors.hpp"
+#include "core/record/weather_derived.hpp"
 #include "platform/errors.hpp"
 #include "platform/log.hpp"
 

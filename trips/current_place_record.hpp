@@ -13,12 +13,12 @@
 #include <optional>
 #include <string>
 
-#include "core/location.hpp"
+#include "core/values/location.hpp"
 #include "persistence/favorite_location.hpp"
 #include "persistence/favorite_weather_cache.hpp"
 #include "persistence/weather_cache.hpp"
 #include "platform/clock.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 #include "trips/trip_forecast.hpp"
 
 namespace ombrine {

@@ -5,7 +5,7 @@
 #include <memory>
 #include <unordered_set>
 
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 #include "trips/trip_calendar.hpp"
 #include "trips/trip_rules.hpp"

@@ -9,8 +9,8 @@
 #include <fstream>
 #include <map>
 
-#include "core/errors.hpp"
-#include "platform/coroutines.hpp"
+#include "core/values/errors.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/runtime.hpp"
 #include "platform/testing/async_testing.hpp"
 #include "platform/testing/fake_clock.hpp"

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "core/location_json.hpp"
+#include "core/values/location_json.hpp"
 
 namespace ombrine {
 

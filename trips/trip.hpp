@@ -27,8 +27,8 @@
 // identifier the zone database does not know fails ("unknown time zone"): a trip whose days cannot
 // be placed is not a trip.
 //
-// Failures: decoders raise DecodingError (core/errors.hpp) naming the place of the fault
-// ("[2].dates.from: missing key"); encoders raise EncodingError (core/value_json.hpp) for a
+// Failures: decoders raise DecodingError (core/values/errors.hpp) naming the place of the fault
+// ("[2].dates.from: missing key"); encoders raise EncodingError (core/values/value_json.hpp) for a
 // non-finite number. No input makes a decoder crash.
 
 #include <boost/json/value.hpp>
@@ -38,11 +38,11 @@
 #include <string_view>
 #include <vector>
 
-#include "core/date.hpp"
-#include "core/location.hpp"
-#include "core/time_zone.hpp"
-#include "core/uuid.hpp"
-#include "core/value_json.hpp"
+#include "core/values/date.hpp"
+#include "core/values/location.hpp"
+#include "core/values/time_zone.hpp"
+#include "core/values/uuid.hpp"
+#include "core/values/value_json.hpp"
 
 namespace ombrine {
 

@@ -13,8 +13,8 @@
 #include <memory>
 #include <optional>
 
-#include "core/date.hpp"
-#include "core/time_zone.hpp"
+#include "core/values/date.hpp"
+#include "core/values/time_zone.hpp"
 
 #include <unicode/uversion.h>
 

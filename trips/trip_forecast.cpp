@@ -3,8 +3,8 @@
 #include <exception>
 #include <memory>
 
-#include "core/errors.hpp"
-#include "platform/coroutines.hpp"
+#include "core/values/errors.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 
 namespace ombrine {

@@ -13,13 +13,13 @@
 #include <string>
 #include <vector>
 
-#include "core/location.hpp"
-#include "core/one_call_weather.hpp"
-#include "core/weather_data_source.hpp"
+#include "core/values/location.hpp"
+#include "core/record/one_call_weather.hpp"
+#include "core/values/weather_data_source.hpp"
 #include "persistence/trip_cache_store.hpp"
 #include "persistence/weather_cache.hpp"
 #include "platform/clock.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 #include "trips/trip.hpp"
 #include "trips/trip_timeline.hpp"
 

@@ -6,8 +6,8 @@
 #include <filesystem>
 #include <mutex>
 
-#include "core/testing_records.hpp"
-#include "platform/coroutines.hpp"
+#include "core/record/testing_records.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/runtime.hpp"
 #include "platform/testing/async_testing.hpp"
 #include "platform/testing/fake_clock.hpp"

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "core/uuid.hpp"
+#include "core/values/uuid.hpp"
 #include "trips/trip_rules.hpp"
 
 namespace ombrine {

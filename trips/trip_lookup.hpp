@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 #include "trips/trip.hpp"
 #include "trips/trip_calendar.hpp"
 

@@ -18,8 +18,8 @@
 #include <variant>
 #include <vector>
 
-#include "core/date.hpp"
-#include "core/location.hpp"
+#include "core/values/date.hpp"
+#include "core/values/location.hpp"
 #include "trips/trip.hpp"
 #include "trips/trip_calendar.hpp"
 

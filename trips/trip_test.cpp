@@ -6,7 +6,7 @@
 #include <sstream>
 #include <string>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "platform/atomic_file.hpp"
 
 namespace ombrine {

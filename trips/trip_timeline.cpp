@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "core/value_json.hpp"
+#include "core/values/value_json.hpp"
 #include "trips/trip_calendar.hpp"
 #include "trips/trip_rules.hpp"
 

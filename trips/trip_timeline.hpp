@@ -16,11 +16,11 @@
 #include <unordered_map>
 #include <vector>
 
-#include "core/date.hpp"
-#include "core/location.hpp"
-#include "core/one_call_weather.hpp"
-#include "core/time_zone.hpp"
-#include "core/uuid.hpp"
+#include "core/values/date.hpp"
+#include "core/values/location.hpp"
+#include "core/record/one_call_weather.hpp"
+#include "core/values/time_zone.hpp"
+#include "core/values/uuid.hpp"
 #include "trips/trip.hpp"
 
 namespace ombrine {

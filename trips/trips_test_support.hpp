@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
-#include "core/time_zone.hpp"
-#include "core/uuid.hpp"
+#include "core/values/time_zone.hpp"
+#include "core/values/uuid.hpp"
 #include "trips/trip_calendar.hpp"
 
 namespace ombrine::trips_testing {

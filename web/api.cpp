@@ -9,14 +9,14 @@
 #include <stdexcept>
 #include <unordered_map>
 
-#include "core/content_view.hpp"
-#include "core/errors.hpp"
-#include "core/geocoder.hpp"
-#include "core/iso8601.hpp"
-#include "core/one_call_weather_json.hpp"
-#include "core/tide_records_json.hpp"
-#include "core/unit_rules.hpp"
-#include "core/value_json.hpp"
+#include "core/fetch/content_view.hpp"
+#include "core/values/errors.hpp"
+#include "core/fetch/geocoder.hpp"
+#include "core/values/iso8601.hpp"
+#include "core/record/one_call_weather_json.hpp"
+#include "core/record/tide_records_json.hpp"
+#include "core/values/unit_rules.hpp"
+#include "core/values/value_json.hpp"
 #include "fires/fire_map_loader.hpp"
 #include "fires/fire_report.hpp"
 #include "history/civil_date.hpp"

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <thread>
 
-#include "core/value_json.hpp"
+#include "core/values/value_json.hpp"
 #include "platform/testing/program_sandbox.hpp"
 #include "sim/sim_server.hpp"
 #include "web/web_server.hpp"

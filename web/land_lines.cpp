@@ -6,7 +6,7 @@
 #include <cmath>
 #include <stdexcept>
 
-#include "core/geo.hpp"
+#include "core/values/geo.hpp"
 
 namespace ombrine::web {
 

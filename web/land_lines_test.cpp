@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "core/geo.hpp"
-#include "core/value_json.hpp"
+#include "core/values/geo.hpp"
+#include "core/values/value_json.hpp"
 
 namespace ombrine::web {
 namespace {

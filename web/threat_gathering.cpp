@@ -2,8 +2,8 @@
 
 #include <future>
 
-#include "core/errors.hpp"
-#include "core/unit_rules.hpp"
+#include "core/values/errors.hpp"
+#include "core/values/unit_rules.hpp"
 #include "fires/fire_map_loader.hpp"
 #include "platform/exception_message.hpp"
 

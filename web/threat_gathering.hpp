@@ -8,7 +8,7 @@
 
 #include <string>
 
-#include "core/location.hpp"
+#include "core/values/location.hpp"
 #include "storms/active_storm_fetch.hpp"
 #include "threats/place_threats.hpp"
 #include "wiring/services.hpp"

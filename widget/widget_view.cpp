@@ -4,7 +4,7 @@
 
 #include <cmath>
 
-#include "core/value_json.hpp"
+#include "core/values/value_json.hpp"
 
 namespace ombrine {
 

@@ -10,9 +10,9 @@
 #include <string>
 #include <string_view>
 
-#include "core/date.hpp"
-#include "core/one_call_weather.hpp"
-#include "core/unit_rules.hpp"
+#include "core/values/date.hpp"
+#include "core/record/one_call_weather.hpp"
+#include "core/values/unit_rules.hpp"
 
 namespace ombrine {
 

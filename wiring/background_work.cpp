@@ -1,10 +1,10 @@
 #include "wiring/background_work.hpp"
 
-#include "core/errors.hpp"
-#include "core/unit_rules.hpp"
+#include "core/values/errors.hpp"
+#include "core/values/unit_rules.hpp"
 #include "persistence/favorite_store.hpp"
 #include "persistence/weather_cache.hpp"
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "wiring/geocode_namer.hpp"
 #include "wiring/weather_alerts.hpp"
 

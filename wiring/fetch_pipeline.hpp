@@ -11,7 +11,7 @@
 #include <optional>
 #include <string>
 
-#include "core/content_view.hpp"
+#include "core/fetch/content_view.hpp"
 #include "wiring/services.hpp"
 
 namespace ombrine {

@@ -2,7 +2,7 @@
 
 #include <functional>
 
-#include "core/geo_naming.hpp"
+#include "core/values/geo_naming.hpp"
 #include "persistence/geocode_cache.hpp"
 
 namespace ombrine {

@@ -9,8 +9,8 @@
 
 #include <filesystem>
 
-#include "core/fetch_dependencies.hpp"
-#include "core/geocoder.hpp"
+#include "core/fetch/fetch_dependencies.hpp"
+#include "core/fetch/geocoder.hpp"
 
 namespace ombrine {
 

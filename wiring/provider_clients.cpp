@@ -1,6 +1,6 @@
 #include "wiring/provider_clients.hpp"
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "providers/bom/bom_client.hpp"
 #include "providers/foreca/foreca_client.hpp"
 #include "providers/openweather/openweather_client.hpp"

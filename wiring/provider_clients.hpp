@@ -10,9 +10,9 @@
 
 #include <string>
 
-#include "core/credentials.hpp"
-#include "core/fetch_dependencies.hpp"
-#include "core/service_endpoints.hpp"
+#include "core/fetch/credentials.hpp"
+#include "core/fetch/fetch_dependencies.hpp"
+#include "core/fetch/service_endpoints.hpp"
 #include "platform/clock.hpp"
 #include "platform/http_client.hpp"
 

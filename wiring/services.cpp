@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 
-#include "core/unit_rules.hpp"
+#include "core/values/unit_rules.hpp"
 #include "fires/bc_wildfire_enrichment.hpp"
 #include "fires/fire_fetch.hpp"
 #include "fires/fire_map_loader.hpp"

@@ -16,13 +16,13 @@
 #include <optional>
 #include <string>
 
-#include "core/credentials.hpp"
-#include "core/data_source_change_tracker.hpp"
-#include "core/fetch_dependencies.hpp"
-#include "core/geocoder.hpp"
-#include "core/network_manager.hpp"
-#include "core/service_endpoints.hpp"
-#include "core/weather_data_source.hpp"
+#include "core/fetch/credentials.hpp"
+#include "core/fetch/data_source_change_tracker.hpp"
+#include "core/fetch/fetch_dependencies.hpp"
+#include "core/fetch/geocoder.hpp"
+#include "core/fetch/network_manager.hpp"
+#include "core/fetch/service_endpoints.hpp"
+#include "core/values/weather_data_source.hpp"
 #include "platform/http_client.hpp"
 #include "platform/linux/desktop_notification_center.hpp"
 #include "platform/linux/file_background_scheduler.hpp"

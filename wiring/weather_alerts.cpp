@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "core/unit_rules.hpp"
+#include "core/values/unit_rules.hpp"
 #include "platform/key_value_store.hpp"
 
 namespace ombrine {

@@ -8,7 +8,7 @@
 #include <string>
 #include <thread>
 
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/runtime.hpp"
 
 namespace ombrine {

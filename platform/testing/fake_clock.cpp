@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 
 namespace ombrine {

@@ -8,7 +8,7 @@
 #include <mutex>
 #include <vector>
 
-#include "platform/coroutines.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 #include "platform/runtime.hpp"
 #include "platform/testing/async_testing.hpp"

@@ -5,8 +5,8 @@
 #include <functional>
 #include <memory>
 
-#include "core/errors.hpp"
-#include "platform/coroutines.hpp"
+#include "core/values/errors.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 #include "platform/log.hpp"
 #include "providers/bom/bom_conversion.hpp"

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "platform/errors.hpp"
 #include "platform/linux/curl_http_client.hpp"
 #include "platform/runtime.hpp"

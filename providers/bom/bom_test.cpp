@@ -9,8 +9,8 @@
 #include <functional>
 #include <sstream>
 
-#include "core/errors.hpp"
-#include "core/one_call_weather_json.hpp"
+#include "core/values/errors.hpp"
+#include "core/record/one_call_weather_json.hpp"
 #include "platform/atomic_file.hpp"
 #include "providers/bom/bom_conversion.hpp"
 #include "providers/bom/bom_wire.hpp"

@@ -2,10 +2,10 @@
 
 #include <boost/json/monotonic_resource.hpp>
 
-#include "core/compass.hpp"
-#include "core/iso8601.hpp"
-#include "core/json_fields.hpp"
-#include "core/saturating_int.hpp"
+#include "core/values/compass.hpp"
+#include "core/values/iso8601.hpp"
+#include "core/values/json_fields.hpp"
+#include "core/values/saturating_int.hpp"
 
 namespace ombrine {
 

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "platform/icu_setup.hpp"
 #include "providers/bom/bom_conversion.hpp"
 #include "providers/bom/bom_wire.hpp"

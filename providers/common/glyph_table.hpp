@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/one_call_weather.hpp"
+#include "core/record/one_call_weather.hpp"
 
 namespace ombrine {
 

@@ -1,6 +1,6 @@
 #include "providers/common/provider_request.hpp"
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "platform/errors.hpp"
 #include "platform/log.hpp"
 #include "platform/retry_after.hpp"

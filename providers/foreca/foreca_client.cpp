@@ -12,9 +12,9 @@
 #include <memory>
 #include <utility>
 
-#include "core/errors.hpp"
-#include "core/weather_derived.hpp"
-#include "platform/coroutines.hpp"
+#include "core/values/errors.hpp"
+#include "core/record/weather_derived.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 #include "platform/log.hpp"
 #include "providers/common/provider_request.hpp"

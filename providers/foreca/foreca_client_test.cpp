@@ -8,8 +8,8 @@
 #include <future>
 #include <thread>
 
-#include "core/errors.hpp"
-#include "platform/coroutines.hpp"
+#include "core/values/errors.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 #include "platform/icu_setup.hpp"
 #include "platform/linux/curl_http_client.hpp"

@@ -10,10 +10,10 @@
 #include <string_view>
 #include <vector>
 
-#include "core/date.hpp"
-#include "core/location.hpp"
-#include "core/one_call_weather.hpp"
-#include "core/time_zone.hpp"
+#include "core/values/date.hpp"
+#include "core/values/location.hpp"
+#include "core/record/one_call_weather.hpp"
+#include "core/values/time_zone.hpp"
 #include "providers/foreca/foreca_wire.hpp"
 
 namespace ombrine {

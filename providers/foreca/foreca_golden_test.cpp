@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <fstream>
 
-#include "core/one_call_weather_json.hpp"
+#include "core/record/one_call_weather_json.hpp"
 #include "providers/foreca/foreca_conversion.hpp"
 #include "providers/foreca/foreca_test_support.hpp"
 

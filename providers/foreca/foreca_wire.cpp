@@ -10,9 +10,9 @@
 #include <limits>
 #include <utility>
 
-#include "core/errors.hpp"
-#include "core/iso8601.hpp"
-#include "core/value_json.hpp"
+#include "core/values/errors.hpp"
+#include "core/values/iso8601.hpp"
+#include "core/values/value_json.hpp"
 #include "providers/foreca/foreca_calendar.hpp"
 
 namespace ombrine {

@@ -30,10 +30,10 @@
 #include <string_view>
 #include <vector>
 
-#include "core/air_quality.hpp"
-#include "core/date.hpp"
-#include "core/measurements.hpp"
-#include "core/time_zone.hpp"
+#include "core/values/air_quality.hpp"
+#include "core/values/date.hpp"
+#include "core/values/measurements.hpp"
+#include "core/values/time_zone.hpp"
 
 namespace ombrine {
 

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 
 namespace ombrine {
 namespace {

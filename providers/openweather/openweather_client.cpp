@@ -4,9 +4,9 @@
 #include <functional>
 #include <memory>
 
-#include "core/errors.hpp"
-#include "core/network_manager.hpp"
-#include "platform/coroutines.hpp"
+#include "core/values/errors.hpp"
+#include "core/fetch/network_manager.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/log.hpp"
 #include "providers/common/provider_request.hpp"
 #include "providers/foreca/foreca_client.hpp"

@@ -23,13 +23,13 @@
 
 #include <boost/url/url.hpp>
 
-#include "core/credentials.hpp"
-#include "core/location.hpp"
-#include "core/one_call_weather.hpp"
-#include "core/service_endpoints.hpp"
+#include "core/fetch/credentials.hpp"
+#include "core/values/location.hpp"
+#include "core/record/one_call_weather.hpp"
+#include "core/fetch/service_endpoints.hpp"
 #include "platform/clock.hpp"
 #include "platform/http_client.hpp"
-#include "platform/task.hpp"
+#include "platform/async/task.hpp"
 
 namespace ombrine {
 

@@ -6,8 +6,8 @@
 #include <cmath>
 #include <numbers>
 
-#include "core/sun_event_rows.hpp"
-#include "core/saturating_int.hpp"
+#include "core/record/sun_event_rows.hpp"
+#include "core/values/saturating_int.hpp"
 
 namespace ombrine {
 

@@ -11,8 +11,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "core/errors.hpp"
-#include "core/one_call_weather_json.hpp"
+#include "core/values/errors.hpp"
+#include "core/record/one_call_weather_json.hpp"
 #include "platform/atomic_file.hpp"
 #include "providers/openweather/openweather_conversion.hpp"
 #include "providers/openweather/openweather_wire.hpp"

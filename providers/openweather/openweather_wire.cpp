@@ -2,8 +2,8 @@
 
 #include <boost/json/monotonic_resource.hpp>
 
-#include "core/json_fields.hpp"
-#include "core/saturating_int.hpp"
+#include "core/values/json_fields.hpp"
+#include "core/values/saturating_int.hpp"
 
 namespace ombrine {
 

@@ -13,8 +13,8 @@
 #include <string_view>
 #include <vector>
 
-#include "core/date.hpp"
-#include "core/measurements.hpp"
+#include "core/values/date.hpp"
+#include "core/values/measurements.hpp"
 
 namespace ombrine {
 

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "platform/icu_setup.hpp"
 #include "providers/openweather/openweather_conversion.hpp"
 #include "providers/openweather/openweather_wire.hpp"

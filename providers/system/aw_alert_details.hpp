@@ -14,8 +14,8 @@
 #include <string_view>
 #include <tuple>
 
-#include "core/date.hpp"
-#include "core/value_json.hpp"
+#include "core/values/date.hpp"
+#include "core/values/value_json.hpp"
 #include "providers/system/weatherkit_wire.hpp"
 
 namespace ombrine {

@@ -14,7 +14,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 
 typedef struct evp_pkey_st EVP_PKEY;
 

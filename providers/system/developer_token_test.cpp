@@ -13,7 +13,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "core/date.hpp"
+#include "core/values/date.hpp"
 #include "platform/errors.hpp"
 #include "providers/system/developer_token.hpp"
 

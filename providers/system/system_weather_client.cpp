@@ -3,10 +3,10 @@
 #include <functional>
 #include <memory>
 
-#include "core/errors.hpp"
-#include "core/iso8601.hpp"
-#include "core/weather_derived.hpp"
-#include "platform/coroutines.hpp"
+#include "core/values/errors.hpp"
+#include "core/values/iso8601.hpp"
+#include "core/record/weather_derived.hpp"
+#include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 #include "platform/log.hpp"
 #include "providers/common/provider_request.hpp"

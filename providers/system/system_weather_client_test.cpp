@@ -8,8 +8,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include "core/errors.hpp"
-#include "core/weather_derived.hpp"
+#include "core/values/errors.hpp"
+#include "core/record/weather_derived.hpp"
 #include "platform/errors.hpp"
 #include "platform/linux/curl_http_client.hpp"
 #include "platform/runtime.hpp"

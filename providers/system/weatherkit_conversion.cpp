@@ -6,8 +6,8 @@
 #include <cmath>
 #include <map>
 
-#include "core/sun_event_rows.hpp"
-#include "core/saturating_int.hpp"
+#include "core/record/sun_event_rows.hpp"
+#include "core/values/saturating_int.hpp"
 #include "providers/system/aw_alert_details.hpp"
 #include "providers/common/glyph_table.hpp"
 

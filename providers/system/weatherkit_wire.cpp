@@ -2,8 +2,8 @@
 
 #include <boost/json/monotonic_resource.hpp>
 
-#include "core/iso8601.hpp"
-#include "core/json_fields.hpp"
+#include "core/values/iso8601.hpp"
+#include "core/values/json_fields.hpp"
 
 namespace ombrine {
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "core/errors.hpp"
+#include "core/values/errors.hpp"
 #include "platform/icu_setup.hpp"
 #include "providers/system/weatherkit_conversion.hpp"
 #include "providers/system/weatherkit_wire.hpp"

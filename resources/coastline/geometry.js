@@ -1,12 +1,12 @@
 'use strict';
 // Coastline geometry shared by the generator and the agreement check: the map projection the
-// library measures in (tides/ and core/geo.hpp), the coastline polylines of the Natural Earth
+// library measures in (tides/ and core/values/geo.hpp), the coastline polylines of the Natural Earth
 // land polygons without their artificial edges, and line simplification.
 
 const topojson = require('topojson-client');
 
 // Spherical Web Mercator on a world of 2^28 map points, origin at the top-left (180° W, the
-// northern edge). The library's core/geo.cpp computes exactly this.
+// northern edge). The library's core/values/geo.cpp computes exactly this.
 const WORLD_SIZE = 268435456;
 const EARTH_RADIUS_METERS = 6378137;
 const METERS_PER_MAP_POINT_AT_EQUATOR = (2 * Math.PI * EARTH_RADIUS_METERS) / WORLD_SIZE;
