@@ -13,12 +13,23 @@ TEST(FileLocationProvider, ParsesWhatToolsWrite) {
     std::string text;
     std::optional<DeviceLocation> expected;
   };
+  const auto located = [](double latitude, double longitude, std::optional<std::string> name = std::nullopt,
+                          std::optional<std::string> zone = std::nullopt,
+                          std::optional<std::string> region = std::nullopt) {
+    DeviceLocation location;
+    location.latitude = latitude;
+    location.longitude = longitude;
+    location.name = std::move(name);
+    location.timeZone = std::move(zone);
+    location.region = std::move(region);
+    return location;
+  };
   const Row rows[] = {
-      {"59.91,10.75", DeviceLocation{59.91, 10.75}},
-      {" -33.87 , 151.21 , Sydney Harbour \n", DeviceLocation{-33.87, 151.21, "Sydney Harbour"}},
+      {"59.91,10.75", located(59.91, 10.75)},
+      {" -33.87 , 151.21 , Sydney Harbour \n", located(-33.87, 151.21, "Sydney Harbour")},
       {R"({"latitude": 48.8566, "longitude": 2.3522, "name": "Paris", "timeZone": "Europe/Paris", "region": "FR"})",
-       DeviceLocation{48.8566, 2.3522, "Paris", "Europe/Paris", "FR"}},
-      {R"({"latitude": -16.5, "longitude": 179.99})", DeviceLocation{-16.5, 179.99}},
+       located(48.8566, 2.3522, "Paris", "Europe/Paris", "FR")},
+      {R"({"latitude": -16.5, "longitude": 179.99})", located(-16.5, 179.99)},
       {"90.5,0", std::nullopt},
       {"10,180.01", std::nullopt},
       {"10;20", std::nullopt},
