@@ -7,18 +7,18 @@
 
 #include "app/command_report.hpp"
 #include "app/commands.hpp"
-#include "app/failure_text.hpp"
 #include "app/daemon_command.hpp"
+#include "app/failure_text.hpp"
 #include "app/global_options.hpp"
 #include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
-#include "persistence/favorite_store.hpp"
-#include "core/values/errors.hpp"
 #include "core/fetch/geocoder.hpp"
+#include "core/values/errors.hpp"
 #include "core/values/iso8601.hpp"
 #include "core/values/unit_rules.hpp"
 #include "core/values/value_json.hpp"
 #include "notifications/weather_alert_notification_state.hpp"
+#include "persistence/favorite_store.hpp"
 #include "platform/http_client.hpp"
 #include "platform/log.hpp"
 #include "wiring/geocode_namer.hpp"
@@ -47,7 +47,8 @@ ResolvedPlace resolve(Services& services, const std::string& query) {
     return ResolvedPlace{home->location, services.namer().detailsOf(home->location), home->shownName()};
   }
   const auto matches = services.geocoder().search(query, 1);
-  if (matches.empty()) throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named " + quotedInput(query));
+  if (matches.empty())
+    throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named " + quotedInput(query));
   const Location location = matches.front().coordinate;
   return ResolvedPlace{location, services.namer().detailsOf(location), matches.front().name};
 }
@@ -59,7 +60,8 @@ struct AlertStatus {
   std::optional<NotificationEntry> request;  // delivered or pending
 };
 
-AlertStatus statusOf(const OneCallWeather::Alert& alert, const std::optional<WeatherAlertNotificationPersistedState>& state,
+AlertStatus statusOf(const OneCallWeather::Alert& alert,
+                     const std::optional<WeatherAlertNotificationPersistedState>& state,
                      const std::vector<NotificationEntry>& pending, const std::vector<NotificationEntry>& delivered) {
   AlertStatus status;
   if (!state) return status;
@@ -71,7 +73,8 @@ AlertStatus statusOf(const OneCallWeather::Alert& alert, const std::optional<Wea
     status.identifier = record->scheduledNotificationIdentifier;
   }
   for (const auto& attempt : state->pendingAttempts) {
-    if (attempt.insertedKeys.contains(key) && status.identifier == attempt.notificationIdentifier()) status.state = "reserved";
+    if (attempt.insertedKeys.contains(key) && status.identifier == attempt.notificationIdentifier())
+      status.state = "reserved";
   }
   if (!status.identifier) return status;
   for (const auto* list : {&delivered, &pending}) {
@@ -118,7 +121,8 @@ int runAlerts(const AlertsOptions& options) {
       item["end"] = alert.end ? boost::json::value(iso8601String(*alert.end)) : boost::json::value(nullptr);
       boost::json::object notification;
       notification["state"] = status.state;
-      notification["identifier"] = status.identifier ? boost::json::value(*status.identifier) : boost::json::value(nullptr);
+      notification["identifier"] =
+          status.identifier ? boost::json::value(*status.identifier) : boost::json::value(nullptr);
       if (status.request) {
         notification["deliveredTo"] = status.request->deliveredTo.empty() ? "pending" : status.request->deliveredTo;
         notification["date"] = iso8601String(Date::fromSystem(status.request->triggerDate));
@@ -139,8 +143,9 @@ int runAlerts(const AlertsOptions& options) {
     std::cout << "\n" << content.title << ": " << alert.event << " (" << alert.senderName << ")\n";
     const std::string start = formatWeatherAlertDate(alert.start, zone, currentLocale());
     std::cout << "  "
-              << (alert.end ? text.format("from {} to {}", start, formatWeatherAlertDate(*alert.end, zone, currentLocale()))
-                            : text.format("from {}", start))
+              << (alert.end
+                      ? text.format("from {} to {}", start, formatWeatherAlertDate(*alert.end, zone, currentLocale()))
+                      : text.format("from {}", start))
               << "\n";
     if (status.state == "notified" && status.request) {
       const std::string& to = status.request->deliveredTo;
@@ -168,8 +173,8 @@ int runNotify(const AlertsOptions& options) {
   const ResolvedPlace place = resolve(services, options.place);
   const OneCallWeather weather = fetchWeatherAlerts(services, place.location, place.details);
   const auto store = openWeatherAlertStore(services.sharedDefaults());
-  const auto outcome =
-      notifyWeatherAlertsOnce(services, store.get(), services.sharedDefaults(), services.syncedStore(), weather, place.details.timeZone);
+  const auto outcome = notifyWeatherAlertsOnce(services, store.get(), services.sharedDefaults(), services.syncedStore(),
+                                               weather, place.details.timeZone);
   // Stay for our own request's 5 seconds, so it reaches the desktop or the spool.
   deliverNotificationsDueWithin(services, WeatherAlertNotificationState::kTriggerDelay + std::chrono::seconds(1));
   if (outcome.failed) return 1;
@@ -197,7 +202,10 @@ void addAlertsCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("alerts", "The weather warnings in force for a place and their notifications");
   command->add_option("place", options->place, "A place name (\"Miami\"); default: the home place");
   command->add_flag("--json", options->json, "Print the warnings as JSON");
-  command->callback([options] { runReporting("alerts", [&] { return runAlerts(*options); }, alertsReporting()); });
+  command->callback([options] {
+    runReporting(
+        "alerts", [&] { return runAlerts(*options); }, alertsReporting());
+  });
 }
 
 void addNotifyCommand(CLI::App& app) {
@@ -206,7 +214,10 @@ void addNotifyCommand(CLI::App& app) {
   auto options = std::make_shared<AlertsOptions>();
   CLI::App* alerts = notify->add_subcommand("alerts", "Announce the new weather warnings of a place, each once");
   alerts->add_option("place", options->place, "A place name (\"Miami\"); default: the home place");
-  alerts->callback([options] { runReporting("notify alerts", [&] { return runNotify(*options); }, alertsReporting()); });
+  alerts->callback([options] {
+    runReporting(
+        "notify alerts", [&] { return runNotify(*options); }, alertsReporting());
+  });
   addNotifyRainCommand(*notify);
 }
 

@@ -5,10 +5,10 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/testing/program_sandbox.hpp"
 #include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include "platform/testing/program_sandbox.hpp"
 
 #include <array>
 #include <cstdio>
@@ -63,7 +63,8 @@ TEST(AlertsCommandTest, EachLiveAlertIsAnnouncedOnce) {
   EXPECT_EQ(entries[0].at("state").as_string(), "delivered");
   EXPECT_EQ(entries[0].at("deliveredTo").as_string(), "spool");
   EXPECT_EQ(entries[0].at("title").as_string(), "Severe Weather Alert");
-  EXPECT_TRUE(std::string(entries[0].at("body").as_string()).starts_with("Hurricane Warning and 4 more (NWS Miami FL)"));
+  EXPECT_TRUE(
+      std::string(entries[0].at("body").as_string()).starts_with("Hurricane Warning and 4 more (NWS Miami FL)"));
 
   const ProgramRun alerts = sandbox.run("alerts Miami --json", 3);
   ASSERT_EQ(alerts.exitCode, 0);

@@ -2,12 +2,12 @@
 
 #include "app/global_options.hpp"
 
-#include <boost/json.hpp>
 #include <fmt/format.h>
+#include <boost/json.hpp>
 
 #include <algorithm>
-#include <initializer_list>
 #include <filesystem>
+#include <initializer_list>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -19,17 +19,17 @@
 #include "app/failure_text.hpp"
 #include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
+#include "core/record/weather_derived.hpp"
 #include "core/values/iso8601.hpp"
 #include "core/values/unit_rules.hpp"
 #include "core/values/value_json.hpp"
-#include "core/record/weather_derived.hpp"
 #include "persistence/coordinated_file.hpp"
 #include "persistence/favorite_weather_cache.hpp"
 #include "persistence/geocode_cache.hpp"
 #include "persistence/historical_weather_cache.hpp"
 #include "persistence/weather_cache.hpp"
-#include "platform/atomic_file.hpp"
 #include "platform/async/coroutines.hpp"
+#include "platform/atomic_file.hpp"
 #include "platform/log.hpp"
 #include "platform/paths.hpp"
 #include "platform/runtime.hpp"
@@ -160,8 +160,10 @@ void showLatest(const ScreenWords& text) {
                                          cached->region ? ", " + cached->region->identifier : ""));
   std::cout << row("Observed:", text.utcTime(cached->weather.current.dt));
   std::cout << row("Source:", text(sourceName(weatherDataSource(cached->weather))));
-  std::cout << row("Forecast:", text.format("{}, {}", text.counted(static_cast<double>(cached->weather.hourly.size()), "{} hour", "{} hours"),
-                                            text.counted(static_cast<double>(cached->weather.daily.size()), "{} day", "{} days")));
+  std::cout << row(
+      "Forecast:",
+      text.format("{}, {}", text.counted(static_cast<double>(cached->weather.hourly.size()), "{} hour", "{} hours"),
+                  text.counted(static_cast<double>(cached->weather.daily.size()), "{} day", "{} days")));
 }
 
 void showFavorites(const ScreenWords& text) {
@@ -198,9 +200,13 @@ int show(bool json) {
   const fs::path history = HistoricalWeatherCache::defaultDirectory();
   const LabelColumn row(text, {"Place names:", "History:"});
   std::cout << "\n"
-            << row("Place names:", fmt::format("{} ({})", text.counted(static_cast<double>(coordinateFiles(geocode).size()), "{} place", "{} places"),
+            << row("Place names:", fmt::format("{} ({})",
+                                               text.counted(static_cast<double>(coordinateFiles(geocode).size()),
+                                                            "{} place", "{} places"),
                                                geocode.string()));
-  std::cout << row("History:", fmt::format("{} ({})", text.counted(static_cast<double>(coordinateFiles(history).size()), "{} record", "{} records"),
+  std::cout << row("History:", fmt::format("{} ({})",
+                                           text.counted(static_cast<double>(coordinateFiles(history).size()),
+                                                        "{} record", "{} records"),
                                            history.string()));
   return 0;
 }
@@ -221,7 +227,8 @@ int path(bool json) {
     return 0;
   }
   const ScreenText text(currentLocale());
-  const LabelColumn row(text, {"Shared caches:", "Latest weather:", "Saved places:", "Geocode cache:", "History cache:"});
+  const LabelColumn row(text,
+                        {"Shared caches:", "Latest weather:", "Saved places:", "Geocode cache:", "History cache:"});
   std::cout << row("Shared caches:", caches.string()) << row("Latest weather:", latestWeatherFile().string())
             << row("Saved places:", favoritesFile().string()) << row("Geocode cache:", geocode.string())
             << row("History cache:", history.string());
@@ -272,13 +279,23 @@ void addCacheCommand(CLI::App& app) {
   auto json = std::make_shared<bool>(false);
   CLI::App* showCommand = command->add_subcommand("show", "The cached weather, saved places, place names and history");
   showCommand->add_flag("--json", *json, "Print the stored records as they are on disk (null when none)");
-  showCommand->callback([json] { runReporting("cache show", [&] { return show(*json); }, CommandReporting{}); });
+  showCommand->callback([json] {
+    runReporting(
+        "cache show", [&] { return show(*json); }, CommandReporting{});
+  });
   CLI::App* pathCommand = command->add_subcommand("path", "Where the cache files are");
   pathCommand->add_flag("--json", *json, "Print the paths as a JSON object");
-  pathCommand->callback([json] { runReporting("cache path", [&] { return path(*json); }, CommandReporting{}); });
-  CLI::App* clearCommand = command->add_subcommand("clear", "Remove the cached weather, saved places' weather, place names and history");
+  pathCommand->callback([json] {
+    runReporting(
+        "cache path", [&] { return path(*json); }, CommandReporting{});
+  });
+  CLI::App* clearCommand =
+      command->add_subcommand("clear", "Remove the cached weather, saved places' weather, place names and history");
   clearCommand->add_flag("--json", *json, "Print the removed files as JSON");
-  clearCommand->callback([json] { runReporting("cache clear", [&] { return clear(*json); }, CommandReporting{}); });
+  clearCommand->callback([json] {
+    runReporting(
+        "cache clear", [&] { return clear(*json); }, CommandReporting{});
+  });
 }
 
 }  // namespace ombrine::app

@@ -27,8 +27,8 @@ void runReporting(std::string_view command, const std::function<int()>& run, con
 }
 
 CommandReporting placeCommandReporting(std::string_view reached, std::string_view service) {
-  return CommandReporting{{wordAs<InvalidPlaceQuery>(2), wordAs<HttpError>(1, "could not reach " + std::string(reached) + ": ")},
-                          service};
+  return CommandReporting{
+      {wordAs<InvalidPlaceQuery>(2), wordAs<HttpError>(1, "could not reach " + std::string(reached) + ": ")}, service};
 }
 
 }  // namespace ombrine::app

@@ -5,31 +5,31 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <iterator>
 #include <optional>
-#include <string_view>
-#include <cstdlib>
 #include <string>
+#include <string_view>
 
 #include "app/alerts_command.hpp"
 #include "app/cache_command.hpp"
 #include "app/daemon_command.hpp"
+#include "app/fires_command.hpp"
 #include "app/forecast_command.hpp"
 #include "app/global_options.hpp"
+#include "app/history_command.hpp"
 #include "app/notifications_command.hpp"
 #include "app/places_command.hpp"
 #include "app/radar_command.hpp"
 #include "app/serve_command.hpp"
 #include "app/settings_command.hpp"
 #include "app/sources_command.hpp"
-#include "app/fires_command.hpp"
 #include "app/storms_command.hpp"
-#include "app/history_command.hpp"
 #include "app/sun_command.hpp"
-#include "app/trips_command.hpp"
-#include "app/trips_forecast_command.hpp"
 #include "app/threats_command.hpp"
 #include "app/tides_command.hpp"
+#include "app/trips_command.hpp"
+#include "app/trips_forecast_command.hpp"
 #include "app/units_command.hpp"
 #include "app/widget_command.hpp"
 

@@ -21,8 +21,8 @@
 #include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
 #include "background/background_refresh.hpp"
-#include "core/values/errors.hpp"
 #include "core/fetch/geocoder.hpp"
+#include "core/values/errors.hpp"
 #include "core/values/unit_rules.hpp"
 #include "platform/errors.hpp"
 #include "platform/http_client.hpp"
@@ -291,9 +291,10 @@ int runNotifyRain(const DaemonOptions& options) {
     try {
       place = placeToLookAt(services);
     } catch (const DomainError&) {
-      throw InvalidPlaceQuery("name a place (e.g. Oslo), or say where you are: ombrine places home PLACE, "
-                              "OMBRINE_LOCATION=LAT,LON, or " +
-                              FileLocationProvider::defaultLocationFile().string());
+      throw InvalidPlaceQuery(
+          "name a place (e.g. Oslo), or say where you are: ombrine places home PLACE, "
+          "OMBRINE_LOCATION=LAT,LON, or " +
+          FileLocationProvider::defaultLocationFile().string());
     }
     location = place.location;
     name = place.name.value_or("");
@@ -343,22 +344,30 @@ void addDaemonCommand(CLI::App& app) {
       ->check(positiveNumber());
   daemon->callback([options, daemon] {
     if (!daemon->get_subcommands().empty()) return;
-    runReporting("daemon", [&] { return runDaemon(*options); }, daemonReporting());
+    runReporting(
+        "daemon", [&] { return runDaemon(*options); }, daemonReporting());
   });
   daemon->add_subcommand("install", "Write the systemd user timer and service that run the pass")->callback([] {
-    runReporting("daemon install", [] { return runInstall(); }, daemonReporting());
+    runReporting(
+        "daemon install", [] { return runInstall(); }, daemonReporting());
   });
   daemon->add_subcommand("uninstall", "Remove the systemd user timer and service")->callback([] {
-    runReporting("daemon uninstall", [] { return runUninstall(); }, daemonReporting());
+    runReporting(
+        "daemon uninstall", [] { return runUninstall(); }, daemonReporting());
   });
   daemon->add_subcommand("status", "The standing request, the last pass and its result")->callback([] {
-    runReporting("daemon status", [] { return runStatus(); }, daemonReporting());
+    runReporting(
+        "daemon status", [] { return runStatus(); }, daemonReporting());
   });
   daemon->add_subcommand("on", "Switch the background refresh and its notifications on")->callback([] {
-    runReporting("daemon on", [] { return runSwitch(true); }, daemonReporting());
+    runReporting(
+        "daemon on", [] { return runSwitch(true); }, daemonReporting());
   });
   daemon->add_subcommand("off", "Switch the background refresh and its notifications off (no request stands)")
-      ->callback([] { runReporting("daemon off", [] { return runSwitch(false); }, daemonReporting()); });
+      ->callback([] {
+        runReporting(
+            "daemon off", [] { return runSwitch(false); }, daemonReporting());
+      });
 }
 
 void addNotifyRainCommand(CLI::App& notify) {
@@ -366,7 +375,10 @@ void addNotifyRainCommand(CLI::App& notify) {
   CLI::App* rain = notify.add_subcommand("rain", "Announce rain or snow starting or ending within the hour, once");
   rain->add_option("place", options->place,
                    "A place name (\"Oslo\"); default: OMBRINE_LOCATION, the location file, else the home place");
-  rain->callback([options] { runReporting("notify rain", [&] { return runNotifyRain(*options); }, daemonReporting()); });
+  rain->callback([options] {
+    runReporting(
+        "notify rain", [&] { return runNotifyRain(*options); }, daemonReporting());
+  });
 }
 
 }  // namespace ombrine::app

@@ -10,8 +10,8 @@
 #include "app/global_options.hpp"
 #include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
-#include "core/values/errors.hpp"
 #include "core/fetch/geocoder.hpp"
+#include "core/values/errors.hpp"
 #include "core/values/unit_rules.hpp"
 #include "fires/fire_map_loader.hpp"
 #include "fires/fire_report.hpp"
@@ -78,7 +78,8 @@ int list(const FiresOptions& options) {
   for (const auto& service : load.services) {
     if (service.isComplete || service.hasCompleteSnapshot) anyAnswered = true;
     if (!service.isComplete) {
-      logf("ombrine fires: {}: {}", service.service, fireServiceStateText(service, now, ScreenWords(icu::Locale("en_US"))));
+      logf("ombrine fires: {}: {}", service.service,
+           fireServiceStateText(service, now, ScreenWords(icu::Locale("en_US"))));
     }
   }
   if (options.geojson) {
@@ -89,7 +90,8 @@ int list(const FiresOptions& options) {
     const ScreenText text(currentLocale());
     const std::string radius = text.number(options.radius, {.fractionDigits = 1, .trailingZeros = false});
     // A coordinate names the place in the reader's digits.
-    const std::string shownPlace = options.place.empty() ? text.coordinate(centre->latitude, centre->longitude, 2) : placeName;
+    const std::string shownPlace =
+        options.place.empty() ? text.coordinate(centre->latitude, centre->longitude, 2) : placeName;
     if (nearby.incidents.empty() && nearby.perimeters.empty()) {
       std::cout << text.format("No fires within {} km of {}.", radius, shownPlace) << "\n";
     } else {
@@ -115,8 +117,7 @@ void addFiresCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("fires", "Wildfires in the United States and Canada around a place");
   command->add_option("place", options->place, "A place name (\"Chico\", \"Kamloops, BC\")");
   command->add_option("--at", options->at, "A coordinate instead of a place: LAT,LON");
-  command->add_option("--radius", options->radius, "Only fires within KM (default 150)")
-      ->check(numberBetween(1, 2000));
+  command->add_option("--radius", options->radius, "Only fires within KM (default 150)")->check(numberBetween(1, 2000));
   auto* json = command->add_flag("--json", options->json, "Print the fires and the services' states as JSON");
   auto* geojson = command->add_flag("--geojson", options->geojson, "Print the incidents and perimeters as GeoJSON");
   json->excludes(geojson);

@@ -22,10 +22,10 @@
 #include "app/global_options.hpp"
 #include "app/progress_line.hpp"
 #include "app/terminal_text.hpp"
-#include "core/values/errors.hpp"
 #include "core/fetch/fetch_retry.hpp"
-#include "core/record/one_call_weather_json.hpp"
 #include "core/fetch/provider_dispatch.hpp"
+#include "core/record/one_call_weather_json.hpp"
+#include "core/values/errors.hpp"
 #include "core/values/unit_rules.hpp"
 #include "places/coordinate_text.hpp"
 #include "platform/errors.hpp"
@@ -105,8 +105,8 @@ class Printer {
     logf("ombrine: {}", text);
   }
   // Prints the record unless it is the one printed last.
-  void screen(const OneCallWeather& weather, const std::optional<std::string>& name, const std::optional<Region>& region,
-              Date now) {
+  void screen(const OneCallWeather& weather, const std::optional<std::string>& name,
+              const std::optional<Region>& region, Date now) {
     std::lock_guard lock(mutex_);
     if (printed_ && printed_->first == weather.current.dt && printed_->second == name.value_or("")) return;
     printed_ = std::make_pair(weather.current.dt, name.value_or(""));
@@ -320,7 +320,8 @@ int run(const ForecastOptions& options) {
   if (options.watch) {
     hooks.stateChanged = [&printer, &clock, &running] {
       const auto& state = running->view().state();
-      if (state.currentWeather) printer.screen(*state.currentWeather, state.name, state.region, Date::fromSystem(clock.now()));
+      if (state.currentWeather)
+        printer.screen(*state.currentWeather, state.name, state.region, Date::fromSystem(clock.now()));
     };
   }
   // A one-shot run prints as soon as a record is published, while the cache write goes on; it
@@ -478,8 +479,10 @@ void addForecastCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("forecast", "The forecast for a place");
   command->add_option("place", options->place, "A place name (\"Munich\", \"Springfield, IL\") or LAT,LON");
   command->add_option("--at", options->at, "A coordinate, LAT,LON (e.g. 48.137,11.575)")->excludes("place");
-  command->add_option("--provider", options->provider,
-                      "dynamic (by region), apple, foreca or ow for this run (default: the preferredWeatherProvider setting)")
+  command
+      ->add_option(
+          "--provider", options->provider,
+          "dynamic (by region), apple, foreca or ow for this run (default: the preferredWeatherProvider setting)")
       ->check(CLI::IsMember({"dynamic", "apple", "foreca", "ow"}));
   command->add_flag("--json", options->json, "Print the unified forecast record as JSON");
   command->add_flag("--force", options->force,

@@ -2,22 +2,22 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/testing/program_sandbox.hpp"
 #include <sys/wait.h>
+#include "platform/testing/program_sandbox.hpp"
 
 #include <signal.h>
 #include <spawn.h>
 #include <unistd.h>
 
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+#include <unicode/locid.h>
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fmt/chrono.h>
-#include <fmt/format.h>
-#include <unicode/locid.h>
 
 #include <fstream>
 #include <optional>
@@ -103,9 +103,11 @@ TEST(ForecastCommandTest, CachedRecordGatesRepeatedRunsAndStandsInForAFailedFetc
     const OneCallWeather weather = decodeOneCallWeather(run.out);
     if (firstDt == 0) firstDt = weather.current.dt.timeIntervalSinceReferenceDate;
     if (row.ageCachedRecord) continue;
-    if (!row.expectRequest) EXPECT_EQ(weather.current.dt.timeIntervalSinceReferenceDate, firstDt) << "the cached record";
+    if (!row.expectRequest)
+      EXPECT_EQ(weather.current.dt.timeIntervalSinceReferenceDate, firstDt) << "the cached record";
   }
-  EXPECT_TRUE(std::filesystem::exists(scratch.root() / "group/Library/Application Support/WidgetCenter/reloadAllTimelines"))
+  EXPECT_TRUE(
+      std::filesystem::exists(scratch.root() / "group/Library/Application Support/WidgetCenter/reloadAllTimelines"))
       << "a good fetch reloads the widgets";
 }
 
@@ -175,7 +177,8 @@ TEST(ForecastCommandTest, WatchFollowsEventsAndEndsCleanlyOnInterrupt) {
   const auto outFile = scratch.root() / "watch.out";
   const auto locationFile = scratch.root() / "place";
   std::ofstream(locationFile) << "48.137,11.575\n";
-  const std::string command = "exec env " + scratch.environment() + " NO_COLOR=1 " OMBRINE_PROGRAM
+  const std::string command = "exec env " + scratch.environment() +
+                              " NO_COLOR=1 " OMBRINE_PROGRAM
                               " --services sim forecast --provider foreca --at 48.137,11.575 --watch --location-file " +
                               locationFile.string() + " >" + outFile.string() + " 2>" + errFile.string();
   const char* argv[] = {"/bin/sh", "-c", command.c_str(), nullptr};
@@ -237,8 +240,8 @@ TEST(ForecastCommandTest, ExitCodesAndScreen) {
       {"--services sim forecast --at -33.87,151.21 --provider foreca", 0, "Days"},
       // Across the date line: Fiji's forecast is named and shown in its own zone.
       {"--services sim forecast --at -18.14,178.44 --provider foreca", 0, "Pacific/Fiji"},
-      {"--services sim forecast --at 91,200", 2, ""},       // malformed coordinate: usage error
-      {"--services sim forecast", 2, ""},                   // no place at all
+      {"--services sim forecast --at 91,200", 2, ""},  // malformed coordinate: usage error
+      {"--services sim forecast", 2, ""},              // no place at all
       {"--services sim forecast Munich --provider nope", 2, ""},
       {"--services sim forecast --at 48.1,11.5 --provider ow", 0, "Data: OpenWeather"},
   };
@@ -263,7 +266,7 @@ enum class Columns {
 enum class Fit { everyLine, rows, nothing };
 struct Screen {
   const char* arguments;
-  const char* setup;        // commands run first in the screen's sandbox, ';' apart, {} the day after tomorrow
+  const char* setup;  // commands run first in the screen's sandbox, ';' apart, {} the day after tomorrow
   const char* environment;
   const char* heading;     // an English word of the screen, shown translated
   const char* tableStart;  // the line the table starts at (translated), or "" for the first
@@ -314,7 +317,8 @@ INSTANTIATE_TEST_SUITE_P(Screens, ScreenInEveryLocaleTest, ::testing::ValuesIn(k
 TEST_P(ScreenInEveryLocaleTest, SpeaksTheReadersLanguageInOneSetOfDigitsAndKeepsItsColumns) {
   const Screen& screen = GetParam();
   const ProgramSandbox sandbox("ombrine-screens-test");
-  const std::string dayAfterTomorrow = fmt::format("{:%Y-%m-%d}", std::chrono::system_clock::now() + std::chrono::days(2));
+  const std::string dayAfterTomorrow =
+      fmt::format("{:%Y-%m-%d}", std::chrono::system_clock::now() + std::chrono::days(2));
   const std::string setup = fmt::format(fmt::runtime(screen.setup), dayAfterTomorrow, dayAfterTomorrow);
   for (std::size_t at = 0; at < setup.size();) {
     const std::size_t end = std::min(setup.find(';', at), setup.size());
@@ -332,7 +336,8 @@ TEST_P(ScreenInEveryLocaleTest, SpeaksTheReadersLanguageInOneSetOfDigitsAndKeeps
     const std::string heading(words(screen.heading));
     for (std::size_t at = 0; at < heading.size();) {
       const std::size_t value = std::min(heading.find('{', at), heading.size());
-      if (value > at) EXPECT_NE(run.out.find(heading.substr(at, value - at)), std::string::npos) << heading << "\n" << run.out;
+      if (value > at)
+        EXPECT_NE(run.out.find(heading.substr(at, value - at)), std::string::npos) << heading << "\n" << run.out;
       at = value == heading.size() ? value : heading.find('}', value) + 1;
     }
     const std::string language = icu::Locale(locale).getLanguage();

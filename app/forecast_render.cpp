@@ -12,10 +12,10 @@
 
 #include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
+#include "core/record/weather_derived.hpp"
 #include "core/values/air_quality.hpp"
 #include "core/values/compass.hpp"
 #include "core/values/value_format.hpp"
-#include "core/record/weather_derived.hpp"
 #include "history/daily_sun_times.hpp"
 #include "history/sun_labels.hpp"
 #include "tides/tide_summary.hpp"
@@ -43,8 +43,8 @@ struct Style {
 class LocalDates {
  public:
   LocalDates(const icu::Locale& locale, const TimeZone& zone) {
-    std::unique_ptr<icu::TimeZone> icuZone(icu::TimeZone::createTimeZone(
-        icu::UnicodeString::fromUTF8(zone.identifier())));
+    std::unique_ptr<icu::TimeZone> icuZone(
+        icu::TimeZone::createTimeZone(icu::UnicodeString::fromUTF8(zone.identifier())));
     time_ = make("jm", locale, *icuZone);
     day_ = make("EEEd", locale, *icuZone);
     dayTime_ = make("MMMdjm", locale, *icuZone);
@@ -60,8 +60,7 @@ class LocalDates {
     std::unique_ptr<icu::DateFormat> format(
         icu::DateFormat::createInstanceForSkeleton(icu::UnicodeString(skeleton), locale, status));
     if (U_FAILURE(status) || !format) {
-      format.reset(icu::DateFormat::createDateTimeInstance(icu::DateFormat::kShort,
-                                                           icu::DateFormat::kShort, locale));
+      format.reset(icu::DateFormat::createDateTimeInstance(icu::DateFormat::kShort, icu::DateFormat::kShort, locale));
     }
     format->setTimeZone(zone);
     return format;
@@ -105,8 +104,7 @@ std::string renderForecast(const ForecastScreen& screen) {
   std::string out;
 
   // Place and provenance.
-  out += style.bold(fmt::format("{}{}", screen.placeName,
-                                screen.regionCode.empty() ? "" : ", " + screen.regionCode));
+  out += style.bold(fmt::format("{}{}", screen.placeName, screen.regionCode.empty() ? "" : ", " + screen.regionCode));
   out += style.dim(fmt::format("  {}  {}", tr.coordinate(weather.lat, weather.lon, 3), weather.timeZone.identifier()));
   out += "\n";
   std::string attribution = screen.providerName;
@@ -136,7 +134,8 @@ std::string renderForecast(const ForecastScreen& screen) {
   }
   if (current.sunrise && current.sunset && *current.sunrise != *current.sunset) {
     out += sunLine(*current.sunrise, *current.sunset);
-  } else if (const auto sun = dailySunTimesContaining(current.dt, Location(weather.lat, weather.lon), weather.timeZone)) {
+  } else if (const auto sun =
+                 dailySunTimesContaining(current.dt, Location(weather.lat, weather.lon), weather.timeZone)) {
     // The provider has no sun times for the day (it repeats one instant for both): say why.
     if (const auto label = sunDaylightStateLabel(sun->daylightState); !label.empty()) {
       out += "  " + std::string(tr(label)) + "\n";
@@ -156,8 +155,10 @@ std::string renderForecast(const ForecastScreen& screen) {
     if (hour.dt + 3600.0 <= screen.now) continue;
     std::string what = hour.sunStateChange ? std::string(tr(hour.sunStateChange->label())) : condition(hour.weather);
     std::string amount;
-    if (hour.snow && hour.snow->snowVolume.measurement > 0) amount = values.snow(hour.snow->snowVolume);
-    else if (hour.rain && hour.rain->rainVolume.measurement > 0) amount = values.rain(hour.rain->rainVolume);
+    if (hour.snow && hour.snow->snowVolume.measurement > 0)
+      amount = values.snow(hour.snow->snowVolume);
+    else if (hour.rain && hour.rain->rainVolume.measurement > 0)
+      amount = values.rain(hour.rain->rainVolume);
     out += "  " + pad(dates.time(hour.dt), 10) + pad(temperature(hour.temp), 7) + pad(what, 24) +
            pad(tr.percent(hour.pop), 6) + pad(amount, 9) + values.speed(hour.windSpeed) + "\n";
     ++shown;
@@ -168,16 +169,18 @@ std::string renderForecast(const ForecastScreen& screen) {
   // A day already over where the place is (Apia is a day ahead of most of the world) is not
   // listed: days count from the place's own today.
   auto localDay = [&weather](Date at) {
-    return static_cast<long>(std::floor((at.timeIntervalSinceReferenceDate + weather.timeZone.secondsFromGMT(at)) / 86400.0));
+    return static_cast<long>(
+        std::floor((at.timeIntervalSinceReferenceDate + weather.timeZone.secondsFromGMT(at)) / 86400.0));
   };
   const long today = localDay(screen.now);
   for (const auto& day : weather.daily) {
     if (localDay(day.dt) < today) continue;
     std::string amount;
-    if (day.snow && day.snow->measurement > 0) amount = values.snow(*day.snow);
-    else if (day.rain && day.rain->measurement > 0) amount = values.rain(*day.rain);
-    out += "  " + pad(dates.day(day.dt), 9) +
-           pad(temperature(day.temp.min) + " / " + temperature(day.temp.max), 14) +
+    if (day.snow && day.snow->measurement > 0)
+      amount = values.snow(*day.snow);
+    else if (day.rain && day.rain->measurement > 0)
+      amount = values.rain(*day.rain);
+    out += "  " + pad(dates.day(day.dt), 9) + pad(temperature(day.temp.min) + " / " + temperature(day.temp.max), 14) +
            pad(condition(day.weather), 26) + pad(tr.percent(day.pop), 6) + amount + "\n";
   }
 

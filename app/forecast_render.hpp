@@ -9,8 +9,8 @@
 #include <string>
 
 #include "app/message_catalog.hpp"
-#include "core/values/date.hpp"
 #include "core/record/one_call_weather.hpp"
+#include "core/values/date.hpp"
 
 namespace ombrine::app {
 

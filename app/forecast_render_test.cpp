@@ -15,7 +15,7 @@ namespace ombrine::app {
 namespace {
 
 TEST(ForecastRenderTest, SunLineWhenTheProviderHasNoSunTimes) {
-  const Date june = Date::fromUnix(1781949600.0);     // 2026-06-20T10:00:00Z
+  const Date june = Date::fromUnix(1781949600.0);      // 2026-06-20T10:00:00Z
   const Date december = Date::fromUnix(1797760800.0);  // 2026-12-20T10:00:00Z
   struct Row {
     const char* why;
@@ -45,8 +45,8 @@ TEST(ForecastRenderTest, SunLineWhenTheProviderHasNoSunTimes) {
       weather.current.sunset = row.now;
     }
     const OneCallWeather before = weather;
-    const std::string screen = renderForecast(ForecastScreen{.placeName = "P", .weather = &weather, .now = row.now,
-                                                             .locale = icu::Locale("en_US")});
+    const std::string screen = renderForecast(
+        ForecastScreen{.placeName = "P", .weather = &weather, .now = row.now, .locale = icu::Locale("en_US")});
     EXPECT_NE(screen.find(row.expected), std::string::npos) << screen;
     EXPECT_EQ(weather, before) << "the record stays as the provider gave it";
   }
@@ -62,7 +62,7 @@ TEST(ForecastRenderTest, DaysStartAtThePlacesToday) {
     const char* hidden;
   };
   const Row rows[] = {
-      {"Pacific/Apia", 13, "20 Sat", "19 Fri"},      // 23:00 on Saturday there: Friday is over
+      {"Pacific/Apia", 13, "20 Sat", "19 Fri"},        // 23:00 on Saturday there: Friday is over
       {"Pacific/Pago_Pago", -11, "19 Fri", "18 Thu"},  // 23:00 on Friday there
       {"Europe/Berlin", 2, "20 Sat", "19 Fri"},
   };
@@ -73,16 +73,16 @@ TEST(ForecastRenderTest, DaysStartAtThePlacesToday) {
     weather.current.dt = now;
     // Rows at the place's local midnights of June 18 to 21.
     for (std::size_t i = 0; i < weather.daily.size(); ++i) {
-      weather.daily[i].dt = Date::fromUnix(1781740800.0 + 86400.0 * static_cast<double>(i) - row.utcOffsetHours * 3600.0);
+      weather.daily[i].dt =
+          Date::fromUnix(1781740800.0 + 86400.0 * static_cast<double>(i) - row.utcOffsetHours * 3600.0);
     }
-    const std::string screen =
-        renderForecast(ForecastScreen{.placeName = "P", .weather = &weather, .now = now, .locale = icu::Locale("en_US")});
+    const std::string screen = renderForecast(
+        ForecastScreen{.placeName = "P", .weather = &weather, .now = now, .locale = icu::Locale("en_US")});
     const std::string days = screen.substr(screen.find("Days"));
     EXPECT_NE(days.find(row.shown), std::string::npos) << days;
     EXPECT_EQ(days.find(row.hidden), std::string::npos) << days;
   }
 }
-
 
 // The character at terminal column `column` (0-based) of `line`, wide characters taking two.
 std::string atColumn(const std::string& line, std::size_t column) {
@@ -120,8 +120,12 @@ TEST(ForecastRenderTest, ColumnsStayApartAtEightyColumnsInEnglishGermanAndJapane
       for (auto& glyph : weather.daily[i].weather) glyph.description = conditions[i % 4];
     }
     const icu::Locale locale(localeName);
-    const std::string screen = renderForecast(ForecastScreen{
-        .placeName = "P", .weather = &weather, .now = now, .locale = locale, .hours = 24, .messages = &screenMessages(locale)});
+    const std::string screen = renderForecast(ForecastScreen{.placeName = "P",
+                                                             .weather = &weather,
+                                                             .now = now,
+                                                             .locale = locale,
+                                                             .hours = 24,
+                                                             .messages = &screenMessages(locale)});
     const std::string days(screenMessages(locale)("Days"));
     EXPECT_NE(screen.find("\n" + days + "\n"), std::string::npos) << "the screen's words are translated";
     std::istringstream lines(screen);

@@ -51,10 +51,13 @@ std::string lowerExtension(const std::filesystem::path& file) {
   return extension;
 }
 
-void setColour(cairo_t* cr, Colour colour, double alpha = 1.0) { cairo_set_source_rgba(cr, colour.r, colour.g, colour.b, alpha); }
+void setColour(cairo_t* cr, Colour colour, double alpha = 1.0) {
+  cairo_set_source_rgba(cr, colour.r, colour.g, colour.b, alpha);
+}
 
 void text(cairo_t* cr, double x, double y, const std::string& value, double size, bool bold = false) {
-  cairo_select_font_face(cr, "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL, bold ? CAIRO_FONT_WEIGHT_BOLD : CAIRO_FONT_WEIGHT_NORMAL);
+  cairo_select_font_face(cr, "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL,
+                         bold ? CAIRO_FONT_WEIGHT_BOLD : CAIRO_FONT_WEIGHT_NORMAL);
   cairo_set_font_size(cr, size);
   cairo_move_to(cr, x, y);
   cairo_show_text(cr, value.c_str());
@@ -157,7 +160,8 @@ void temperaturePanel(cairo_t* cr, const HistoryChart& chart) {
   const Panel panel{kPanelTops[0] + 20, low, high, 12};
   panel.frame(cr, "Temperature: monthly high (solid) and low (dashed)", 10, "°");
   for (const auto& series : chart.temperature) {
-    brokenLine(cr, panel, series.values, colourOf(series.role), series.kind == HistoryComparisonMonthlySeriesKind::minimum);
+    brokenLine(cr, panel, series.values, colourOf(series.role),
+               series.kind == HistoryComparisonMonthlySeriesKind::minimum);
   }
   monthAxis(cr, panel);
 }
@@ -185,7 +189,8 @@ void precipitationPanel(cairo_t* cr, const HistoryChart& chart) {
 void sunPanel(cairo_t* cr, const HistoryChart& chart) {
   const double days = static_cast<double>(std::max<size_t>(chart.sun.days.size(), 1));
   const Panel panel{kPanelTops[2] + 20, 0, 24, days};
-  panel.frame(cr, fmt::format("Sunrise and sunset through {} ({})", chart.sun.referenceYear, kSunComparisonCaption), 6, "h");
+  panel.frame(cr, fmt::format("Sunrise and sunset through {} ({})", chart.sun.referenceYear, kSunComparisonCaption), 6,
+              "h");
   auto boundary = [&](const std::vector<SunHistoryBoundarySeriesPoint>& points, Colour colour, bool dashed) {
     std::vector<std::optional<double>> values(static_cast<size_t>(days));
     for (const auto& point : points) {
@@ -203,11 +208,13 @@ void sunPanel(cairo_t* cr, const HistoryChart& chart) {
   // Name the polar seasons where a line breaks for them.
   auto mark = [&](const std::vector<DailySunTimes>& plotDays, Colour colour, double row) {
     for (const SunDaylightState state : {SunDaylightState::polarDay, SunDaylightState::polarNight}) {
-      const auto first = std::find_if(plotDays.begin(), plotDays.end(), [&](const auto& d) { return d.daylightState == state; });
+      const auto first =
+          std::find_if(plotDays.begin(), plotDays.end(), [&](const auto& d) { return d.daylightState == state; });
       if (first == plotDays.end()) continue;
       setColour(cr, colour);
       const double x = panel.x(static_cast<double>(first - plotDays.begin()));
-      text(cr, std::min(x, kWidth - kRight - 110), panel.top + 14 + row * 14, std::string(sunDaylightStateLabel(state)), 11);
+      text(cr, std::min(x, kWidth - kRight - 110), panel.top + 14 + row * 14, std::string(sunDaylightStateLabel(state)),
+           11);
     }
   };
   mark(chart.sun.primaryPlotDays, kPrimary, 0);
@@ -240,23 +247,27 @@ void writeHistoryChart(const HistoryChart& chart, const std::filesystem::path& f
   const std::string extension = lowerExtension(file);
   std::string bytes;
   if (extension == ".svg") {
-    SurfacePtr surface(cairo_svg_surface_create_for_stream(appendToString, &bytes, kWidth, kHeight), cairo_surface_destroy);
+    SurfacePtr surface(cairo_svg_surface_create_for_stream(appendToString, &bytes, kWidth, kHeight),
+                       cairo_surface_destroy);
     {
       ContextPtr cr(cairo_create(surface.get()), cairo_destroy);
       draw(cr.get(), chart);
-      if (cairo_status(cr.get()) != CAIRO_STATUS_SUCCESS) throw std::runtime_error(cairo_status_to_string(cairo_status(cr.get())));
+      if (cairo_status(cr.get()) != CAIRO_STATUS_SUCCESS)
+        throw std::runtime_error(cairo_status_to_string(cairo_status(cr.get())));
     }
     cairo_surface_finish(surface.get());
     if (cairo_surface_status(surface.get()) != CAIRO_STATUS_SUCCESS) {
       throw std::runtime_error(cairo_status_to_string(cairo_surface_status(surface.get())));
     }
   } else if (extension == ".png") {
-    SurfacePtr surface(cairo_image_surface_create(CAIRO_FORMAT_RGB24, static_cast<int>(kWidth), static_cast<int>(kHeight)),
-                       cairo_surface_destroy);
+    SurfacePtr surface(
+        cairo_image_surface_create(CAIRO_FORMAT_RGB24, static_cast<int>(kWidth), static_cast<int>(kHeight)),
+        cairo_surface_destroy);
     {
       ContextPtr cr(cairo_create(surface.get()), cairo_destroy);
       draw(cr.get(), chart);
-      if (cairo_status(cr.get()) != CAIRO_STATUS_SUCCESS) throw std::runtime_error(cairo_status_to_string(cairo_status(cr.get())));
+      if (cairo_status(cr.get()) != CAIRO_STATUS_SUCCESS)
+        throw std::runtime_error(cairo_status_to_string(cairo_status(cr.get())));
     }
     const cairo_status_t status = cairo_surface_write_to_png_stream(surface.get(), appendToString, &bytes);
     if (status != CAIRO_STATUS_SUCCESS) throw std::runtime_error(cairo_status_to_string(status));

@@ -15,8 +15,8 @@
 #include "app/place_query.hpp"
 #include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
-#include "core/values/errors.hpp"
 #include "core/fetch/geocoder.hpp"
+#include "core/values/errors.hpp"
 #include "core/values/unit_rules.hpp"
 #include "core/values/value_json.hpp"
 #include "history/climate_normals_service.hpp"
@@ -174,8 +174,10 @@ void printText(const PlaceHistory& primary, const std::optional<PlaceHistory>& c
   sunColumns.set = std::max({sunColumns.set, clockWidth, displayWidth(text("Set")) + 1});
   sunColumns.length = std::max({sunColumns.length, clockWidth, displayWidth(text("Day")) + 1});
   std::size_t dayWidth = std::max<std::size_t>(8, displayWidth(text("Date")) + 1);
-  for (const std::string& name : months) dayWidth = std::max(dayWidth, displayWidth(name) + displayWidth(text.number(28)) + 2);
-  std::cout << std::string(dayWidth, ' ') << padRight(cutToWidth(primary.place.name, sunColumns.block() - 1), sunColumns.block())
+  for (const std::string& name : months)
+    dayWidth = std::max(dayWidth, displayWidth(name) + displayWidth(text.number(28)) + 2);
+  std::cout << std::string(dayWidth, ' ')
+            << padRight(cutToWidth(primary.place.name, sunColumns.block() - 1), sunColumns.block())
             << (comparison ? comparison->place.name : "") << "\n";
   const std::string sunHeader = padRight(text("Rise"), sunColumns.rise) + padRight(text("Set"), sunColumns.set) +
                                 padRight(text("Day"), sunColumns.length + sunColumns.gap);
@@ -193,8 +195,10 @@ void printText(const PlaceHistory& primary, const std::optional<PlaceHistory>& c
 void writeOptionalValues(JsonWriter& json, const std::vector<std::optional<double>>& values) {
   json.beginArray();
   for (const auto& value : values) {
-    if (value) json.number(*value);
-    else json.null();
+    if (value)
+      json.number(*value);
+    else
+      json.null();
   }
   json.endArray();
 }
@@ -229,12 +233,9 @@ std::string_view roleName(HistoryComparisonPlaceRole role) {
 
 std::string_view kindName(HistoryComparisonMonthlySeriesKind kind) {
   switch (kind) {
-    case HistoryComparisonMonthlySeriesKind::maximum:
-      return "maximum";
-    case HistoryComparisonMonthlySeriesKind::minimum:
-      return "minimum";
-    case HistoryComparisonMonthlySeriesKind::value:
-      return "value";
+    case HistoryComparisonMonthlySeriesKind::maximum: return "maximum";
+    case HistoryComparisonMonthlySeriesKind::minimum: return "minimum";
+    case HistoryComparisonMonthlySeriesKind::value: return "value";
   }
   return "value";
 }
@@ -254,9 +255,10 @@ void printJson(const PlaceHistory& primary, const std::optional<PlaceHistory>& c
   json.beginObject();
   const std::optional<HistoryComparisonPlace> second =
       comparison ? std::optional(HistoryComparisonPlace{comparison->place.name, comparison->history}) : std::nullopt;
-  const std::pair<const char*, HistoryComparisonMode> modes[] = {{"temperature", HistoryComparisonMode::temperature},
-                                                                 {"precipitation", HistoryComparisonMode::precipitation},
-                                                                 {"sunshine", HistoryComparisonMode::sunshine}};
+  const std::pair<const char*, HistoryComparisonMode> modes[] = {
+      {"temperature", HistoryComparisonMode::temperature},
+      {"precipitation", HistoryComparisonMode::precipitation},
+      {"sunshine", HistoryComparisonMode::sunshine}};
   for (const auto& [name, mode] : modes) {
     json.key(name);
     json.beginArray();
@@ -316,12 +318,15 @@ int run(const HistoryOptions& options) {
   const int referenceYear = today ? today->date.year : 2026;
   const SunComparisonPlace primarySun{primary.place.name, primary.place.location, primary.place.zone};
   const std::optional<SunComparisonPlace> comparisonSun =
-      comparison ? std::optional(SunComparisonPlace{comparison->place.name, comparison->place.location, comparison->place.zone})
+      comparison ? std::optional(
+                       SunComparisonPlace{comparison->place.name, comparison->place.location, comparison->place.zone})
                  : std::nullopt;
   const SunHistoryComparisonData sun = sunHistoryComparison(referenceYear, primarySun, comparisonSun);
 
-  if (options.json) printJson(primary, comparison, sun);
-  else printText(primary, comparison, sun);
+  if (options.json)
+    printJson(primary, comparison, sun);
+  else
+    printText(primary, comparison, sun);
   if (!options.output.empty()) {
     const HistoryComparisonPlace first{primary.place.name, primary.history};
     const std::optional<HistoryComparisonPlace> second =

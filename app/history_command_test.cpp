@@ -27,11 +27,14 @@ TEST(HistoryCommandTest, TablesAndFailures) {
     std::vector<std::string> expectInOutput;
   };
   const Row rows[] = {
-      {"Munich --compare Tromsø", "", 0, {"Each place uses its own local time.", "Midnight sun", "Polar night", "Jul "}},
-      {"78.22,15.65", "", 0, {"Longyearbyen"}},                                  // a coordinate, named
-      {"Munich", "meteostat.point_normals=status=503", 0, {"Jan "}},           // NASA POWER alone
-      {"Munich", "meteostat.*=status=429", 1, {}},                             // the API limit
-      {"Munich", "meteostat.*=status=503;nasapower.*=status=500", 1, {}},      // nothing answers
+      {"Munich --compare Tromsø",
+       "",
+       0,
+       {"Each place uses its own local time.", "Midnight sun", "Polar night", "Jul "}},
+      {"78.22,15.65", "", 0, {"Longyearbyen"}},                            // a coordinate, named
+      {"Munich", "meteostat.point_normals=status=503", 0, {"Jan "}},       // NASA POWER alone
+      {"Munich", "meteostat.*=status=429", 1, {}},                         // the API limit
+      {"Munich", "meteostat.*=status=503;nasapower.*=status=500", 1, {}},  // nothing answers
       {"", "", 2, {}},
   };
   for (const auto& row : rows) {

@@ -8,8 +8,8 @@
 #include <cctype>
 #include <cstdio>
 #include <exception>
-#include <optional>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -57,7 +57,8 @@ std::string_view firstCommandWord(int argc, char** argv) {
 
 // "--name", "--name=value" or "-x": not a negative number or coordinate given as a place.
 bool looksLikeOption(std::string_view word) {
-  return word.starts_with("--") ? word.size() > 2 : word.size() > 1 && std::isalpha(static_cast<unsigned char>(word[1]));
+  return word.starts_with("--") ? word.size() > 2
+                                : word.size() > 1 && std::isalpha(static_cast<unsigned char>(word[1]));
 }
 
 // The option `word` ("--zoom" or "--zoom=13") names on `command` or on a command above it (the

@@ -46,7 +46,8 @@ MessageCatalog MessageCatalog::fromBytes(std::string_view bytes, std::string_vie
   const std::uint64_t count = u32(8);
   const std::uint64_t originals = u32(12);
   const std::uint64_t translations = u32(16);
-  if (originals + count * 8 > bytes.size() || translations + count * 8 > bytes.size()) fail("a table is outside the file");
+  if (originals + count * 8 > bytes.size() || translations + count * 8 > bytes.size())
+    fail("a table is outside the file");
   const auto string = [&](std::uint64_t table, std::uint64_t index) {
     const std::uint64_t length = u32(table + 8 * index);
     const std::uint64_t offset = u32(table + 8 * index + 4);
@@ -58,7 +59,8 @@ MessageCatalog MessageCatalog::fromBytes(std::string_view bytes, std::string_vie
     const std::string_view original = string(originals, i);
     const std::string_view translation = string(translations, i);
     // The header (empty msgid), plural forms (NUL inside) and contexts (EOT inside) are skipped.
-    if (original.empty() || original.find('\0') != std::string_view::npos || original.find('\x04') != std::string_view::npos) {
+    if (original.empty() || original.find('\0') != std::string_view::npos ||
+        original.find('\x04') != std::string_view::npos) {
       continue;
     }
     if (!translation.empty()) catalog.translations_.emplace(original, translation);

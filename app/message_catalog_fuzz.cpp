@@ -10,8 +10,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   try {
-    const auto catalog = ombrine::app::MessageCatalog::fromBytes(
-        std::string_view(reinterpret_cast<const char*>(data), size), "fuzz");
+    const auto catalog =
+        ombrine::app::MessageCatalog::fromBytes(std::string_view(reinterpret_cast<const char*>(data), size), "fuzz");
     catalog("Now");
     catalog("");
   } catch (const ombrine::FileError&) {

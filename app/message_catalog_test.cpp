@@ -42,7 +42,7 @@ TEST(MessageCatalogTest, TranslatesWhatItHoldsAndKeepsTheRest) {
   const std::vector<std::pair<std::string, std::string>> entries = {
       {"", "Content-Type: text/plain; charset=UTF-8\n"},
       {"Days", "Tage"},
-      {"menu\x04Now", "Sofort"},  // with a context: not a screen word
+      {"menu\x04Now", "Sofort"},                                             // with a context: not a screen word
       {std::string("hour\0hours", 10), std::string("Stunde\0Stunden", 14)},  // plural forms
       {"Now", "Jetzt"},
       {"Untranslated", ""},
@@ -101,8 +101,8 @@ TEST(MessageCatalogTest, TheBuiltCataloguesTranslateTheScreen) {
     const char* locale;
     const char* now;
     const char* days;
-  } rows[] = {{"de_DE", "Jetzt", "Tage"},   {"fr_FR", "Maintenant", "Jours"}, {"es_ES", "Ahora", "Días"},
-              {"it_IT", "Ora", "Giorni"},   {"ja_JP", "現在", "日別"},        {"en_US", "Now", "Days"},
+  } rows[] = {{"de_DE", "Jetzt", "Tage"}, {"fr_FR", "Maintenant", "Jours"}, {"es_ES", "Ahora", "Días"},
+              {"it_IT", "Ora", "Giorni"}, {"ja_JP", "現在", "日別"},        {"en_US", "Now", "Days"},
               {"sv_SE", "Now", "Days"}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.locale);

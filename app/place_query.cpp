@@ -3,10 +3,10 @@
 #include <fmt/format.h>
 
 #include "app/terminal_text.hpp"
-#include "core/values/errors.hpp"
-#include "wiring/geocode_namer.hpp"
 #include "core/fetch/geocoder.hpp"
+#include "core/values/errors.hpp"
 #include "places/coordinate_text.hpp"
+#include "wiring/geocode_namer.hpp"
 
 namespace ombrine::app {
 
@@ -17,7 +17,8 @@ NamedPlace resolveNamedPlace(Services& services, const std::string& query, bool 
     location = parseCoordinate(query);
   } else {
     const auto matches = services.geocoder().search(query, 1);
-    if (matches.empty()) throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named " + quotedInput(query));
+    if (matches.empty())
+      throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named " + quotedInput(query));
     location = matches.front().coordinate;
     name = matches.front().name;
   }

@@ -1,8 +1,8 @@
 #include "app/places_command.hpp"
 
+#include <fmt/format.h>
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
-#include <fmt/format.h>
 
 #include <algorithm>
 #include <cctype>
@@ -49,7 +49,7 @@ struct AtOptions {
 struct SavedOptions {
   std::string place;  // a name to geocode, or an id or name of a saved place
   std::string at;
-  std::string name;   // the user's own name (`displayName`)
+  std::string name;  // the user's own name (`displayName`)
   bool clear = false;
   bool json = false;
 };
@@ -108,8 +108,8 @@ int search(const SearchOptions& options) {
   const ScreenText text(currentLocale());
   int number = 0;
   for (const PlaceMatch& m : matches) {
-    std::cout << padLeft(text.number(++number), 2) << ". " << neutralised(joinNonEmpty({m.name, m.admin1, m.countryName}))
-              << "\n";
+    std::cout << padLeft(text.number(++number), 2) << ". "
+              << neutralised(joinNonEmpty({m.name, m.admin1, m.countryName})) << "\n";
     std::string detail = text.coordinate(m.coordinate.latitude(), m.coordinate.longitude(), 4);
     if (m.population > 0) detail += "  " + text.format("pop. {}", text.number(static_cast<double>(m.population)));
     detail += "  " + m.timeZoneIdentifier;
@@ -222,7 +222,8 @@ FavoriteLocation savedPlace(const std::vector<FavoriteLocation>& favorites, std:
   }
   if (found.size() == 1) return *found.front();
   if (found.empty()) {
-    throw SavedPlaceNotFound("no saved place is named " + quotedInput(text) + " or has an id starting so (see ombrine places list)");
+    throw SavedPlaceNotFound("no saved place is named " + quotedInput(text) +
+                             " or has an id starting so (see ombrine places list)");
   }
   std::string ids;
   for (const FavoriteLocation* f : found) ids += " " + shortId(f->id);
@@ -290,7 +291,8 @@ int listSaved(const SavedOptions& options) {
   // Ids are eight characters; "home" in another language may be wider.
   const std::size_t width = std::max<std::size_t>(8, displayWidth(text("home")));
   if (home) std::cout << padRight(text("home"), width) << "  " << favoriteLine(*home) << "\n";
-  for (const FavoriteLocation& f : favorites) std::cout << padRight(shortId(f.id), width) << "  " << favoriteLine(f) << "\n";
+  for (const FavoriteLocation& f : favorites)
+    std::cout << padRight(shortId(f.id), width) << "  " << favoriteLine(f) << "\n";
   if (!home && favorites.empty()) std::cout << text("no saved places; add one with: ombrine places save NAME") << "\n";
   return 0;
 }
@@ -313,10 +315,13 @@ int removeSaved(const SavedOptions& options) {
 int home(const SavedOptions& options) {
   const bool choosing = !options.place.empty() || !options.at.empty();
   if (options.clear && (choosing || !options.name.empty())) {
-    throw InvalidPlaceQuery("--clear takes no place, --at or --name; usage: ombrine places home [PLACE | --at LAT,LON] [--name NAME] | --clear");
+    throw InvalidPlaceQuery(
+        "--clear takes no place, --at or --name; usage: ombrine places home [PLACE | --at LAT,LON] [--name NAME] | "
+        "--clear");
   }
   if (!options.name.empty() && !choosing) {
-    throw InvalidPlaceQuery("--name names the place being set; usage: ombrine places home PLACE|--at LAT,LON --name NAME");
+    throw InvalidPlaceQuery(
+        "--name names the place being set; usage: ombrine places home PLACE|--at LAT,LON --name NAME");
   }
   ProgramServices services;
   HomeStore& homes = services->home();
@@ -335,10 +340,12 @@ int home(const SavedOptions& options) {
   }
   const auto current = homes.home();
   if (options.json) {
-    std::cout << serializeJson(current ? boost::json::value(favoriteJson(*current)) : boost::json::value(nullptr)) << "\n";
+    std::cout << serializeJson(current ? boost::json::value(favoriteJson(*current)) : boost::json::value(nullptr))
+              << "\n";
   } else {
     const ScreenText text(currentLocale());
-    std::cout << (current ? std::string(text("home")) + "  " + favoriteLine(*current) : std::string(text("no home place")))
+    std::cout << (current ? std::string(text("home")) + "  " + favoriteLine(*current)
+                          : std::string(text("no home place")))
               << "\n";
   }
   return 0;
@@ -346,12 +353,11 @@ int home(const SavedOptions& options) {
 
 // Runs a subcommand and turns its failures into one line on stderr and the exit code.
 void report(const char* name, const std::function<int()>& run) {
-  static const CommandReporting reporting{{wordAs<InvalidPlaceQuery>(2), wordByFailureText<DomainError>(),
-                                           wordAs<SavedPlaceNotFound>(1),
-                                           wordAs<FileError>(1, "a file cannot be read or written: "),
-                                           wordAs<CloudStoreQuotaError>(1)},
-                                          "the weather service",
-                                          false};
+  static const CommandReporting reporting{
+      {wordAs<InvalidPlaceQuery>(2), wordByFailureText<DomainError>(), wordAs<SavedPlaceNotFound>(1),
+       wordAs<FileError>(1, "a file cannot be read or written: "), wordAs<CloudStoreQuotaError>(1)},
+      "the weather service",
+      false};
   runReporting(std::string("places ") + name, run, reporting);
 }
 
@@ -363,9 +369,10 @@ void addPlacesCommand(CLI::App& app) {
 
   auto searchOptions = std::make_shared<SearchOptions>();
   CLI::App* searchCommand = places->add_subcommand("search", "Places whose name starts with TEXT, best first");
-  searchCommand->add_option("text", searchOptions->text,
-                            "A name (\"zurich\"), a name with its state or country (\"Springfield, IL\", "
-                            "\"Paris, FR\"), or LAT,LON")
+  searchCommand
+      ->add_option("text", searchOptions->text,
+                   "A name (\"zurich\"), a name with its state or country (\"Springfield, IL\", "
+                   "\"Paris, FR\"), or LAT,LON")
       ->required();
   searchCommand->add_option("--limit", searchOptions->limit, "At most this many places (1 to 1000)")
       ->check(CLI::Range(1, 1000));
@@ -392,7 +399,8 @@ void addPlacesCommand(CLI::App& app) {
   listCommand->callback([saved] { report("list", [&] { return listSaved(*saved); }); });
 
   CLI::App* removeCommand = places->add_subcommand("remove", "Remove a saved place");
-  removeCommand->add_option("place", saved->place, "Its name, id or the id's first characters (see places list)")->required();
+  removeCommand->add_option("place", saved->place, "Its name, id or the id's first characters (see places list)")
+      ->required();
   removeCommand->add_flag("--json", saved->json, "Print the removed place as JSON");
   removeCommand->callback([saved] { report("remove", [&] { return removeSaved(*saved); }); });
 

@@ -37,7 +37,6 @@ const std::map<std::string, ForecaMapLayer>& supplementalNames() {
   return names;
 }
 
-
 struct LayerListing {
   std::string name;    // "radar" or the supplemental text form
   std::string source;  // "service", "fallback", "tile proxy"

@@ -182,12 +182,14 @@ int run(const ImageOptions& options) {
   }
   if (layer.frames.empty()) throw std::runtime_error(kNoRadarFramesMessage);
 
-  RadarPictureRequest request{.viewport = {place.location.latitude(), place.location.longitude(), options.zoom, width, height},
-                              .placeName = place.name,
-                              .attribution = layer.attribution,
-                              .coast = sharedCoastTileIndex().get()};
+  RadarPictureRequest request{
+      .viewport = {place.location.latitude(), place.location.longitude(), options.zoom, width, height},
+      .placeName = place.name,
+      .attribution = layer.attribution,
+      .coast = sharedCoastTileIndex().get()};
   for (std::size_t i = 0; i < layer.frames.size(); ++i) {
-    request.frames.push_back({layer.overlays[i], fmt::format("{}  {}", options.layer, radarLocalTime(layer.frames[i].time, place.zone))});
+    request.frames.push_back(
+        {layer.overlays[i], fmt::format("{}  {}", options.layer, radarLocalTime(layer.frames[i].time, place.zone))});
   }
   const bool terminal = ::isatty(STDERR_FILENO) != 0;
   auto progress = [terminal](const RadarPictureProgress& step) {

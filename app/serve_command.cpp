@@ -59,7 +59,8 @@ int run(const ServeOptions& options) {
 void addServeCommand(CLI::App& app) {
   auto options = std::make_shared<ServeOptions>();
   CLI::App* command = app.add_subcommand("serve", "A local web page with the forecast, the radar map and trips");
-  command->add_option("--port", options->port, "The port (default 8765; 0: any free port)")->check(CLI::Range(0, 65535));
+  command->add_option("--port", options->port, "The port (default 8765; 0: any free port)")
+      ->check(CLI::Range(0, 65535));
   command->add_option("--bind", options->bind,
                       "The address to listen on (default 127.0.0.1); beyond loopback the page needs the printed token");
   command->add_flag("--open", options->open, "Open the page in the desktop's browser");

@@ -1,7 +1,7 @@
 #include "app/settings_command.hpp"
 
-#include <boost/json/object.hpp>
 #include <fmt/format.h>
+#include <boost/json/object.hpp>
 
 #include <algorithm>
 #include <array>
@@ -18,8 +18,8 @@
 #include "app/global_options.hpp"
 #include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
-#include "core/values/iso8601.hpp"
 #include "core/fetch/provider_dispatch.hpp"
+#include "core/values/iso8601.hpp"
 #include "core/values/unit_rules.hpp"
 #include "core/values/value_json.hpp"
 #include "persistence/key_value_backup.hpp"
@@ -77,8 +77,8 @@ StoreValue parsed(const SettingsField& field, std::string_view text) {
   if (std::holds_alternative<bool>(example.value)) {
     if (word == "true" || word == "yes" || word == "on" || word == "1") return StoreValue{true};
     if (word == "false" || word == "no" || word == "off" || word == "0") return StoreValue{false};
-    throw UsageError(fmt::format("invalid value \"{}\" for {}; accepted: true, false (or yes/no, on/off, 1/0)",
-                                 text, field.key));
+    throw UsageError(
+        fmt::format("invalid value \"{}\" for {}; accepted: true, false (or yes/no, on/off, 1/0)", text, field.key));
   }
   if (std::holds_alternative<std::int64_t>(example.value)) {
     constexpr std::array kSources = {WeatherDataSource::dynamic, WeatherDataSource::apple, WeatherDataSource::foreca,
@@ -87,12 +87,12 @@ StoreValue parsed(const SettingsField& field, std::string_view text) {
       const auto number = static_cast<std::int64_t>(source);
       if (word == weatherDataSourceName(source) || word == std::to_string(number)) return StoreValue{number};
     }
-    throw UsageError(fmt::format(
-        "invalid value \"{}\" for {}; accepted: dynamic (0), apple (1), foreca (2), ow (3)", text, field.key));
+    throw UsageError(fmt::format("invalid value \"{}\" for {}; accepted: dynamic (0), apple (1), foreca (2), ow (3)",
+                                 text, field.key));
   }
   if (additionalHourlyDataPreferenceNamed(text)) return StoreValue{std::string(text)};
-  throw UsageError(fmt::format("invalid value \"{}\" for {}; accepted: uvi, wind, windAndGust, airQuality, none",
-                               text, field.key));
+  throw UsageError(
+      fmt::format("invalid value \"{}\" for {}; accepted: uvi, wind, windAndGust, airQuality, none", text, field.key));
 }
 
 boost::json::value jsonValue(const SettingsField& field, const Settings& settings) {
@@ -100,7 +100,6 @@ boost::json::value jsonValue(const SettingsField& field, const Settings& setting
   if (const auto* b = std::get_if<bool>(&stored.value)) return *b;
   return boost::json::value(shown(field, settings));
 }
-
 
 int list(const Options& options) {
   ProgramServices services;
@@ -138,10 +137,11 @@ int set(const Options& options) {
     field.read(value, chosen);
     const DataSourceChange change = services->changeDataSource(chosen.preferredWeatherProvider);
     if (change.limitReached) {
-      logf("ombrine settings set: {}: {} changes of the data source today; forecasts use {} from their next "
-           "scheduled fetch instead of at once",
-           DataSourceChangeTracker::kLimitReachedMessage, change.changesBefore + 1,
-           weatherDataSourceName(chosen.preferredWeatherProvider));
+      logf(
+          "ombrine settings set: {}: {} changes of the data source today; forecasts use {} from their next "
+          "scheduled fetch instead of at once",
+          DataSourceChangeTracker::kLimitReachedMessage, change.changesBefore + 1,
+          weatherDataSourceName(chosen.preferredWeatherProvider));
     }
   } else {
     services->settings().write(field, value);
@@ -184,9 +184,13 @@ int backup(const Options& options) {
   ProgramServices services;
   const Date now = Date::fromSystem(services->clock().now());
   const std::string name = options.key.empty() ? backupNameOf(now) : options.key;
-  if (!isValidBackupName(name)) throw UsageError(fmt::format("\"{}\" cannot name a backup: use letters, digits, "
-                                                             "'-', '_' or '.' (not latest or previous)", name));
-  const KeyValueSnapshot taken = backupKeyValueStoreNamed(name, now, services->syncedStore(), services->standardDefaults());
+  if (!isValidBackupName(name))
+    throw UsageError(
+        fmt::format("\"{}\" cannot name a backup: use letters, digits, "
+                    "'-', '_' or '.' (not latest or previous)",
+                    name));
+  const KeyValueSnapshot taken =
+      backupKeyValueStoreNamed(name, now, services->syncedStore(), services->standardDefaults());
   if (options.json) {
     boost::json::object out = snapshotJson(taken).as_object();
     out["name"] = name;
@@ -221,32 +225,34 @@ int restore(const Options& options) {
     if (!snapshots.empty()) std::cout << text("restore one with: ombrine settings restore NAME") << "\n";
     return 0;
   }
-  const KeyValueSnapshot restored = restoreKeyValueStoreFromSnapshot(options.key, services->standardDefaults(), services->syncedStore());
+  const KeyValueSnapshot restored =
+      restoreKeyValueStoreFromSnapshot(options.key, services->standardDefaults(), services->syncedStore());
   if (options.json) {
     std::cout << serializeJson(snapshotJson(restored)) << "\n";
   } else {
     const ScreenText text(currentLocale());
     std::cout << text.format("restored {} from the backup {} of {}",
-                             text.counted(static_cast<double>(restored.values.size()), "{} key", "{} keys"), options.key,
-                             dateText(text, restored.date))
+                             text.counted(static_cast<double>(restored.values.size()), "{} key", "{} keys"),
+                             options.key, dateText(text, restored.date))
               << "\n";
   }
   return 0;
 }
 
 void report(const char* name, const std::function<int()>& run) {
-  static const CommandReporting reporting{{wordAs<UsageError>(2),
-                                           wordAs<PropertyListError>(1, "the backup cannot be read: "),
-                                           wordAs<std::runtime_error>(1)},
-                                          "the weather service",
-                                          false};
+  static const CommandReporting reporting{
+      {wordAs<UsageError>(2), wordAs<PropertyListError>(1, "the backup cannot be read: "),
+       wordAs<std::runtime_error>(1)},
+      "the weather service",
+      false};
   runReporting(std::string("settings ") + name, run, reporting);
 }
 
 }  // namespace
 
 void addSettingsCommand(CLI::App& app) {
-  CLI::App* settings = app.add_subcommand("settings", "Show and change the settings (kept in the synced key-value store)");
+  CLI::App* settings =
+      app.add_subcommand("settings", "Show and change the settings (kept in the synced key-value store)");
   settings->require_subcommand(1);
   auto options = std::make_shared<Options>();
 
@@ -261,8 +267,9 @@ void addSettingsCommand(CLI::App& app) {
 
   CLI::App* setCommand = settings->add_subcommand("set", "Change one setting");
   setCommand->add_option("key", options->key, "The setting, e.g. hideTides")->required();
-  setCommand->add_option("value", options->value,
-                         "true/false; a provider (dynamic, apple, foreca, ow); or uvi, wind, windAndGust, airQuality, none")
+  setCommand
+      ->add_option("value", options->value,
+                   "true/false; a provider (dynamic, apple, foreca, ow); or uvi, wind, windAndGust, airQuality, none")
       ->required();
   setCommand->callback([options] { report("set", [&] { return set(*options); }); });
 

@@ -201,13 +201,21 @@ TEST_F(StoreCommandsTest, UnwritableCorruptAndMisplacedFiles) {
       {"store is a folder", directoryStore, false, "trips add Paris --from 2030-01-01", 1, "Is a directory", true},
       {"store is mode 000", lockedStore, true, "places save --at 1,2", 1, "Permission denied", true},
       {"store is mode 000", lockedStore, true, "settings set hideTides true", 1, "Permission denied", true},
-      {"store is garbage", [&] { fs::create_directories(synced); std::ofstream(store) << "{\"favorites\": tru"; },
+      {"store is garbage",
+       [&] {
+         fs::create_directories(synced);
+         std::ofstream(store) << "{\"favorites\": tru";
+       },
        false, "places save --at 1,2", 0, "kept aside", true},
       {"weather cache is a folder", [&] { fs::create_directories(caches / "latestWeatherCache"); }, false,
        "--services sim forecast Boston -v", 0, "Could not write the weather cache", false},
       {"tide predictions file is a folder", [&] { fs::create_directories(caches / "Tides" / "noaa_8443970.json"); },
        false, "--services sim forecast Boston -v", 0, "Could not write the tide cache", false},
-      {"caches folder is a file", [&] { fs::create_directories(caches.parent_path()); std::ofstream(caches) << "x"; },
+      {"caches folder is a file",
+       [&] {
+         fs::create_directories(caches.parent_path());
+         std::ofstream(caches) << "x";
+       },
        false, "--services sim forecast Boston", 0, "nothing is cached", true},
   };
   for (const Row& row : rows) {

@@ -11,9 +11,9 @@
 #include "app/global_options.hpp"
 #include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
-#include "core/values/errors.hpp"
 #include "core/fetch/geocoder.hpp"
 #include "core/fetch/provider_dispatch.hpp"
+#include "core/values/errors.hpp"
 #include "core/values/unit_rules.hpp"
 #include "platform/log.hpp"
 #include "wiring/geocode_namer.hpp"
@@ -39,12 +39,12 @@ std::string configuration(const ScreenWords& text, WeatherDataSource source, con
   const std::string_view forecaMissing = "no: needs a Foreca token (OMBRINE_FORECA_TOKEN or foreca_token)";
   switch (source) {
     case WeatherDataSource::dynamic:
-    case WeatherDataSource::foreca:
-      return foreca ? yes : std::string(text(forecaMissing));
+    case WeatherDataSource::foreca: return foreca ? yes : std::string(text(forecaMissing));
     case WeatherDataSource::apple:
-      return systemWeather ? yes
-                           : std::string(text("no: needs weatherkit_key_file, weatherkit_key_id, weatherkit_team_id and "
-                                              "weatherkit_service_id"));
+      return systemWeather
+                 ? yes
+                 : std::string(text("no: needs weatherkit_key_file, weatherkit_key_id, weatherkit_team_id and "
+                                    "weatherkit_service_id"));
     case WeatherDataSource::ow:
       return credentials.openWeatherKey
                  ? yes
@@ -69,8 +69,8 @@ std::string_view pathDescription(ProviderPath path) {
 int run(const SourcesOptions& options) {
   ProgramServices program;
   Services& services = *program;
-  const WeatherDataSource sources[] = {WeatherDataSource::dynamic, WeatherDataSource::apple,
-                                       WeatherDataSource::foreca, WeatherDataSource::ow};
+  const WeatherDataSource sources[] = {WeatherDataSource::dynamic, WeatherDataSource::apple, WeatherDataSource::foreca,
+                                       WeatherDataSource::ow};
   const WeatherDataSource chosen = services.providerSettings().dataSource();
   const ScreenText text(currentLocale());
   // The first column holds source names (at most 7 characters) or its heading.
@@ -88,7 +88,8 @@ int run(const SourcesOptions& options) {
   const std::string query = !options.at.empty() ? options.at : options.place;
   if (query.empty()) return 0;
   const auto matches = services.geocoder().search(query, 1);
-  if (matches.empty()) throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named " + quotedInput(query));
+  if (matches.empty())
+    throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named " + quotedInput(query));
   const GeoDetails details = services.namer().detailsOf(matches.front().coordinate);
   const ProviderPath path = providerPath(WeatherDataSource::dynamic, details.region);
   std::cout << "\n"

@@ -54,9 +54,9 @@ TEST(ForecastSourcesTest, EverySourceGivesAFullForecastAndDynamicPicksByRegionAn
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(std::string(row.provider) + " " + row.place + " " + row.faults);
-    const ProgramRun run = runIsolated(std::string("--services sim forecast --json --provider ") + row.provider +
-                                           " " + row.place,
-                                       std::string("OMBRINE_SIM_FAULTS='") + row.faults + "'");
+    const ProgramRun run =
+        runIsolated(std::string("--services sim forecast --json --provider ") + row.provider + " " + row.place,
+                    std::string("OMBRINE_SIM_FAULTS='") + row.faults + "'");
     ASSERT_EQ(run.exitCode, 0) << run.err;
     const OneCallWeather weather = decodeOneCallWeather(run.out);
     EXPECT_EQ(serviceOf(weather), row.service);

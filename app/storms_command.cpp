@@ -9,8 +9,8 @@
 #include "app/global_options.hpp"
 #include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
-#include "core/values/errors.hpp"
 #include "core/fetch/geocoder.hpp"
+#include "core/values/errors.hpp"
 #include "core/values/unit_rules.hpp"
 #include "platform/log.hpp"
 #include "storms/active_storm_fetch.hpp"
@@ -48,7 +48,8 @@ int list(const StormsOptions& options) {
   std::string placeName;
   if (!options.near.empty()) {
     const auto matches = services.geocoder().search(options.near, 1);
-    if (matches.empty()) throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named " + quotedInput(options.near));
+    if (matches.empty())
+      throw DomainError(kNoResultErrorDomain, kNoResultErrorCode, "no place named " + quotedInput(options.near));
     near = matches.front().coordinate;
     placeName = matches.front().name;
   }
@@ -64,7 +65,8 @@ int list(const StormsOptions& options) {
     return 0;
   }
   if (entries.empty()) {
-    std::cout << text.format("No active tropical storm within {} km of {}.", text.number(*options.radius, {.fractionDigits = 1, .trailingZeros = false}), placeName)
+    std::cout << text.format("No active tropical storm within {} km of {}.",
+                             text.number(*options.radius, {.fractionDigits = 1, .trailingZeros = false}), placeName)
               << "\n";
     return 0;
   }
@@ -130,7 +132,9 @@ void addStormsCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("storms", "Active tropical storms from NHC and JTWC");
   command->add_flag("--json", options->json, "Print the list as JSON");
   auto* near = command->add_option("--near", options->near, "Sort by distance from a place (\"Okinawa\")");
-  command->add_option("--radius", options->radius, "Only storms within KM of --near")->check(positiveNumber())->needs(near);
+  command->add_option("--radius", options->radius, "Only storms within KM of --near")
+      ->check(positiveNumber())
+      ->needs(near);
   CLI::App* showCommand = command->add_subcommand("show", "One storm's forecast track");
   showCommand->add_option("id", options->showID, "The storm's id (\"al052026\", \"WP0626\")")->required();
   showCommand->add_flag("--geojson", options->geojson, "Print the cone and tracks as GeoJSON");

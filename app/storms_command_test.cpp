@@ -60,7 +60,7 @@ TEST_F(StormsCommandTest, FailuresAndUsage) {
       {"", "nhc.storms=status=503;jtwc.rss=status=503", 1},  // no usable data is not "no storms"
       {"--json", "nhc.storms=malformed;jtwc.rss=error200", 1},
       {"show xx9999", "", 1},
-      {"--radius 10", "", 2},                                // a radius needs a place
+      {"--radius 10", "", 2},  // a radius needs a place
       {"--near Tokyo --radius -5", "", 2},
       {"show", "", 2},
   };

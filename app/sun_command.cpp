@@ -14,8 +14,8 @@
 #include "app/place_query.hpp"
 #include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
-#include "core/values/errors.hpp"
 #include "core/fetch/geocoder.hpp"
+#include "core/values/errors.hpp"
 #include "core/values/iso8601.hpp"
 #include "core/values/unit_rules.hpp"
 #include "core/values/value_json.hpp"
@@ -150,10 +150,14 @@ int showDay(const SunPlace& place, CivilDate day, bool asJson) {
     const char* name;
     std::optional<Date> event;
   } lines[] = {
-      {"Astronomical dawn", events.astronomicalSunrise}, {"Nautical dawn", events.nauticalSunrise},
-      {"Civil dawn", events.civilSunrise},               {"Sunrise", times.sunrise},
-      {"Sunset", times.sunset},                          {"Civil dusk", events.civilSunset},
-      {"Nautical dusk", events.nauticalSunset},          {"Astronomical dusk", events.astronomicalSunset},
+      {"Astronomical dawn", events.astronomicalSunrise},
+      {"Nautical dawn", events.nauticalSunrise},
+      {"Civil dawn", events.civilSunrise},
+      {"Sunrise", times.sunrise},
+      {"Sunset", times.sunset},
+      {"Civil dusk", events.civilSunset},
+      {"Nautical dusk", events.nauticalSunset},
+      {"Astronomical dusk", events.astronomicalSunset},
   };
   // The widest name in the reader's language and two spaces (19 columns in English).
   std::size_t width = displayWidth(text("Daylight"));
@@ -183,7 +187,8 @@ int showYear(const SunPlace& place, int year, bool asJson) {
   const std::size_t dayWidth = column("Date", shownDay(text, {year, 12, 31}));
   const std::size_t timeWidth = column("Sunrise", text.clock(23, 59, 59) + " +1");
   const std::size_t setWidth = column("Sunset", text.clock(23, 59, 59) + " +1");
-  if (asJson) beginDocument(json, place);
+  if (asJson)
+    beginDocument(json, place);
   else {
     printHeading(text, place);
     std::cout << padRight(text("Date"), dayWidth) << padRight(text("Sunrise"), timeWidth)
@@ -200,7 +205,8 @@ int showYear(const SunPlace& place, int year, bool asJson) {
                              ? padRight(clockText(text, *calendar, day, times.sunrise), timeWidth) +
                                    padRight(clockText(text, *calendar, day, times.sunset), setWidth)
                              : padRight(cutToWidth(label, timeWidth + setWidth - 1), timeWidth + setWidth);
-    std::cout << padRight(shownDay(text, day), dayWidth) << events << durationText(text, times.daylightDuration) << "\n";
+    std::cout << padRight(shownDay(text, day), dayWidth) << events << durationText(text, times.daylightDuration)
+              << "\n";
   }
   if (asJson) {
     json.endArray();
@@ -237,8 +243,11 @@ void addSunCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("sun", "Sunrise, sunset, twilights and daylight at a place");
   auto* place = command->add_option("place", options->place, "A place name (\"Tromsø\", \"Paris, FR\")");
   command->add_option("--at", options->at, "A coordinate, LAT,LON (e.g. 69.65,18.96)")->excludes(place);
-  auto* date = command->add_option("--date", options->date, "A day on the place's calendar, YYYY-MM-DD (default: today there)");
-  command->add_option("--year", options->year, "Every day of a year, e.g. 2026")->check(CLI::Range(1, 9999))->excludes(date);
+  auto* date =
+      command->add_option("--date", options->date, "A day on the place's calendar, YYYY-MM-DD (default: today there)");
+  command->add_option("--year", options->year, "Every day of a year, e.g. 2026")
+      ->check(CLI::Range(1, 9999))
+      ->excludes(date);
   command->add_flag("--json", options->json, "Print the days as JSON");
   command->callback([options] {
     try {

@@ -25,7 +25,9 @@ TEST(SunCommandTest, DaysAndTheirStates) {
   const Row rows[] = {
       {"Tromsø --date 2026-06-21", 0, {"Midnight sun"}},
       {"Tromsø --date 2026-12-21", 0, {"Polar night", "Europe/Oslo"}},
-      {"--at 48.137,11.575 --date 2026-06-21", 0, {"Sunrise            05:1", "Daylight           16 h"}},  // summer time
+      {"--at 48.137,11.575 --date 2026-06-21",
+       0,
+       {"Sunrise            05:1", "Daylight           16 h"}},  // summer time
       {"Tromsø --year 2026", 0, {"2026-06-21  Midnight sun"}},
       {"--at 48.137,11.575 --date 2026-02-30", 2, {}},  // no such day
       {"--at 48.137,11.575 --date 21.06.2026", 2, {}},

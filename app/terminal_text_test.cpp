@@ -42,9 +42,8 @@ TEST(TerminalTextTest, ColumnsCountWideCharactersTwiceAndMarksNotAtAll) {
     std::size_t width;
   };
   const Row rows[] = {
-      {"Rain", 4},          {"Regen", 5},        {"晴れ", 4},  {"にわか雨", 8},
-      {"e\u0301", 1},       {"😀", 2},           {"°C", 2},    {"서울", 4},
-      {"ＡＢ", 4},          {"", 0},
+      {"Rain", 4}, {"Regen", 5}, {"晴れ", 4}, {"にわか雨", 8}, {"e\u0301", 1},
+      {"😀", 2},    {"°C", 2},    {"서울", 4}, {"ＡＢ", 4},     {"", 0},
   };
   for (const Row& row : rows) EXPECT_EQ(displayWidth(row.text), row.width) << row.text;
   EXPECT_EQ(padRight("晴れ", 6), "晴れ  ");

@@ -9,8 +9,8 @@
 #include "app/global_options.hpp"
 #include "app/place_query.hpp"
 #include "app/screen_text.hpp"
-#include "core/values/errors.hpp"
 #include "core/fetch/geocoder.hpp"
+#include "core/values/errors.hpp"
 #include "core/values/unit_rules.hpp"
 #include "persistence/favorite_store.hpp"
 #include "platform/log.hpp"
@@ -77,7 +77,8 @@ void addThreatsCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("threats", "Fires, storms, warnings and rain near a place");
   auto* place = command->add_option("place", options->place, "A place name (\"Miami\"); default: the home place");
   command->add_option("--at", options->at, "A coordinate, LAT,LON")->excludes(place);
-  command->add_option("--radius", options->radius, "Storms and fires within KM (default 500)")->check(numberBetween(1, 2000));
+  command->add_option("--radius", options->radius, "Storms and fires within KM (default 500)")
+      ->check(numberBetween(1, 2000));
   command->add_flag("--json", options->json, "Print the threats and the sources' states as JSON");
   command->callback([options] {
     try {

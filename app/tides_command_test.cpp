@@ -30,10 +30,10 @@ TEST(TidesCommandTest, StationDistanceAndComingTides) {
       {"--at 38.78,-75.12 --hours 24", 0, {"Station: Lewes, DE", "America/New_York", "high"}},
       {"--station 8557380", 0, {"chosen directly"}},
       {"--station 07795", 0, {"Point Atkinson, BC"}},  // a CHS station by its code
-      {"Dover", 1, {}},                                 // Dover, England: no tide service there
-      {"--at 48.137,11.575", 1, {}},                    // Munich: inland and outside the regions
-      {"--station 123", 2, {}},                         // no such station
-      {"", 2, {}},                                      // nothing asked
+      {"Dover", 1, {}},                                // Dover, England: no tide service there
+      {"--at 48.137,11.575", 1, {}},                   // Munich: inland and outside the regions
+      {"--station 123", 2, {}},                        // no such station
+      {"", 2, {}},                                     // nothing asked
       {"--at 38.78,-75.12 --hours 0", 2, {}},
   };
   for (const auto& row : rows) {

@@ -1,8 +1,8 @@
 #include "app/trips_command.hpp"
 
+#include <fmt/format.h>
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
-#include <fmt/format.h>
 
 #include <algorithm>
 #include <cctype>
@@ -20,9 +20,9 @@
 #include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
 #include "app/trips_hourly_command.hpp"
+#include "core/fetch/geocoder.hpp"
 #include "core/values/errors.hpp"
 #include "core/values/geo_naming.hpp"
-#include "core/fetch/geocoder.hpp"
 #include "core/values/unit_rules.hpp"
 #include "core/values/value_format.hpp"
 #include "core/values/value_json.hpp"
@@ -121,8 +121,8 @@ DayInput parseDayInput(const std::string& text, const char* what) {
   const bool shaped = text.size() == 16 && (text[10] == ' ' || text[10] == 'T') && text[13] == ':' &&
                       number(11, time.hour) && number(14, time.minute);
   if (!shaped || time.hour > 23 || time.minute > 59) {
-    throw UsageError(
-        fmt::format("{} \"{}\" is not a date and time; write \"YYYY-MM-DD HH:MM\", e.g. \"2027-03-20 14:30\"", what, text));
+    throw UsageError(fmt::format(
+        "{} \"{}\" is not a date and time; write \"YYYY-MM-DD HH:MM\", e.g. \"2027-03-20 14:30\"", what, text));
   }
   return DayInput{parseDay(text.substr(0, 10), what), time};
 }
@@ -176,7 +176,6 @@ std::optional<Location> homeLocation(const Stores& stores) {
   if (!home) return std::nullopt;
   return home->location;
 }
-
 
 // The trip's first and last days as the destination numbers them.
 std::pair<CivilDay, CivilDay> tripDays(const Trip& trip) {
@@ -300,7 +299,8 @@ void printTrip(const ScreenWords& words, const Trip& trip, const std::vector<Tri
 }
 
 std::vector<Trip> byStart(std::vector<Trip> trips) {
-  std::stable_sort(trips.begin(), trips.end(), [](const Trip& a, const Trip& b) { return a.dates.from < b.dates.from; });
+  std::stable_sort(trips.begin(), trips.end(),
+                   [](const Trip& a, const Trip& b) { return a.dates.from < b.dates.from; });
   return trips;
 }
 
@@ -432,7 +432,8 @@ int edit(const EditOptions& options) {
   }
   if (destination) {
     if (options.clearName) destination->displayName.reset();
-    if (options.place.displayName && !options.place.displayName->empty()) destination->displayName = options.place.displayName;
+    if (options.place.displayName && !options.place.displayName->empty())
+      destination->displayName = options.place.displayName;
     if (!options.place.symbol.empty()) destination->symbolName = options.place.symbol;
   }
   const std::optional<DayInput> newFrom =
@@ -500,14 +501,12 @@ int remove(const std::string& named) {
 void report(const char* name, const std::function<int()>& run) {
   // A trip's name in a message quotes what was typed: shown harmlessly, and never at length.
   const FailureTextTransform quoted = [](std::string_view text) { return neutralised(text, kMaxTripMessage); };
-  static const CommandReporting reporting{{wordAs<TripRejectedError>(2), wordAs<UsageError>(2),
-                                           wordAs<InvalidPlaceQuery>(2),
-                                           wordAs<NoSuchTrip>(1, quoted), wordAs<AmbiguousTrip>(2, quoted),
-                                           wordAs<TripRemovedError>(1),
-                                           wordAs<FileError>(1, "the trips cannot be read or written: "),
-                                           wordAs<CloudStoreQuotaError>(1)},
-                                          "the weather service",
-                                          false};
+  static const CommandReporting reporting{
+      {wordAs<TripRejectedError>(2), wordAs<UsageError>(2), wordAs<InvalidPlaceQuery>(2), wordAs<NoSuchTrip>(1, quoted),
+       wordAs<AmbiguousTrip>(2, quoted), wordAs<TripRemovedError>(1),
+       wordAs<FileError>(1, "the trips cannot be read or written: "), wordAs<CloudStoreQuotaError>(1)},
+      "the weather service",
+      false};
   runReporting(std::string("trips ") + name, run, reporting);
 }
 

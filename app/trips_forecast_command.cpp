@@ -20,12 +20,12 @@
 #include "app/screen_text.hpp"
 #include "app/terminal_text.hpp"
 #include "core/fetch/fetch_retry.hpp"
-#include "core/record/one_call_weather_json.hpp"
 #include "core/fetch/provider_dispatch.hpp"
+#include "core/record/one_call_weather_json.hpp"
+#include "core/record/weather_derived.hpp"
 #include "core/values/unit_rules.hpp"
 #include "core/values/value_format.hpp"
 #include "core/values/value_json.hpp"
-#include "core/record/weather_derived.hpp"
 #include "persistence/trip_cache_store.hpp"
 #include "persistence/weather_cache.hpp"
 #include "platform/linux/file_cloud_key_value_store.hpp"
@@ -175,11 +175,12 @@ void printReadable(const LoadedTripForecast& loaded, Date now) {
   if (loaded.entry) {
     const CachedWeather& cached = loaded.entry->cachedWeather;
     const double ageMinutes = (now - cached.weather.current.dt) / 60.0;
-    source = words.format("{} forecast for {}, observed {} ({})", words(providerLabel(weatherDataSource(cached.weather))),
-                          place, timeText(cached.weather.current.dt),
-                          loaded.fetched ? std::string(words("fetched now"))
-                                         : words.format("from the trip cache, {} min old",
-                                                        words.number(std::round(std::max(0.0, ageMinutes)))));
+    source = words.format(
+        "{} forecast for {}, observed {} ({})", words(providerLabel(weatherDataSource(cached.weather))), place,
+        timeText(cached.weather.current.dt),
+        loaded.fetched
+            ? std::string(words("fetched now"))
+            : words.format("from the trip cache, {} min old", words.number(std::round(std::max(0.0, ageMinutes)))));
   } else {
     source = words("no forecast stored for this trip");
   }
@@ -263,8 +264,9 @@ void addTripsForecastCommand(CLI::App& trips) {
   auto options = std::make_shared<TripsForecastOptions>();
   CLI::App* command = trips.add_subcommand("forecast", "The forecast of a trip, day by day");
   command->add_option("trip", options->trip, "The trip's id or name (default: the current trip, else the next)");
-  command->add_option("--provider", options->provider,
-                      "dynamic (by region), apple, foreca or ow (default: the preferredWeatherProvider setting)")
+  command
+      ->add_option("--provider", options->provider,
+                   "dynamic (by region), apple, foreca or ow (default: the preferredWeatherProvider setting)")
       ->check(CLI::IsMember({"dynamic", "apple", "foreca", "ow"}));
   command->add_flag("--no-fetch", options->noFetch, "Show only what the trip cache holds");
   command->add_flag("--json", options->json, "Print the trip, the source and the days as JSON");

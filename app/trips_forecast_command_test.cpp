@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/testing/program_sandbox.hpp"
 #include <sys/wait.h>
+#include "platform/testing/program_sandbox.hpp"
 
 #include <unistd.h>
 
@@ -84,8 +84,8 @@ TEST_F(TripsForecastCommandTest, FetchesOnceThenServesTheTripFromTheCache) {
   boost::json::value& dt = stored.at("entries").at(0).at("cachedWeather").at("weather").at("current").at("dt");
   dt = dt.to_number<double>() - 3600;
   std::ofstream(file) << boost::json::serialize(stored);
-  const ProgramRun failed =
-      sandbox_.run(OMBRINE_PROGRAM, "--services sim trips forecast", "LANG=en_US.UTF-8 OMBRINE_SIM_FAULTS='*=status=503'");
+  const ProgramRun failed = sandbox_.run(OMBRINE_PROGRAM, "--services sim trips forecast",
+                                         "LANG=en_US.UTF-8 OMBRINE_SIM_FAULTS='*=status=503'");
   EXPECT_EQ(failed.exitCode, 3) << failed.err;
   EXPECT_EQ(failed.err,
             "ombrine trips forecast: the weather service is not answering (HTTP 503); try again in 1 s; showing what "
@@ -207,8 +207,7 @@ TEST_F(TripsForecastCommandTest, TimedTripRefusalsAndHourlyUsageErrors) {
        "This time is unavailable at your destination. Choose another time."},
       {"departure before arrival", "trips add Tokyo --from \"2031-05-01 10:00\" --to \"2031-05-01 09:00\"", 2,
        "The return time must be after your arrival."},
-      {"a time on one end only", "trips add Tokyo --from 2031-05-01 --to \"2031-05-02 09:00\"", 2,
-       "both with a time"},
+      {"a time on one end only", "trips add Tokyo --from 2031-05-01 --to \"2031-05-02 09:00\"", 2, "both with a time"},
       {"a malformed time", "trips add Tokyo --from \"2031-05-01 25:00\"", 2, "is not a date and time"},
       {"without a departure the trip lasts the arrival day", "trips add Tokyo --from \"2031-05-01 10:00\"", 0,
        "2031-05-01 10:00 to 2031-05-02 00:00"},

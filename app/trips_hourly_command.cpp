@@ -1,8 +1,8 @@
 #include "app/trips_hourly_command.hpp"
 
+#include <fmt/format.h>
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
-#include <fmt/format.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -14,14 +14,14 @@
 
 #include "app/commands.hpp"
 #include "app/failure_text.hpp"
-#include "app/terminal_text.hpp"
 #include "app/global_options.hpp"
 #include "app/screen_text.hpp"
+#include "app/terminal_text.hpp"
+#include "core/fetch/geocoder.hpp"
+#include "core/fetch/provider_dispatch.hpp"
+#include "core/record/one_call_weather_json.hpp"
 #include "core/values/errors.hpp"
 #include "core/values/geo_naming.hpp"
-#include "core/fetch/geocoder.hpp"
-#include "core/record/one_call_weather_json.hpp"
-#include "core/fetch/provider_dispatch.hpp"
 #include "core/values/unit_rules.hpp"
 #include "core/values/value_format.hpp"
 #include "core/values/value_json.hpp"
@@ -33,10 +33,10 @@
 #include "platform/linux/file_cloud_key_value_store.hpp"
 #include "platform/log.hpp"
 #include "platform/paths.hpp"
+#include "trips/current_place_record.hpp"
 #include "trips/hourly_trip_forecast.hpp"
 #include "trips/trip_calendar.hpp"
 #include "trips/trip_store.hpp"
-#include "trips/current_place_record.hpp"
 #include "wiring/services.hpp"
 
 namespace ombrine::app {
@@ -90,9 +90,10 @@ CurrentPlace resolveCurrentPlace(const HourlyOptions& options, const std::option
   } else if (home) {
     place.home = home;
     place.coordinate = home->location;
-    place.location = HourlyForecastLocation{home->id, home->shownName(), kHomeRouteSymbol,
-                                            home->timeZone ? *home->timeZone : geocoder.timeZone(home->location),
-                                            home->region, std::nullopt};
+    place.location =
+        HourlyForecastLocation{home->id,         home->shownName(),
+                               kHomeRouteSymbol, home->timeZone ? *home->timeZone : geocoder.timeZone(home->location),
+                               home->region,     std::nullopt};
   } else {
     throw PlaceUsageError(
         "no place to start from: name one (e.g. Munich), give --at LAT,LON, or set a home with ombrine places home");
@@ -132,8 +133,9 @@ LocalClock localClock(Date instant, const TimeZone& zone) {
 // "2026-06-21 14:00 UTC+02" (or UTC+05:30), ASCII for JSON.
 std::string localTime(Date instant, const TimeZone& zone) {
   const LocalClock at = localClock(instant, zone);
-  const std::string utc = at.offsetMinutes == 0 ? fmt::format("UTC{}{:02}", at.sign, at.offsetHours)
-                                                : fmt::format("UTC{}{:02}:{:02}", at.sign, at.offsetHours, at.offsetMinutes);
+  const std::string utc = at.offsetMinutes == 0
+                              ? fmt::format("UTC{}{:02}", at.sign, at.offsetHours)
+                              : fmt::format("UTC{}{:02}:{:02}", at.sign, at.offsetHours, at.offsetMinutes);
   return fmt::format("{:04}-{:02}-{:02} {:02}:{:02} {}", at.day.year, at.day.month, at.day.day, at.time.hour,
                      at.time.minute, utc);
 }
@@ -196,7 +198,8 @@ void printJson(const HourlyTripLoad& load, const CurrentPlace& place, Date now) 
     routes.push_back(std::move(out));
   }
   boost::json::array unpersisted;
-  for (const UnpersistedRouteWeather& kept : load.unpersisted) unpersisted.push_back(boost::json::value(kept.cacheID.text()));
+  for (const UnpersistedRouteWeather& kept : load.unpersisted)
+    unpersisted.push_back(boost::json::value(kept.cacheID.text()));
   boost::json::array errors;
   for (const std::string& error : load.errors) errors.push_back(boost::json::value(error));
   boost::json::object document;
@@ -221,14 +224,14 @@ void printReadable(const HourlyTripLoad& load, const CurrentPlace& place) {
   for (std::size_t i = 0; i < timeline.size(); ++i) {
     const HourlyForecastPoint& point = timeline[i];
     const bool handover = isHandover(timeline, i);
-    const std::string condition = point.weather.weather.empty() ? std::string() : point.weather.weather.front().description;
+    const std::string condition =
+        point.weather.weather.empty() ? std::string() : point.weather.weather.front().description;
     // Cells in terminal columns, not bytes: names and conditions may be wide or accented.
-    std::string line = fmt::format("{} {}  {} {}  {} {}", handover ? "▸" : " ",
-                                   shownLocalTime(text, point.weather.dt, point.location.timeZone),
-                                   padRight(cutToWidth(point.location.name, 16), 16),
-                                   padLeft(formattedTemperature(point.weather.temp, TemperatureWidth::narrow, locale), 5),
-                                   padRight(cutToWidth(condition, 20), 20),
-                                   padLeft(text.percent(point.weather.pop), percentWidth));
+    std::string line = fmt::format(
+        "{} {}  {} {}  {} {}", handover ? "▸" : " ", shownLocalTime(text, point.weather.dt, point.location.timeZone),
+        padRight(cutToWidth(point.location.name, 16), 16),
+        padLeft(formattedTemperature(point.weather.temp, TemperatureWidth::narrow, locale), 5),
+        padRight(cutToWidth(condition, 20), 20), padLeft(text.percent(point.weather.pop), percentWidth));
     if (handover) line += "   ← " + handoverText(text, point, load, place);
     std::cout << line << "\n";
   }
@@ -248,7 +251,8 @@ int run(const HourlyOptions& options) {
   const Date now = Date::fromSystem(services.clock().now());
   CurrentPlaceQuery query{place.location.name, place.coordinate, place.location.timeZone, place.location.region,
                           place.home,          provider,         !options.noFetch};
-  auto loadRecord = currentPlaceRecord(std::move(query), cache, favorites, services.tripWeatherFetcher(), services.clock());
+  auto loadRecord =
+      currentPlaceRecord(std::move(query), cache, favorites, services.tripWeatherFetcher(), services.clock());
   const CachedWeather record = services.runtime().runBlocking(std::move(loadRecord));
   std::vector<OneCallWeather::Hourly> hours = nextHours(record.weather.hourly, now, options.hours);
   const auto real = std::count_if(hours.begin(), hours.end(), [](const auto& row) { return !row.sunStateChange; });
@@ -257,9 +261,10 @@ int run(const HourlyOptions& options) {
   }
 
   std::vector<Trip> trips = services.trips().trips();
-  std::stable_sort(trips.begin(), trips.end(), [](const Trip& a, const Trip& b) { return a.dates.from < b.dates.from; });
-  HourlyTripRefreshID key{TripHourlySchedule{std::move(trips)}, home, place.coordinate,
-                          provider, std::move(hours), !options.noFetch};
+  std::stable_sort(trips.begin(), trips.end(),
+                   [](const Trip& a, const Trip& b) { return a.dates.from < b.dates.from; });
+  HourlyTripRefreshID key{
+      TripHourlySchedule{std::move(trips)}, home, place.coordinate, provider, std::move(hours), !options.noFetch};
   auto work = loadHourlyTripForecast(std::move(key), place.location, cache, favorites, services.tripWeatherFetcher(),
                                      services.clock());
   const HourlyTripLoad load = services.runtime().runBlocking(std::move(work));

@@ -134,16 +134,13 @@ void printTable(const icu::Locale& locale, std::ostream& out) {
 void addUnitsCommand(CLI::App& app) {
   auto locale = std::make_shared<std::string>();
   CLI::App* command = app.add_subcommand("units", "Show sample values as a locale formats them");
-  command
-      ->add_option("--locale", *locale, "en_GB, fr-CA, ... (default: from $LANG)")
+  command->add_option("--locale", *locale, "en_GB, fr-CA, ... (default: from $LANG)")
       ->check(CLI::Validator(
           [](std::string& text) {
             return hasLocaleData(parseLocale(text)) ? std::string() : "no locale data for '" + text + "'";
           },
           "LOCALE"));
-  command->callback([locale] {
-    printTable(locale->empty() ? currentLocale() : parseLocale(*locale), std::cout);
-  });
+  command->callback([locale] { printTable(locale->empty() ? currentLocale() : parseLocale(*locale), std::cout); });
 }
 
 }  // namespace ombrine::app

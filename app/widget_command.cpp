@@ -48,7 +48,7 @@ std::optional<std::string> nextTrip(Services& services, Date now) {
   if (!next) return std::nullopt;
   const bool active = next->dates.from <= now;
   return next->destination.shownName() + (active ? " until " + iso8601String(next->dates.to).substr(0, 10)
-                                                  : " from " + iso8601String(next->dates.from).substr(0, 10));
+                                                 : " from " + iso8601String(next->dates.from).substr(0, 10));
 }
 
 std::string line(Services& services, const WidgetOptions& options, WidgetFormat format) {

@@ -21,12 +21,12 @@
 #include <optional>
 #include <string>
 
-#include "core/values/location.hpp"
 #include "core/record/one_call_weather.hpp"
+#include "core/values/location.hpp"
 #include "persistence/weather_cache.hpp"
+#include "platform/async/task.hpp"
 #include "platform/background_scheduler.hpp"
 #include "platform/clock.hpp"
-#include "platform/async/task.hpp"
 
 namespace ombrine {
 

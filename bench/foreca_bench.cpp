@@ -106,7 +106,12 @@ void BM_ForecaFetchWith50msLatency(benchmark::State& state) {
   state.counters["slowest_request_ms"] = slowest;
   state.counters["ratio"] = fetch / slowest;
 }
-BENCHMARK(BM_ForecaFetchWith50msLatency)->Arg(0)->Arg(1)->UseManualTime()->Iterations(10)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ForecaFetchWith50msLatency)
+    ->Arg(0)
+    ->Arg(1)
+    ->UseManualTime()
+    ->Iterations(10)
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

@@ -38,8 +38,7 @@ class SmallBodyServer {
     // A type the server does not compress: our client asks for compressed bodies and the curl
     // command line does not, and both must receive the same bytes to be compared.
     server.Get("/small", [](const httplib::Request&, httplib::Response& response) {
-      response.set_content(R"({"temperature":12.5,"condition":"rain"})",
-                           "application/octet-stream");
+      response.set_content(R"({"temperature":12.5,"condition":"rain"})", "application/octet-stream");
     });
     http_.start();
   }
@@ -70,8 +69,8 @@ void BM_SequentialRequest(benchmark::State& state) {
   auto request = HttpRequest{.url = server.url()};
   sendSequentially(runtime, client, request, 1);  // connect outside the timed loop
   for (auto _ : state) sendSequentially(runtime, client, request, 1);
-  state.counters["per_request"] = benchmark::Counter(
-      1, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+  state.counters["per_request"] =
+      benchmark::Counter(1, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 BENCHMARK(BM_SequentialRequest)->UseRealTime()->Unit(benchmark::kMicrosecond);
 
@@ -94,8 +93,8 @@ void BM_ConcurrentBatch(benchmark::State& state) {
   const auto batch = static_cast<int>(state.range(0));
   sendBatch(runtime, client, request, batch);  // open the connections outside the timed loop
   for (auto _ : state) sendBatch(runtime, client, request, batch);
-  state.counters["per_request"] = benchmark::Counter(
-      batch, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+  state.counters["per_request"] =
+      benchmark::Counter(batch, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 BENCHMARK(BM_ConcurrentBatch)->Arg(8)->Arg(64)->UseRealTime()->Unit(benchmark::kMicrosecond);
 

@@ -59,8 +59,8 @@ void BM_PassCold20Alerts(benchmark::State& state) {
   bench::timed(
       state,
       [&] {
-        const auto outcome =
-            fixture->notifier.notifyWeatherAlerts(twentyAlerts(Date::fromSystem(fixture->clock.now())), TimeZone::gmt());
+        const auto outcome = fixture->notifier.notifyWeatherAlerts(twentyAlerts(Date::fromSystem(fixture->clock.now())),
+                                                                   TimeZone::gmt());
         if (outcome.announcedKeys.size() != 20) state.SkipWithError("not announced");
       },
       [&] {
@@ -110,7 +110,8 @@ void BM_StateFileAfterAYearOfDailyAlerts(benchmark::State& state) {
         std::memcpy(id.bytes.data(), &attempt, sizeof attempt);
         auto plan = WeatherAlertNotificationState::plan(persisted, live, now, id, false);
         persisted = plan.persistedState;
-        if (plan.schedulingAttempt) persisted = WeatherAlertNotificationState::confirm(persisted, id, true).persistedState;
+        if (plan.schedulingAttempt)
+          persisted = WeatherAlertNotificationState::confirm(persisted, id, true).persistedState;
       }
     }
     bytes = encodeWeatherAlertNotificationState(persisted).size();

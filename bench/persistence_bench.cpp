@@ -198,7 +198,12 @@ void BM_CoordinatedWriteHandOff(benchmark::State& state) {
   });
   fs::remove_all(dir);
 }
-BENCHMARK(BM_CoordinatedWriteHandOff)->ArgName("limited")->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond)->Iterations(200);
+BENCHMARK(BM_CoordinatedWriteHandOff)
+    ->ArgName("limited")
+    ->Arg(0)
+    ->Arg(1)
+    ->Unit(benchmark::kMicrosecond)
+    ->Iterations(200);
 
 // Decoding what is on disk and encoding the outcome: the record's share of a store.
 void BM_DecodeEncodeOnly(benchmark::State& state) {

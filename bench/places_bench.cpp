@@ -8,9 +8,9 @@
 #include <algorithm>
 #include <chrono>
 #include <fstream>
+#include <random>
 #include <sstream>
 #include <stdexcept>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -60,9 +60,8 @@ void BM_NearestPlaceAndZone(benchmark::State& state) {
   static const std::vector<Location> points = samplePoints();
   timedCalls(state, points.size(), [&](std::size_t i) {
     const Location& at = points[i];
-    const ombrine::NearestQuery query{.latitude = at.latitude(),
-                                      .longitude = at.longitude(),
-                                      .radiusMeters = OfflineGeocoder::kLocalityRadiusMeters};
+    const ombrine::NearestQuery query{
+        .latitude = at.latitude(), .longitude = at.longitude(), .radiusMeters = OfflineGeocoder::kLocalityRadiusMeters};
     benchmark::DoNotOptimize(geocoder().places().nearest(query));
     benchmark::DoNotOptimize(geocoder().zones().zoneIndexAt(at.latitude(), at.longitude()));
   });
@@ -110,9 +109,9 @@ void BM_ZoneIndexAnywhere(benchmark::State& state) {
 BENCHMARK(BM_ZoneIndexAnywhere);
 
 const std::vector<std::string> kQueries = {
-    "Munich",      "zurich",   "sao paulo", "Springfield, IL", "Paris, Texas", "new york", "Москва",
-    "Lon",         "San",      "st louis",  "Frankfurt",       "kyoto",        "Springf",  "48.137,11.575",
-    "Buenos Aires", "mel",     "cologne",   "Paris, FR",       "Wellington",   "xqzvbnm",
+    "Munich",       "zurich", "sao paulo", "Springfield, IL", "Paris, Texas", "new york", "Москва",
+    "Lon",          "San",    "st louis",  "Frankfurt",       "kyoto",        "Springf",  "48.137,11.575",
+    "Buenos Aires", "mel",    "cologne",   "Paris, FR",       "Wellington",   "xqzvbnm",
 };
 
 void BM_Search(benchmark::State& state) {

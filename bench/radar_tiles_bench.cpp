@@ -37,7 +37,8 @@ struct TileWorld {
     RadarPictureRequest request{.viewport = {48.14, 11.58, 6.0, size, size}, .placeName = "Munich"};
     for (int k = 0; k < frames; ++k) {
       const RadarFrame frame{{}, "/v2/radar/" + std::to_string(1'800'000'000 + 600 * k)};
-      request.frames.push_back({rainViewerOverlay(session, std::string(endpoints.rainViewerTiles.buffer()), frame), ""});
+      request.frames.push_back(
+          {rainViewerOverlay(session, std::string(endpoints.rainViewerTiles.buffer()), frame), ""});
     }
     return request;
   }

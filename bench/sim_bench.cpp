@@ -27,16 +27,23 @@ void BM_ForecaCurrent(benchmark::State& state) {
   answer(state, "/foreca/api/v1/current/24.94,60.17?token=T&windunit=KMH&rounding=0&lang=en");
 }
 void BM_ForecaHourly192(benchmark::State& state) {
-  answer(state, "/foreca/api/v1/forecast/hourly/24.94,60.17?token=T&windunit=KMH&rounding=0&dataset=full&periods=192&history=1&lang=en");
+  answer(state,
+         "/foreca/api/v1/forecast/hourly/"
+         "24.94,60.17?token=T&windunit=KMH&rounding=0&dataset=full&periods=192&history=1&lang=en");
 }
 void BM_ForecaDaily11(benchmark::State& state) {
-  answer(state, "/foreca/api/v1/forecast/daily/24.94,60.17?token=T&windunit=KMH&rounding=0&dataset=full&periods=11&lang=en");
+  answer(state,
+         "/foreca/api/v1/forecast/daily/24.94,60.17?token=T&windunit=KMH&rounding=0&dataset=full&periods=11&lang=en");
 }
-void BM_ForecaMinutely(benchmark::State& state) { answer(state, "/foreca/api/v1/forecast/minutely/24.94,60.17?token=T"); }
+void BM_ForecaMinutely(benchmark::State& state) {
+  answer(state, "/foreca/api/v1/forecast/minutely/24.94,60.17?token=T");
+}
 void BM_ForecaAirQuality36(benchmark::State& state) {
   answer(state, "/foreca/api/v1/air-quality/forecast/hourly/24.94,60.17?token=T&periods=36&lang=en");
 }
-void BM_ForecaWarnings(benchmark::State& state) { answer(state, "/foreca/api/v1/warning/24.94,60.17?token=T&dataset=full"); }
+void BM_ForecaWarnings(benchmark::State& state) {
+  answer(state, "/foreca/api/v1/warning/24.94,60.17?token=T&dataset=full");
+}
 
 void BM_WeatherSample(benchmark::State& state) {
   const WeatherModel model(1);

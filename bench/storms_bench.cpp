@@ -23,16 +23,21 @@ std::string trackKml(int placemarks) {
   body += "<Placemark><name>06W Forecast Cone</name><Polygon><outerBoundaryIs><LinearRing><coordinates>";
   for (int i = 0; i < 200; ++i) body += fmt::format("{:.2f},{:.2f},0 ", 120.0 + i * 0.05, 10.0 + (i % 7) * 0.3);
   body += "</coordinates></LinearRing></outerBoundaryIs></Polygon></Placemark>\n";
-  body += "<Placemark><name>RADIUS OF 034 KT WINDS</name><Polygon><outerBoundaryIs><LinearRing><coordinates>"
-          "131,22 132,23 133,22 131,22</coordinates></LinearRing></outerBoundaryIs></Polygon></Placemark>\n";
+  body +=
+      "<Placemark><name>RADIUS OF 034 KT WINDS</name><Polygon><outerBoundaryIs><LinearRing><coordinates>"
+      "131,22 132,23 133,22 131,22</coordinates></LinearRing></outerBoundaryIs></Polygon></Placemark>\n";
   for (int i = 0; i < placemarks; ++i) {
     body += fmt::format(
-        "<Placemark><name>06W TAU {}</name><styleUrl>#hu_point</styleUrl><description><![CDATA[{:02}0600Z INTENSITY {} KT "
-        "MOVING NORTHWEST AT 9 KNOTS MINIMUM SEA LEVEL PRESSURE {} MB]]></description><ExtendedData><Data name=\"stormType\">"
-        "<value>HU2</value></Data></ExtendedData><Point><coordinates>{:.2f},{:.2f},0</coordinates></Point></Placemark>\n",
+        "<Placemark><name>06W TAU {}</name><styleUrl>#hu_point</styleUrl><description><![CDATA[{:02}0600Z INTENSITY {} "
+        "KT "
+        "MOVING NORTHWEST AT 9 KNOTS MINIMUM SEA LEVEL PRESSURE {} MB]]></description><ExtendedData><Data "
+        "name=\"stormType\">"
+        "<value>HU2</value></Data></ExtendedData><Point><coordinates>{:.2f},{:.2f},0</coordinates></Point></"
+        "Placemark>\n",
         i * 6, 1 + i % 28, 60 + i % 80, 1000 - i % 80, 130.0 - i * 0.1, 20.0 + i * 0.05);
   }
-  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<kml xmlns=\"http://www.opengis.net/kml/2.2\"><Document><name>wp0626</name>\n" +
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<kml "
+         "xmlns=\"http://www.opengis.net/kml/2.2\"><Document><name>wp0626</name>\n" +
          body + "</Document></kml>\n";
 }
 
@@ -104,7 +109,8 @@ void BM_KmzUnzipAndParse(benchmark::State& state) {
   const std::string kml = trackKml(static_cast<int>(state.range(0)));
   const std::string kmz = kmzOf(kml);
   for (auto _ : state) {
-    for (const auto& [name, text] : ombrine::kmlTexts(kmz)) benchmark::DoNotOptimize(ombrine::kmlFeatures(text, kReference));
+    for (const auto& [name, text] : ombrine::kmlTexts(kmz))
+      benchmark::DoNotOptimize(ombrine::kmlFeatures(text, kReference));
   }
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kml.size()));
 }

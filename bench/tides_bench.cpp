@@ -19,8 +19,10 @@ using namespace ombrine;
 std::vector<TideStation> noaaCatalogue(int count) {
   std::vector<TideStation> stations;
   for (int i = 0; i < count; ++i) {
-    stations.push_back(TideStation{.id = std::to_string(8'000'000 + i), .name = "Station",
-                                   .latitude = 20.0 + 40.0 * i / count, .longitude = -125.0 + 60.0 * std::sin(i * 0.37)});
+    stations.push_back(TideStation{.id = std::to_string(8'000'000 + i),
+                                   .name = "Station",
+                                   .latitude = 20.0 + 40.0 * i / count,
+                                   .longitude = -125.0 + 60.0 * std::sin(i * 0.37)});
   }
   return stations;
 }
@@ -28,8 +30,11 @@ std::vector<TideStation> noaaCatalogue(int count) {
 std::vector<CHSStation> chsCatalogue(int count) {
   std::vector<CHSStation> stations;
   for (int i = 0; i < count; ++i) {
-    stations.push_back(CHSStation{.id = fmt::format("{:024x}", i), .code = fmt::format("{:05}", i), .officialName = "S",
-                                  .latitude = 42.0 + 20.0 * i / count, .longitude = -140.0 + 80.0 * std::cos(i * 0.21),
+    stations.push_back(CHSStation{.id = fmt::format("{:024x}", i),
+                                  .code = fmt::format("{:05}", i),
+                                  .officialName = "S",
+                                  .latitude = 42.0 + 20.0 * i / count,
+                                  .longitude = -140.0 + 80.0 * std::cos(i * 0.21),
                                   .operating = i % 5 != 0,
                                   .timeSeries = std::vector<CHSStation::TimeSeries>{{"wlo"}, {i % 3 ? "wlp" : "wlf"}}});
   }

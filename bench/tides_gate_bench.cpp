@@ -51,9 +51,8 @@ std::vector<Point> samplePoints(bool inMask) {
 
 void BM_GateMaskRejection(benchmark::State& state) {
   static const auto points = samplePoints(false);
-  timedCalls(state, points.size(), [&](std::size_t i) {
-    benchmark::DoNotOptimize(gate().decide(points[i].latitude, points[i].longitude));
-  });
+  timedCalls(state, points.size(),
+             [&](std::size_t i) { benchmark::DoNotOptimize(gate().decide(points[i].latitude, points[i].longitude)); });
 }
 BENCHMARK(BM_GateMaskRejection);
 
@@ -66,9 +65,8 @@ void BM_GateSegmentCheck(benchmark::State& state) {
     admitted += gate().admits(p.latitude, p.longitude) ? 1 : 0;
     segments += ombrine::sharedCoastTileIndex()->segmentsNear(p.latitude, p.longitude, 25.0).size();
   }
-  timedCalls(state, points.size(), [&](std::size_t i) {
-    benchmark::DoNotOptimize(gate().decide(points[i].latitude, points[i].longitude));
-  });
+  timedCalls(state, points.size(),
+             [&](std::size_t i) { benchmark::DoNotOptimize(gate().decide(points[i].latitude, points[i].longitude)); });
   state.counters["admitted_share"] = static_cast<double>(admitted) / points.size();
   state.counters["segments_per_query"] = static_cast<double>(segments) / points.size();
 }

@@ -42,16 +42,17 @@ Uuid idNumber(int n) {
 
 // 30 days over 10 places (three days each), each place in its own zone.
 std::vector<Trip> thirtyDayTrip() {
-  const char* zones[kPlaces] = {"Europe/Lisbon", "Europe/Madrid", "Europe/Rome", "Asia/Dubai", "Asia/Kolkata",
-                                "Asia/Bangkok", "Asia/Tokyo", "Australia/Sydney", "Pacific/Auckland",
-                                "America/Los_Angeles"};
+  const char* zones[kPlaces] = {"Europe/Lisbon",    "Europe/Madrid",      "Europe/Rome", "Asia/Dubai",
+                                "Asia/Kolkata",     "Asia/Bangkok",       "Asia/Tokyo",  "Australia/Sydney",
+                                "Pacific/Auckland", "America/Los_Angeles"};
   std::vector<Trip> trips;
   for (int i = 0; i < kPlaces; ++i) {
     const TimeZone zone = *TimeZone::named(zones[i]);
     const TripCalendar calendar(zone);
     const CivilDay first{2024, 9, 1 + i * kDaysPerPlace};
     const CivilDay last{2024, 9, i * kDaysPerPlace + kDaysPerPlace};
-    trips.push_back(Trip{idNumber(i), TripLocation{zones[i], std::nullopt, "airplane", Location(10.0 * i, 5.0 * i), zone},
+    trips.push_back(Trip{idNumber(i),
+                         TripLocation{zones[i], std::nullopt, "airplane", Location(10.0 * i, 5.0 * i), zone},
                          TripDates{.from = calendar.date(first), .to = calendar.date(last, WallTime{23, 59, 59})}});
   }
   return trips;
@@ -99,12 +100,16 @@ BENCHMARK(BM_DailyTimelineThirtyDaysTenPlaces)->Unit(benchmark::kMicrosecond);
 void BM_HourlySnapshotThirtyDaysTenPlaces(benchmark::State& state) {
   const std::vector<Trip> trips = thirtyDayTrip();
   const std::vector<OneCallWeather> records = recordsFor(trips);
-  HourlyForecastRoute current{records.front().hourly, HourlyForecastLocation{idNumber(999), "Here", "location", {}, {}, {}}};
+  HourlyForecastRoute current{records.front().hourly,
+                              HourlyForecastLocation{idNumber(999), "Here", "location", {}, {}, {}}};
   std::unordered_map<Uuid, HourlyForecastRoute> routes;
   for (std::size_t i = 0; i < trips.size(); ++i) {
-    routes[trips[i].id] = HourlyForecastRoute{
-        records[i].hourly, HourlyForecastLocation{trips[i].id, trips[i].destination.name, "airplane",
-                                                  trips[i].destination.timeZone, {}, trips[i].destination.name}};
+    routes[trips[i].id] = HourlyForecastRoute{records[i].hourly, HourlyForecastLocation{trips[i].id,
+                                                                                        trips[i].destination.name,
+                                                                                        "airplane",
+                                                                                        trips[i].destination.timeZone,
+                                                                                        {},
+                                                                                        trips[i].destination.name}};
   }
   std::size_t points = 0;
   for (auto _ : state) {
@@ -130,7 +135,8 @@ struct HundredTrips {
     cache = std::make_unique<WeatherCache>(dir, clock, runtime.executor());
     testing_records::RecordShape shape;
     shape.tides = false;
-    weather = CachedWeather{"Berlin", Location(52.52, 13.405), Region{"DE"}, testing_records::makeForecastRecord(shape)};
+    weather =
+        CachedWeather{"Berlin", Location(52.52, 13.405), Region{"DE"}, testing_records::makeForecastRecord(shape)};
     std::vector<TripCacheWrite> writes;
     for (int i = 0; i < 100; ++i) {
       writes.push_back(TripCacheWrite{idNumber(i), weather, WeatherDataSource::foreca, stamp()});
@@ -163,8 +169,8 @@ void BM_TripCacheStoreWithHundredTrips(benchmark::State& state) {
     // A newer observation for one of the trips, so every store replaces its file.
     CachedWeather next = fixture.weather;
     next.weather.current.dt = next.weather.current.dt + (++round);
-    std::vector<TripCacheWrite> writes{TripCacheWrite{idNumber(round % 100), next, WeatherDataSource::foreca,
-                                                      fixture.stamp()}};
+    std::vector<TripCacheWrite> writes{
+        TripCacheWrite{idNumber(round % 100), next, WeatherDataSource::foreca, fixture.stamp()}};
     const auto start = std::chrono::steady_clock::now();
     fixture.runtime.runBlocking(fixture.cache->store(std::move(writes)));
     micros.push_back(std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count());
@@ -203,8 +209,10 @@ void BM_HourlyTripLoadFiveTripsAndHome(benchmark::State& state) {
     // 36 hours away every 48 hours, back home in between.
     const Location place(40.0 + i, -3.0 - i);
     trips.push_back(Trip{idNumber(500 + i), TripLocation{"Trip", std::nullopt, "airplane", place, berlin},
-                         TripDates{.from = first + (6.0 + 48.0 * i) * 3600.0, .to = first + (42.0 + 48.0 * i) * 3600.0,
-                                   .hasTimes = true, .hasArrivalTime = true}});
+                         TripDates{.from = first + (6.0 + 48.0 * i) * 3600.0,
+                                   .to = first + (42.0 + 48.0 * i) * 3600.0,
+                                   .hasTimes = true,
+                                   .hasArrivalTime = true}});
     writes.push_back(TripCacheWrite{trips.back().id, CachedWeather{"Trip", place, std::nullopt, record},
                                     WeatherDataSource::dynamic, TripCacheOperationOrder::begin(record.current.dt)});
   }
@@ -219,8 +227,8 @@ void BM_HourlyTripLoadFiveTripsAndHome(benchmark::State& state) {
   };
   std::size_t points = 0;
   for (auto _ : state) {
-    HourlyTripRefreshID key{TripHourlySchedule{trips}, home, home.location, WeatherDataSource::dynamic, record.hourly,
-                            true};
+    HourlyTripRefreshID key{TripHourlySchedule{trips},  home,          home.location,
+                            WeatherDataSource::dynamic, record.hourly, true};
     auto load = loadHourlyTripForecast(std::move(key), here, *cache, *favorites, noFetcher, clock);
     const HourlyTripLoad result = runtime.runBlocking(std::move(load));
     if (result.fetches != 0 || !result.snapshot.home || result.routes.size() != 5) {
@@ -240,14 +248,15 @@ BENCHMARK(BM_HourlyTripLoadFiveTripsAndHome)->Unit(benchmark::kMillisecond)->Use
 void BM_MergedRecordThreeProviders(benchmark::State& state) {
   testing_records::RecordShape shape;
   shape.tides = false;
-  const CachedWeather weather{"Berlin", Location(52.52, 13.405), Region{"DE"}, testing_records::makeForecastRecord(shape)};
+  const CachedWeather weather{"Berlin", Location(52.52, 13.405), Region{"DE"},
+                              testing_records::makeForecastRecord(shape)};
   const TripCacheOperationOrder first = TripCacheOperationOrder::begin(Date::fromReference(1.0));
   const TripCacheRecord existing{{TripCacheEntry{weather, weather.location, WeatherDataSource::apple, first},
                                   TripCacheEntry{weather, weather.location, WeatherDataSource::ow, first}},
                                  std::nullopt};
-  const TripCacheRecord incoming{
-      {TripCacheEntry{weather, weather.location, WeatherDataSource::ow, TripCacheOperationOrder::begin(Date::fromReference(2.0))}},
-      std::nullopt};
+  const TripCacheRecord incoming{{TripCacheEntry{weather, weather.location, WeatherDataSource::ow,
+                                                 TripCacheOperationOrder::begin(Date::fromReference(2.0))}},
+                                 std::nullopt};
   for (auto _ : state) benchmark::DoNotOptimize(mergedRecord(existing, incoming));
 }
 BENCHMARK(BM_MergedRecordThreeProviders)->Unit(benchmark::kMicrosecond);

@@ -27,10 +27,10 @@ std::vector<Trip> makeTrips(int count) {
   for (int i = 0; i < count; ++i) {
     Trip trip;
     trip.id = Uuid::random();
-    trip.destination = TripLocation{"Destination " + std::to_string(i),
-                                    i % 3 == 0 ? std::optional<std::string>("My place " + std::to_string(i)) : std::nullopt,
-                                    "airplane", Location(-60.0 + i * 0.23, -170.0 + i * 0.67),
-                                    *TimeZone::named(zones[i % 5])};
+    trip.destination =
+        TripLocation{"Destination " + std::to_string(i),
+                     i % 3 == 0 ? std::optional<std::string>("My place " + std::to_string(i)) : std::nullopt,
+                     "airplane", Location(-60.0 + i * 0.23, -170.0 + i * 0.67), *TimeZone::named(zones[i % 5])};
     trip.dates.from = Date::fromReference(820'000'000.0 + i * 4 * 86'400.0);
     trip.dates.to = trip.dates.from + 3 * 86'400.0 - 1.0;
     trips.push_back(std::move(trip));
@@ -74,8 +74,8 @@ void BM_TripStoreLoad(benchmark::State& state) {
     TripStore store(cloud);
     if (store.trips().size() != kTrips) state.SkipWithError("trips lost");
   }
-  state.counters["fileBytes"] = static_cast<double>(
-      std::filesystem::file_size(folder / FileCloudKeyValueStore::kFileName));
+  state.counters["fileBytes"] =
+      static_cast<double>(std::filesystem::file_size(folder / FileCloudKeyValueStore::kFileName));
   std::filesystem::remove_all(folder);
 }
 BENCHMARK(BM_TripStoreLoad)->Unit(benchmark::kMillisecond);
@@ -93,8 +93,8 @@ void BM_TripStoreSave(benchmark::State& state) {
     ++round;
     store.setTrips(trips);
   }
-  state.counters["fileBytes"] = static_cast<double>(
-      std::filesystem::file_size(folder / FileCloudKeyValueStore::kFileName));
+  state.counters["fileBytes"] =
+      static_cast<double>(std::filesystem::file_size(folder / FileCloudKeyValueStore::kFileName));
   std::filesystem::remove_all(folder);
 }
 BENCHMARK(BM_TripStoreSave)->Unit(benchmark::kMillisecond);

@@ -37,8 +37,8 @@ int main(int argc, char** argv) {
     const ombrine::PlaceMatch& place = matches.front();
     const ombrine::GeoDetails details = services.namer().detailsOf(place.coordinate);
     // The provider is the user's preferred one for the place's region; no tides.
-    auto fetching = services.network().fetchOneCall(place.coordinate, details.region, details.timeZone,
-                                                    std::nullopt, false);
+    auto fetching =
+        services.network().fetchOneCall(place.coordinate, details.region, details.timeZone, std::nullopt, false);
     const ombrine::OneCallWeather weather = services.runtime().runBlocking(std::move(fetching));
 
     const auto& now = weather.current;

@@ -27,9 +27,9 @@
 #include "core/values/date.hpp"
 #include "fires/fire_features.hpp"
 #include "fires/fire_records.hpp"
+#include "platform/async/task.hpp"
 #include "platform/clock.hpp"
 #include "platform/http_client.hpp"
-#include "platform/async/task.hpp"
 
 namespace ombrine {
 

@@ -8,10 +8,10 @@
 #include <map>
 #include <numbers>
 
-#include "platform/async/async_deadline_coordinator.hpp"
 #include "core/values/errors.hpp"
 #include "fires/fire_loading_policy.hpp"
 #include "fires/fire_queries.hpp"
+#include "platform/async/async_deadline_coordinator.hpp"
 #include "platform/errors.hpp"
 
 namespace ombrine {

@@ -19,9 +19,9 @@
 #include "fires/bc_wildfire_enrichment.hpp"
 #include "fires/fire_fetch.hpp"
 #include "fires/fire_records.hpp"
+#include "platform/async/task.hpp"
 #include "platform/clock.hpp"
 #include "platform/http_client.hpp"
-#include "platform/async/task.hpp"
 
 namespace ombrine {
 

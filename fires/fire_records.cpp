@@ -69,8 +69,7 @@ void refreshFirePerimeterRevision(FirePerimeter& perimeter, std::optional<std::u
   revision.name = perimeter.name;
   revision.typeRawValue = perimeter.type.rawValue();
   revision.acresBitPattern = fireBitPattern(perimeter.acres);
-  if (perimeter.percentContained)
-    revision.percentContainedBitPattern = fireBitPattern(*perimeter.percentContained);
+  if (perimeter.percentContained) revision.percentContainedBitPattern = fireBitPattern(*perimeter.percentContained);
   revision.polygonDateReferenceInterval = perimeter.polygonDate.timeIntervalSinceReferenceDate;
   if (perimeter.modifiedDate) {
     revision.modifiedDateReferenceInterval = perimeter.modifiedDate->timeIntervalSinceReferenceDate;

@@ -5,10 +5,10 @@
 #include <cstdio>
 #include <numbers>
 
+#include "core/values/compass.hpp"
 #include "core/values/screen_words.hpp"
 #include "core/values/value_json.hpp"
 #include "fires/fire_loading_policy.hpp"
-#include "core/values/compass.hpp"
 
 namespace ombrine {
 
@@ -115,9 +115,9 @@ std::string fireServiceStateText(const FireServiceReport& report, Date now, cons
   std::string why;
   if (report.failureReason) why = ", " + reasonText(*report.failureReason) + ": " + report.failure;
   if (state == "snapshot") {
-    return words.format("from a snapshot {} old",
-                        age(now.timeIntervalSinceReferenceDate - report.snapshotFetchedAt->timeIntervalSinceReferenceDate,
-                            words)) +
+    return words.format("from a snapshot {} old", age(now.timeIntervalSinceReferenceDate -
+                                                          report.snapshotFetchedAt->timeIntervalSinceReferenceDate,
+                                                      words)) +
            count + why;
   }
   if (state == "coolingDown") return words.format("cooling down until {}", utcTime(*report.cooldownUntil, words)) + why;
@@ -129,7 +129,8 @@ std::string fireIncidentLine(const FireListEntry& entry, const ScreenWords& word
   std::string line = i.name.empty() ? i.id : i.name;
   line += "  " + std::string(words(typeText(i.type)));
   if (i.acres) line += "  " + words.format("{} acres", words.number(std::round(*i.acres)));
-  if (i.percentContained) line += "  " + words.format("{} contained", words.percent(std::round(*i.percentContained) / 100.0));
+  if (i.percentContained)
+    line += "  " + words.format("{} contained", words.percent(std::round(*i.percentContained) / 100.0));
   if (i.controlStatus) line += "  " + std::string(words(fireControlStatusName(*i.controlStatus)));
   line += whereText(entry, words);
   line += i.source == FireMapSource::canada ? "  [" + std::string(words("Canada")) : "  [" + std::string(words("US"));
@@ -143,7 +144,8 @@ std::string firePerimeterLine(const FireListEntry& entry, const ScreenWords& wor
   const FirePerimeter& p = *entry.perimeter;
   std::string line = p.name.empty() ? p.id : p.name;
   line += "  " + words.format("{} acres", words.number(std::round(p.acres)));
-  if (p.percentContained) line += "  " + words.format("{} contained", words.percent(std::round(*p.percentContained) / 100.0));
+  if (p.percentContained)
+    line += "  " + words.format("{} contained", words.percent(std::round(*p.percentContained) / 100.0));
   int holes = 0;
   for (const auto& polygon : p.polygons) holes += static_cast<int>(polygon.interiors.size());
   line += "  " + words.counted(static_cast<double>(p.polygons.size()), "{} polygon", "{} polygons");

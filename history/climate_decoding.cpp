@@ -90,7 +90,8 @@ std::vector<HistoryData::History> historyMonths(const RawHistoryData& raw) {
   std::vector<HistoryData::History> months;
   months.reserve(raw.data.size());
   for (const auto& month : raw.data) {
-    HistoryData::History history{.month = month.month, .tmin = month.tmin, .tmax = month.tmax, .tsun = {}, .prcp = month.prcp};
+    HistoryData::History history{
+        .month = month.month, .tmin = month.tmin, .tmax = month.tmax, .tsun = {}, .prcp = month.prcp};
     // Far beyond any month's minutes counts as nothing rather than overflowing.
     if (month.tsun && std::isfinite(*month.tsun) && std::abs(*month.tsun) < 1e9) {
       history.tsun = static_cast<int>(std::lround(*month.tsun));
@@ -102,7 +103,8 @@ std::vector<HistoryData::History> historyMonths(const RawHistoryData& raw) {
 
 std::vector<HistoryData::History> historyMonths(const NASAPowerHistoryData& nasa) {
   const double fill = nasa.header.fillValue;
-  auto valueOf = [fill](const NASAPowerHistoryData::MonthValues& values, std::string_view name) -> std::optional<double> {
+  auto valueOf = [fill](const NASAPowerHistoryData::MonthValues& values,
+                        std::string_view name) -> std::optional<double> {
     const auto found = values.find(name);
     if (found == values.end() || !std::isfinite(found->second) || found->second == fill) return std::nullopt;
     return found->second;

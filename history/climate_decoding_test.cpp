@@ -15,16 +15,20 @@ std::string fixture(const std::string& name) {
 }
 
 TEST(ClimateDecodingTest, RealMeteostatAnswers) {
-  const auto frankfurt = historyMonths(decodeMeteostatNormals(fixture("meteostat-dev-docs_stations_normals_10637_1961-1990.json")));
+  const auto frankfurt =
+      historyMonths(decodeMeteostatNormals(fixture("meteostat-dev-docs_stations_normals_10637_1961-1990.json")));
   ASSERT_EQ(frankfurt.size(), 12u);
-  EXPECT_EQ(frankfurt[0], (HistoryData::History{.month = 1, .tmin = Temperature::celsius(-2.2),
-                                                .tmax = Temperature::celsius(3.2), .tsun = 2454,
+  EXPECT_EQ(frankfurt[0], (HistoryData::History{.month = 1,
+                                                .tmin = Temperature::celsius(-2.2),
+                                                .tmax = Temperature::celsius(3.2),
+                                                .tsun = 2454,
                                                 .prcp = Precipitation::millimeters(43.8)}));
   EXPECT_EQ(frankfurt[11].tsun, 2310);
 
   // The point sample is one month object as the documentation shows it; inside "data" it reads
   // like any month, its null wind speed ignored.
-  const auto point = historyMonths(decodeMeteostatNormals("{\"data\":[" + fixture("meteostat-dev-docs_point_normals_month_object.json") + "]}"));
+  const auto point = historyMonths(
+      decodeMeteostatNormals("{\"data\":[" + fixture("meteostat-dev-docs_point_normals_month_object.json") + "]}"));
   ASSERT_EQ(point.size(), 1u);
   EXPECT_EQ(point[0].tmin, Temperature::celsius(-6.3));
   EXPECT_EQ(point[0].tsun, 2400);
@@ -45,7 +49,8 @@ TEST(ClimateDecodingTest, MeteostatShapes) {
   const Row rows[] = {
       {"no data for the place", R"({"meta":{},"data":null})", 0, false},
       {"an empty list", R"({"meta":{},"data":[]})", 0, false},
-      {"null values are absent, not zero", R"({"data":[{"month":2,"tmin":null,"tmax":null,"prcp":null,"tsun":null}]})", 1, false},
+      {"null values are absent, not zero", R"({"data":[{"month":2,"tmin":null,"tmax":null,"prcp":null,"tsun":null}]})",
+       1, false},
       {"a month that is not a number", R"({"data":[{"month":"Jan"}]})", 0, true},
       {"a missing month", R"({"data":[{"tmin":1}]})", 0, true},
       {"a temperature as text", R"({"data":[{"month":1,"tmin":"-3"}]})", 0, true},
@@ -63,7 +68,8 @@ TEST(ClimateDecodingTest, MeteostatShapes) {
     if (!months.empty()) EXPECT_EQ(months[0], (HistoryData::History{.month = 2}));
   }
   // Sunshine rounds to the nearest minute.
-  const auto rounded = historyMonths(RawHistoryData{{{.month = 1, .tsun = 2400.5}, {.month = 2, .tsun = 10.49},
+  const auto rounded = historyMonths(RawHistoryData{{{.month = 1, .tsun = 2400.5},
+                                                     {.month = 2, .tsun = 10.49},
                                                      {.month = 3, .tsun = std::numeric_limits<double>::infinity()}}});
   EXPECT_EQ(rounded[0].tsun, 2401);
   EXPECT_EQ(rounded[1].tsun, 10);
@@ -87,8 +93,11 @@ TEST(ClimateDecodingTest, NasaPowerMonthsAndFillValues) {
 
   NASAPowerHistoryData built;
   built.header.fillValue = -99.0;
-  built.properties.parameter.tmin = {{"JAN", 1.0}, {"FEB", -99.0}, {"MAR", std::numeric_limits<double>::infinity()},
-                                     {"APR", std::nan("")}, {"DEC", 5.0}};
+  built.properties.parameter.tmin = {{"JAN", 1.0},
+                                     {"FEB", -99.0},
+                                     {"MAR", std::numeric_limits<double>::infinity()},
+                                     {"APR", std::nan("")},
+                                     {"DEC", 5.0}};
   built.properties.parameter.prcp = {{"FEB", 3.0}};
   const auto months = historyMonths(built);
   struct Row {
@@ -111,13 +120,17 @@ TEST(ClimateDecodingTest, NasaPowerMonthsAndFillValues) {
     EXPECT_EQ(months[row.index].prcp.has_value(), row.prcp);
   }
   EXPECT_THROW(decodeNASAPowerClimatology(R"({"properties":{"parameter":{}}})"), DecodingError);
-  EXPECT_THROW(decodeNASAPowerClimatology(R"({"header":{"fill_value":-999},"properties":{"parameter":{"T2M_MIN_AVG":{"JAN":"x"}}}})"),
+  EXPECT_THROW(decodeNASAPowerClimatology(
+                   R"({"header":{"fill_value":-999},"properties":{"parameter":{"T2M_MIN_AVG":{"JAN":"x"}}}})"),
                DecodingError);
 }
 
 TEST(ClimateDecodingTest, CacheFormRoundTrips) {
-  const HistoryData history{{{.month = 1, .tmin = Temperature::celsius(-2.25), .tmax = Temperature::celsius(3.5),
-                              .tsun = 2454, .prcp = Precipitation::millimeters(43.8)},
+  const HistoryData history{{{.month = 1,
+                              .tmin = Temperature::celsius(-2.25),
+                              .tmax = Temperature::celsius(3.5),
+                              .tsun = 2454,
+                              .prcp = Precipitation::millimeters(43.8)},
                              {.month = 3, .tmax = Temperature::celsius(10.0)}}};
   const std::string text = encodeHistoryData(history);
   EXPECT_EQ(text, R"({"data":[{"month":1,"tmin":-2.25,"tmax":3.5,"tsun":2454,"prcp":43.8},{"month":3,"tmax":10}]})");

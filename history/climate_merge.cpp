@@ -55,7 +55,8 @@ std::vector<HistoryData::History> mergeHistory(std::span<const std::vector<Histo
   std::vector<HistoryData::History> merged;
   for (const auto& month : partial) {
     if (!month.tmin && !month.tmax && !month.tsun && !month.prcp) continue;
-    merged.push_back({.month = month.month, .tmin = month.tmin, .tmax = month.tmax, .tsun = month.tsun, .prcp = month.prcp});
+    merged.push_back(
+        {.month = month.month, .tmin = month.tmin, .tmax = month.tmax, .tsun = month.tsun, .prcp = month.prcp});
   }
   return merged;
 }

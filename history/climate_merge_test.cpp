@@ -10,7 +10,9 @@ namespace {
 using Months = std::vector<HistoryData::History>;
 
 HistoryData::History full(int month, double tmin = 1.0) {
-  return {.month = month, .tmin = Temperature::celsius(tmin), .tmax = Temperature::celsius(tmin + 8),
+  return {.month = month,
+          .tmin = Temperature::celsius(tmin),
+          .tmax = Temperature::celsius(tmin + 8),
           .prcp = Precipitation::millimeters(40)};
 }
 
@@ -92,8 +94,8 @@ TEST(ClimateMergeTest, FirstSourceWinsLaterOnesOnlyFill) {
   EXPECT_EQ(mergeHistory(reversed)[0].tmin, Temperature::celsius(-5.0));
 
   // Months with nothing, and months outside the calendar, are left out.
-  const std::vector<Months> sparse = {{{.month = 4}, {.month = 13, .tmin = Temperature::celsius(1)},
-                                       {.month = 0, .tsun = 5}, {.month = 7, .tsun = 9}}};
+  const std::vector<Months> sparse = {
+      {{.month = 4}, {.month = 13, .tmin = Temperature::celsius(1)}, {.month = 0, .tsun = 5}, {.month = 7, .tsun = 9}}};
   const Months kept = mergeHistory(sparse);
   ASSERT_EQ(kept.size(), 1u);
   EXPECT_EQ(kept[0], (HistoryData::History{.month = 7, .tsun = 9}));

@@ -47,7 +47,7 @@ Task<std::string> ClimateNormalsService::get(HttpRequest request) {
 }
 
 Task<std::string> ClimateNormalsService::meteostatGet(std::string path,
-                                                       std::vector<std::pair<std::string, std::string>> query) {
+                                                      std::vector<std::pair<std::string, std::string>> query) {
   HttpRequest request;
   request.url = withPath(endpoints_.meteostat, path);
   for (const auto& [name, value] : query) request.url.params().append({name, value});
@@ -129,8 +129,8 @@ Task<ClimateNormalsService::Months> ClimateNormalsService::withOlderPeriods(Loca
 
 Task<HistoryData> ClimateNormalsService::historyData(Location location) {
   const std::function<HistoryData(std::string_view)> decode = decodeHistoryData;
-  const auto cached = HistoricalWeatherCache::cachedHistory(cacheDirectory_, location.latitude(),
-                                                            location.longitude(), false, decode);
+  const auto cached =
+      HistoricalWeatherCache::cachedHistory(cacheDirectory_, location.latitude(), location.longitude(), false, decode);
   if (cached && !hasNonFiniteValue(cached->data) && isComplete(cached->data)) co_return *cached;
 
   Months point;

@@ -27,11 +27,11 @@
 #include <vector>
 
 #include "core/fetch/credentials.hpp"
-#include "core/values/location.hpp"
 #include "core/fetch/service_endpoints.hpp"
+#include "core/values/location.hpp"
 #include "history/climate_records.hpp"
-#include "platform/http_client.hpp"
 #include "platform/async/task.hpp"
+#include "platform/http_client.hpp"
 
 namespace ombrine {
 

@@ -58,7 +58,8 @@ class ClimateNormalsServiceTest : public testing::Test {
 TEST_F(ClimateNormalsServiceTest, BlendsStoresAndServesFromTheCache) {
   const HistoryData munich = history(kMunich);
   ASSERT_TRUE(isComplete(munich.data));
-  EXPECT_GE(std::count_if(munich.data.begin(), munich.data.end(), [](const auto& m) { return m.tsun.has_value(); }), 11);
+  EXPECT_GE(std::count_if(munich.data.begin(), munich.data.end(), [](const auto& m) { return m.tsun.has_value(); }),
+            11);
   ASSERT_TRUE(stored(kMunich));
   EXPECT_EQ(decodeHistoryData(*stored(kMunich)), munich);
 
@@ -188,7 +189,8 @@ TEST_F(ClimateNormalsServiceTest, RequestsAsTheServicesExpect) {
 
   runtime_.runBlocking(service_.nasaNormals(kMunich, 1991, 2020));
   const auto log = sim_.requestLog();
-  const auto nasa = std::find_if(log.begin(), log.end(), [](const auto& r) { return r.route == "nasapower.climatology"; });
+  const auto nasa =
+      std::find_if(log.begin(), log.end(), [](const auto& r) { return r.route == "nasapower.climatology"; });
   ASSERT_NE(nasa, log.end());
   const std::vector<std::pair<std::string, std::string>> expected = {
       {"parameters", "T2M,T2M_MAX_AVG,T2M_MIN_AVG,PRECTOTCORR_SUM"},
@@ -244,7 +246,8 @@ TEST(ClimateNormalsRequestTest, MeteostatGatewayRequests) {
     EXPECT_EQ(request.timeout, std::chrono::seconds(60));
     HttpResponse asHeaders{.headers = request.headers};
     EXPECT_EQ(asHeaders.header("X-RapidAPI-Host"), "meteostat.p.rapidapi.com");
-    EXPECT_EQ(asHeaders.header("X-RapidAPI-Key"), row.key ? std::optional<std::string>(row.key->reveal()) : std::nullopt);
+    EXPECT_EQ(asHeaders.header("X-RapidAPI-Key"),
+              row.key ? std::optional<std::string>(row.key->reveal()) : std::nullopt);
   }
 }
 

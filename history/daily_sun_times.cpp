@@ -32,9 +32,9 @@ std::optional<LocalSolarDay> solarDayStarting(ZonedCalendar& calendar, Date star
           if (!event) return;
           if (const auto moved = calendar.addingDays(*event, -shift)) event = moved;
         };
-        for (auto* event : {&solar.sunrise, &solar.sunset, &solar.civilSunrise, &solar.civilSunset,
-                            &solar.nauticalSunrise, &solar.nauticalSunset, &solar.astronomicalSunrise,
-                            &solar.astronomicalSunset}) {
+        for (auto* event :
+             {&solar.sunrise, &solar.sunset, &solar.civilSunrise, &solar.civilSunset, &solar.nauticalSunrise,
+              &solar.nauticalSunset, &solar.astronomicalSunrise, &solar.astronomicalSunset}) {
           move(*event);
         }
       }
@@ -53,16 +53,13 @@ std::optional<LocalSolarDay> solarDayStarting(ZonedCalendar& calendar, Date star
 
 }  // namespace
 
-std::optional<double> daylightDuration(SunDaylightState state, std::optional<Date> sunrise, std::optional<Date> sunset) {
+std::optional<double> daylightDuration(SunDaylightState state, std::optional<Date> sunrise,
+                                       std::optional<Date> sunset) {
   switch (state) {
-    case SunDaylightState::polarDay:
-      return 86400.0;
-    case SunDaylightState::polarNight:
-      return 0.0;
-    case SunDaylightState::unavailable:
-      return std::nullopt;
-    case SunDaylightState::normal:
-      break;
+    case SunDaylightState::polarDay: return 86400.0;
+    case SunDaylightState::polarNight: return 0.0;
+    case SunDaylightState::unavailable: return std::nullopt;
+    case SunDaylightState::normal: break;
   }
   if (!sunrise || !sunset) return std::nullopt;
   double seconds = *sunset - *sunrise;
@@ -107,7 +104,8 @@ std::optional<DailySunTimes> dailySunTimes(CivilDate day, const Location& coordi
   return solarDay->day;
 }
 
-std::optional<DailySunTimes> dailySunTimesContaining(Date instant, const Location& coordinate, const TimeZone& timeZone) {
+std::optional<DailySunTimes> dailySunTimesContaining(Date instant, const Location& coordinate,
+                                                     const TimeZone& timeZone) {
   auto calendar = ZonedCalendar::make(timeZone);
   if (!calendar) return std::nullopt;
   const auto local = calendar->localTime(instant);

@@ -43,7 +43,8 @@ std::vector<DailySunTimes> dailySunTimes(int year, const Location& coordinate, c
 std::optional<DailySunTimes> dailySunTimes(CivilDate day, const Location& coordinate, const TimeZone& timeZone);
 
 // The entry of the local day in `timeZone` that holds `instant`.
-std::optional<DailySunTimes> dailySunTimesContaining(Date instant, const Location& coordinate, const TimeZone& timeZone);
+std::optional<DailySunTimes> dailySunTimesContaining(Date instant, const Location& coordinate,
+                                                     const TimeZone& timeZone);
 
 // One local day with all eight events of the day, each moved by the same whole days as sunrise
 // and sunset, so that twilights sit around the day's own sunrise and sunset.

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-
 #include "history/zoned_calendar.hpp"
 
 namespace ombrine {

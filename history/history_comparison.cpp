@@ -29,8 +29,8 @@ std::optional<double> valueOf(const HistoryData::History& month, HistoryComparis
 
 void appendSeries(std::vector<HistoryComparisonMonthlySeries>& out, HistoryComparisonMode mode, Role role,
                   const HistoryComparisonPlace& place) {
-  const std::vector<Kind> kinds = mode == HistoryComparisonMode::temperature ? std::vector{Kind::maximum, Kind::minimum}
-                                                                             : std::vector{Kind::value};
+  const std::vector<Kind> kinds =
+      mode == HistoryComparisonMode::temperature ? std::vector{Kind::maximum, Kind::minimum} : std::vector{Kind::value};
   for (const Kind kind : kinds) {
     out.push_back(HistoryComparisonMonthlySeries{.id = {role, kind},
                                                  .placeName = place.name,
@@ -41,7 +41,7 @@ void appendSeries(std::vector<HistoryComparisonMonthlySeries>& out, HistoryCompa
 }
 
 std::map<SunHistoryComparisonDayKey, const DailySunTimes*> indexByDay(const std::vector<DailySunTimes>& days,
-                                                                        const TimeZone& zone) {
+                                                                      const TimeZone& zone) {
   std::map<SunHistoryComparisonDayKey, const DailySunTimes*> index;
   auto calendar = ZonedCalendar::make(zone);
   if (!calendar) return index;
@@ -90,9 +90,9 @@ std::vector<HistoryMonthSeriesPoint<double>> seriesPoints(const std::vector<std:
   return points;
 }
 
-std::vector<HistoryComparisonMonthlySeries> monthlyComparisonSeries(HistoryComparisonMode mode,
-                                                                    const HistoryComparisonPlace& primary,
-                                                                    const std::optional<HistoryComparisonPlace>& comparison) {
+std::vector<HistoryComparisonMonthlySeries> monthlyComparisonSeries(
+    HistoryComparisonMode mode, const HistoryComparisonPlace& primary,
+    const std::optional<HistoryComparisonPlace>& comparison) {
   std::vector<HistoryComparisonMonthlySeries> series;
   appendSeries(series, mode, Role::primary, primary);
   if (comparison) appendSeries(series, mode, Role::comparison, *comparison);
@@ -114,7 +114,8 @@ SunHistoryComparisonData sunHistoryComparison(int referenceYear, const SunCompar
     const CivilDate date = civilFromDays(number);
     SunHistoryComparisonDay day{.key = {date.year, date.month, date.day}};
     if (const auto found = primaryIndex.find(day.key); found != primaryIndex.end()) day.primary = *found->second;
-    if (const auto found = comparisonIndex.find(day.key); found != comparisonIndex.end()) day.comparison = *found->second;
+    if (const auto found = comparisonIndex.find(day.key); found != comparisonIndex.end())
+      day.comparison = *found->second;
     data.days.push_back(std::move(day));
   }
   data.primaryBoundarySeries = boundarySeries(data.primaryPlotDays, primary.timeZone, referenceYear, "primary");
@@ -126,8 +127,8 @@ SunHistoryComparisonData sunHistoryComparison(int referenceYear, const SunCompar
 }
 
 std::vector<HistorySunComparisonPlaceSummary> sunComparisonSummaries(const SunHistoryComparisonDay& day,
-                                                                      const std::string& primaryName,
-                                                                      const std::optional<std::string>& comparisonName) {
+                                                                     const std::string& primaryName,
+                                                                     const std::optional<std::string>& comparisonName) {
   std::vector<HistorySunComparisonPlaceSummary> summaries{{primaryName, Role::primary, day.primary}};
   if (comparisonName) summaries.push_back({*comparisonName, Role::comparison, day.comparison});
   return summaries;

@@ -76,9 +76,9 @@ struct HistoryComparisonPlace {
 
 // Temperature: `maximum` then `minimum` per place; precipitation and sunshine: one `value`
 // series per place. The primary place's series come first.
-std::vector<HistoryComparisonMonthlySeries> monthlyComparisonSeries(HistoryComparisonMode mode,
-                                                                    const HistoryComparisonPlace& primary,
-                                                                    const std::optional<HistoryComparisonPlace>& comparison);
+std::vector<HistoryComparisonMonthlySeries> monthlyComparisonSeries(
+    HistoryComparisonMode mode, const HistoryComparisonPlace& primary,
+    const std::optional<HistoryComparisonPlace>& comparison);
 
 struct SunHistoryComparisonDayKey {
   int year = 0;
@@ -137,7 +137,7 @@ SunHistoryComparisonData sunHistoryComparison(int referenceYear, const SunCompar
 
 // The two places' entries for one comparison day.
 std::vector<HistorySunComparisonPlaceSummary> sunComparisonSummaries(const SunHistoryComparisonDay& day,
-                                                                      const std::string& primaryName,
-                                                                      const std::optional<std::string>& comparisonName);
+                                                                     const std::string& primaryName,
+                                                                     const std::optional<std::string>& comparisonName);
 
 }  // namespace ombrine

@@ -14,7 +14,9 @@ HistoryData withoutMarch() {
   HistoryData history;
   for (int m = 1; m <= 12; ++m) {
     if (m == 3) continue;
-    history.data.push_back({.month = m, .tmin = Temperature::celsius(m - 10.0), .tmax = Temperature::celsius(m),
+    history.data.push_back({.month = m,
+                            .tmin = Temperature::celsius(m - 10.0),
+                            .tmax = Temperature::celsius(m),
                             .tsun = m == 5 ? std::nullopt : std::optional(m * 100),
                             .prcp = Precipitation::millimeters(m * 2.0)});
   }
@@ -70,11 +72,13 @@ TEST(HistoryComparisonTest, SunDaysLineUpByCalendarDate) {
     SunHistoryComparisonDayKey key;
   };
   const Row rows[] = {
-      {"February 29 in a leap year, held by both lists", 2024,
+      {"February 29 in a leap year, held by both lists",
+       2024,
        {"Munich", Location(48.137, 11.575), *TimeZone::named("Europe/Berlin")},
        {"Sydney", Location(-33.87, 151.21), *TimeZone::named("Australia/Sydney")},
        {2024, 2, 29}},
-      {"either side of the date line: same date, instants a day apart", 2026,
+      {"either side of the date line: same date, instants a day apart",
+       2026,
        {"Kiritimati", Location(1.87, -157.4), *TimeZone::named("Pacific/Kiritimati")},
        {"Honolulu", Location(21.31, -157.86), *TimeZone::named("Pacific/Honolulu")},
        {2026, 7, 4}},
@@ -101,8 +105,9 @@ TEST(HistoryComparisonTest, SunDaysLineUpByCalendarDate) {
 }
 
 TEST(HistoryComparisonTest, BoundaryLinesBreakAtPolarDay) {
-  const auto data = sunHistoryComparison(2026, {"Tromsø", Location(69.6492, 18.9553), *TimeZone::named("Europe/Oslo")},
-                                         SunComparisonPlace{"Munich", Location(48.137, 11.575), *TimeZone::named("Europe/Berlin")});
+  const auto data =
+      sunHistoryComparison(2026, {"Tromsø", Location(69.6492, 18.9553), *TimeZone::named("Europe/Oslo")},
+                           SunComparisonPlace{"Munich", Location(48.137, 11.575), *TimeZone::named("Europe/Berlin")});
   const size_t midsummer = 171;  // 21 June
   const auto& tromso = data.primaryBoundarySeries;
   const auto& munich = data.comparisonBoundarySeries;

@@ -25,10 +25,11 @@ std::optional<double> noaaEventMinutes(bool rise, int n, double latitude, double
   const double eqTime = 229.18 * (0.000075 + 0.001868 * std::cos(gamma) - 0.032077 * std::sin(gamma) -
                                   0.014615 * std::cos(2 * gamma) - 0.040849 * std::sin(2 * gamma));
   const double decl = 0.006918 - 0.399912 * std::cos(gamma) + 0.070257 * std::sin(gamma) -
-                      0.006758 * std::cos(2 * gamma) + 0.000907 * std::sin(2 * gamma) -
-                      0.002697 * std::cos(3 * gamma) + 0.00148 * std::sin(3 * gamma);
+                      0.006758 * std::cos(2 * gamma) + 0.000907 * std::sin(2 * gamma) - 0.002697 * std::cos(3 * gamma) +
+                      0.00148 * std::sin(3 * gamma);
   const double phi = latitude * kPi / 180.0;
-  const double cosHa = std::cos(90.833 * kPi / 180.0) / (std::cos(phi) * std::cos(decl)) - std::tan(phi) * std::tan(decl);
+  const double cosHa =
+      std::cos(90.833 * kPi / 180.0) / (std::cos(phi) * std::cos(decl)) - std::tan(phi) * std::tan(decl);
   if (cosHa <= -1 || cosHa >= 1) return std::nullopt;
   const double ha = std::acos(cosHa) * 180.0 / kPi;
   return 720.0 - 4.0 * (longitude + (rise ? ha : -ha)) - eqTime;

@@ -33,8 +33,8 @@ std::optional<Date> SolarEventCalculationResult::instant() const {
   return std::nullopt;
 }
 
-std::variant<SolarEventTime, SolarEventCalculationResult> solarEventTime(SolarEventKind kind, Date date,
-                                                                         double zenith, const Location& coordinate) {
+std::variant<SolarEventTime, SolarEventCalculationResult> solarEventTime(SolarEventKind kind, Date date, double zenith,
+                                                                         const Location& coordinate) {
   const double unixSeconds = date.unixSeconds();
   if (!std::isfinite(unixSeconds)) return SolarEventCalculationResult::unavailable();
   const double latitude = coordinate.latitude();

@@ -66,8 +66,8 @@ struct SolarEventTime {
   double hours = 0.0;
   int dayOffset = 0;
 };
-std::variant<SolarEventTime, SolarEventCalculationResult> solarEventTime(SolarEventKind kind, Date date,
-                                                                         double zenith, const Location& coordinate);
+std::variant<SolarEventTime, SolarEventCalculationResult> solarEventTime(SolarEventKind kind, Date date, double zenith,
+                                                                         const Location& coordinate);
 
 // One event of the UTC day of `date` at `coordinate` for a zenith in radians.
 SolarEventCalculationResult calculate(SolarEventKind kind, Date date, double zenith, const Location& coordinate);

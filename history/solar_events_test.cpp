@@ -27,11 +27,13 @@ TEST(SolarEventsTest, PolarStatesAndTheirDaylightState) {
     bool officialEvents;
   };
   const Row rows[] = {
+      // clang-format off
       {"Tromsø at midsummer: the sun never sets", {"Tromsø", 69.6492, 18.9553}, {2026, 6, 21}, SunDaylightState::polarDay, false},
       {"Tromsø at midwinter: it never rises", {"Tromsø", 69.6492, 18.9553}, {2026, 12, 21}, SunDaylightState::polarNight, false},
       {"the south pole's summer is in December", {"McMurdo", -77.85, 166.67}, {2026, 12, 21}, SunDaylightState::polarDay, false},
       {"Munich in winter is an ordinary day", {"Munich", 48.137, 11.575}, {2026, 12, 21}, SunDaylightState::normal, true},
       {"the equator at an equinox", {"Quito", -0.18, -78.47}, {2026, 3, 20}, SunDaylightState::normal, true},
+      // clang-format on
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.why);

@@ -13,8 +13,8 @@ constexpr double kMillisecondsPerSecond = 1000.0;
 
 std::unique_ptr<icu::TimeZone> icuZone(const TimeZone& zone) {
   const std::string& id = zone.identifier();
-  std::unique_ptr<icu::TimeZone> made(
-      icu::TimeZone::createTimeZone(icu::UnicodeString::fromUTF8(icu::StringPiece(id.data(), static_cast<int32_t>(id.size())))));
+  std::unique_ptr<icu::TimeZone> made(icu::TimeZone::createTimeZone(
+      icu::UnicodeString::fromUTF8(icu::StringPiece(id.data(), static_cast<int32_t>(id.size())))));
   if (!made) return nullptr;
   icu::UnicodeString resolved;
   made->getID(resolved);

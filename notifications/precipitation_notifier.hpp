@@ -18,8 +18,8 @@
 #include <optional>
 #include <string>
 
-#include "core/values/date.hpp"
 #include "core/record/one_call_weather.hpp"
+#include "core/values/date.hpp"
 #include "notifications/precipitation_wording.hpp"
 #include "platform/clock.hpp"
 #include "platform/notification_center.hpp"

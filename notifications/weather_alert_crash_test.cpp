@@ -31,13 +31,13 @@ using namespace std::chrono_literals;
 using testing_support::alert;
 using testing_support::TempFolder;
 
-const std::vector<WeatherAlertNotificationKey> kKeys = {
-    {"Gale", "FMI"}, {"Gale", "SMHI"}, {"Fog", "FMI"}, {"Heat", "NWS"}, {"Snow", "NWS"}, {"Ice", "DWD"}};
+const std::vector<WeatherAlertNotificationKey> kKeys = {{"Gale", "FMI"}, {"Gale", "SMHI"}, {"Fog", "FMI"},
+                                                        {"Heat", "NWS"}, {"Snow", "NWS"},  {"Ice", "DWD"}};
 
 enum class Kill { none, atReserved, atAdded, atConfirming, atConfirmed, randomMoment };
 
 struct PassPlan {
-  std::int64_t at;  // seconds since 1970: the pass's clock and snapshot
+  std::int64_t at;          // seconds since 1970: the pass's clock and snapshot
   std::vector<int> alerts;  // indices into kKeys, in feed order
   Kill kill = Kill::none;
   int randomDelayMicros = 0;
@@ -64,9 +64,11 @@ void runPass(const std::filesystem::path& root, const PassPlan& plan) {
                                      const auto state = store.read();
                                      const auto& attempt = state->pendingAttempts.back();
                                      std::string line = attempt.notificationIdentifier();
-                                     for (const auto& key : attempt.insertedKeys) line += "\t" + key.event + "/" + key.senderName;
+                                     for (const auto& key : attempt.insertedKeys)
+                                       line += "\t" + key.event + "/" + key.senderName;
                                      line += "\n";
-                                     const int fd = ::open((root / "journal").c_str(), O_WRONLY | O_APPEND | O_CREAT, 0600);
+                                     const int fd =
+                                         ::open((root / "journal").c_str(), O_WRONLY | O_APPEND | O_CREAT, 0600);
                                      [[maybe_unused]] auto written = ::write(fd, line.data(), line.size());
                                      ::close(fd);
                                      killAt(Kill::atReserved);

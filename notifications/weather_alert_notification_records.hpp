@@ -9,8 +9,8 @@
 //
 // The state file is one JSON object with sorted keys: "latestSnapshotDate" (seconds since
 // 2001-01-01T00:00:00Z, or absent), "pendingAttempts" (array), "recordValues" (array of
-// strings, each a record in its string form) and, when there are any, "withdrawnAttempts". A record's string form is "weather-alert-v2:"
-// followed by the standard base64 of its JSON with sorted keys, every key present (null when
+// strings, each a record in its string form) and, when there are any, "withdrawnAttempts". A record's string form is
+// "weather-alert-v2:" followed by the standard base64 of its JSON with sorted keys, every key present (null when
 // absent). The older form "<event>_<senderName>_<end>" (end in seconds since 1970) still reads
 // as a record; any other string is kept as it is and never read as a record.
 //

@@ -107,7 +107,8 @@ WeatherAlertNotificationPlan WeatherAlertNotificationState::plan(
     } else if (!record->firstObservedAbsentDate) {
       record->firstObservedAbsentDate = snapshotDate;
     }
-    const bool expired = record->firstObservedAbsentDate && !(*record->firstObservedAbsentDate + kRetentionSeconds > now) &&
+    const bool expired = record->firstObservedAbsentDate &&
+                         !(*record->firstObservedAbsentDate + kRetentionSeconds > now) &&
                          (!record->endDate || !(*record->endDate > now));
     if (expired) {
       if (record->scheduledNotificationIdentifier && !record->scheduledNotificationIdentifier->empty()) {
@@ -125,8 +126,7 @@ WeatherAlertNotificationPlan WeatherAlertNotificationState::plan(
     }
   }
   next.recordValues = std::move(values);
-  next.latestSnapshotDate =
-      state.latestSnapshotDate ? std::max(*state.latestSnapshotDate, snapshotDate) : snapshotDate;
+  next.latestSnapshotDate = state.latestSnapshotDate ? std::max(*state.latestSnapshotDate, snapshotDate) : snapshotDate;
 
   std::set<Key> covered;
   for (auto& attempt : next.pendingAttempts) {

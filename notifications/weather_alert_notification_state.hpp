@@ -15,9 +15,9 @@
 //   pending: delivered means the user saw it (its records stay), gone means the user never did
 //   (its records are undone, so the alert is announced when it is live again).
 // - An attempt that a dead process left behind (never confirmed nor rolled back) is settled the
-//   same way once it is `kAbandonedAttemptExpiry` old. Ten minutes is far beyond the milliseconds between reserving and adding, and well
-//   under the hour between background passes, so an alert silenced by a crash is announced on the
-//   next pass, once.
+//   same way once it is `kAbandonedAttemptExpiry` old. Ten minutes is far beyond the milliseconds between reserving and
+//   adding, and well under the hour between background passes, so an alert silenced by a crash is announced on the next
+//   pass, once.
 // - An attempt only inserts records for keys without one; it never takes over another record,
 //   so the `coveredRecords` it writes are empty. `rollBack` still restores the coverage that a
 //   state written elsewhere may hold.

@@ -26,8 +26,9 @@ WeatherAlertNotificationOccurrence live(WeatherAlertNotificationKey key, std::op
 
 // One whole pass that the center accepts: plan, then confirm when an attempt was made.
 // Returns the keys announced.
-std::set<WeatherAlertNotificationKey> pass(Persisted& state, const std::vector<WeatherAlertNotificationOccurrence>& alerts,
-                                          Date at, int id, bool clearsAll = false) {
+std::set<WeatherAlertNotificationKey> pass(Persisted& state,
+                                           const std::vector<WeatherAlertNotificationOccurrence>& alerts, Date at,
+                                           int id, bool clearsAll = false) {
   auto plan = State::plan(state, alerts, at, uuid(id), clearsAll);
   state = plan.persistedState;
   if (!plan.schedulingAttempt) return {};
@@ -57,9 +58,16 @@ TEST(WeatherAlertNotificationStateTest, AnnouncesOncePerRetention) {
   const auto ends = [&](double hours) { return std::optional<Date>(t0 + hours * kHour); };
   const Case cases[] = {
       {"seen in ten passes: one notification",
-       {{0, {live(kGale)}, {kGale}}, {1, {live(kGale)}, {}}, {2, {live(kGale)}, {}}, {3, {live(kGale)}, {}},
-        {4, {live(kGale)}, {}}, {5, {live(kGale)}, {}}, {6, {live(kGale)}, {}}, {7, {live(kGale)}, {}},
-        {8, {live(kGale)}, {}}, {9, {live(kGale)}, {}}}},
+       {{0, {live(kGale)}, {kGale}},
+        {1, {live(kGale)}, {}},
+        {2, {live(kGale)}, {}},
+        {3, {live(kGale)}, {}},
+        {4, {live(kGale)}, {}},
+        {5, {live(kGale)}, {}},
+        {6, {live(kGale)}, {}},
+        {7, {live(kGale)}, {}},
+        {8, {live(kGale)}, {}},
+        {9, {live(kGale)}, {}}}},
       {"gone 71 hours and back: nothing", {{0, {live(kGale, ends(1))}, {kGale}}, {1, {}, {}}, {72, {live(kGale)}, {}}}},
       {"gone 72 hours with its end passed, and back: a new one",
        {{0, {live(kGale, ends(1))}, {kGale}}, {1, {}, {}}, {73, {}, {}}, {74, {live(kGale)}, {kGale}}}},
@@ -132,7 +140,8 @@ TEST(WeatherAlertNotificationStateTest, PlanDetails) {
   EXPECT_FALSE(updated.schedulingAttempt);
   EXPECT_TRUE(updated.persistedState.recordValues.contains("not a record"));
   EXPECT_EQ(updated.persistedState.recordValues.size(), 2u);
-  EXPECT_EQ(records(updated.persistedState).front(), (WeatherAlertNotificationRecord{"Gale", "FMI", std::nullopt, std::nullopt, std::nullopt}));
+  EXPECT_EQ(records(updated.persistedState).front(),
+            (WeatherAlertNotificationRecord{"Gale", "FMI", std::nullopt, std::nullopt, std::nullopt}));
   // An unchanged record keeps its exact string.
   auto unchanged = State::plan(updated.persistedState, {live(kGale)}, t0 + 1, uuid(8), false);
   EXPECT_EQ(unchanged.persistedState.recordValues, updated.persistedState.recordValues);
@@ -182,7 +191,8 @@ TEST(WeatherAlertNotificationStateTest, ConfirmRollBackAndSettle) {
   covering.recordValues.insert(encodeWeatherAlertRecord({"Fog", "FMI", std::nullopt, std::nullopt, id}));
   const auto rolled = State::rollBack(covering, uuid(1));
   EXPECT_TRUE(rolled.pendingAttempts.empty());
-  EXPECT_EQ(records(rolled), (std::vector<WeatherAlertNotificationRecord>{{"Fog", "FMI", std::nullopt, std::nullopt, "earlier"}}));
+  EXPECT_EQ(records(rolled),
+            (std::vector<WeatherAlertNotificationRecord>{{"Fog", "FMI", std::nullopt, std::nullopt, "earlier"}}));
   EXPECT_EQ(State::rollBack(rolled, uuid(1)), rolled);
 
   struct SettleRow {

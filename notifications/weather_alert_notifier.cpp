@@ -151,8 +151,8 @@ WeatherAlertPassOutcome WeatherAlertNotifier::notifyWeatherAlerts(const std::vec
     plan = deps_.store->transaction([&](WeatherAlertNotificationPersistedState& state) {
       auto settlement = WeatherAlertNotificationState::settleAbandonedAttempts(state, now, pending, delivered);
       settledToRemove = std::move(settlement.deliveredNotificationIdentifiersToRemove);
-      auto planned =
-          WeatherAlertNotificationState::plan(settlement.persistedState, occurrences, now, attemptIdentifier, clearsAll);
+      auto planned = WeatherAlertNotificationState::plan(settlement.persistedState, occurrences, now, attemptIdentifier,
+                                                         clearsAll);
       state = planned.persistedState;
       return planned;
     });

@@ -29,7 +29,9 @@ class RefusingCenter final : public NotificationCenter {
   void removePendingNotificationRequests(const std::set<std::string>& ids) override {
     real_.removePendingNotificationRequests(ids);
   }
-  void removeDeliveredNotifications(const std::set<std::string>& ids) override { real_.removeDeliveredNotifications(ids); }
+  void removeDeliveredNotifications(const std::set<std::string>& ids) override {
+    real_.removeDeliveredNotifications(ids);
+  }
   std::vector<NotificationEntry> pendingNotificationRequests() override { return real_.pendingNotificationRequests(); }
   std::vector<NotificationEntry> deliveredNotifications() override { return real_.deliveredNotifications(); }
   void deliverDueRequests() override { real_.deliverDueRequests(); }
@@ -74,9 +76,11 @@ TEST(WeatherAlertNotifierTest, AnnouncesLiveAlertsOnceInOrder) {
   ASSERT_TRUE(first.request);
   EXPECT_EQ(first.request->delay, 5s);
   // Severe before minor, earlier start first among equals.
-  EXPECT_EQ(first.announcedKeys, (std::vector<WeatherAlertNotificationKey>{{"Storm", "FMI"}, {"Gale", "FMI"}, {"Fog", "FMI"}}));
+  EXPECT_EQ(first.announcedKeys,
+            (std::vector<WeatherAlertNotificationKey>{{"Storm", "FMI"}, {"Gale", "FMI"}, {"Fog", "FMI"}}));
   EXPECT_EQ(first.request->content.title, "Severe Weather Alert");
-  EXPECT_EQ(first.request->content.body, "Storm and 2 more (FMI)\nFrom Jun 15, 6:07\u202fPM\nEnding Jun 15, 8:06\u202fPM");
+  EXPECT_EQ(first.request->content.body,
+            "Storm and 2 more (FMI)\nFrom Jun 15, 6:07\u202fPM\nEnding Jun 15, 8:06\u202fPM");
   EXPECT_EQ(f.spool.pendingNotificationRequests().size(), 1u);
 
   f.clock.advance(1h);
@@ -96,14 +100,23 @@ TEST(WeatherAlertNotifierTest, Content) {
     const char* body;
   };
   const Row rows[] = {
-      {{alert("Gale", "FMI", start, start + 3600, WeatherSeverity::extreme)}, "UTC", "Extreme Weather Alert",
+      {{alert("Gale", "FMI", start, start + 3600, WeatherSeverity::extreme)},
+       "UTC",
+       "Extreme Weather Alert",
        "Gale (FMI)\nFrom Jun 15, 3:06\u202fPM\nEnding Jun 15, 4:06\u202fPM"},
-      {{alert("Gale", "FMI", start, std::nullopt, std::nullopt)}, "UTC", "Weather Alert", "Gale (FMI)\nFrom Jun 15, 3:06\u202fPM"},
+      {{alert("Gale", "FMI", start, std::nullopt, std::nullopt)},
+       "UTC",
+       "Weather Alert",
+       "Gale (FMI)\nFrom Jun 15, 3:06\u202fPM"},
       {{alert("Gale", "FMI", start, std::nullopt, WeatherSeverity::minor), alert("Fog", "X", start, std::nullopt)},
-       "UTC", "Minor Weather Alert", "Gale and 1 more (FMI)\nFrom Jun 15, 3:06\u202fPM"},
+       "UTC",
+       "Minor Weather Alert",
+       "Gale and 1 more (FMI)\nFrom Jun 15, 3:06\u202fPM"},
       // The place's own clock, across the date line.
-      {{alert("Heat", "BoM", start + 9 * 3600, std::nullopt, WeatherSeverity::moderate)}, "Pacific/Kiritimati",
-       "Moderate Weather Alert", "Heat (BoM)\nFrom Jun 16, 2:06\u202fPM"},
+      {{alert("Heat", "BoM", start + 9 * 3600, std::nullopt, WeatherSeverity::moderate)},
+       "Pacific/Kiritimati",
+       "Moderate Weather Alert",
+       "Heat (BoM)\nFrom Jun 16, 2:06\u202fPM"},
   };
   for (const auto& row : rows) {
     const auto content = weatherAlertNotificationContent(row.alerts, *TimeZone::named(row.zone), icu::Locale("en_US"));
@@ -166,7 +179,8 @@ TEST(WeatherAlertNotifierTest, FailuresAndSwitches) {
   {
     SCOPED_TRACE("legacy values of the shared defaults seed a new state");
     Fixture f;
-    WeatherAlertNotificationStore legacy{f.folder.path() / "legacy", [] { return std::set<std::string>{"Gale_FMI_1"}; }};
+    WeatherAlertNotificationStore legacy{f.folder.path() / "legacy",
+                                         [] { return std::set<std::string>{"Gale_FMI_1"}; }};
     WeatherAlertNotifier notifier({&legacy, f.center, f.clock, [] { return true; }, icu::Locale("en_US"), nullptr});
     EXPECT_FALSE(notifier.notifyWeatherAlerts(gale(f.now()), TimeZone::gmt()).request);
   }

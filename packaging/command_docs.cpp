@@ -128,7 +128,8 @@ std::string upper(std::string text) {
 
 std::string optionHeading(const CLI::Option* option) {
   std::string heading;
-  for (const auto& word : optionWords(option)) heading += (heading.empty() ? "" : ", ") + ("\\fB" + roff(word) + "\\fR");
+  for (const auto& word : optionWords(option))
+    heading += (heading.empty() ? "" : ", ") + ("\\fB" + roff(word) + "\\fR");
   // The value as --help shows it.
   std::string value = option->get_option_text();
   if (value.empty() && takesValue(option)) {
@@ -149,8 +150,8 @@ ManPage manPage(const std::string& programName, const Command& command, const st
         return words;
       }(),
       " ");
-  std::string page = fmt::format(".TH {} 1 \"\" \"{} {}\" \"User Commands\"\n", upper(name), roff(programName),
-                                 roff(version));
+  std::string page =
+      fmt::format(".TH {} 1 \"\" \"{} {}\" \"User Commands\"\n", upper(name), roff(programName), roff(version));
   page += ".SH NAME\n" + roff(name) + " \\- " + roff(command.app->get_description()) + "\n";
   page += ".SH SYNOPSIS\n.B " + roff(invocation) + "\n";
   if (!command.options.empty()) page += "[\\fIOPTIONS\\fR]";
@@ -187,7 +188,8 @@ ManPage manPage(const std::string& programName, const Command& command, const st
   page += ".SH SEE ALSO\n";
   if (command.path.empty()) {
     std::vector<std::string> refs;
-    for (const CLI::App* sub : command.commands) refs.push_back("\\fB" + roff(pageName(programName, {sub->get_name()})) + "\\fR(1)");
+    for (const CLI::App* sub : command.commands)
+      refs.push_back("\\fB" + roff(pageName(programName, {sub->get_name()})) + "\\fR(1)");
     page += joined(refs, ",\n") + "\n";
   } else {
     auto parent = command.path;
@@ -301,8 +303,7 @@ std::string bashCompletion(const CLI::App& program) {
       "  fi\n"
       "}}\n"
       "complete -o default -F _{0} {0}\n",
-      name, wordsFunction("_" + name, commandsOf(program), false),
-      pathWalk(name, "1", "COMP_CWORD", "COMP_WORDS"));
+      name, wordsFunction("_" + name, commandsOf(program), false), pathWalk(name, "1", "COMP_CWORD", "COMP_WORDS"));
 }
 
 std::string zshCompletion(const CLI::App& program) {

@@ -35,9 +35,9 @@
 #include <utility>
 #include <vector>
 
+#include "platform/async/observer_list.hpp"
 #include "platform/cloud_key_value_store.hpp"
 #include "platform/log.hpp"
-#include "platform/async/observer_list.hpp"
 #include "platform/thread_annotations.hpp"
 
 namespace ombrine {

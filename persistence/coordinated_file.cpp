@@ -55,8 +55,7 @@ void prepareCoordinationFile(const std::filesystem::path& coordinationFile) {
 std::optional<Date> fileModificationDate(const std::filesystem::path& file) {
   struct stat info {};
   if (::stat(file.c_str(), &info) != 0) return std::nullopt;
-  return Date::fromUnix(static_cast<double>(info.st_mtim.tv_sec) +
-                        static_cast<double>(info.st_mtim.tv_nsec) / 1e9);
+  return Date::fromUnix(static_cast<double>(info.st_mtim.tv_sec) + static_cast<double>(info.st_mtim.tv_nsec) / 1e9);
 }
 
 void CoordinationLock::release() noexcept {
@@ -105,11 +104,10 @@ std::optional<CoordinationLock> CoordinationLock::acquire(const std::filesystem:
   return std::nullopt;
 }
 
-CoordinationTimeoutError::CoordinationTimeoutError(const std::filesystem::path& coordinationFile,
-                                                   Clock::Duration limit)
-    : std::runtime_error(fmt::format(
-          "gave up after {} ms waiting for the lock on {}: another writer holds it",
-          std::chrono::duration_cast<std::chrono::milliseconds>(limit).count(), coordinationFile.string())) {}
+CoordinationTimeoutError::CoordinationTimeoutError(const std::filesystem::path& coordinationFile, Clock::Duration limit)
+    : std::runtime_error(fmt::format("gave up after {} ms waiting for the lock on {}: another writer holds it",
+                                     std::chrono::duration_cast<std::chrono::milliseconds>(limit).count(),
+                                     coordinationFile.string())) {}
 
 namespace detail {
 

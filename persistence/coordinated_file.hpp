@@ -28,10 +28,10 @@
 #include <boost/asio/query.hpp>
 
 #include "core/values/date.hpp"
-#include "platform/clock.hpp"
 #include "platform/async/coroutines.hpp"
-#include "platform/errors.hpp"
 #include "platform/async/task.hpp"
+#include "platform/clock.hpp"
+#include "platform/errors.hpp"
 
 namespace ombrine {
 
@@ -169,8 +169,8 @@ Task<T> performCoordinatedWrite(std::filesystem::path coordinationFile, std::fun
                                 std::optional<CoordinatedWriteLimit> limit = std::nullopt) {
   if (!limit) {
     // One thread does it all: the common case costs one thread start.
-    std::function<T(const std::atomic<bool>&)> body = [coordinationFile, operation](
-                                                          const std::atomic<bool>& cancelled) {
+    std::function<T(const std::atomic<bool>&)> body = [coordinationFile,
+                                                       operation](const std::atomic<bool>& cancelled) {
       const CoordinationLock lock = detail::lockForWrite(coordinationFile, cancelled);
       detail::removeStaleTemporaryFilesOfValue(coordinationFile);
       return operation();

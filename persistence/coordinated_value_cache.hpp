@@ -85,8 +85,8 @@ struct CoordinatedValueCacheTransaction {
   std::function<bool()> shouldCommit = [] { return true; };
   std::function<V(const std::optional<V>& persisted, const V& candidate)> preferredValue =
       [](const std::optional<V>&, const V& candidate) { return candidate; };
-  std::function<void(const std::optional<V>& persisted, Date date)> applyPersistedValue =
-      [](const std::optional<V>&, Date) {};
+  std::function<void(const std::optional<V>& persisted, Date date)> applyPersistedValue = [](const std::optional<V>&,
+                                                                                             Date) {};
   // The current time, for the date of a file that cannot be looked at.
   std::function<Date()> now;
 

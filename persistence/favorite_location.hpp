@@ -28,9 +28,7 @@ struct FavoriteLocation {
   std::optional<Region> region;
 
   // The name to show: the user's own when set and not empty, else `name`.
-  const std::string& shownName() const noexcept {
-    return displayName && !displayName->empty() ? *displayName : name;
-  }
+  const std::string& shownName() const noexcept { return displayName && !displayName->empty() ? *displayName : name; }
 
   bool operator==(const FavoriteLocation&) const = default;
 };

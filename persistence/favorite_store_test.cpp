@@ -50,7 +50,8 @@ TEST(FavoriteLocationJsonTest, DecodingRules) {
     const char* error;  // nullptr: decodes
   };
   const Row rows[] = {
-      {"{" + id + R"(,"location":{"latitude":1,"longitude":2},"name":"a","displayName":null,"timeZone":null})", nullptr},
+      {"{" + id + R"(,"location":{"latitude":1,"longitude":2},"name":"a","displayName":null,"timeZone":null})",
+       nullptr},
       {"{" + id + R"(,"location":{"latitude":1,"longitude":2},"name":"a","timeZone":"Mars/Olympus"})", nullptr},
       {"{" + id + R"(,"location":{"latitude":1},"name":"a"})", "location.longitude: missing key"},
       {"{" + id + R"(,"name":"a"})", "location: missing key"},

@@ -10,8 +10,8 @@
 #include "core/values/errors.hpp"
 #include "core/values/value_json.hpp"
 #include "persistence/coordinated_value_cache.hpp"
-#include "platform/atomic_file.hpp"
 #include "platform/async/coroutines.hpp"
+#include "platform/atomic_file.hpp"
 #include "platform/thread_annotations.hpp"
 
 namespace ombrine {

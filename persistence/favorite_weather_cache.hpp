@@ -26,8 +26,8 @@
 
 #include "core/values/uuid.hpp"
 #include "persistence/weather_cache.hpp"
-#include "platform/clock.hpp"
 #include "platform/async/task.hpp"
+#include "platform/clock.hpp"
 
 namespace ombrine {
 

@@ -7,8 +7,8 @@
 #include <fstream>
 #include <thread>
 
-#include "core/values/errors.hpp"
 #include "core/record/testing_records.hpp"
+#include "core/values/errors.hpp"
 #include "persistence/persistence_test_support.hpp"
 #include "platform/atomic_file.hpp"
 #include "platform/runtime.hpp"
@@ -47,12 +47,12 @@ TEST(FavoriteWeatherJsonTest, MalformedFilesAreDecodingErrors) {
   const std::string record = encodeCachedWeather(placeNamed("Home", 60.0), Date::fromReference(0));
   const std::string id = "\"" + kHome.text() + "\"";
   const std::string cases[] = {
-      "{}",                                    // an object, not the array
-      "[" + id + "]",                          // an id without its record
-      "[42," + record + "]",                   // a key that is no text
-      "[\"not-an-id\"," + record + "]",        // text that is no id
-      "[" + id + ",{\"name\":\"x\"}]",         // a record that is not one
-      "[" + id + "," + record,                 // truncated
+      "{}",                              // an object, not the array
+      "[" + id + "]",                    // an id without its record
+      "[42," + record + "]",             // a key that is no text
+      "[\"not-an-id\"," + record + "]",  // text that is no id
+      "[" + id + ",{\"name\":\"x\"}]",   // a record that is not one
+      "[" + id + "," + record,           // truncated
       "",
   };
   for (const auto& text : cases) EXPECT_THROW(decodeFavoriteWeather(text), DecodingError) << text;

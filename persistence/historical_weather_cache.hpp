@@ -39,9 +39,8 @@ class HistoricalWeatherCache {
   // cachedHistoryData decoded by `decode`; nothing when there is no file or `decode` raises
   // (a cancellation excepted, which passes through).
   template <class Record>
-  static std::optional<Record> cachedHistory(const std::filesystem::path& directory, double latitude,
-                                             double longitude, bool exactOnly,
-                                             const std::function<Record(std::string_view)>& decode) {
+  static std::optional<Record> cachedHistory(const std::filesystem::path& directory, double latitude, double longitude,
+                                             bool exactOnly, const std::function<Record(std::string_view)>& decode) {
     const auto data = cachedHistoryData(directory, latitude, longitude, exactOnly);
     if (!data) return std::nullopt;
     try {
@@ -56,8 +55,7 @@ class HistoricalWeatherCache {
   // Writes `data` under the exact name of the coordinate, replacing a file of that name and
   // creating the folder if needed. A failure is logged ("Failed to write history cache <path>:
   // <reason>") and raised as FileError.
-  static void store(const std::filesystem::path& directory, std::string_view data, double latitude,
-                    double longitude);
+  static void store(const std::filesystem::path& directory, std::string_view data, double latitude, double longitude);
 };
 
 }  // namespace ombrine

@@ -92,9 +92,15 @@ TEST(CoordinateFileCache, SnakeCaseKeysBecomeFieldNames) {
     const char* converted;
   };
   const Case cases[] = {
-      {"time_zone", "timeZone"},     {"timeZone", "timeZone"},   {"TIME_ZONE", "timeZone"},
-      {"name", "name"},              {"_private_key_", "_privateKey_"}, {"a__b", "aB"},
-      {"___", "___"},                {"", ""},                   {"monthly_mean_temp", "monthlyMeanTemp"},
+      {"time_zone", "timeZone"},
+      {"timeZone", "timeZone"},
+      {"TIME_ZONE", "timeZone"},
+      {"name", "name"},
+      {"_private_key_", "_privateKey_"},
+      {"a__b", "aB"},
+      {"___", "___"},
+      {"", ""},
+      {"monthly_mean_temp", "monthlyMeanTemp"},
   };
   for (const Case& c : cases) EXPECT_EQ(camelCaseOfSnakeCase(c.key), c.converted) << c.key;
   const auto converted = withKeysFromSnakeCase(boost::json::parse(R"({"a_b":[{"c_d":1}],"e":{"f_g":null}})"));

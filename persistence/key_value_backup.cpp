@@ -46,8 +46,8 @@ double localDay(Date date, const TimeZone& zone) {
 
 bool isSameCalendarDay(Date a, Date b, const TimeZone& zone) { return localDay(a, zone) == localDay(b, zone); }
 
-KeyValueBackupOutcome backupKeyValueStoreIfNeeded(Date now, const TimeZone& calendarZone,
-                                                  const KeyValueStore& cloud, KeyValueStore& standardDefaults) {
+KeyValueBackupOutcome backupKeyValueStoreIfNeeded(Date now, const TimeZone& calendarZone, const KeyValueStore& cloud,
+                                                  KeyValueStore& standardDefaults) {
   if (auto last = dateAt(standardDefaults, KeyValueBackupKeys::lastSuccessfulBackupDate);
       last && isSameCalendarDay(*last, now, calendarZone)) {
     return KeyValueBackupOutcome::alreadyBackedUpToday;
@@ -67,7 +67,8 @@ KeyValueBackupOutcome backupKeyValueStoreIfNeeded(Date now, const TimeZone& cale
   const auto byteCount = static_cast<std::int64_t>(bytes.size());
   standardDefaults.setValue(KeyValueBackupKeys::latestSnapshot, StoreValue{StoreData{std::move(bytes)}});
   standardDefaults.setValue(KeyValueBackupKeys::latestDate, stored(now));
-  standardDefaults.setValue(KeyValueBackupKeys::latestKeyCount, StoreValue{static_cast<std::int64_t>(dictionary.size())});
+  standardDefaults.setValue(KeyValueBackupKeys::latestKeyCount,
+                            StoreValue{static_cast<std::int64_t>(dictionary.size())});
   standardDefaults.setValue(KeyValueBackupKeys::latestByteCount, StoreValue{byteCount});
   standardDefaults.setValue(KeyValueBackupKeys::lastSuccessfulBackupDate, stored(now));
   return KeyValueBackupOutcome::backedUp;

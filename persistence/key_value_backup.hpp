@@ -48,8 +48,8 @@ enum class KeyValueBackupOutcome {
 //  5. The latest keys get the data, `now`, the key count and the data's size.
 //  6. `now` becomes the last-backup date.
 // Raises FileError when the defaults cannot be written (callers log it and go on).
-KeyValueBackupOutcome backupKeyValueStoreIfNeeded(Date now, const TimeZone& calendarZone,
-                                                  const KeyValueStore& cloud, KeyValueStore& standardDefaults);
+KeyValueBackupOutcome backupKeyValueStoreIfNeeded(Date now, const TimeZone& calendarZone, const KeyValueStore& cloud,
+                                                  KeyValueStore& standardDefaults);
 
 // True when both instants fall on the same calendar day in `zone`.
 bool isSameCalendarDay(Date a, Date b, const TimeZone& zone);

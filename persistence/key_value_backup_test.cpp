@@ -49,6 +49,7 @@ TEST(PropertyListTest, EveryValueRoundTrips) {
     StoreValue value;
   };
   const Row rows[] = {
+      // clang-format off
       {"integer widths", StoreValue{StoreArray{integer(0), integer(255), integer(256), integer(65536),
                                                integer(4294967296), integer(std::numeric_limits<std::int64_t>::max())}}},
       {"negative integers", StoreValue{StoreArray{integer(-1), integer(std::numeric_limits<std::int64_t>::min())}}},
@@ -59,6 +60,7 @@ TEST(PropertyListTest, EveryValueRoundTrips) {
       {"nested dictionaries", StoreValue{StoreDictionary{{"favorites", StoreValue{StoreData{"[]"}}},
                                                          {"inner", StoreValue{StoreDictionary{{"ø", StoreValue{false}}}}}}}},
       {"many objects", StoreValue{many}},
+      // clang-format on
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.why);
@@ -72,10 +74,11 @@ TEST(PropertyListTest, ReadsWhatOtherWritersProduce) {
   const std::string shared = plist(bytes({0xD2, 1, 2, 3, 3, 0x51, 'a', 0x51, 'b', 0x52, 'h', 'i'}), {8, 13, 15, 17});
   EXPECT_EQ(decodeBinaryPropertyList(shared), (StoreValue{StoreDictionary{{"a", text("hi")}, {"b", text("hi")}}}));
   // A 4-byte float and a 16-byte integer above 2^63 - 1.
-  const std::string wide = plist(bytes({0xA2, 1, 2, 0x22, 0x3F, 0xC0, 0, 0, 0x14, 0, 0, 0, 0, 0, 0, 0, 0,
-                                        0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}),
+  const std::string wide = plist(bytes({0xA2, 1, 2, 0x22, 0x3F, 0xC0, 0,    0,    0x14, 0,    0,    0,   0,
+                                        0,    0, 0, 0,    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}),
                                  {8, 11, 16});
-  EXPECT_EQ(decodeBinaryPropertyList(wide), (StoreValue{StoreArray{StoreValue{1.5}, StoreValue{18446744073709551615.0}}}));
+  EXPECT_EQ(decodeBinaryPropertyList(wide),
+            (StoreValue{StoreArray{StoreValue{1.5}, StoreValue{18446744073709551615.0}}}));
 }
 
 TEST(PropertyListTest, ReadsAnotherEncodersFile) {
@@ -84,8 +87,9 @@ TEST(PropertyListTest, ReadsAnotherEncodersFile) {
   const auto file = readFileIfExists(std::string(OMBRINE_TESTDATA_DIR) + "/property_list_fuzz/nested.bplist");
   ASSERT_TRUE(file);
   const StoreValue expected{StoreDictionary{
-      {"a", StoreValue{StoreArray{integer(1), integer(-5), integer(std::int64_t{1} << 40), StoreValue{1.5}, text("Zürich"),
-                                  text("東京"), StoreValue{StoreDictionary{{"x", StoreValue{false}}}}}}},
+      {"a",
+       StoreValue{StoreArray{integer(1), integer(-5), integer(std::int64_t{1} << 40), StoreValue{1.5}, text("Zürich"),
+                             text("東京"), StoreValue{StoreDictionary{{"x", StoreValue{false}}}}}}},
       {"d", StoreValue{StoreDate{794836800.0}}},  // 2026-03-10T12:00:00Z
   }};
   EXPECT_EQ(decodeBinaryPropertyList(*file), expected);
@@ -151,7 +155,8 @@ TEST_F(KeyValueBackupTest, OnePerDayAndTheThirdDropsTheFirst) {
   EXPECT_EQ(previous->date, day(1, 0.1));
   EXPECT_EQ(defaults_.integerValue(KeyValueBackupKeys::latestKeyCount), 2);
   EXPECT_EQ(defaults_.integerValue(KeyValueBackupKeys::latestByteCount), static_cast<std::int64_t>(latest->byteCount));
-  EXPECT_EQ(defaults_.dateValue(KeyValueBackupKeys::lastSuccessfulBackupDate), StoreDate{day(2).timeIntervalSinceReferenceDate});
+  EXPECT_EQ(defaults_.dateValue(KeyValueBackupKeys::lastSuccessfulBackupDate),
+            StoreDate{day(2).timeIntervalSinceReferenceDate});
 }
 
 TEST_F(KeyValueBackupTest, EmptyStoreKeepsTheSnapshots) {
@@ -164,7 +169,7 @@ TEST_F(KeyValueBackupTest, EmptyStoreKeepsTheSnapshots) {
 }
 
 TEST_F(KeyValueBackupTest, CalendarDayIsTheUsersDay) {
-  const auto tokyo = *TimeZone::named("Asia/Tokyo");          // UTC+9
+  const auto tokyo = *TimeZone::named("Asia/Tokyo");           // UTC+9
   const auto honolulu = *TimeZone::named("Pacific/Honolulu");  // UTC-10
   struct Row {
     const TimeZone& zone;
@@ -216,9 +221,9 @@ TEST_F(KeyValueBackupTest, RestoreWritesTheLatestSnapshotBack) {
   cloud_.setValue("later", integer(1));
   const KeyValueSnapshot restored = restoreKeyValueStoreFromSnapshot("latest", defaults_, cloud_);
   EXPECT_EQ(restored.values.size(), 2u);
-  EXPECT_EQ(cloud_.server()->values(), (StoreDictionary{{"favorites", StoreValue{StoreData{"[1]"}}},
-                                                       {"hideTides", StoreValue{true}},
-                                                       {"later", integer(1)}}));
+  EXPECT_EQ(cloud_.server()->values(),
+            (StoreDictionary{
+                {"favorites", StoreValue{StoreData{"[1]"}}}, {"hideTides", StoreValue{true}}, {"later", integer(1)}}));
 }
 
 }  // namespace

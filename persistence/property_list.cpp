@@ -422,7 +422,8 @@ class Decoder {
 
 std::string encodeBinaryPropertyList(const StoreValue& value) {
   const std::size_t count = objectCount(value);
-  if (count > std::numeric_limits<std::uint32_t>::max()) throw PropertyListError("binary property list: too many objects");
+  if (count > std::numeric_limits<std::uint32_t>::max())
+    throw PropertyListError("binary property list: too many objects");
   Encoder encoder(count);
   encoder.add(value);
   return encoder.finish();

@@ -28,13 +28,12 @@ const T* storedAs(const std::optional<StoreValue>& stored) {
 // A boolean field that reads as false when absent or of another kind.
 template <bool Settings::*Field>
 SettingsField falseByDefault(std::string_view key) {
-  return SettingsField{
-      key,
-      [](const std::optional<StoreValue>& stored, Settings& into) {
-        const bool* value = storedAs<bool>(stored);
-        into.*Field = value != nullptr && *value;
-      },
-      [](const Settings& from) { return StoreValue{from.*Field}; }};
+  return SettingsField{key,
+                       [](const std::optional<StoreValue>& stored, Settings& into) {
+                         const bool* value = storedAs<bool>(stored);
+                         into.*Field = value != nullptr && *value;
+                       },
+                       [](const Settings& from) { return StoreValue{from.*Field}; }};
 }
 
 std::optional<double> storedNumber(const std::optional<StoreValue>& stored) {
@@ -44,7 +43,8 @@ std::optional<double> storedNumber(const std::optional<StoreValue>& stored) {
 }
 
 std::optional<ImmediateWeatherProviderFetchRequest> readPendingRequest(const KeyValueStore& defaults) {
-  const std::optional<StoreValue> stored = defaults.value(SettingsStore::pendingImmediateWeatherProviderFetchRequestKey);
+  const std::optional<StoreValue> stored =
+      defaults.value(SettingsStore::pendingImmediateWeatherProviderFetchRequestKey);
   std::string_view json;
   if (const auto* data = storedAs<StoreData>(stored)) {
     json = data->bytes;
@@ -90,13 +90,12 @@ const std::vector<SettingsField>& settingsFields() {
       falseByDefault<&Settings::hideTides>("hideTides"),
       falseByDefault<&Settings::preferFeelsLike>("preferFeelsLike"),
       falseByDefault<&Settings::isBriskoModeEnabled>("isBriskoModeEnabled"),
-      SettingsField{"preferredWeatherProvider",
-                    [](const std::optional<StoreValue>& stored, Settings& into) {
-                      into.preferredWeatherProvider = weatherDataSourceFromStoredNumber(storedNumber(stored));
-                    },
-                    [](const Settings& from) {
-                      return StoreValue{static_cast<std::int64_t>(from.preferredWeatherProvider)};
-                    }},
+      SettingsField{
+          "preferredWeatherProvider",
+          [](const std::optional<StoreValue>& stored, Settings& into) {
+            into.preferredWeatherProvider = weatherDataSourceFromStoredNumber(storedNumber(stored));
+          },
+          [](const Settings& from) { return StoreValue{static_cast<std::int64_t>(from.preferredWeatherProvider)}; }},
       // Read as an object, so that absence (true) is told from a stored false.
       SettingsField{"showHourlyPrecipitation",
                     [](const std::optional<StoreValue>& stored, Settings& into) {
@@ -104,16 +103,17 @@ const std::vector<SettingsField>& settingsFields() {
                       into.showHourlyPrecipitation = value == nullptr || *value;
                     },
                     [](const Settings& from) { return StoreValue{from.showHourlyPrecipitation}; }},
-      SettingsField{"preferredAdditionalHourlyData",
-                    [](const std::optional<StoreValue>& stored, Settings& into) {
-                      const auto* text = storedAs<std::string>(stored);
-                      into.preferredAdditionalHourlyData =
-                          text ? additionalHourlyDataPreferenceNamed(*text).value_or(AdditionalHourlyDataPreference::none)
-                               : AdditionalHourlyDataPreference::none;
-                    },
-                    [](const Settings& from) {
-                      return StoreValue{std::string(additionalHourlyDataPreferenceName(from.preferredAdditionalHourlyData))};
-                    }},
+      SettingsField{
+          "preferredAdditionalHourlyData",
+          [](const std::optional<StoreValue>& stored, Settings& into) {
+            const auto* text = storedAs<std::string>(stored);
+            into.preferredAdditionalHourlyData =
+                text ? additionalHourlyDataPreferenceNamed(*text).value_or(AdditionalHourlyDataPreference::none)
+                     : AdditionalHourlyDataPreference::none;
+          },
+          [](const Settings& from) {
+            return StoreValue{std::string(additionalHourlyDataPreferenceName(from.preferredAdditionalHourlyData))};
+          }},
   };
   return fields;
 }
@@ -153,8 +153,8 @@ struct SettingsStore::SyncState {
   }
 };
 
-SettingsStore::SettingsStore(CloudKeyValueStore& cloud, KeyValueStore& sharedDefaults, Clock& clock,
-                             Executor executor, Clock::Duration synchronizeDelay)
+SettingsStore::SettingsStore(CloudKeyValueStore& cloud, KeyValueStore& sharedDefaults, Clock& clock, Executor executor,
+                             Clock::Duration synchronizeDelay)
     : cloud_(cloud),
       sharedDefaults_(sharedDefaults),
       clock_(clock),

@@ -44,11 +44,11 @@
 
 #include "core/fetch/provider_settings.hpp"
 #include "core/values/weather_data_source.hpp"
+#include "platform/async/coroutines.hpp"
+#include "platform/async/observer_list.hpp"
 #include "platform/clock.hpp"
 #include "platform/cloud_key_value_store.hpp"
-#include "platform/async/coroutines.hpp"
 #include "platform/key_value_store.hpp"
-#include "platform/async/observer_list.hpp"
 #include "platform/thread_annotations.hpp"
 
 namespace ombrine {

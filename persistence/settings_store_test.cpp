@@ -35,6 +35,7 @@ TEST(SettingsReadRulesTest, EachKeyReadsByItsRule) {
   };
   const Settings defaults;
   const Row rows[] = {
+      // clang-format off
       {"nothing stored: a new user", "hideTides", std::nullopt, defaults},
       {"provider 0", "preferredWeatherProvider", integer(0), defaults},
       {"provider 1", "preferredWeatherProvider", integer(1), with([](Settings& s) { s.preferredWeatherProvider = WeatherDataSource::apple; })},
@@ -61,6 +62,7 @@ TEST(SettingsReadRulesTest, EachKeyReadsByItsRule) {
       {"boolean as 1 is no boolean", "hideWeatherAlerts", integer(1), defaults},
       {"boolean as text", "preferFeelsLike", text("true"), defaults},
       {"hidden mode", "isBriskoModeEnabled", StoreValue{true}, with([](Settings& s) { s.isBriskoModeEnabled = true; })},
+      // clang-format on
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.why);

@@ -9,8 +9,8 @@
 #include "core/values/location_json.hpp"
 #include "core/values/value_json.hpp"
 #include "persistence/coordinated_value_cache.hpp"
-#include "platform/atomic_file.hpp"
 #include "platform/async/coroutines.hpp"
+#include "platform/atomic_file.hpp"
 
 namespace ombrine {
 
@@ -27,14 +27,10 @@ bool near(const Location& a, const Location& b) { return a.distance(b) < kTripCa
 int providerRank(const std::optional<WeatherDataSource>& provider) {
   if (!provider) return -1;
   switch (*provider) {
-    case WeatherDataSource::dynamic:
-      return 0;
-    case WeatherDataSource::apple:
-      return 1;
-    case WeatherDataSource::ow:
-      return 2;
-    case WeatherDataSource::foreca:
-      return 3;
+    case WeatherDataSource::dynamic: return 0;
+    case WeatherDataSource::apple: return 1;
+    case WeatherDataSource::ow: return 2;
+    case WeatherDataSource::foreca: return 3;
   }
   return 4;
 }
@@ -386,8 +382,8 @@ class TripCacheCore : public std::enable_shared_from_this<TripCacheCore> {
       TripCacheEntry entry{write.cachedWeather, write.cachedWeather.location, write.requestedProvider,
                            write.operationOrder};
       TripCacheRecord single{{std::move(entry)}, std::nullopt};
-      auto same = std::find_if(incoming.begin(), incoming.end(),
-                               [&](const auto& pair) { return pair.first == write.cacheID; });
+      auto same =
+          std::find_if(incoming.begin(), incoming.end(), [&](const auto& pair) { return pair.first == write.cacheID; });
       if (same == incoming.end()) {
         incoming.emplace_back(write.cacheID, std::move(single));
       } else {

@@ -21,8 +21,8 @@
 #include <compare>
 #include <filesystem>
 #include <functional>
-#include <mutex>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -127,8 +127,7 @@ std::string encodeTripCacheRecord(const TripCacheRecord& record, Date encodingMo
 TripCacheRecord decodeTripCacheRecord(std::string_view json);
 
 // The legacy dictionary "latestTripCache": an alternating array of UUID text and record.
-std::string encodeLegacyTripCache(const std::vector<std::pair<Uuid, TripCacheRecord>>& records,
-                                  Date encodingMoment);
+std::string encodeLegacyTripCache(const std::vector<std::pair<Uuid, TripCacheRecord>>& records, Date encodingMoment);
 // Raises DecodingError; a repeated key keeps its last value at its first place.
 std::vector<std::pair<Uuid, TripCacheRecord>> decodeLegacyTripCache(std::string_view json);
 
@@ -149,7 +148,7 @@ namespace detail {
 
 // What the trip records share with their weather cache.
 struct TripCacheContext {
-  std::shared_ptr<std::mutex> mutex;      // the weather cache's lock; never held across I/O waits
+  std::shared_ptr<std::mutex> mutex;       // the weather cache's lock; never held across I/O waits
   std::function<void()> notifyWillChange;  // posts the cache's listeners; call without the lock
   std::filesystem::path cacheDirectory;
   Clock* clock = nullptr;

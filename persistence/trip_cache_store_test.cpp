@@ -100,20 +100,20 @@ TEST(MergedEntryTest, FreshestObservationOfOneSpotWinsNewestOperationOtherwise) 
     const char* why;
     TripCacheEntry existing;
     TripCacheEntry incoming;
-    double weatherDt;       // whose weather is kept
-    Location location;      // cachedWeather.location of the result
+    double weatherDt;   // whose weather is kept
+    Location location;  // cachedWeather.location of the result
     TripCacheOperationOrder order;
   };
   TripCacheEntry farAway = entry(5.0, WeatherDataSource::ow, 900.0, moved);
   const Row rows[] = {
-      {"requested places 201 m apart: later stamp wins whole even with older weather", entry(1.0, {}, 2000.0),
-       farAway, 900.0, moved, stamp(5.0)},
-      {"same place, later stamp, older observation: old weather stays", entry(1.0, {}, 2000.0),
-       entry(5.0, {}, 1000.0), 2000.0, kLisbon, stamp(5.0)},
+      {"requested places 201 m apart: later stamp wins whole even with older weather", entry(1.0, {}, 2000.0), farAway,
+       900.0, moved, stamp(5.0)},
+      {"same place, later stamp, older observation: old weather stays", entry(1.0, {}, 2000.0), entry(5.0, {}, 1000.0),
+       2000.0, kLisbon, stamp(5.0)},
       {"same place, earlier stamp, newer observation arrives late: it wins", entry(5.0, {}, 1000.0),
        entry(1.0, {}, 2000.0), 2000.0, kLisbon, stamp(5.0)},
-      {"observed 199 m apart still counts as one spot", entry(1.0, {}, 2000.0), entry(5.0, {}, 1000.0, nudged),
-       2000.0, kLisbon, stamp(5.0)},
+      {"observed 199 m apart still counts as one spot", entry(1.0, {}, 2000.0), entry(5.0, {}, 1000.0, nudged), 2000.0,
+       kLisbon, stamp(5.0)},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.why);
@@ -159,16 +159,15 @@ TEST(MergedRecordTest, TombstonesProvidersAndMoves) {
     TripCacheRecord expected;
   };
   const Row rows[] = {
-      {"entry at the removal's instant with a lower tie-breaker dies",
-       recordOf({}, stamp(10.0, high)), recordOf({entry(10.0, ow, 1000.0, kLisbon, low)}),
-       recordOf({}, stamp(10.0, high))},
+      {"entry at the removal's instant with a lower tie-breaker dies", recordOf({}, stamp(10.0, high)),
+       recordOf({entry(10.0, ow, 1000.0, kLisbon, low)}), recordOf({}, stamp(10.0, high))},
       {"entry at the removal's instant with a higher tie-breaker survives", recordOf({}, stamp(10.0, low)),
        recordOf({entry(10.0, ow, 1000.0, kLisbon, high)}),
        recordOf({entry(10.0, ow, 1000.0, kLisbon, high)}, stamp(10.0, low))},
-      {"a fetch begun before the removal never comes back", recordOf({}, stamp(10.0)),
-       recordOf({entry(9.0, ow)}), recordOf({}, stamp(10.0))},
-      {"a removal kills what is on disk", recordOf({entry(9.0, ow), entry(11.0, foreca)}),
-       recordOf({}, stamp(10.0)), recordOf({entry(11.0, foreca)}, stamp(10.0))},
+      {"a fetch begun before the removal never comes back", recordOf({}, stamp(10.0)), recordOf({entry(9.0, ow)}),
+       recordOf({}, stamp(10.0))},
+      {"a removal kills what is on disk", recordOf({entry(9.0, ow), entry(11.0, foreca)}), recordOf({}, stamp(10.0)),
+       recordOf({entry(11.0, foreca)}, stamp(10.0))},
       {"a fetch begun after the removal brings entries back and keeps the tombstone", recordOf({}, stamp(10.0)),
        recordOf({entry(12.0, ow)}), recordOf({entry(12.0, ow)}, stamp(10.0))},
       {"ow and foreca stay side by side, ow first", recordOf({entry(2.0, foreca)}), recordOf({entry(3.0, ow)}),
@@ -296,7 +295,9 @@ class TripCacheStoreTest : public ScratchFolderTest {
   std::exception_ptr store(WeatherCache& cache, std::vector<TripCacheWrite> writes) {
     return errorOf(runtime(), cache.store(std::move(writes)));
   }
-  std::exception_ptr remove(WeatherCache& cache, const Uuid& id) { return errorOf(runtime(), cache.removeTripCache(id)); }
+  std::exception_ptr remove(WeatherCache& cache, const Uuid& id) {
+    return errorOf(runtime(), cache.removeTripCache(id));
+  }
   std::optional<TripCacheRecord> onDisk(const Uuid& id) const {
     auto bytes = readFileIfExists(fileOf(id));
     if (!bytes) return std::nullopt;
@@ -368,8 +369,7 @@ TEST_F(TripCacheStoreTest, RemovalBeatsAFetchThatBeganBeforeItButNotOneThatBegan
   EXPECT_EQ(onDisk(trip_), tombstone);
 
   clock_.advance(1s);
-  ASSERT_EQ(store(*widget, {TripCacheWrite{trip_, weatherAt(kLisbon, 1000.0), WeatherDataSource::ow, now()}}),
-            nullptr);
+  ASSERT_EQ(store(*widget, {TripCacheWrite{trip_, weatherAt(kLisbon, 1000.0), WeatherDataSource::ow, now()}}), nullptr);
   EXPECT_NE(app->cachedWeather(trip_, kLisbon, false, {}), std::nullopt);
   EXPECT_EQ(onDisk(trip_)->removalOrder, tombstone->removalOrder);
 }
@@ -392,8 +392,7 @@ TEST_F(TripCacheStoreTest, CorruptOrFutureFilesReadAsNothingAndAreOverwritten) {
   // A bare CachedWeather (the oldest format) reads as one entry, and a real write replaces it.
   writeFileAtomically(fileOf(trip_), encodeCachedWeather(weatherAt(kLisbon, 5000.0), Date::fromReference(0.0)));
   EXPECT_EQ(cache->cachedWeather(trip_, kLisbon, false, {})->operationOrder, TripCacheOperationOrder::legacy());
-  ASSERT_EQ(store(*cache, {TripCacheWrite{trip_, weatherAt(kLisbon, 1000.0), WeatherDataSource::ow, now()}}),
-            nullptr);
+  ASSERT_EQ(store(*cache, {TripCacheWrite{trip_, weatherAt(kLisbon, 1000.0), WeatherDataSource::ow, now()}}), nullptr);
   const auto record = onDisk(trip_);
   ASSERT_EQ(record->entries.size(), 1u);
   EXPECT_EQ(record->entries[0].requestedProvider, WeatherDataSource::ow);
@@ -401,8 +400,7 @@ TEST_F(TripCacheStoreTest, CorruptOrFutureFilesReadAsNothingAndAreOverwritten) {
 
 TEST_F(TripCacheStoreTest, AFileDateEarlierThanMemoryCausesNoReload) {
   auto cache = makeCache();
-  ASSERT_EQ(store(*cache, {TripCacheWrite{trip_, weatherAt(kLisbon, 1000.0), WeatherDataSource::ow, now()}}),
-            nullptr);
+  ASSERT_EQ(store(*cache, {TripCacheWrite{trip_, weatherAt(kLisbon, 1000.0), WeatherDataSource::ow, now()}}), nullptr);
   // Somebody puts different bytes in place with an older date: memory stands.
   const auto date = fileModificationDate(fileOf(trip_));
   writeFileAtomically(fileOf(trip_), encodeTripCacheRecord(recordOf({}), Date::fromReference(0.0)));
@@ -471,8 +469,9 @@ TEST_F(TripCacheStoreTest, CancelledStoreKeepsNoFallbackAndStaysACancellation) {
   prepareCoordinationFile(coordinationFilePath(fileOf(trip_)));
   auto held = CoordinationLock::tryAcquire(coordinationFilePath(fileOf(trip_)));
   ASSERT_TRUE(held);
-  auto started = startTask(runtime().executor(), cache->store({TripCacheWrite{trip_, weatherAt(kLisbon, 1000.0),
-                                                                             WeatherDataSource::ow, now()}}));
+  auto started =
+      startTask(runtime().executor(),
+                cache->store({TripCacheWrite{trip_, weatherAt(kLisbon, 1000.0), WeatherDataSource::ow, now()}}));
   // Memory runs ahead of the disk while the write waits.
   EXPECT_TRUE(eventually([&] { return cache->cachedWeather(trip_, kLisbon, false, {}).has_value(); }));
   started.task.cancel();
@@ -548,8 +547,8 @@ TEST_F(TripCacheStoreTest, ConcurrentProcessesKeepEachOthersNewsAndAKilledWriter
     FakeClock clock;
     WeatherCache cache(caches(), clock, runtime.executor());
     for (int round = 0; round < kRounds; ++round) {
-      std::vector<TripCacheWrite> writes{TripCacheWrite{trip_, weatherAt(kLisbon, 1000.0 + round), provider,
-                                                        stamp(round * 10.0 + offset)}};
+      std::vector<TripCacheWrite> writes{
+          TripCacheWrite{trip_, weatherAt(kLisbon, 1000.0 + round), provider, stamp(round * 10.0 + offset)}};
       runtime.runBlocking(cache.store(std::move(writes)));
     }
   };
@@ -560,8 +559,8 @@ TEST_F(TripCacheStoreTest, ConcurrentProcessesKeepEachOthersNewsAndAKilledWriter
     FakeClock clock;
     WeatherCache cache(caches(), clock, runtime.executor());
     for (int round = 0;; ++round) {
-      std::vector<TripCacheWrite> writes{TripCacheWrite{trip_, weatherAt(kLisbon, 500.0 + round),
-                                                        WeatherDataSource::apple, stamp(round * 0.001)}};
+      std::vector<TripCacheWrite> writes{
+          TripCacheWrite{trip_, weatherAt(kLisbon, 500.0 + round), WeatherDataSource::apple, stamp(round * 0.001)}};
       runtime.runBlocking(cache.store(std::move(writes)));
     }
   });

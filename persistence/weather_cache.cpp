@@ -9,10 +9,10 @@
 #include <utility>
 #include <vector>
 
-#include "core/values/location_json.hpp"
 #include "core/record/one_call_weather_json.hpp"
-#include "core/values/value_json.hpp"
 #include "core/record/weather_derived.hpp"
+#include "core/values/location_json.hpp"
+#include "core/values/value_json.hpp"
 #include "persistence/coordinated_file.hpp"
 #include "persistence/trip_cache_store.hpp"
 #include "platform/atomic_file.hpp"
@@ -67,8 +67,8 @@ CachedWeather decodeCachedWeather(std::string_view json) {
   return decodeCachedWeather(document, root);
 }
 
-CachedWeather preferredLatestWeather(const std::optional<CachedWeather>& persisted,
-                                     const CachedWeather& candidate, double radius) {
+CachedWeather preferredLatestWeather(const std::optional<CachedWeather>& persisted, const CachedWeather& candidate,
+                                     double radius) {
   if (!persisted) return candidate;
   const double distance = persisted->location.distance(candidate.location);
   if (!(distance < radius) || weatherDataSource(persisted->weather) != weatherDataSource(candidate.weather)) {

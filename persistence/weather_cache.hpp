@@ -13,14 +13,14 @@
 #include <string>
 #include <string_view>
 
+#include "core/record/one_call_weather.hpp"
 #include "core/values/date.hpp"
 #include "core/values/location.hpp"
-#include "core/record/one_call_weather.hpp"
 #include "core/values/uuid.hpp"
 #include "core/values/value_json.hpp"
 #include "core/values/weather_data_source.hpp"
-#include "platform/clock.hpp"
 #include "platform/async/task.hpp"
+#include "platform/clock.hpp"
 
 namespace ombrine {
 
@@ -61,8 +61,8 @@ inline constexpr double kLatestWeatherMergeRadius = 2000.0;
 // or another data source: the candidate, however old. Otherwise the newer by `weather.current.dt`
 // wins whole (a late slow fetch never rolls the cache back); on a tie the candidate, with the
 // persisted tide data and region filling in where the candidate has none. Pure.
-CachedWeather preferredLatestWeather(const std::optional<CachedWeather>& persisted,
-                                     const CachedWeather& candidate, double radius);
+CachedWeather preferredLatestWeather(const std::optional<CachedWeather>& persisted, const CachedWeather& candidate,
+                                     double radius);
 
 // A cached record is fresh (a fetch can be skipped) when it is under 300 seconds old by
 // `current.dt` and `current.dt` lies in the same clock hour as `now` in the record's own zone.

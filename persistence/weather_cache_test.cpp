@@ -37,7 +37,9 @@ CachedWeather berlin(double dtOffset = 0.0, const char* service = "Foreca") {
 TEST(CachedWeatherJsonTest, RoundTripsWithKeysInOrderAndRegionOnlyWhenPresent) {
   CachedWeather cached = berlin();
   const std::string text = encodeCachedWeather(cached, cached.weather.current.dt);
-  EXPECT_EQ(text.rfind(R"({"name":"Berlin","location":{"latitude":52.52,"longitude":13.405},"region":"DE","weather":{)", 0), 0u)
+  EXPECT_EQ(
+      text.rfind(R"({"name":"Berlin","location":{"latitude":52.52,"longitude":13.405},"region":"DE","weather":{)", 0),
+      0u)
       << text.substr(0, 120);
   EXPECT_EQ(decodeCachedWeather(text), cached);
   cached.region.reset();

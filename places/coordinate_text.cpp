@@ -97,9 +97,10 @@ Location parseCoordinate(std::string_view text) {
 
 void checkCoordinate(double latitude, double longitude) {
   if (!(latitude >= -90 && latitude <= 90 && longitude >= -180 && longitude <= 180)) {
-    throw InvalidPlaceQuery(fmt::format("({}, {}) is not a coordinate: latitude must lie within -90 to 90 "
-                                        "and longitude within -180 to 180",
-                                        latitude, longitude));
+    throw InvalidPlaceQuery(
+        fmt::format("({}, {}) is not a coordinate: latitude must lie within -90 to 90 "
+                    "and longitude within -180 to 180",
+                    latitude, longitude));
   }
 }
 

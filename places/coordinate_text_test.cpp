@@ -18,8 +18,12 @@ TEST(CoordinateTextTest, ReadsDecimalDegreesSeparatedByCommaOrSpace) {
     double longitude;
   };
   const Row rows[] = {
-      {"48.137,11.575", 48.137, 11.575},  {" -33.87 , 151.21 ", -33.87, 151.21}, {"0 0", 0, 0},
-      {"+90,-180", 90, -180},             {"-90, 180", -90, 180},                {".5,-.25", 0.5, -0.25},
+      {"48.137,11.575", 48.137, 11.575},
+      {" -33.87 , 151.21 ", -33.87, 151.21},
+      {"0 0", 0, 0},
+      {"+90,-180", 90, -180},
+      {"-90, 180", -90, 180},
+      {".5,-.25", 0.5, -0.25},
       {"47.,8", 47, 8},
   };
   for (const auto& row : rows) {
@@ -36,8 +40,9 @@ TEST(CoordinateTextTest, MalformedOrOutOfRangeTextSaysWhatIsWrong) {
     const char* message;
   };
   const Row rows[] = {
-      {"91,200", "\"91,200\" is not a coordinate: latitude 91 is outside -90 to 90 and longitude 200 is outside "
-                 "-180 to 180"},
+      {"91,200",
+       "\"91,200\" is not a coordinate: latitude 91 is outside -90 to 90 and longitude 200 is outside "
+       "-180 to 180"},
       {"45,-180.5", "longitude -180.5 is outside -180 to 180"},
       {"-90.0001,0", "latitude -90.0001 is outside -90 to 90"},
       {"48.1,", "\"48.1,\" is not a coordinate: write latitude,longitude in decimal degrees"},

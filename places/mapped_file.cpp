@@ -51,9 +51,7 @@ MappedFile::MappedFile(const std::filesystem::path& path) : path_(path) {
 MappedFile::~MappedFile() { release(); }
 
 MappedFile::MappedFile(MappedFile&& other) noexcept
-    : path_(std::move(other.path_)),
-      data_(std::exchange(other.data_, nullptr)),
-      size_(std::exchange(other.size_, 0)) {}
+    : path_(std::move(other.path_)), data_(std::exchange(other.data_, nullptr)), size_(std::exchange(other.size_, 0)) {}
 
 MappedFile& MappedFile::operator=(MappedFile&& other) noexcept {
   if (this != &other) {

@@ -114,8 +114,8 @@ class OfflineGeocoder::RankedSearch final : public KeyVisitor {
   bool visit(const KeyEntry& entry) override {
     const int tier = entry.key.size() == key_.size() ? 0 : 1;
     const IndexedPlace place = places_.place(entry.place);
-    if (full() && (tier > best_.back().tier ||
-                   (tier == best_.back().tier && place.population < best_.back().population))) {
+    if (full() &&
+        (tier > best_.back().tier || (tier == best_.back().tier && place.population < best_.back().population))) {
       return true;
     }
     if (!qualifiers_.empty()) {
@@ -149,8 +149,8 @@ class OfflineGeocoder::RankedSearch final : public KeyVisitor {
   bool full() const noexcept { return best_.size() >= limit_; }
 
   void offer(const Candidate& candidate) {
-    const auto same = std::find_if(best_.begin(), best_.end(),
-                                   [&](const Candidate& held) { return held.place == candidate.place; });
+    const auto same =
+        std::find_if(best_.begin(), best_.end(), [&](const Candidate& held) { return held.place == candidate.place; });
     if (same != best_.end()) {
       if (!(candidate < *same)) return;
       best_.erase(same);

@@ -14,8 +14,8 @@ namespace {
 
 constexpr std::size_t kHeaderSize = 104;
 constexpr std::size_t kRecordSize = 16;
-constexpr std::uint32_t kMaxPlaces = 1u << 22;    // key references carry 22 bits
-constexpr std::uint32_t kMaxRegions = 1u << 13;   // place records carry 13 bits
+constexpr std::uint32_t kMaxPlaces = 1u << 22;   // key references carry 22 bits
+constexpr std::uint32_t kMaxRegions = 1u << 13;  // place records carry 13 bits
 constexpr std::uint32_t kMaxRows = 1u << 20;
 constexpr std::uint32_t kMaxKeysPerBlock = 1u << 16;
 constexpr std::uint32_t kLatitudeMask = (1u << 25) - 1;
@@ -176,8 +176,8 @@ std::optional<NearestPlace> PlaceIndex::nearest(const NearestQuery& query) const
   double bestHaversine = square(std::sin(radius / 2));
   const double cosLatitude = std::cos(query.latitude * kRadians);
   const double rowHeight = 180.0 / rowCount_;
-  const auto queryRow = static_cast<std::int64_t>(
-      std::clamp(std::floor((query.latitude + 90.0) / rowHeight), 0.0, rowCount_ - 1.0));
+  const auto queryRow =
+      static_cast<std::int64_t>(std::clamp(std::floor((query.latitude + 90.0) / rowHeight), 0.0, rowCount_ - 1.0));
 
   for (std::int64_t step = 0; step < rowCount_; ++step) {
     bool reachable = false;

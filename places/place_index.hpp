@@ -97,8 +97,8 @@ struct NearestQuery {
   double latitude = 0;
   double longitude = 0;
   double radiusMeters = 0;
-  std::uint8_t excludeFlags = 0;          // skip places with any of these PlaceFlag bits
-  std::optional<std::uint16_t> country;   // only places of this country index
+  std::uint8_t excludeFlags = 0;         // skip places with any of these PlaceFlag bits
+  std::optional<std::uint16_t> country;  // only places of this country index
 };
 
 struct NearestPlace {

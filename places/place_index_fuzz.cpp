@@ -1,6 +1,6 @@
 // Feeds arbitrary bytes to the place-index and time-zone-grid loaders, and runs lookups on
-// whatever loads (the zone lookups include points in the sample's polygons around Samoa). A loader may only accept or raise FileError; a loaded file may only answer
-// or raise FileError — never read outside the bytes, loop, or crash.
+// whatever loads (the zone lookups include points in the sample's polygons around Samoa). A loader may only accept or
+// raise FileError; a loaded file may only answer or raise FileError — never read outside the bytes, loop, or crash.
 
 #include <cstddef>
 #include <cstdint>
@@ -28,7 +28,10 @@ void explorePlaces(std::span<const std::byte> bytes) {
     index.scanPrefix("s", keys);
     for (const double latitude : {-90.0, -33.9, 0.0, 48.1, 90.0}) {
       index.nearest({.latitude = latitude, .longitude = 179.9, .radiusMeters = 500000});
-      index.nearest({.latitude = latitude, .longitude = -10, .radiusMeters = 30000, .excludeFlags = 1,
+      index.nearest({.latitude = latitude,
+                     .longitude = -10,
+                     .radiusMeters = 30000,
+                     .excludeFlags = 1,
                      .country = std::uint16_t{0}});
     }
   } catch (const ombrine::FileError&) {

@@ -122,7 +122,7 @@ TEST(PlaceIndexTest, NearestAndLargestAgreeWithAFullScan) {
     double radius;
   };
   std::vector<Query> queries = {
-      {48.137, 11.575, 30000},  {0, 0, 30000},         {0, 0, 1000000},       {-16.8, 179.99, 300000},
+      {48.137, 11.575, 30000},  {0, 0, 30000},          {0, 0, 1000000},        {-16.8, 179.99, 300000},
       {-16.8, -179.99, 300000}, {65.7, 179.99, 500000}, {89.9, 0, 2000000},     {-89.9, 30, 3000000},
       {90, 0, 20000000},        {-90, 0, 20000000},     {78.2, 15.6, 30000},    {-54.8, -68.3, 150000},
       {51.5, -0.12, 0},         {40.7, -74.0, 30000},   {-33.9, 151.2, 150000}, {23.5, 25.0, 150000},
@@ -172,10 +172,8 @@ TEST(PlaceIndexTest, NearestHonoursExcludedFlagsAndCountry) {
   EXPECT_EQ(index.region(index.place(german->place).region).country, *germany);
   EXPECT_GT(german->distanceMeters, any->distanceMeters);
   for (int i = 0; i < 20; ++i) {
-    const auto town = index.nearest({.latitude = 40.75 + i * 0.01,
-                                     .longitude = -73.98,
-                                     .radiusMeters = 30000,
-                                     .excludeFlags = kPlaceSection});
+    const auto town = index.nearest(
+        {.latitude = 40.75 + i * 0.01, .longitude = -73.98, .radiusMeters = 30000, .excludeFlags = kPlaceSection});
     ASSERT_TRUE(town);
     EXPECT_FALSE(index.place(town->place).flags & kPlaceSection);
   }

@@ -19,16 +19,16 @@ TEST(SearchKeyTest, FoldsCaseAccentsSpacingAndPunctuation) {
       {"Zürich", "zurich"},
       {"ZÜRICH", "zurich"},
       {"São Paulo", "sao paulo"},
-      {"Straße", "strasse"},          // full folding: ß and ẞ become ss
+      {"Straße", "strasse"},  // full folding: ß and ẞ become ss
       {"GROẞ", "gross"},
-      {"İstanbul", "istanbul"},       // the dot that folding leaves is a mark, and goes
-      {"Diyarbakır", "diyarbakır"},   // dotless ı is a letter of its own
-      {"Łódź", "łodz"},               // Ł has no decomposition; ó loses its accent
+      {"İstanbul", "istanbul"},      // the dot that folding leaves is a mark, and goes
+      {"Diyarbakır", "diyarbakır"},  // dotless ı is a letter of its own
+      {"Łódź", "łodz"},              // Ł has no decomposition; ó loses its accent
       {"St. Louis", "st louis"},
       {"Baden-Baden", "baden baden"},
       {"  Saint \t Ouen  ", "saint ouen"},
       {"L’Aquila", "l'aquila"},
-      {"ΣΑΣ", "σασ"},                 // no final-sigma form in keys
+      {"ΣΑΣ", "σασ"},  // no final-sigma form in keys
       {"Москва", "москва"},
       {"東京", "東京"},
       {"Nuuk\u00a0–\u00a0Godthåb", "nuuk godthab"},
@@ -45,11 +45,11 @@ TEST(SearchKeyTest, FoldsCaseAccentsSpacingAndPunctuation) {
 // the ICU transliterator named in the index's documentation.
 TEST(SearchKeyTest, MarkRemovalMatchesTheIcuTransliterator) {
   UErrorCode status = U_ZERO_ERROR;
-  std::unique_ptr<icu::Transliterator> strip(icu::Transliterator::createInstance(
-      "NFD; [:Nonspacing Mark:] Remove; NFC", UTRANS_FORWARD, status));
+  std::unique_ptr<icu::Transliterator> strip(
+      icu::Transliterator::createInstance("NFD; [:Nonspacing Mark:] Remove; NFC", UTRANS_FORWARD, status));
   ASSERT_TRUE(U_SUCCESS(status));
-  for (const char* name : {"Zürich", "Ḩalab", "Hà_Nội", "Ṣanʿāʾ", "Ærøskøbing", "Reykjavík", "Çanakkale",
-                           "Malmö", "Ciudad_Juárez", "Thành_phố_Hồ_Chí_Minh", "Kraków", "Besançon", "Ōsaka"}) {
+  for (const char* name : {"Zürich", "Ḩalab", "Hà_Nội", "Ṣanʿāʾ", "Ærøskøbing", "Reykjavík", "Çanakkale", "Malmö",
+                           "Ciudad_Juárez", "Thành_phố_Hồ_Chí_Minh", "Kraków", "Besançon", "Ōsaka"}) {
     icu::UnicodeString expected = icu::UnicodeString::fromUTF8(name);
     expected.foldCase(U_FOLD_CASE_DEFAULT);
     strip->transliterate(expected);

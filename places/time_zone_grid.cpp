@@ -76,8 +76,8 @@ void TimeZoneGrid::load(std::span<const std::byte> bytes, std::string label) {
     const std::uint32_t payload = value & kPayload;
     const std::uint32_t kind = value >> kKindShift;
     const std::uint32_t holder = static_cast<std::uint32_t>(i >> 2);
-    bad |= static_cast<std::uint32_t>(kind == kNode) & (static_cast<std::uint32_t>(payload >= nodeCount) |
-                                                        static_cast<std::uint32_t>(payload <= holder));
+    bad |= static_cast<std::uint32_t>(kind == kNode) &
+           (static_cast<std::uint32_t>(payload >= nodeCount) | static_cast<std::uint32_t>(payload <= holder));
     bad |= static_cast<std::uint32_t>(kind == kZone) & static_cast<std::uint32_t>(payload >= zoneCount);
     bad |= static_cast<std::uint32_t>(kind == kBucket) & static_cast<std::uint32_t>(payload >= bucketCount);
   }
@@ -94,8 +94,7 @@ void TimeZoneGrid::load(std::span<const std::byte> bytes, std::string label) {
       case kBucket:
         if (payload >= bucketCount) file_.fail("an entry names a bucket that does not exist");
         break;
-      default:
-        break;
+      default: break;
     }
   }
   for (int i = 0; i < kSeaZones; ++i) {
@@ -144,7 +143,8 @@ std::uint16_t TimeZoneGrid::seaZone(double longitude) const noexcept {
   // Bands of 15° centred on the whole hours; a longitude on a band edge belongs to the band
   // east of it, and the date line itself to UTC-12.
   int offset = -12;
-  if (longitude > -180 && longitude < 180) offset = std::clamp(static_cast<int>(std::floor((longitude + 7.5) / 15)), -12, 12);
+  if (longitude > -180 && longitude < 180)
+    offset = std::clamp(static_cast<int>(std::floor((longitude + 7.5) / 15)), -12, 12);
   return binary::u16(sea_.data() + 2 * (offset + 12));
 }
 
@@ -216,10 +216,8 @@ std::uint16_t TimeZoneGrid::zoneIndexAt(double latitude, double longitude) const
     const std::uint32_t value = u32In(nodes_, std::size_t{node} * 4 + (north ? 0 : 2) + (east ? 1 : 0));
     const std::uint32_t payload = value & kPayload;
     switch (value >> kKindShift) {
-      case kZone:
-        return static_cast<std::uint16_t>(payload);
-      case kSea:
-        return seaZone(longitude);
+      case kZone: return static_cast<std::uint16_t>(payload);
+      case kSea: return seaZone(longitude);
       case kBucket:
         return bucketZone(payload, lon * unitsPerDegree_, lat * unitsPerDegree_).value_or(seaZone(longitude));
       default:

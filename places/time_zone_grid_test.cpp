@@ -86,8 +86,7 @@ TEST(TimeZoneGridTest, AgreesWithTheFullPolygonsNearBordersAndCoasts) {
     if (found != expected) disagreements.push_back(line + " -> " + std::string(found));
   }
   ASSERT_GE(points, 2000);
-  EXPECT_LE(disagreements.size(), static_cast<std::size_t>(points / 200))
-      << ::testing::PrintToString(disagreements);
+  EXPECT_LE(disagreements.size(), static_cast<std::size_t>(points / 200)) << ::testing::PrintToString(disagreements);
 }
 
 TEST(TimeZoneGridTest, EveryZoneOfTheShippedGridIsKnownToTheShippedTimeZoneData) {
@@ -126,7 +125,8 @@ TEST(TimeZoneGridTest, CorruptFilesRaiseFileErrorsThatSayWhatIsWrong) {
       {"more zones than records", [&](auto& b) { putU32(b, 24, getU32(b, 24) + 1); }, "zone section"},
       {"a section past the end", [](auto& b) { putU32(b, 52, 1u << 30); }, "past the end"},
       {"an entry naming a missing zone", [&](auto& b) { putU32(b, nodes, 0x7fffffff); }, "zone that does not exist"},
-      {"an entry naming a missing bucket", [&](auto& b) { putU32(b, nodes, 0xbfffffff); }, "bucket that does not exist"},
+      {"an entry naming a missing bucket", [&](auto& b) { putU32(b, nodes, 0xbfffffff); },
+       "bucket that does not exist"},
       {"the root pointing at itself", [&](auto& b) { putU32(b, nodes, 0); }, "invalid node"},
       {"a missing sea zone", [&](auto& b) { putU16(b, sea, 0xffff); }, "sea zone"},
       {"a polygon naming a missing zone", [&](auto& b) { putU16(b, polygons, 0xffff); }, "polygon names a zone"},

@@ -55,8 +55,8 @@ void writeAll(int fd, std::string_view bytes, const std::filesystem::path& path)
 
 }  // namespace
 
-void writeFileAtomically(const std::filesystem::path& path, std::string_view bytes,
-                         unsigned mode, Durability durability) {
+void writeFileAtomically(const std::filesystem::path& path, std::string_view bytes, unsigned mode,
+                         Durability durability) {
   const bool syncs = durability == Durability::powerLoss;
   std::filesystem::path folder = path.parent_path();
   if (folder.empty()) folder = ".";

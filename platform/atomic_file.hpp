@@ -23,8 +23,8 @@ namespace ombrine {
 // process leaves the old or the new file, but a power loss may leave the file empty or missing.
 // For caches whose loss only costs a later miss, where a sync would sit on a user's wait.
 enum class Durability { powerLoss, processCrash };
-void writeFileAtomically(const std::filesystem::path& path, std::string_view bytes,
-                         unsigned mode = 0644, Durability durability = Durability::powerLoss);
+void writeFileAtomically(const std::filesystem::path& path, std::string_view bytes, unsigned mode = 0644,
+                         Durability durability = Durability::powerLoss);
 
 // The temporary files that writeFileAtomically leaves beside `path` when its process is killed
 // between creating and renaming one (".<name>.XXXXXX", six random characters): removes those
@@ -34,8 +34,7 @@ void writeFileAtomically(const std::filesystem::path& path, std::string_view byt
 // that can be locked without waiting belongs to nobody. Returns how many were removed. Never
 // raises: a folder that cannot be listed, or a file that cannot be examined or removed, is left
 // alone, since cleaning up must never fail the write that triggered it.
-std::size_t removeStaleTemporaryFiles(const std::filesystem::path& path,
-                                      std::filesystem::file_time_type now,
+std::size_t removeStaleTemporaryFiles(const std::filesystem::path& path, std::filesystem::file_time_type now,
                                       std::chrono::seconds minimumAge = std::chrono::minutes(1));
 
 // Reads the whole file; nothing when it does not exist. Raises FileError on any other failure.

@@ -63,9 +63,7 @@ TEST_F(AtomicFileTest, FailureKeepsOldContentAndLeavesNoTemporary) {
   EXPECT_EQ(entriesIn(locked), 1u);
 }
 
-TEST_F(AtomicFileTest, ReadingAFolderIsAnError) {
-  EXPECT_THROW(readFileIfExists(dir_), FileError);
-}
+TEST_F(AtomicFileTest, ReadingAFolderIsAnError) { EXPECT_THROW(readFileIfExists(dir_), FileError); }
 
 // A writer killed at random moments never leaves a torn file: the target always holds one
 // complete version.
@@ -100,14 +98,14 @@ TEST_F(AtomicFileTest, StaleTemporaryFilesOfTheTargetAreRemoved) {
   const Case cases[] = {
       {".value.Ab12cD", 61, false, true},
       {".value.Ab12cD", 3600, false, true},
-      {".value.Ab12cD", 50, false, false},      // may still be mid-write, unlocked for a moment
-      {".value.Ab12cD", 3600, true, false},     // a slow writer is alive
+      {".value.Ab12cD", 50, false, false},         // may still be mid-write, unlocked for a moment
+      {".value.Ab12cD", 3600, true, false},        // a slow writer is alive
       {".value.json.Ab12cD", 3600, false, false},  // another file's
       {"value.Ab12cD", 3600, false, false},
       {".value.Ab12c", 3600, false, false},
       {".value.Ab12cDe", 3600, false, false},
       {".valuex.Ab12cD", 3600, false, false},
-      {"value", 3600, false, false},            // the target itself
+      {"value", 3600, false, false},  // the target itself
   };
   const auto now = fs::file_time_type::clock::now();
   for (const Case& c : cases) {

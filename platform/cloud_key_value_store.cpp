@@ -161,7 +161,8 @@ std::vector<std::string> SynchronizingCloudKeyValueStore::applyRemote(StoreDicti
   return changed;
 }
 
-std::optional<StoreValue> SynchronizingCloudKeyValueStore::changeValue(std::string_view key, const ValueChange& change) {
+std::optional<StoreValue> SynchronizingCloudKeyValueStore::changeValue(std::string_view key,
+                                                                       const ValueChange& change) {
   MutexLock exchanging(exchangeMutex_);
   PendingWrites sent;
   std::optional<StoreValue> outcome;

@@ -26,17 +26,17 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/key_value_store.hpp"
 #include "platform/async/observer_list.hpp"
+#include "platform/key_value_store.hpp"
 #include "platform/thread_annotations.hpp"
 
 namespace ombrine {
 
 enum class CloudStoreChangeReason {
-  serverChange,          // another process or machine changed keys
-  initialSyncChange,     // the first read after start found values
-  quotaViolation,        // a write was refused for exceeding a limit
-  accountChange,         // the sync folder was replaced wholesale
+  serverChange,       // another process or machine changed keys
+  initialSyncChange,  // the first read after start found values
+  quotaViolation,     // a write was refused for exceeding a limit
+  accountChange,      // the sync folder was replaced wholesale
 };
 
 struct CloudStoreChange {

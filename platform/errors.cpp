@@ -9,15 +9,17 @@ namespace ombrine {
 
 namespace {
 std::string describe(const std::string& domain, int code, const std::string& detail) {
-  std::string text = "The operation couldn't be completed. (" + domain + " error " +
-                     std::to_string(code) + ".)";
+  std::string text = "The operation couldn't be completed. (" + domain + " error " + std::to_string(code) + ".)";
   if (!detail.empty()) text += " " + detail;
   return text;
 }
 }  // namespace
 
 DomainError::DomainError(std::string domain, int code, std::string detail)
-    : std::runtime_error(describe(domain, code, detail)), domain_(std::move(domain)), code_(code), detail_(std::move(detail)) {}
+    : std::runtime_error(describe(domain, code, detail)),
+      domain_(std::move(domain)),
+      code_(code),
+      detail_(std::move(detail)) {}
 
 std::string exceptionMessage(const std::exception_ptr& error) noexcept {
   try {

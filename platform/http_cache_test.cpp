@@ -24,7 +24,6 @@ using namespace std::chrono_literals;
 
 class HttpCacheTest : public ::testing::Test {
  protected:
-
   static CachedResponse reply(std::string body, double at = 1.0e9) {
     return CachedResponse{
         .response = {.status = 200, .headers = {{"Cache-Control", "max-age=60"}}, .body = std::move(body)},

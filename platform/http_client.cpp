@@ -8,16 +8,11 @@ namespace {
 
 const char* describe(HttpError::Case which) {
   switch (which) {
-    case HttpError::timedOut:
-      return "The request timed out.";
-    case HttpError::cannotConnect:
-      return "Could not connect to the server.";
-    case HttpError::truncated:
-      return "The connection closed before the whole response arrived.";
-    case HttpError::tooManyRedirects:
-      return "Too many HTTP redirects.";
-    case HttpError::other:
-      break;
+    case HttpError::timedOut: return "The request timed out.";
+    case HttpError::cannotConnect: return "Could not connect to the server.";
+    case HttpError::truncated: return "The connection closed before the whole response arrived.";
+    case HttpError::tooManyRedirects: return "Too many HTTP redirects.";
+    case HttpError::other: break;
   }
   return "The HTTP request failed.";
 }
@@ -37,8 +32,8 @@ bool equalsIgnoringCase(std::string_view a, std::string_view b) noexcept {
 }
 
 std::optional<std::string> HttpResponse::header(std::string_view name) const {
-  auto found = std::ranges::find_if(
-      headers, [&](const HttpHeader& header) { return equalsIgnoringCase(header.name, name); });
+  auto found =
+      std::ranges::find_if(headers, [&](const HttpHeader& header) { return equalsIgnoringCase(header.name, name); });
   if (found == headers.end()) return std::nullopt;
   return found->value;
 }

@@ -1,7 +1,7 @@
 #include "platform/icu_setup.hpp"
 
-#include <unicode/timezone.h>
 #include <unicode/putil.h>
+#include <unicode/timezone.h>
 
 #include <cstdlib>
 #include <mutex>

@@ -38,8 +38,7 @@ TEST(KeyValueStoreJsonTest, EveryKindReadsBackAsItsOwnKind) {
       {"data with every byte", v({StoreData{std::string("\0\xff\x80 abc", 7)}})},
       {"empty data", v({StoreData{""}})},
       {"nested array", v({StoreArray{v({true}), v({StoreArray{}}), v({std::string("x")})}})},
-      {"dictionary whose only key looks like a tag",
-       v({StoreDictionary{{"$date", v({std::int64_t{5}})}}})},
+      {"dictionary whose only key looks like a tag", v({StoreDictionary{{"$date", v({std::int64_t{5}})}}})},
       {"dictionary with an escaped-looking key", v({StoreDictionary{{"$$x", v({1.5})}, {"", v({false})}}})},
   };
   for (const Row& row : rows) {
@@ -78,17 +77,17 @@ TEST(KeyValueStoreJsonTest, ReadsHandWrittenFiles) {
 
 TEST(KeyValueStoreJsonTest, RefusesWhatHasNoStoredForm) {
   const char* rows[] = {
-      "",                              // empty file
-      "[1]",                           // not an object
-      "{\"k\": null}",                 // null has no stored value
-      "{\"k\": {\"$date\": \"x\"}}",   // a date needs a number
-      "{\"k\": {\"$data\": \"a\"}}",   // base64 of a wrong length
-      "{\"k\": {\"$data\": 5}}",       // data needs text
-      "{\"k\": {\"$double\": \"x\"}}", // unknown special double
-      "{\"k\": 1} x",                  // trailing garbage
-      "{\"k\": 1",                     // truncated
-      "{\"k\": 1e999}",                // out of range
-      "{\"k\": \"\xff\"}",             // invalid UTF-8
+      "",                               // empty file
+      "[1]",                            // not an object
+      "{\"k\": null}",                  // null has no stored value
+      "{\"k\": {\"$date\": \"x\"}}",    // a date needs a number
+      "{\"k\": {\"$data\": \"a\"}}",    // base64 of a wrong length
+      "{\"k\": {\"$data\": 5}}",        // data needs text
+      "{\"k\": {\"$double\": \"x\"}}",  // unknown special double
+      "{\"k\": 1} x",                   // trailing garbage
+      "{\"k\": 1",                      // truncated
+      "{\"k\": 1e999}",                 // out of range
+      "{\"k\": \"\xff\"}",              // invalid UTF-8
   };
   for (const char* json : rows) {
     SCOPED_TRACE(json);
@@ -97,13 +96,20 @@ TEST(KeyValueStoreJsonTest, RefusesWhatHasNoStoredForm) {
 }
 
 TEST(KeyValueStoreJsonTest, WritesInvalidUtf8AsReplacementCharacter) {
-  const StoreDictionary in{{"k", v({std::string("a\xff" "b")})}};
-  EXPECT_EQ(decodeStoreDictionaryJson(encodeStoreDictionaryJson(in)).at("k"), v({std::string("a\xEF\xBF\xBD" "b")}));
+  const StoreDictionary in{{"k", v({std::string("a\xff"
+                                                "b")})}};
+  EXPECT_EQ(decodeStoreDictionaryJson(encodeStoreDictionaryJson(in)).at("k"), v({std::string("a\xEF\xBF\xBD"
+                                                                                             "b")}));
 }
 
 TEST(KeyValueStoreJsonTest, Base64MatchesTheStandardVectors) {
   const std::pair<const char*, const char*> rows[] = {
-      {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="},
+      {"", ""},
+      {"f", "Zg=="},
+      {"fo", "Zm8="},
+      {"foo", "Zm9v"},
+      {"foob", "Zm9vYg=="},
+      {"fooba", "Zm9vYmE="},
       {"foobar", "Zm9vYmFy"},
   };
   for (const auto& [plain, encoded] : rows) {

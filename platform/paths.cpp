@@ -33,9 +33,7 @@ std::filesystem::path containerDirectory() {
 
 std::filesystem::path cachesDirectory() { return containerDirectory() / "Library" / "Caches"; }
 
-std::filesystem::path applicationSupportDirectory() {
-  return containerDirectory() / "Library" / "Application Support";
-}
+std::filesystem::path applicationSupportDirectory() { return containerDirectory() / "Library" / "Application Support"; }
 
 std::filesystem::path configDirectory() {
   return fromEnvironment("XDG_CONFIG_HOME", homeDirectory() / ".config") / "ombrine";

@@ -100,8 +100,8 @@ void CachingTileOverlayRenderer::draw(const MapRect& mapRect, double zoomScale, 
   if (!(std::isfinite(tileWidth) && tileWidth > 0)) return;
   const auto firstColumn = static_cast<std::int64_t>(std::floor((mapRect.minX() - bounds.minX()) / tileWidth));
   const auto lastColumn = static_cast<std::int64_t>(std::ceil((mapRect.maxX() - bounds.minX()) / tileWidth)) - 1;
-  const auto firstRow = std::max<std::int64_t>(
-      static_cast<std::int64_t>(std::floor((mapRect.minY() - bounds.minY()) / tileWidth)), 0);
+  const auto firstRow =
+      std::max<std::int64_t>(static_cast<std::int64_t>(std::floor((mapRect.minY() - bounds.minY()) / tileWidth)), 0);
   const auto lastRow = std::min<std::int64_t>(
       static_cast<std::int64_t>(std::ceil((mapRect.maxY() - bounds.minY()) / tileWidth)) - 1, tiles - 1);
   const double scale = view_.contentScaleFactor();

@@ -39,7 +39,8 @@ void forEachPixel(cairo_surface_t* frame, Visit visit) {
 }
 
 int writeToString(GifFileType* gif, const GifByteType* data, int length) {
-  static_cast<std::string*>(gif->UserData)->append(reinterpret_cast<const char*>(data), static_cast<std::size_t>(length));
+  static_cast<std::string*>(gif->UserData)
+      ->append(reinterpret_cast<const char*>(data), static_cast<std::size_t>(length));
   return length;
 }
 
@@ -83,10 +84,10 @@ std::string encodeAnimatedGif(const std::vector<cairo_surface_t*>& frames, int d
   std::vector<GifByteType> nearest(kBins);
   for (int bin = 0; bin < kBins; ++bin) {
     const Rgb centre{((bin >> 8) & 0xF) * 17, ((bin >> 4) & 0xF) * 17, (bin & 0xF) * 17};
-    const Rgb mean = bins[bin][3] ? Rgb{static_cast<int>(bins[bin][0] / bins[bin][3]),
-                                        static_cast<int>(bins[bin][1] / bins[bin][3]),
-                                        static_cast<int>(bins[bin][2] / bins[bin][3])}
-                                  : centre;
+    const Rgb mean =
+        bins[bin][3] ? Rgb{static_cast<int>(bins[bin][0] / bins[bin][3]), static_cast<int>(bins[bin][1] / bins[bin][3]),
+                           static_cast<int>(bins[bin][2] / bins[bin][3])}
+                     : centre;
     int best = 0, bestDistance = 1 << 30;
     for (int i = 0; i < 256; ++i) {
       const int dr = mean.r - palette[i].Red, dg = mean.g - palette[i].Green, db = mean.b - palette[i].Blue;

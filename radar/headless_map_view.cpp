@@ -14,7 +14,8 @@ void HeadlessMapView::setNeedsDisplay(const MapRect&) {
 }
 
 void HeadlessMapView::runOnMain(double delaySeconds, std::function<void()> work) {
-  const auto delay = std::chrono::duration_cast<Clock::Duration>(std::chrono::duration<double>(std::max(delaySeconds, 0.0)));
+  const auto delay =
+      std::chrono::duration_cast<Clock::Duration>(std::chrono::duration<double>(std::max(delaySeconds, 0.0)));
   {
     std::lock_guard guard(lock_);
     scheduled_.push_back({clock_.uptime() + delay, std::move(work)});

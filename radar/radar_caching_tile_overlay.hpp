@@ -21,8 +21,8 @@
 #include <unordered_map>
 
 #include "core/values/uuid.hpp"
-#include "platform/clock.hpp"
 #include "platform/async/coroutines.hpp"
+#include "platform/clock.hpp"
 #include "platform/http_cache.hpp"
 #include "platform/http_client.hpp"
 #include "radar/caching_tile_overlay.hpp"
@@ -36,7 +36,7 @@ class CachingTileOverlayRenderer;
 
 // The shared tile session: what every overlay downloads through and caches in.
 struct TileSession {
-  HttpClient& http;           // stores what it receives in `responseCache`
+  HttpClient& http;  // stores what it receives in `responseCache`
   HttpCache& responseCache;
   TileDataMemoryCache& memoryCache;
   TileTokenManager& tokens;
@@ -99,8 +99,7 @@ class RadarCachingTileOverlay : public CachingTileOverlay {
 // map coordinator changes from frame to frame.
 class AnimatedTemplateTileOverlay final : public RadarCachingTileOverlay {
  public:
-  AnimatedTemplateTileOverlay(TileSession& session, std::string urlTemplate, int tileSize, int minimumZ,
-                              int maximumZ);
+  AnimatedTemplateTileOverlay(TileSession& session, std::string urlTemplate, int tileSize, int minimumZ, int maximumZ);
 
   // A new template cancels the running loads and asks the renderer (held weakly) to redraw.
   void setTemplate(std::string urlTemplate);
@@ -119,8 +118,7 @@ class AnimatedTemplateTileOverlay final : public RadarCachingTileOverlay {
 // "0/0_0.png" for any other layer. 512-point tiles.
 class AnimatedRadarTileOverlay final : public RadarCachingTileOverlay {
  public:
-  AnimatedRadarTileOverlay(TileSession& session, std::string host, std::string framePath, bool isRadar,
-                           int maximumZ);
+  AnimatedRadarTileOverlay(TileSession& session, std::string host, std::string framePath, bool isRadar, int maximumZ);
 
  protected:
   std::string urlFor(const TilePath& path) override;

@@ -8,8 +8,8 @@
 
 #include <filesystem>
 
-#include "core/values/errors.hpp"
 #include "core/fetch/service_endpoints.hpp"
+#include "core/values/errors.hpp"
 #include "platform/caching_http_client.hpp"
 #include "platform/linux/curl_http_client.hpp"
 #include "platform/linux/signing_credential_issuer.hpp"

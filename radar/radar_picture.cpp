@@ -114,8 +114,9 @@ std::vector<RadarPictureResult> drawRadarPictures(const RadarPictureRequest& req
       const auto& tile = frame.tiles[t];
       std::string state = stateName(tile, *frame.renderer, seen);
       // A tile cached from the start keeps the tier it was first found in.
-      if (state != "network" && t < firstStates[i].size() && tile.fill == CachingTileOverlayRenderer::TileFill::cached &&
-          firstStates[i][t] != "missing" && firstStates[i][t] != "fallback zoom") {
+      if (state != "network" && t < firstStates[i].size() &&
+          tile.fill == CachingTileOverlayRenderer::TileFill::cached && firstStates[i][t] != "missing" &&
+          firstStates[i][t] != "fallback zoom") {
         state = firstStates[i][t];
       }
       result.tiles.push_back({tile.path, std::move(state), tile.sourceZoom});
@@ -132,8 +133,8 @@ std::shared_ptr<CachingTileOverlay> rainViewerOverlay(TileSession& session, cons
   return std::make_shared<AnimatedRadarTileOverlay>(session, host, frame.path, true, kRainViewerMaximumZoom);
 }
 
-std::shared_ptr<CachingTileOverlay> templateOverlay(TileSession& session, const std::string& urlTemplate,
-                                                    int tileSize, int maximumZoom) {
+std::shared_ptr<CachingTileOverlay> templateOverlay(TileSession& session, const std::string& urlTemplate, int tileSize,
+                                                    int maximumZoom) {
   return std::make_shared<AnimatedTemplateTileOverlay>(session, urlTemplate, tileSize, 0, maximumZoom);
 }
 

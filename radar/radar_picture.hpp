@@ -67,13 +67,14 @@ struct RadarPictureProgress {
 
 // Draws every frame of `request`. `progress` (optional) is called on the calling thread each
 // time the counts change.
-std::vector<RadarPictureResult> drawRadarPictures(const RadarPictureRequest& request, const Clock& clock,
-                                                  const std::function<void(const RadarPictureProgress&)>& progress = {});
+std::vector<RadarPictureResult> drawRadarPictures(
+    const RadarPictureRequest& request, const Clock& clock,
+    const std::function<void(const RadarPictureProgress&)>& progress = {});
 
 // The overlays of RainViewer frames and of Foreca frames (`urlTemplate` of radar/foreca...).
 std::shared_ptr<CachingTileOverlay> rainViewerOverlay(TileSession& session, const std::string& host,
                                                       const RadarFrame& frame);
-std::shared_ptr<CachingTileOverlay> templateOverlay(TileSession& session, const std::string& urlTemplate,
-                                                    int tileSize, int maximumZoom);
+std::shared_ptr<CachingTileOverlay> templateOverlay(TileSession& session, const std::string& urlTemplate, int tileSize,
+                                                    int maximumZoom);
 
 }  // namespace ombrine

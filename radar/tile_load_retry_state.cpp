@@ -23,8 +23,8 @@ Delay delayFor(std::exception_ptr error, int failureCount) {
     std::rethrow_exception(error);
   } catch (const TileHTTPError& failure) {
     const int status = failure.statusCode();
-    Delay delay = (status == 408 || status == 429 || status >= 500) ? backOff
-                                                                    : Delay{TileLoadRetryState::kCooldown, false, {}};
+    Delay delay =
+        (status == 408 || status == 429 || status >= 500) ? backOff : Delay{TileLoadRetryState::kCooldown, false, {}};
     delay.serverRetryAfter = failure.retryAfter();
     return delay;
   } catch (...) {

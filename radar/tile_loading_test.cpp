@@ -1,9 +1,9 @@
 // Tiles loaded and drawn as the map does it: real HTTP over loopback against the simulator's
 // tile routes, through the shared HTTP cache, with the simulator's faults.
 
-#include <gtest/gtest.h>
 #include <fontconfig/fontconfig.h>
 #include <gif_lib.h>
+#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -12,10 +12,10 @@
 
 #include "core/fetch/service_endpoints.hpp"
 #include "platform/caching_http_client.hpp"
-#include "platform/log.hpp"
 #include "platform/linux/curl_http_client.hpp"
 #include "platform/linux/signing_credential_issuer.hpp"
 #include "platform/linux/system_clock.hpp"
+#include "platform/log.hpp"
 #include "platform/runtime.hpp"
 #include "platform/testing/in_memory_key_value_store.hpp"
 #include "platform/testing/scratch_folder.hpp"
@@ -187,8 +187,8 @@ TEST_F(TileLoadingTest, SupersededCancelledAndExpectedKeyEachDeliverOnce) {
 
 TEST_F(TileLoadingTest, ProxyTilesCarryTheTokenAndRetryOnceAfter401) {
   const std::string proxy(endpoints_.tileProxy.buffer());
-  AnimatedTemplateTileOverlay overlay(session_, proxy + "/api/v1/image/tile/{z}/{x}/{y}/2027-01-15T06:00:00Z/2", 256,
-                                      1, 8);
+  AnimatedTemplateTileOverlay overlay(session_, proxy + "/api/v1/image/tile/{z}/{x}/{y}/2027-01-15T06:00:00Z/2", 256, 1,
+                                      8);
   simulator_.setFault("tileproxy.tile", sim::parseFault("status=401,times=1"));
   const auto [data, error] = load(overlay, {1, 1, 2});
   EXPECT_EQ(describe(error), "ok");
@@ -253,9 +253,8 @@ TEST_F(RendererTest, FallbacksCompletenessAndReports) {
   const auto zoom3 = drawOnce(*renderer, MapViewport{48.14, 11.58, 4.0, 512, 512});
   ASSERT_FALSE(zoom3.empty());
   EXPECT_EQ(zoom3.front().path.z, 3);
-  EXPECT_TRUE(std::all_of(zoom3.begin(), zoom3.end(), [](const auto& t) {
-    return t.fill == CachingTileOverlayRenderer::TileFill::missing;
-  }));
+  EXPECT_TRUE(std::all_of(zoom3.begin(), zoom3.end(),
+                          [](const auto& t) { return t.fill == CachingTileOverlayRenderer::TileFill::missing; }));
   settle(*renderer, viewport);
   view_.runPending();
   ASSERT_EQ(reports.size(), 1u);

@@ -19,7 +19,8 @@ std::optional<TilePath> normalizedTilePath(const TilePath& path) {
 std::string invalidTileKey(const TilePath& path) { return fmt::format("invalid/{}/{}/{}", path.z, path.x, path.y); }
 
 std::string scaleText(double scale) {
-  if (std::isfinite(scale) && scale == std::floor(scale) && std::fabs(scale) < 1e15) return fmt::format("{:.1f}", scale);
+  if (std::isfinite(scale) && scale == std::floor(scale) && std::fabs(scale) < 1e15)
+    return fmt::format("{:.1f}", scale);
   return fmt::format("{}", scale);
 }
 

@@ -7,8 +7,8 @@
 #include <chrono>
 #include <mutex>
 
-#include "platform/clock.hpp"
 #include "platform/async/task.hpp"
+#include "platform/clock.hpp"
 
 namespace ombrine {
 

@@ -24,8 +24,8 @@
 #include <vector>
 
 #include "core/values/date.hpp"
-#include "platform/clock.hpp"
 #include "platform/async/coroutines.hpp"
+#include "platform/clock.hpp"
 #include "platform/credential_issuer.hpp"
 #include "platform/http_client.hpp"
 #include "platform/key_value_store.hpp"

@@ -162,7 +162,11 @@ TEST(TileTokenManagerTest, StoredStateAndFailurePaths) {
       {"500 with a stored credential keeps it", storedCredential, always(500, "{}"), "!invalidResponse", 1,
        "stored.credential.jws"},
       {"a refused fresh credential is final", {}, always(401, "{}"), "!invalidResponse", 1, ""},
-      {"a token reply that does not decode", {}, always(200, R"({"token":"t","expiresAt":"later"})"), "!decoding", 1,
+      {"a token reply that does not decode",
+       {},
+       always(200, R"({"token":"t","expiresAt":"later"})"),
+       "!decoding",
+       1,
        "fresh"},
   };
   for (const Row& row : rows) {

@@ -19,9 +19,9 @@ double distanceKm(GeoPoint a, GeoPoint b) {
   constexpr double kRadians = M_PI / 180.0;
   const double dLat = (b.latitude - a.latitude) * kRadians;
   const double dLon = (b.longitude - a.longitude) * kRadians;
-  const double h = std::sin(dLat / 2) * std::sin(dLat / 2) +
-                   std::cos(a.latitude * kRadians) * std::cos(b.latitude * kRadians) * std::sin(dLon / 2) *
-                       std::sin(dLon / 2);
+  const double h = std::sin(dLat / 2) * std::sin(dLat / 2) + std::cos(a.latitude * kRadians) *
+                                                                 std::cos(b.latitude * kRadians) * std::sin(dLon / 2) *
+                                                                 std::sin(dLon / 2);
   return 6371.0 * 2 * std::asin(std::min(1.0, std::sqrt(h)));
 }
 
@@ -51,7 +51,8 @@ std::vector<AlertScenarioSite> parseAlertScenarioSites(std::string_view text) {
       rest = rest.substr(comma + 1);
     }
     if (parts.size() < 2 || parts.size() > 3) {
-      throw std::invalid_argument("OMBRINE_SIM_ALERT_PLACES: expected LAT,LON[,PHASE] in \"" + std::string(site) + "\"");
+      throw std::invalid_argument("OMBRINE_SIM_ALERT_PLACES: expected LAT,LON[,PHASE] in \"" + std::string(site) +
+                                  "\"");
     }
     AlertScenarioSite parsed{{number(parts[0], site), number(parts[1], site)}, std::nullopt};
     if (std::abs(parsed.centre.latitude) > 90 || std::abs(parsed.centre.longitude) > 180) {
@@ -85,17 +86,19 @@ std::optional<std::vector<ScriptedWarning>> scriptedWarnings(const std::vector<A
   }
   if (!site) return std::nullopt;
   const auto cycleLength = kAlertScenarioPhaseLength * kAlertScenarioPhases;
-  const Instant cycleStart = Instant(floor<minutes>(now).time_since_epoch() -
-                                     floor<minutes>(now).time_since_epoch() % cycleLength);
-  const int phase = site->pinnedPhase.value_or(
-      static_cast<int>((floor<minutes>(now) - cycleStart) / kAlertScenarioPhaseLength));
+  const Instant cycleStart =
+      Instant(floor<minutes>(now).time_since_epoch() - floor<minutes>(now).time_since_epoch() % cycleLength);
+  const int phase =
+      site->pinnedPhase.value_or(static_cast<int>((floor<minutes>(now) - cycleStart) / kAlertScenarioPhaseLength));
   // Every warning was issued before the cycle and began two hours before it.
   const Instant from = cycleStart - hours(2);
   const Instant issued = cycleStart - hours(3);
   const auto warning = [&](const char* event, const char* sender, WarningLevel level, hours until) {
     return ScriptedWarning{event, sender, level, from, cycleStart + until, issued};
   };
-  const auto hurricane = [&](hours until) { return warning("Hurricane Warning", kWeatherService, WarningLevel::red, until); };
+  const auto hurricane = [&](hours until) {
+    return warning("Hurricane Warning", kWeatherService, WarningLevel::red, until);
+  };
   const auto flood = [&](hours until) { return warning("Flood Watch", kWeatherService, WarningLevel::orange, until); };
   const auto rip = warning("Rip Current Statement", kWeatherService, WarningLevel::yellow, hours(20));
   const auto heatService = warning("Heat Advisory", kWeatherService, WarningLevel::orange, hours(10));

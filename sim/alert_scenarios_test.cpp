@@ -29,12 +29,14 @@ TEST(AlertScenariosTest, PhasesChangeTheFeedAsScripted) {
     phases.push_back(*early);
   }
   const std::vector<std::vector<std::string>> expected = {
+      // clang-format off
       {"Hurricane Warning/NWS", "Flood Watch/NWS"},
       {"Hurricane Warning/NWS", "Flood Watch/NWS", "Rip Current Statement/NWS"},
       {"Rip Current Statement/NWS", "Flood Watch/NWS"},
       {"Hurricane Warning/NWS", "Flood Watch/NWS", "Rip Current Statement/NWS", "Heat Advisory/NWS", "Heat Advisory/Mia"},
       {"Heat Advisory/Mia", "Heat Advisory/NWS", "Hurricane Warning/NWS", "Flood Watch/NWS", "Rip Current Statement/NWS"},
       {"Hurricane Warning/NWS"},
+      // clang-format on
   };
   for (int phase = 0; phase < kAlertScenarioPhases; ++phase) EXPECT_EQ(names(phases[phase]), expected[phase]);
   EXPECT_LT(phases[0][0].validUntil, phases[1][0].validUntil);  // the hurricane's end moves

@@ -63,8 +63,8 @@ bool acceptsGzip(std::string_view acceptEncoding) {
 
 bool isCompressible(std::string_view contentType) {
   const auto type = trimmed(contentType.substr(0, contentType.find(';')));
-  return type.starts_with("text/") || type.ends_with("/json") || type.ends_with("+json") ||
-         type.ends_with("/xml") || type.ends_with("+xml");
+  return type.starts_with("text/") || type.ends_with("/json") || type.ends_with("+json") || type.ends_with("/xml") ||
+         type.ends_with("+xml");
 }
 
 std::optional<std::string> gzipped(std::string_view body) {

@@ -40,7 +40,8 @@ TEST(AnswerEncoding, OnlyTextualTypesAreCompressed) {
 TEST(AnswerEncoding, GzipRoundTripsAndSkipsShortBodies) {
   EXPECT_FALSE(gzipped(R"({"a":1})").has_value());
   std::string body;
-  for (int i = 0; i < 500; ++i) body += R"({"time":"2026-01-15T12:00+01:00","temperature":)" + std::to_string(i % 30) + "},";
+  for (int i = 0; i < 500; ++i)
+    body += R"({"time":"2026-01-15T12:00+01:00","temperature":)" + std::to_string(i % 30) + "},";
   const auto encoded = gzipped(body);
   ASSERT_TRUE(encoded.has_value());
   EXPECT_LT(encoded->size(), body.size());

@@ -78,9 +78,10 @@ std::string_view zoneOf(GeoPoint p) {
 
 json::object wind(const WeatherSample& s, bool withGust) {
   const double kmh = s.windSpeed * 3.6;
-  json::object out{{"speed_knot", std::lround(kmh / 1.852)},
-                   {"speed_kilometre", std::lround(kmh)},
-                   {"direction", s.windSpeed < 0.5 ? "CALM" : kCompassAbbreviations[nearestCompassIndex(s.windDirection)]}};
+  json::object out{
+      {"speed_knot", std::lround(kmh / 1.852)},
+      {"speed_kilometre", std::lround(kmh)},
+      {"direction", s.windSpeed < 0.5 ? "CALM" : kCompassAbbreviations[nearestCompassIndex(s.windDirection)]}};
   if (withGust) {
     out["gust_speed_knot"] = std::lround(s.windGust * 3.6 / 1.852);
     out["gust_speed_kilometre"] = std::lround(s.windGust * 3.6);
@@ -105,14 +106,17 @@ std::string_view descriptor(const WeatherSample& s) {
 
 json::object rain(double total, int chance) {
   const int low = static_cast<int>(std::floor(total * 0.5));
-  json::object amount{{"min", low}, {"max", total < 0.5 ? json::value(nullptr) : json::value(std::lround(total * 1.5 + 0.5))},
+  json::object amount{{"min", low},
+                      {"max", total < 0.5 ? json::value(nullptr) : json::value(std::lround(total * 1.5 + 0.5))},
                       {"units", "mm"}};
   return {{"amount", std::move(amount)}, {"chance", chance}};
 }
 
 json::object envelope(json::value data, Instant now) {
-  return {{"metadata", {{"response_timestamp", formatUtc(now)}, {"issue_time", formatUtc(floor<hours>(now))},
-                        {"copyright", "Simulated Bureau of Meteorology answer."}}},
+  return {{"metadata",
+           {{"response_timestamp", formatUtc(now)},
+            {"issue_time", formatUtc(floor<hours>(now))},
+            {"copyright", "Simulated Bureau of Meteorology answer."}}},
           {"data", std::move(data)}};
 }
 
@@ -137,7 +141,9 @@ SimRoute route(std::string name, std::string_view suffix, std::function<SimRespo
 
 std::string bomErrorBody(int status, std::string_view message) {
   json::object error{{"code", std::to_string(status)},
-                     {"title", status == 404 ? "Not Found" : status >= 500 ? "Server Error" : "Invalid Parameter"},
+                     {"title", status == 404   ? "Not Found"
+                               : status >= 500 ? "Server Error"
+                                               : "Invalid Parameter"},
                      {"status", std::to_string(status)},
                      {"detail", message}};
   return writeJson(json::object{{"errors", json::array{std::move(error)}}});
@@ -145,31 +151,38 @@ std::string bomErrorBody(int status, std::string_view message) {
 
 std::vector<SimRoute> bomRoutes(const WeatherModel& model) {
   std::vector<SimRoute> routes;
-  routes.push_back(SimRoute{
-      .name = "bom.search",
-      .pattern = std::regex("/bom/v1/locations"),
-      .answer =
-          [](const SimRequest& request) {
-            const auto search = request.param("search");
-            double latitude = 0.0, longitude = 0.0;
-            const size_t comma = search ? search->find(',') : std::string_view::npos;
-            if (comma == std::string_view::npos ||
-                std::from_chars(search->data(), search->data() + comma, latitude).ec != std::errc() ||
-                std::from_chars(search->data() + comma + 1, search->data() + search->size(), longitude).ec !=
-                    std::errc()) {
-              return SimResponse{.status = 400, .body = bomErrorBody(400, "Invalid search")};
-            }
-            const std::string hash = encodeGeohash({latitude, longitude}, 7);
-            json::array data{json::object{{"geohash", hash}, {"id", "Simulated-" + hash}, {"name", "Simulated"},
-                                          {"postcode", nullptr}, {"state", "NSW"}}};
-            return SimResponse{.status = 200, .body = writeJson(envelope(std::move(data), request.now))};
-          },
-      .errorBody = bomErrorBody});
+  routes.push_back(
+      SimRoute{.name = "bom.search",
+               .pattern = std::regex("/bom/v1/locations"),
+               .answer =
+                   [](const SimRequest& request) {
+                     const auto search = request.param("search");
+                     double latitude = 0.0, longitude = 0.0;
+                     const size_t comma = search ? search->find(',') : std::string_view::npos;
+                     if (comma == std::string_view::npos ||
+                         std::from_chars(search->data(), search->data() + comma, latitude).ec != std::errc() ||
+                         std::from_chars(search->data() + comma + 1, search->data() + search->size(), longitude).ec !=
+                             std::errc()) {
+                       return SimResponse{.status = 400, .body = bomErrorBody(400, "Invalid search")};
+                     }
+                     const std::string hash = encodeGeohash({latitude, longitude}, 7);
+                     json::array data{json::object{{"geohash", hash},
+                                                   {"id", "Simulated-" + hash},
+                                                   {"name", "Simulated"},
+                                                   {"postcode", nullptr},
+                                                   {"state", "NSW"}}};
+                     return SimResponse{.status = 200, .body = writeJson(envelope(std::move(data), request.now))};
+                   },
+               .errorBody = bomErrorBody});
   routes.push_back(route("bom.location", "", [](const SimRequest& request) {
     return answer(request, [&](GeoPoint point) {
-      return json::object{{"geohash", request.captures.front()}, {"timezone", zoneOf(point)},
-                          {"latitude", point.latitude}, {"longitude", point.longitude},
-                          {"id", "Simulated-" + request.captures.front()}, {"name", "Simulated"}, {"state", "NSW"}};
+      return json::object{{"geohash", request.captures.front()},
+                          {"timezone", zoneOf(point)},
+                          {"latitude", point.latitude},
+                          {"longitude", point.longitude},
+                          {"id", "Simulated-" + request.captures.front()},
+                          {"name", "Simulated"},
+                          {"state", "NSW"}};
     });
   }));
   routes.push_back(route("bom.hourly", "/forecasts/hourly", [model](const SimRequest& request) {
@@ -180,19 +193,18 @@ std::vector<SimRoute> bomRoutes(const WeatherModel& model) {
         const Instant at = first + hours(i);
         const WeatherSample s = model.sample(point, at);
         const auto amount = model.accumulation(point, at, at + hours(1));
-        rows.push_back(json::object{
-            {"rain", rain(amount.total, precipitationProbability(amount.total, s.cloudiness))},
-            {"temp", std::lround(s.temperature)},
-            {"temp_feels_like", std::lround(s.feelsLike)},
-            {"dew_point", std::lround(s.dewPoint)},
-            {"wind", wind(s, true)},
-            {"relative_humidity", s.relHumidity},
-            {"uv", std::lround(s.uvIndex)},
-            {"icon_descriptor", descriptor(s)},
-            {"next_three_hourly_forecast_period", formatUtc(at + hours(3))},
-            {"time", formatUtc(at)},
-            {"is_night", s.sunElevation <= 0.0},
-            {"next_forecast_period", formatUtc(at + hours(1))}});
+        rows.push_back(json::object{{"rain", rain(amount.total, precipitationProbability(amount.total, s.cloudiness))},
+                                    {"temp", std::lround(s.temperature)},
+                                    {"temp_feels_like", std::lround(s.feelsLike)},
+                                    {"dew_point", std::lround(s.dewPoint)},
+                                    {"wind", wind(s, true)},
+                                    {"relative_humidity", s.relHumidity},
+                                    {"uv", std::lround(s.uvIndex)},
+                                    {"icon_descriptor", descriptor(s)},
+                                    {"next_three_hourly_forecast_period", formatUtc(at + hours(3))},
+                                    {"time", formatUtc(at)},
+                                    {"is_night", s.sunElevation <= 0.0},
+                                    {"next_forecast_period", formatUtc(at + hours(1))}});
       }
       return rows;
     });
@@ -204,8 +216,9 @@ std::vector<SimRoute> bomRoutes(const WeatherModel& model) {
       json::array rows;
       for (int i = 0; i < 7; ++i) {
         const auto [midnight, low, high, noon, amount, sun] = modelDay(model, point, today + days(i), offset);
-        json::object astronomical{{"sunrise_time", sun.sunrise ? json::value(formatUtc(*sun.sunrise)) : json::value(nullptr)},
-                                  {"sunset_time", sun.sunset ? json::value(formatUtc(*sun.sunset)) : json::value(nullptr)}};
+        json::object astronomical{
+            {"sunrise_time", sun.sunrise ? json::value(formatUtc(*sun.sunrise)) : json::value(nullptr)},
+            {"sunset_time", sun.sunset ? json::value(formatUtc(*sun.sunset)) : json::value(nullptr)}};
         json::object uv{{"category", nullptr}, {"end_time", nullptr}, {"max_index", nullptr}, {"start_time", nullptr}};
         if (i < 3) {
           uv["category"] = noon.uvIndex > 10 ? "extreme" : noon.uvIndex > 7 ? "veryhigh" : "moderate";
@@ -226,8 +239,10 @@ std::vector<SimRoute> bomRoutes(const WeatherModel& model) {
                          {"fire_danger", nullptr}};
         if (i == 0) {
           row["now"] = json::object{{"is_night", model.sample(point, request.now).sunElevation <= 0.0},
-                                    {"now_label", "Max"}, {"later_label", "Overnight Min"},
-                                    {"temp_now", std::lround(high)}, {"temp_later", std::lround(low)}};
+                                    {"now_label", "Max"},
+                                    {"later_label", "Overnight Min"},
+                                    {"temp_now", std::lround(high)},
+                                    {"temp_later", std::lround(low)}};
         }
         rows.push_back(std::move(row));
       }
@@ -237,20 +252,21 @@ std::vector<SimRoute> bomRoutes(const WeatherModel& model) {
   routes.push_back(route("bom.observations", "/observations", [model](const SimRequest& request) {
     return answer(request, [&](GeoPoint point) {
       const WeatherSample s = model.sample(point, floor<minutes>(request.now) - minutes(10));
-      return json::object{{"temp", roundedNumber(s.temperature, 1)},
-                          {"temp_feels_like", roundedNumber(s.feelsLike, 1)},
-                          {"wind", wind(s, false)},
-                          {"gust", {{"speed_kilometre", std::lround(s.windGust * 3.6)},
-                                    {"speed_knot", std::lround(s.windGust * 3.6 / 1.852)}}},
-                          {"rain_since_9am", 0},
-                          {"humidity", s.relHumidity},
-                          {"station", {{"bom_id", "000000"}, {"name", "Simulated Airport"}, {"distance", 5000}}}};
+      return json::object{
+          {"temp", roundedNumber(s.temperature, 1)},
+          {"temp_feels_like", roundedNumber(s.feelsLike, 1)},
+          {"wind", wind(s, false)},
+          {"gust",
+           {{"speed_kilometre", std::lround(s.windGust * 3.6)}, {"speed_knot", std::lround(s.windGust * 3.6 / 1.852)}}},
+          {"rain_since_9am", 0},
+          {"humidity", s.relHumidity},
+          {"station", {{"bom_id", "000000"}, {"name", "Simulated Airport"}, {"distance", 5000}}}};
     });
   }));
   routes.push_back(route("bom.warnings", "/warnings", [model](const SimRequest& request) {
     return answer(request, [&](GeoPoint point) {
-      static constexpr std::string_view kTypes[] = {"wind", "flood", "snow", "severe_thunderstorm", "heatwave",
-                                                    "cold", "fog", "fire_weather", "frost"};
+      static constexpr std::string_view kTypes[] = {
+          "wind", "flood", "snow", "severe_thunderstorm", "heatwave", "cold", "fog", "fire_weather", "frost"};
       json::array rows;
       for (const WarningEvent& warning : model.warnings(point, request.now)) {
         if (warning.validUntil <= request.now) continue;

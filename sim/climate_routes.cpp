@@ -33,13 +33,20 @@ struct StationRow {
 };
 
 constexpr StationRow kStations[] = {
-    {"10637", "Frankfurt/Main", 50.05, 8.6},         {"10865", "München-Stadt", 48.1632, 11.5429},
-    {"03779", "London Weather Centre", 51.5, -0.1167}, {"EGLC0", "London / Abbey Wood", 51.4833, 0.1167},
-    {"03772", "London Heathrow Airport", 51.4787, -0.4497}, {"06240", "Amsterdam Schiphol", 52.3, 4.7667},
-    {"01384", "Oslo / Gardermoen", 60.2, 11.0833},     {"01025", "Tromsø", 69.6833, 18.9167},
-    {"01008", "Svalbard Lufthavn", 78.25, 15.4667},   {"72503", "New York / LaGuardia", 40.7792, -73.88},
-    {"94767", "Sydney Airport", -33.9465, 151.1731},  {"47662", "Tokyo", 35.6833, 139.7667},
-    {"83743", "Rio de Janeiro", -22.9, -43.1667},     {"64500", "Libreville", 0.45, 9.4167},
+    {"10637", "Frankfurt/Main", 50.05, 8.6},
+    {"10865", "München-Stadt", 48.1632, 11.5429},
+    {"03779", "London Weather Centre", 51.5, -0.1167},
+    {"EGLC0", "London / Abbey Wood", 51.4833, 0.1167},
+    {"03772", "London Heathrow Airport", 51.4787, -0.4497},
+    {"06240", "Amsterdam Schiphol", 52.3, 4.7667},
+    {"01384", "Oslo / Gardermoen", 60.2, 11.0833},
+    {"01025", "Tromsø", 69.6833, 18.9167},
+    {"01008", "Svalbard Lufthavn", 78.25, 15.4667},
+    {"72503", "New York / LaGuardia", 40.7792, -73.88},
+    {"94767", "Sydney Airport", -33.9465, 151.1731},
+    {"47662", "Tokyo", 35.6833, 139.7667},
+    {"83743", "Rio de Janeiro", -22.9, -43.1667},
+    {"64500", "Libreville", 0.45, 9.4167},
 };
 
 std::uint64_t mix(std::uint64_t x) {
@@ -205,7 +212,8 @@ SimResponse stationNormals(std::uint64_t seed, const SimRequest& request) {
   if (!start || !end || *end < *start) return meteostatError("Invalid period");
   for (const auto& station : kStations) {
     // Stations report full records: their gaps are the point grid's.
-    if (*id == station.id) return normalsAnswer(meteostatMonths(seed, station.latitude, station.longitude, *start, false));
+    if (*id == station.id)
+      return normalsAnswer(meteostatMonths(seed, station.latitude, station.longitude, *start, false));
   }
   return normalsAnswer(json::array());
 }
@@ -221,7 +229,9 @@ std::string nasaErrorBody(int, std::string_view message) {
   return writeJson(body);
 }
 
-SimResponse nasaError(std::string_view message) { return SimResponse{.status = 422, .body = nasaErrorBody(422, message)}; }
+SimResponse nasaError(std::string_view message) {
+  return SimResponse{.status = 422, .body = nasaErrorBody(422, message)};
+}
 
 SimResponse nasaClimatology(std::uint64_t seed, const SimRequest& request) {
   const auto lat = numberParam(request, "latitude");
@@ -249,9 +259,12 @@ SimResponse nasaClimatology(std::uint64_t seed, const SimRequest& request) {
     if (name.empty()) continue;
     std::optional<double> (*pick)(const MonthNormals&, int) = nullptr;
     const char* units = "C";
-    if (name == "T2M") pick = [](const MonthNormals& n, int) -> std::optional<double> { return n.tavg; };
-    else if (name == "T2M_MAX_AVG") pick = [](const MonthNormals& n, int) -> std::optional<double> { return n.tmax; };
-    else if (name == "T2M_MIN_AVG") pick = [](const MonthNormals& n, int) -> std::optional<double> { return n.tmin; };
+    if (name == "T2M")
+      pick = [](const MonthNormals& n, int) -> std::optional<double> { return n.tavg; };
+    else if (name == "T2M_MAX_AVG")
+      pick = [](const MonthNormals& n, int) -> std::optional<double> { return n.tmax; };
+    else if (name == "T2M_MIN_AVG")
+      pick = [](const MonthNormals& n, int) -> std::optional<double> { return n.tmin; };
     else if (name == "PRECTOTCORR_SUM") {
       pick = [](const MonthNormals& n, int) -> std::optional<double> { return n.prcp; };
       units = "mm";
@@ -295,8 +308,9 @@ SimResponse nasaClimatology(std::uint64_t seed, const SimRequest& request) {
   api["name"] = "POWER Climatology API";
   header["api"] = std::move(api);
   header["fill_value"] = kFillValue;
-  header["range"] = fmt::format("{}-year Meteorological and Solar Monthly & Annual Climatologies (January {} - December {})",
-                                *end - *start + 1, *start, *end);
+  header["range"] =
+      fmt::format("{}-year Meteorological and Solar Monthly & Annual Climatologies (January {} - December {})",
+                  *end - *start + 1, *start, *end);
   body["header"] = std::move(header);
   body["messages"] = json::array();
   body["parameters"] = std::move(parameterInfo);
@@ -319,7 +333,8 @@ std::vector<SimRoute> climateRoutes(std::uint64_t seed) {
   routes.push_back(route(
       "meteostat.point_normals", "/meteostat/point/normals",
       [seed](const SimRequest& request) { return pointNormals(seed, request); }, meteostatErrorBody));
-  routes.push_back(route("meteostat.stations_nearby", "/meteostat/stations/nearby", stationsNearby, meteostatErrorBody));
+  routes.push_back(
+      route("meteostat.stations_nearby", "/meteostat/stations/nearby", stationsNearby, meteostatErrorBody));
   routes.push_back(route(
       "meteostat.station_normals", "/meteostat/stations/normals",
       [seed](const SimRequest& request) { return stationNormals(seed, request); }, meteostatErrorBody));

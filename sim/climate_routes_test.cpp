@@ -41,7 +41,8 @@ TEST(ClimateRoutesTest, AnswersAndRefusals) {
       {"a latitude off the globe", "/meteostat/point/normals?lat=91&lon=0&start=1991&end=2020", 400, -1},
       {"an end before the start", "/meteostat/point/normals?lat=1&lon=0&start=2020&end=1991", 400, -1},
       {"NASA POWER begins in 1981",
-       "/nasapower/api/temporal/climatology/point?parameters=T2M&community=AG&longitude=0&latitude=0&format=JSON&start=1961&end=1990",
+       "/nasapower/api/temporal/climatology/"
+       "point?parameters=T2M&community=AG&longitude=0&latitude=0&format=JSON&start=1961&end=1990",
        422, -1},
       {"an unknown NASA parameter",
        "/nasapower/api/temporal/climatology/point?parameters=XYZ&longitude=0&latitude=0&start=1991&end=2020", 422, -1},
@@ -69,8 +70,9 @@ TEST(ClimateRoutesTest, NasaPowerShapeAndFillValues) {
   EXPECT_EQ(parameter.at("PRECTOTCORR_SUM").at("JAN").to_number<double>(), -999.0) << "no precipitation near the pole";
   EXPECT_EQ(parameter.at("T2M_MIN_AVG").as_object().size(), 13u) << "twelve months and the year";
   // Southern seasons are mirrored: January is warmer than July in Sydney.
-  const auto sydney = get(
-      "/nasapower/api/temporal/climatology/point?parameters=T2M_MAX_AVG&longitude=151.2&latitude=-33.9&start=1991&end=2020");
+  const auto sydney =
+      get("/nasapower/api/temporal/climatology/"
+          "point?parameters=T2M_MAX_AVG&longitude=151.2&latitude=-33.9&start=1991&end=2020");
   const auto& tmax = sydney.json.at("properties").at("parameter").at("T2M_MAX_AVG");
   EXPECT_GT(tmax.at("JAN").to_number<double>(), tmax.at("JUL").to_number<double>());
 }

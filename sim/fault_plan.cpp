@@ -38,19 +38,22 @@ const char* answerName(Fault::Answer answer) {
 }  // namespace
 
 Fault parseFault(std::string_view spec) {
-  if (spec.empty()) reject(spec, "empty; expected e.g. latency=50, status=503, hang=5000, truncate, error200, malformed, times=2");
+  if (spec.empty())
+    reject(spec, "empty; expected e.g. latency=50, status=503, hang=5000, truncate, error200, malformed, times=2");
   Fault fault;
   bool sawLatency = false, sawTimes = false, sawBehind = false;
   auto setAnswer = [&](Fault::Answer answer) {
     if (fault.answer != Fault::Answer::normal) {
-      reject(spec, fmt::format("combines two answers ({} and {}); give one", answerName(fault.answer), answerName(answer)));
+      reject(spec,
+             fmt::format("combines two answers ({} and {}); give one", answerName(fault.answer), answerName(answer)));
     }
     fault.answer = answer;
   };
   std::size_t start = 0;
   while (start <= spec.size()) {
     const std::size_t comma = spec.find(',', start);
-    const std::string_view item = spec.substr(start, comma == std::string_view::npos ? std::string_view::npos : comma - start);
+    const std::string_view item =
+        spec.substr(start, comma == std::string_view::npos ? std::string_view::npos : comma - start);
     start = comma == std::string_view::npos ? spec.size() + 1 : comma + 1;
     const std::size_t equals = item.find('=');
     const std::string_view key = item.substr(0, equals);

@@ -34,12 +34,12 @@ struct Fault {
 
   std::chrono::milliseconds latency{0};
   Answer answer = Answer::normal;
-  int status = 0;                            // with Answer::status
+  int status = 0;                                  // with Answer::status
   std::optional<std::chrono::seconds> retryAfter;  // with Answer::status
   bool withoutRetryAfter = false;                  // retry-after=none
-  std::chrono::milliseconds hang{0};         // with Answer::hang
-  std::optional<int> times;                  // absent: every request until cleared
-  std::chrono::seconds behind{0};            // the answer's "now" is this much earlier
+  std::chrono::milliseconds hang{0};               // with Answer::hang
+  std::optional<int> times;                        // absent: every request until cleared
+  std::chrono::seconds behind{0};                  // the answer's "now" is this much earlier
 
   bool operator==(const Fault&) const = default;
 };

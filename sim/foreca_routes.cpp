@@ -76,6 +76,7 @@ struct WarningWords {
 };
 
 constexpr WarningWords kWarningWords[] = {
+    // clang-format off
     {"wind", "wind warning", {"Wind warning", "Tuulivaroitus", "Vindvarning", "Windwarnung"},
      {"Strong winds expected. Secure loose objects outdoors.", "Kovaa tuulta odotettavissa. Kiinnitä irtonaiset esineet.",
       "Hård vind väntas. Säkra lösa föremål utomhus.", "Starker Wind erwartet. Lose Gegenstände im Freien sichern."}},
@@ -103,6 +104,7 @@ constexpr WarningWords kWarningWords[] = {
     {"icing", "slippery roads warning", {"Slippery roads warning", "Liukkausvaroitus", "Varning för halka", "Glättewarnung"},
      {"Roads and pavements may be icy and slippery.", "Tiet ja jalkakäytävät voivat olla jäisiä ja liukkaita.",
       "Vägar och trottoarer kan vara isiga och hala.", "Straßen und Gehwege können vereist und glatt sein."}},
+    // clang-format on
 };
 
 constexpr const char* kSignificanceNames[] = {"green", "yellow", "orange", "red", "purple"};
@@ -158,15 +160,22 @@ Style styleOf(const SimRequest& request) {
   Style style;
   style.decimals = wholeParam(request, "rounding", 0, 3, 1);
   if (const auto unit = request.param("windunit")) {
-    if (*unit == "MS") style.windFactor = 1.0;
-    else if (*unit == "KMH") style.windFactor = 3.6;
-    else if (*unit == "MPH") style.windFactor = 3600.0 / 1609.344;
-    else if (*unit == "KT") style.windFactor = 3600.0 / 1852.0;
-    else throw Refusal{400, fmt::format("Invalid windunit \"{}\": expected MS, KMH, MPH or KT", *unit)};
+    if (*unit == "MS")
+      style.windFactor = 1.0;
+    else if (*unit == "KMH")
+      style.windFactor = 3.6;
+    else if (*unit == "MPH")
+      style.windFactor = 3600.0 / 1609.344;
+    else if (*unit == "KT")
+      style.windFactor = 3600.0 / 1852.0;
+    else
+      throw Refusal{400, fmt::format("Invalid windunit \"{}\": expected MS, KMH, MPH or KT", *unit)};
   }
   if (const auto dataset = request.param("dataset")) {
-    if (*dataset == "full") style.full = true;
-    else if (*dataset != "standard") throw Refusal{400, fmt::format("Invalid dataset \"{}\": expected standard or full", *dataset)};
+    if (*dataset == "full")
+      style.full = true;
+    else if (*dataset != "standard")
+      throw Refusal{400, fmt::format("Invalid dataset \"{}\": expected standard or full", *dataset)};
   }
   if (const auto lang = request.param("lang")) style.language = languageOf(*lang);
   return style;
@@ -299,7 +308,8 @@ json::object dailyRecord(const WeatherModel& model, GeoPoint point, sys_days day
   summary.cloudiness = static_cast<int>(std::lround(daytimeCloud / daytimeHours));
   summary.thunder = thunder;
   summary.fog = false;
-  summary.precipKind = snow > 0.7 * total ? PrecipKind::snow : (snow > 0.3 * total ? PrecipKind::mixed : PrecipKind::rain);
+  summary.precipKind =
+      snow > 0.7 * total ? PrecipKind::snow : (snow > 0.3 * total ? PrecipKind::mixed : PrecipKind::rain);
   const double dailyRate = total < 0.3 ? 0.0 : (total < 2.0 ? 0.5 : (total < 8.0 ? 2.0 : 5.0));
   const std::string symbol = forecaSymbol(summary, dailyRate, true);
 
@@ -339,10 +349,14 @@ json::object warningRecord(const WarningEvent& event, bool full) {
   // asking for English falls back), a few none at all.
   const std::uint64_t variant = event.key % 100;
   std::vector<Language> languages;
-  if (variant < 8) languages = {};
-  else if (variant < 20) languages = {finnish, swedish};
-  else if (variant < 60) languages = {english, finnish, swedish, german};
-  else languages = {finnish, swedish, english, german};
+  if (variant < 8)
+    languages = {};
+  else if (variant < 20)
+    languages = {finnish, swedish};
+  else if (variant < 60)
+    languages = {english, finnish, swedish, german};
+  else
+    languages = {finnish, swedish, english, german};
 
   json::object warning;
   warning["name"] = words.englishName;
@@ -438,7 +452,11 @@ std::string forecaErrorBody(int status, std::string_view message) {
 }
 
 std::string forecaSymbol(const WeatherSample& sample, double meanRate, bool daylight) {
-  int cloud = sample.cloudiness < 10 ? 0 : sample.cloudiness < 30 ? 1 : sample.cloudiness < 60 ? 2 : sample.cloudiness < 85 ? 3 : 4;
+  int cloud = sample.cloudiness < 10   ? 0
+              : sample.cloudiness < 30 ? 1
+              : sample.cloudiness < 60 ? 2
+              : sample.cloudiness < 85 ? 3
+                                       : 4;
   int intensity = meanRate < 0.1 ? 0 : (sample.thunder ? 4 : (meanRate < 1.0 ? 1 : (meanRate < 4.0 ? 2 : 3)));
   const int type = sample.precipKind == PrecipKind::snow ? 2 : (sample.precipKind == PrecipKind::mixed ? 1 : 0);
   if (intensity > 0) {
@@ -536,24 +554,25 @@ std::vector<SimRoute> forecaRoutes(const WeatherModel& model) {
       return envelope("forecast", std::move(rows));
     });
   }));
-  routes.push_back(route("foreca.warnings", "warning/", [model, sites = alertScenarioSitesFromEnvironment()](
-                                                            const SimRequest& request) {
-    return answer(request, [&](GeoPoint point) {
-      const Style style = styleOf(request);
-      json::array rows;
-      if (const auto scripted = scriptedWarnings(sites, point, request.now)) {
-        for (const ScriptedWarning& warning : *scripted) rows.push_back(scriptedWarningRecord(warning, style.full));
-        return envelope("warnings", std::move(rows));
-      }
-      for (const WarningEvent& event : model.warnings(point, request.now)) {
-        // Only warnings already issued; recently ended ones stay in the answer for a day and
-        // readers filter them.
-        if (event.issued > request.now || event.validUntil <= request.now - hours(24)) continue;
-        rows.push_back(warningRecord(event, style.full));
-      }
-      return envelope("warnings", std::move(rows));
-    });
-  }));
+  routes.push_back(route("foreca.warnings", "warning/",
+                         [model, sites = alertScenarioSitesFromEnvironment()](const SimRequest& request) {
+                           return answer(request, [&](GeoPoint point) {
+                             const Style style = styleOf(request);
+                             json::array rows;
+                             if (const auto scripted = scriptedWarnings(sites, point, request.now)) {
+                               for (const ScriptedWarning& warning : *scripted)
+                                 rows.push_back(scriptedWarningRecord(warning, style.full));
+                               return envelope("warnings", std::move(rows));
+                             }
+                             for (const WarningEvent& event : model.warnings(point, request.now)) {
+                               // Only warnings already issued; recently ended ones stay in the answer for a day and
+                               // readers filter them.
+                               if (event.issued > request.now || event.validUntil <= request.now - hours(24)) continue;
+                               rows.push_back(warningRecord(event, style.full));
+                             }
+                             return envelope("warnings", std::move(rows));
+                           });
+                         }));
   return routes;
 }
 

@@ -76,10 +76,10 @@ bool allIntegers(const json::value& value) {
 }
 
 TEST(ForecaRoutesTest, SameInputsGiveTheSameBytesAndTheSeedChangesThem) {
-  for (const std::string& path : {"current/24.94,60.17" + kCurrentQuery, "forecast/hourly/24.94,60.17" + kHourlyQuery,
-                                  "forecast/daily/24.94,60.17" + kDailyQuery, "forecast/minutely/24.94,60.17" + kMinutelyQuery,
-                                  "air-quality/forecast/hourly/24.94,60.17" + kAirQualityQuery,
-                                  "warning/24.94,60.17" + kWarningsQuery}) {
+  for (const std::string& path :
+       {"current/24.94,60.17" + kCurrentQuery, "forecast/hourly/24.94,60.17" + kHourlyQuery,
+        "forecast/daily/24.94,60.17" + kDailyQuery, "forecast/minutely/24.94,60.17" + kMinutelyQuery,
+        "air-quality/forecast/hourly/24.94,60.17" + kAirQualityQuery, "warning/24.94,60.17" + kWarningsQuery}) {
     SCOPED_TRACE(path);
     const Answer first = get("/foreca/api/v1/" + path);
     EXPECT_EQ(first.status, 200);
@@ -125,7 +125,7 @@ TEST(ForecaRoutesTest, PeriodsHistoryUnitsRoundingDatasetAndLanguageAreHonoured)
   ASSERT_EQ(rows.size(), 24u);  // the default
   EXPECT_EQ(readLocalMinute(std::string(rows[0].at("time").as_string())).first, floor<hours>(kNow) + hours(1));
   EXPECT_EQ(rows[0].as_object().if_contains("windGust"), nullptr);  // standard dataset
-  EXPECT_FALSE(allIntegers(plain.json));                             // one decimal by default
+  EXPECT_FALSE(allIntegers(plain.json));                            // one decimal by default
 
   EXPECT_EQ(get(base + "&periods=5").json.at("forecast").as_array().size(), 5u);
   const json::array withHistory = get(base + "&periods=5&history=1").json.at("forecast").as_array();
@@ -140,9 +140,12 @@ TEST(ForecaRoutesTest, PeriodsHistoryUnitsRoundingDatasetAndLanguageAreHonoured)
                 0.01);
   }
 
-  const auto english = get("/foreca/api/v1/forecast/daily/24.94,60.17?token=T&periods=16").json.at("forecast").as_array();
-  const auto finnish = get("/foreca/api/v1/forecast/daily/24.94,60.17?token=T&periods=16&lang=fi").json.at("forecast").as_array();
-  const auto unknown = get("/foreca/api/v1/forecast/daily/24.94,60.17?token=T&periods=16&lang=xx").json.at("forecast").as_array();
+  const auto english =
+      get("/foreca/api/v1/forecast/daily/24.94,60.17?token=T&periods=16").json.at("forecast").as_array();
+  const auto finnish =
+      get("/foreca/api/v1/forecast/daily/24.94,60.17?token=T&periods=16&lang=fi").json.at("forecast").as_array();
+  const auto unknown =
+      get("/foreca/api/v1/forecast/daily/24.94,60.17?token=T&periods=16&lang=xx").json.at("forecast").as_array();
   ASSERT_EQ(english.size(), 16u);
   for (std::size_t i = 0; i < english.size(); ++i) {
     EXPECT_NE(english[i].at("symbolPhrase"), finnish[i].at("symbolPhrase"));
@@ -178,7 +181,8 @@ TEST(ForecaRoutesTest, MinutelyAndAirQualityRows) {
   const json::array& minutes90 = minutely.json.at("forecast").as_array();
   ASSERT_EQ(minutes90.size(), 90u);
   for (std::size_t i = 0; i < minutes90.size(); ++i) {
-    EXPECT_EQ(readLocalMinute(std::string(minutes90[i].at("time").as_string())).first, floor<minutes>(kNow) + minutes(i));
+    EXPECT_EQ(readLocalMinute(std::string(minutes90[i].at("time").as_string())).first,
+              floor<minutes>(kNow) + minutes(i));
     EXPECT_GE(minutes90[i].at("precipRate").to_number<double>(), 0.0);
   }
   const Answer air = get("/foreca/api/v1/air-quality/forecast/hourly/24.94,60.17" + kAirQualityQuery);
@@ -194,7 +198,8 @@ TEST(ForecaRoutesTest, WarningsOfEveryLevelSomeEndedOrWithoutEnglish) {
   std::set<std::string> significances;
   for (double lat = -40; lat <= 70; lat += 5) {
     for (double lon = -170; lon <= 170; lon += 20) {
-      const Answer answer = get("/foreca/api/v1/warning/" + std::to_string(lon) + "," + std::to_string(lat) + kWarningsQuery);
+      const Answer answer =
+          get("/foreca/api/v1/warning/" + std::to_string(lon) + "," + std::to_string(lat) + kWarningsQuery);
       ASSERT_EQ(answer.status, 200);
       for (const auto& value : answer.json.at("warnings").as_array()) {
         const json::object& warning = value.as_object();
@@ -272,8 +277,8 @@ TEST(ForecaRoutesTest, RefusesWithTheServiceErrorObject) {
 TEST(ForecaRoutesTest, DateLinePolesAndTheOriginUseTheirOwnLocalTime) {
   struct Row {
     const char* point;
-    const char* offset;     // how local times end
-    const char* firstDay;   // the first daily row at kNow (10:23 UTC)
+    const char* offset;    // how local times end
+    const char* firstDay;  // the first daily row at kNow (10:23 UTC)
   };
   const Row rows[] = {
       {"179.9,-16.5", "+12:00", "2026-01-15"},
@@ -291,8 +296,8 @@ TEST(ForecaRoutesTest, DateLinePolesAndTheOriginUseTheirOwnLocalTime) {
           "forecast/minutely/" + point + kMinutelyQuery, "air-quality/forecast/hourly/" + point + kAirQualityQuery}) {
       const Answer answer = get("/foreca/api/v1/" + target);
       ASSERT_EQ(answer.status, 200) << target;
-      const json::value& first = answer.json.as_object().contains("current") ? answer.json.at("current")
-                                                                            : answer.json.at("forecast").at(0);
+      const json::value& first =
+          answer.json.as_object().contains("current") ? answer.json.at("current") : answer.json.at("forecast").at(0);
       const std::string time(first.at("time").as_string());
       EXPECT_TRUE(time.ends_with(row.offset)) << time;
     }
@@ -301,7 +306,11 @@ TEST(ForecaRoutesTest, DateLinePolesAndTheOriginUseTheirOwnLocalTime) {
     EXPECT_EQ(get("/foreca/api/v1/warning/" + point + kWarningsQuery).status, 200);
   }
   // Across the date line the local day differs by a whole day at the same instant.
-  EXPECT_EQ(std::string(get("/foreca/api/v1/forecast/daily/179.9,0" + kDailyQuery, lateEvening).json.at("forecast").at(0).at("date").as_string()),
+  EXPECT_EQ(std::string(get("/foreca/api/v1/forecast/daily/179.9,0" + kDailyQuery, lateEvening)
+                            .json.at("forecast")
+                            .at(0)
+                            .at("date")
+                            .as_string()),
             "2026-01-16");
 }
 
@@ -320,7 +329,8 @@ TEST(ForecaRoutesTest, RecordedAnswersAreStillProducedByteForByte) {
       {"helsinki_hourly.json", "/foreca/api/v1/forecast/hourly/" + helsinki + kHourlyQuery, recorded},
       {"helsinki_daily.json", "/foreca/api/v1/forecast/daily/" + helsinki + kDailyQuery, recorded},
       {"helsinki_minutely.json", "/foreca/api/v1/forecast/minutely/" + helsinki + kMinutelyQuery, recorded},
-      {"helsinki_airquality.json", "/foreca/api/v1/air-quality/forecast/hourly/" + helsinki + kAirQualityQuery, recorded},
+      {"helsinki_airquality.json", "/foreca/api/v1/air-quality/forecast/hourly/" + helsinki + kAirQualityQuery,
+       recorded},
       {"helsinki_warnings.json", "/foreca/api/v1/warning/" + helsinki + kWarningsQuery, recorded},
       {"svalbard_daily_polar_night.json", "/foreca/api/v1/forecast/daily/15.6,78.2" + kDailyQuery, recorded},
       {"samoa_current.json", "/foreca/api/v1/current/-171.8,-13.8" + kCurrentQuery, recorded},

@@ -150,7 +150,8 @@ std::vector<SimRoute> openWeatherRoutes(const WeatherModel& model) {
       body["visibility"] = static_cast<int>(std::min(10000.0, s.visibility));
       body["wind"] = windBlock(s, units);
       const auto lastHour = model.accumulation(point, now - hours(1), now);
-      if (lastHour.total - lastHour.snow > 0.01) body["rain"] = {{"1h", roundedNumber(lastHour.total - lastHour.snow, 2)}};
+      if (lastHour.total - lastHour.snow > 0.01)
+        body["rain"] = {{"1h", roundedNumber(lastHour.total - lastHour.snow, 2)}};
       if (lastHour.snow > 0.01) body["snow"] = {{"1h", roundedNumber(lastHour.snow, 2)}};
       body["clouds"] = {{"all", s.cloudiness}};
       body["dt"] = unix(now);
@@ -167,7 +168,8 @@ std::vector<SimRoute> openWeatherRoutes(const WeatherModel& model) {
   }));
   routes.push_back(route("openweather.forecast", "forecast", [model](const SimRequest& request) {
     return answer(request, [&](GeoPoint point, const Units& units) {
-      const Instant first = floor<hours>(request.now) + hours(3 - (floor<hours>(request.now).time_since_epoch().count() / 3600) % 3);
+      const Instant first =
+          floor<hours>(request.now) + hours(3 - (floor<hours>(request.now).time_since_epoch().count() / 3600) % 3);
       json::array list;
       for (int i = 0; i < 40; ++i) {
         const Instant at = first + hours(3 * i);
@@ -190,8 +192,8 @@ std::vector<SimRoute> openWeatherRoutes(const WeatherModel& model) {
         item["dt_txt"] = fmt::format("{} {:02}:00:00", formatDay(day), clock.hours().count());
         list.push_back(std::move(item));
       }
-      return json::object{{"cod", "200"}, {"message", 0}, {"cnt", 40}, {"list", std::move(list)},
-                          {"city", city(point, request.now)}};
+      return json::object{
+          {"cod", "200"}, {"message", 0}, {"cnt", 40}, {"list", std::move(list)}, {"city", city(point, request.now)}};
     });
   }));
   routes.push_back(route("openweather.daily", "forecast/daily", [model](const SimRequest& request) {
@@ -217,10 +219,16 @@ std::vector<SimRoute> openWeatherRoutes(const WeatherModel& model) {
         if (sun.sunrise) item["sunrise"] = unix(*sun.sunrise);
         if (sun.sunset) item["sunset"] = unix(*sun.sunset);
         auto t = [&](double c) { return roundedNumber(units.temperature(c), 2); };
-        item["temp"] = {{"day", t(noon.temperature)}, {"min", t(low)},   {"max", t(high)},
-                        {"night", t(night.temperature)}, {"eve", t(eve.temperature)}, {"morn", t(morn.temperature)}};
-        item["feels_like"] = {{"day", t(noon.feelsLike)}, {"night", t(night.feelsLike)},
-                              {"eve", t(eve.feelsLike)}, {"morn", t(morn.feelsLike)}};
+        item["temp"] = {{"day", t(noon.temperature)},
+                        {"min", t(low)},
+                        {"max", t(high)},
+                        {"night", t(night.temperature)},
+                        {"eve", t(eve.temperature)},
+                        {"morn", t(morn.temperature)}};
+        item["feels_like"] = {{"day", t(noon.feelsLike)},
+                              {"night", t(night.feelsLike)},
+                              {"eve", t(eve.feelsLike)},
+                              {"morn", t(morn.feelsLike)}};
         item["pressure"] = roundedNumber(noon.pressure, 0);
         item["humidity"] = noon.relHumidity;
         item["weather"] = json::array{condition(noon)};
@@ -233,8 +241,11 @@ std::vector<SimRoute> openWeatherRoutes(const WeatherModel& model) {
         if (amount.snow > 0.01) item["snow"] = roundedNumber(amount.snow, 2);
         list.push_back(std::move(item));
       }
-      return json::object{{"city", city(point, request.now)}, {"cod", "200"}, {"message", 0.05},
-                          {"cnt", count}, {"list", std::move(list)}};
+      return json::object{{"city", city(point, request.now)},
+                          {"cod", "200"},
+                          {"message", 0.05},
+                          {"cnt", count},
+                          {"list", std::move(list)}};
     });
   }));
   return routes;

@@ -54,8 +54,8 @@ std::string percentDecode(std::string_view text, bool plusIsSpace) {
 
 std::optional<std::string_view> SimRequest::header(std::string_view name) const {
   for (const auto& [key, value] : headers) {
-    if (key.size() == name.size() &&
-        std::equal(key.begin(), key.end(), name.begin(), [](char a, char b) { return std::tolower(a) == std::tolower(b); })) {
+    if (key.size() == name.size() && std::equal(key.begin(), key.end(), name.begin(),
+                                                [](char a, char b) { return std::tolower(a) == std::tolower(b); })) {
       return value;
     }
   }

@@ -15,14 +15,14 @@
 #include "sim/answer_encoding.hpp"
 #include "sim/bom_routes.hpp"
 #include "sim/climate_routes.hpp"
+#include "sim/fire_routes.hpp"
 #include "sim/foreca_routes.hpp"
 #include "sim/openweather_routes.hpp"
 #include "sim/radar_routes.hpp"
-#include "sim/weatherkit_routes.hpp"
-#include "sim/fire_routes.hpp"
 #include "sim/storm_routes.hpp"
 #include "sim/tide_routes.hpp"
 #include "sim/weather_model.hpp"
+#include "sim/weatherkit_routes.hpp"
 
 namespace ombrine::sim {
 
@@ -151,7 +151,8 @@ struct SimServer::Impl {
       pendingLogLine = PendingLogLine{
           .pending = true,
           .started = started,
-          .text = fmt::format("ombrine-sim: {} {} {} -> {}{}", http.method, request.path, route ? route->name : kUnknownRoute,
+          .text = fmt::format("ombrine-sim: {} {} {} -> {}{}", http.method, request.path,
+                              route ? route->name : kUnknownRoute,
                               status == 0 ? std::string("no answer") : std::to_string(status),
                               fault ? " [" + describeFault(*fault) + "]" : std::string()),
       };
@@ -167,8 +168,8 @@ struct SimServer::Impl {
   }
 
   // Writes the answer to `out`, with `fault` applied; returns the status sent (0 for none).
-  int serve(const SimRoute* route, const SimRequest& request, const std::optional<Fault>& fault,
-            bool gzipAccepted, HttpServerResponse& out) {
+  int serve(const SimRoute* route, const SimRequest& request, const std::optional<Fault>& fault, bool gzipAccepted,
+            HttpServerResponse& out) {
     if (fault && fault->latency.count() > 0 && !pause(fault->latency)) return shuttingDown(out);
     const Fault::Answer kind = fault ? fault->answer : Fault::Answer::normal;
     switch (kind) {
@@ -321,7 +322,8 @@ void SimServer::setFault(std::string_view route, Fault fault) {
     if (any) return;
   }
   if (!impl_->knows(route)) {
-    throw std::invalid_argument(fmt::format("unknown route \"{}\"; known: *, {}", route, fmt::join(routeNames(), ", ")));
+    throw std::invalid_argument(
+        fmt::format("unknown route \"{}\"; known: *, {}", route, fmt::join(routeNames(), ", ")));
   }
   impl_->faults.set(std::string(route), fault);
 }
@@ -329,7 +331,8 @@ void SimServer::setFault(std::string_view route, Fault fault) {
 void SimServer::setFault(std::string_view routeAndSpec) {
   const std::size_t equals = routeAndSpec.find('=');
   if (equals == std::string_view::npos || equals == 0) {
-    throw std::invalid_argument(fmt::format("bad fault \"{}\": expected ROUTE=SPEC, e.g. foreca.hourly=status=503", routeAndSpec));
+    throw std::invalid_argument(
+        fmt::format("bad fault \"{}\": expected ROUTE=SPEC, e.g. foreca.hourly=status=503", routeAndSpec));
   }
   setFault(routeAndSpec.substr(0, equals), parseFault(routeAndSpec.substr(equals + 1)));
 }
@@ -341,8 +344,8 @@ void SimServer::clearFaults() { impl_->faults.clearAll(); }
 std::size_t SimServer::requestCount(std::string_view route) const {
   std::lock_guard lock(impl_->logMutex);
   if (route == "*") return impl_->log.size();
-  return static_cast<std::size_t>(std::count_if(impl_->log.begin(), impl_->log.end(),
-                                                [&](const SimRequestRecord& r) { return r.route == route; }));
+  return static_cast<std::size_t>(
+      std::count_if(impl_->log.begin(), impl_->log.end(), [&](const SimRequestRecord& r) { return r.route == route; }));
 }
 
 std::vector<SimRequestRecord> SimServer::requestLog() const {

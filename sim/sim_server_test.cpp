@@ -79,10 +79,8 @@ TEST_F(SimServerTest, InjectedErrorStatusesReachTheClient) {
     const char* retryAfter;  // empty: no header
   };
   const Row rows[] = {
-      {"status=429", 429, "1"},
-      {"status=429,retry-after=7", 429, "7"},
-      {"status=503", 503, "1"},
-      {"status=500", 500, ""},
+      {"status=429", 429, "1"}, {"status=429,retry-after=7", 429, "7"},
+      {"status=503", 503, "1"}, {"status=500", 500, ""},
       {"status=404", 404, ""},
   };
   for (const auto& row : rows) {
@@ -136,11 +134,11 @@ TEST_F(SimServerTest, HangOutlastsTheClientTimeoutAndStopWakesIt) {
 TEST_F(SimServerTest, BrokenAnswersReachTheClient) {
   struct Row {
     const char* spec;
-    bool answered;      // a complete HTTP answer arrives
-    bool errorObject;   // ... whose body is the service's error object with status 200
+    bool answered;     // a complete HTTP answer arrives
+    bool errorObject;  // ... whose body is the service's error object with status 200
   };
-  const Row rows[] = {{"hang=50", false, false}, {"truncate", false, false}, {"error200", true, true},
-                      {"malformed", true, false}};
+  const Row rows[] = {
+      {"hang=50", false, false}, {"truncate", false, false}, {"error200", true, true}, {"malformed", true, false}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.spec);
     server.setFault("foreca.current", parseFault(row.spec));

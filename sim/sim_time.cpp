@@ -21,9 +21,9 @@ std::string formatLocalMinute(Instant instant, minutes offset) {
   const auto day = floor<days>(local);
   const year_month_day date{day};
   const hh_mm_ss clock{local - day};
-  std::string text = fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}", static_cast<int>(date.year()),
-                                 static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                                 clock.hours().count(), clock.minutes().count());
+  std::string text =
+      fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}", static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
+                  static_cast<unsigned>(date.day()), clock.hours().count(), clock.minutes().count());
   if (offset == minutes::zero()) return text + "Z";
   const auto magnitude = std::abs(offset.count());
   return text + fmt::format("{}{:02}:{:02}", offset.count() < 0 ? '-' : '+', magnitude / 60, magnitude % 60);
@@ -44,9 +44,8 @@ std::string formatUtc(Instant instant, bool milliseconds) {
   const year_month_day date{day};
   const hh_mm_ss clock{instant - day};
   return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}{}Z", static_cast<int>(date.year()),
-                     static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                     clock.hours().count(), clock.minutes().count(), clock.seconds().count(),
-                     milliseconds ? ".000" : "");
+                     static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()), clock.hours().count(),
+                     clock.minutes().count(), clock.seconds().count(), milliseconds ? ".000" : "");
 }
 
 namespace {
@@ -66,9 +65,8 @@ std::optional<Instant> parseUtc(std::string_view text) {
   int y = 0, mo = 0, d = 0, h = 0, mi = 0, s = 0;
   const bool withSeconds = text.size() == 20;
   if (!withSeconds && text.size() != 17) return std::nullopt;
-  if (!digits(text, 0, 4, y) || text[4] != '-' || !digits(text, 5, 2, mo) || text[7] != '-' ||
-      !digits(text, 8, 2, d) || text[10] != 'T' || !digits(text, 11, 2, h) || text[13] != ':' ||
-      !digits(text, 14, 2, mi) || text.back() != 'Z') {
+  if (!digits(text, 0, 4, y) || text[4] != '-' || !digits(text, 5, 2, mo) || text[7] != '-' || !digits(text, 8, 2, d) ||
+      text[10] != 'T' || !digits(text, 11, 2, h) || text[13] != ':' || !digits(text, 14, 2, mi) || text.back() != 'Z') {
     return std::nullopt;
   }
   if (withSeconds && (text[16] != ':' || !digits(text, 17, 2, s))) return std::nullopt;

@@ -15,7 +15,7 @@ TEST(SimTimeTest, OffsetFollowsLongitudeUpToTheDateLine) {
     int hours;
   };
   const Row rows[] = {
-      {0.0, 0}, {7.4, 0}, {7.5, 1},  // halfway rounds away from zero
+      {0.0, 0},   {7.4, 0},   {7.5, 1},  // halfway rounds away from zero
       {-7.5, -1}, {24.94, 2}, {-74.0, -5}, {179.9, 12}, {180.0, 12}, {-179.9, -12}, {-180.0, -12},
   };
   for (const auto& row : rows) {

@@ -33,8 +33,11 @@ Civil civil(Instant instant) {
   const auto day = std::chrono::floor<std::chrono::days>(instant);
   const std::chrono::year_month_day ymd(day);
   const std::chrono::hh_mm_ss time(instant - day);
-  return Civil{static_cast<int>(ymd.year()), static_cast<int>(unsigned(ymd.month())), static_cast<int>(unsigned(ymd.day())),
-               static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
+  return Civil{static_cast<int>(ymd.year()),
+               static_cast<int>(unsigned(ymd.month())),
+               static_cast<int>(unsigned(ymd.day())),
+               static_cast<int>(time.hours().count()),
+               static_cast<int>(time.minutes().count()),
                static_cast<int>(std::chrono::weekday(day).c_encoding())};
 }
 
@@ -47,8 +50,8 @@ std::string ddhhmm(Instant instant) {
 std::string validAt(Instant instant) {
   const Civil c = civil(instant);
   const int hour12 = c.hour % 12 == 0 ? 12 : c.hour % 12;
-  return fmt::format("{}:{:02} {} UTC {} {:02}, {}", hour12, c.minute, c.hour < 12 ? "AM" : "PM", kMonthNames[c.month - 1],
-                     c.day, c.year);
+  return fmt::format("{}:{:02} {} UTC {} {:02}, {}", hour12, c.minute, c.hour < 12 ? "AM" : "PM",
+                     kMonthNames[c.month - 1], c.day, c.year);
 }
 
 // "0600 UTC AUG 16 2026", as best-track placemarks give their time.
@@ -64,9 +67,10 @@ std::string rssDate(Instant instant) {
 }
 
 std::string compassWord(double heading) {
-  static constexpr const char* kPoints[] = {
+  static constexpr const char* kPoints[] = {// clang-format off
       "NORTH", "NORTH-NORTHEAST", "NORTHEAST", "EAST-NORTHEAST", "EAST", "EAST-SOUTHEAST", "SOUTHEAST", "SOUTH-SOUTHEAST",
       "SOUTH", "SOUTH-SOUTHWEST", "SOUTHWEST", "WEST-SOUTHWEST", "WEST", "WEST-NORTHWEST", "NORTHWEST", "NORTH-NORTHWEST"};
+                                            // clang-format on
   return kPoints[nearestCompassIndex(heading)];
 }
 
@@ -101,19 +105,24 @@ char jtwcSuffix(const std::string& basin) {
   return 'S';
 }
 
-std::string latitudeText(double latitude) { return fmt::format("{:.1f}{}", std::abs(latitude), latitude < 0 ? 'S' : 'N'); }
+std::string latitudeText(double latitude) {
+  return fmt::format("{:.1f}{}", std::abs(latitude), latitude < 0 ? 'S' : 'N');
+}
 std::string longitudeText(double longitude) {
   return fmt::format("{:.1f}{}", std::abs(longitude), longitude < 0 ? 'W' : 'E');
 }
 
-std::string coordinate(double latitude, double longitude) { return fmt::format("{:.2f},{:.2f},0", longitude, latitude); }
+std::string coordinate(double latitude, double longitude) {
+  return fmt::format("{:.2f},{:.2f},0", longitude, latitude);
+}
 
 std::string baseOf(const SimRequest& request) {
   return "http://" + (request.host.empty() ? std::string("127.0.0.1") : request.host);
 }
 
 std::string binNumber(const SimStorm& storm) {
-  return fmt::format("{}{}", storm.basin == "AL" ? "AT" : storm.basin, *storm.nhcNumber % 10 == 0 ? 5 : *storm.nhcNumber % 10);
+  return fmt::format("{}{}", storm.basin == "AL" ? "AT" : storm.basin,
+                     *storm.nhcNumber % 10 == 0 ? 5 : *storm.nhcNumber % 10);
 }
 
 std::string upper(std::string text) {
@@ -127,11 +136,17 @@ std::string lower(std::string text) {
 }
 
 SimResponse kmz(std::string kml) {
-  return SimResponse{.status = 200, .contentType = "application/vnd.google-earth.kmz", .body = storedZip({{"doc.kml", std::move(kml)}}), .headers = {}};
+  return SimResponse{.status = 200,
+                     .contentType = "application/vnd.google-earth.kmz",
+                     .body = storedZip({{"doc.kml", std::move(kml)}}),
+                     .headers = {}};
 }
 
 SimResponse notFound(const char* what) {
-  return SimResponse{.status = 404, .contentType = "text/html", .body = fmt::format("<html><body><h1>404</h1><p>{}</p></body></html>", what), .headers = {}};
+  return SimResponse{.status = 404,
+                     .contentType = "text/html",
+                     .body = fmt::format("<html><body><h1>404</h1><p>{}</p></body></html>", what),
+                     .headers = {}};
 }
 
 const SimStorm* findNHC(const std::vector<SimStorm>& storms, const std::string& id) {
@@ -157,7 +172,8 @@ struct Point {
 Point offset(Point from, double bearing, double nm) {
   const double rad = bearing * std::numbers::pi / 180.0;
   const double latitude = from.latitude + nm * std::cos(rad) / 60.0;
-  const double longitude = from.longitude + nm * std::sin(rad) / (60.0 * std::cos(from.latitude * std::numbers::pi / 180.0));
+  const double longitude =
+      from.longitude + nm * std::sin(rad) / (60.0 * std::cos(from.latitude * std::numbers::pi / 180.0));
   return Point{latitude, longitude};
 }
 
@@ -187,7 +203,7 @@ std::string conePolygon(const SimStorm& storm) {
   std::vector<Point> ring;
   std::vector<Point> right;
   for (std::size_t i = 0; i < points.size(); ++i) {
-    const double heading = points.size() < 2 ? storm.current.heading
+    const double heading = points.size() < 2       ? storm.current.heading
                            : i + 1 < points.size() ? bearingBetween(points[i], points[i + 1])
                                                    : bearingBetween(points[i - 1], points[i]);
     ring.push_back(offset(points[i], heading - 90.0, radii[i]));
@@ -204,8 +220,9 @@ std::string conePolygon(const SimStorm& storm) {
 }
 
 std::string kmlDocument(const std::string& name, const std::string& body) {
-  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<kml xmlns=\"http://www.opengis.net/kml/2.2\">\n<Document><name>" + name +
-         "</name>\n" + body + "</Document>\n</kml>\n";
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<kml "
+         "xmlns=\"http://www.opengis.net/kml/2.2\">\n<Document><name>" +
+         name + "</name>\n" + body + "</Document>\n</kml>\n";
 }
 
 std::string pointPlacemark(const std::string& name, const std::string& description, const std::string& tag,
@@ -228,8 +245,8 @@ std::string nhcPointDescription(const SimStorm& storm, const SimStormFix& fix, c
       "<table><tr><td><b>{} {}</b></td></tr><tr><td>{}</td></tr><tr><td>Valid at: {}</td></tr>"
       "<tr><td>Maximum Wind: {} knots ({} mph)</td></tr><tr><td>Wind Gusts: {} knots ({} mph)</td></tr>"
       "<tr><td>Minimum Pressure: {} mb</td></tr><tr><td>MOVING {} AT {} KNOTS</td></tr></table>",
-      nhcKind(fix.windKt), storm.name, when, validAt(fix.time), fix.windKt, mph(fix.windKt), fix.gustKt, mph(fix.gustKt),
-      fix.pressureMb, compassWord(fix.heading), static_cast<int>(fix.speedKt));
+      nhcKind(fix.windKt), storm.name, when, validAt(fix.time), fix.windKt, mph(fix.windKt), fix.gustKt,
+      mph(fix.gustKt), fix.pressureMb, compassWord(fix.heading), static_cast<int>(fix.speedKt));
 }
 
 std::string nhcTrackKml(const SimStorm& storm) {
@@ -245,7 +262,8 @@ std::string nhcTrackKml(const SimStorm& storm) {
     body += pointPlacemark(nhcKind(fix.windKt) + " " + storm.name + " " + when, nhcPointDescription(storm, fix, when),
                            nhcTag(fix.windKt), fix);
   }
-  return kmlDocument(upper(storm.nhcID()) + " Advisory " + std::to_string(storm.advisoryNumber) + " Forecast Track", body);
+  return kmlDocument(upper(storm.nhcID()) + " Advisory " + std::to_string(storm.advisoryNumber) + " Forecast Track",
+                     body);
 }
 
 std::string nhcConeKml(const SimStorm& storm) {
@@ -255,12 +273,12 @@ std::string nhcConeKml(const SimStorm& storm) {
 }
 
 std::string nhcBestTrackKml(const SimStorm& storm) {
-  std::string body = "<Placemark><name>" + storm.name + " Best Track</name><LineString><coordinates>" + lineOf(storm.history) +
-                     "</coordinates></LineString></Placemark>\n";
+  std::string body = "<Placemark><name>" + storm.name + " Best Track</name><LineString><coordinates>" +
+                     lineOf(storm.history) + "</coordinates></LineString></Placemark>\n";
   for (const auto& fix : storm.history) {
-    const std::string description = fmt::format("<b>{} {}</b><br>{}<br>Maximum Wind: {} knots ({} mph)<br>Minimum Pressure: {} mb",
-                                                nhcKind(fix.windKt), storm.name, bestTrackTime(fix.time), fix.windKt,
-                                                mph(fix.windKt), fix.pressureMb);
+    const std::string description = fmt::format(
+        "<b>{} {}</b><br>{}<br>Maximum Wind: {} knots ({} mph)<br>Minimum Pressure: {} mb", nhcKind(fix.windKt),
+        storm.name, bestTrackTime(fix.time), fix.windKt, mph(fix.windKt), fix.pressureMb);
     body += pointPlacemark(storm.name, description, nhcTag(fix.windKt), fix);
   }
   return kmlDocument(upper(storm.nhcID()) + " Best Track", body);
@@ -268,8 +286,9 @@ std::string nhcBestTrackKml(const SimStorm& storm) {
 
 std::string jtwcKml(const SimStorm& storm) {
   const std::string label = fmt::format("{:02}{}", *storm.jtwcNumber, jtwcSuffix(storm.basin));
-  std::string body = "<Placemark><name>" + label + " Forecast Cone</name><Polygon><outerBoundaryIs><LinearRing><coordinates>" +
-                     conePolygon(storm) + "</coordinates></LinearRing></outerBoundaryIs></Polygon></Placemark>\n";
+  std::string body = "<Placemark><name>" + label +
+                     " Forecast Cone</name><Polygon><outerBoundaryIs><LinearRing><coordinates>" + conePolygon(storm) +
+                     "</coordinates></LinearRing></outerBoundaryIs></Polygon></Placemark>\n";
   std::string radius;
   for (int step = 0; step <= 12; ++step) {
     const Point p = offset({storm.current.latitude, storm.current.longitude}, step * 30.0, 60.0);
@@ -284,14 +303,17 @@ std::string jtwcKml(const SimStorm& storm) {
   for (std::size_t i = 0; i + 1 < storm.history.size(); ++i) {
     const auto& fix = storm.history[i];
     const Civil c = civil(fix.time);
-    body += pointPlacemark(label, fmt::format("POSITION AT {:04}{:02}{:02}{:02}Z INTENSITY {} KT", c.year, c.month, c.day, c.hour, fix.windKt),
-                           nhcTag(fix.windKt), fix);
+    body += pointPlacemark(
+        label,
+        fmt::format("POSITION AT {:04}{:02}{:02}{:02}Z INTENSITY {} KT", c.year, c.month, c.day, c.hour, fix.windKt),
+        nhcTag(fix.windKt), fix);
   }
-  body += pointPlacemark(label + " TAU 0 CURRENT POSITION",
-                         fmt::format("{}Z INTENSITY {} KT MOVING {} AT {} KNOTS MINIMUM SEA LEVEL PRESSURE {} MB",
-                                     ddhhmm(storm.current.time), storm.current.windKt, compassWord(storm.current.heading),
-                                     static_cast<int>(storm.current.speedKt), storm.current.pressureMb),
-                         nhcTag(storm.current.windKt), storm.current);
+  body +=
+      pointPlacemark(label + " TAU 0 CURRENT POSITION",
+                     fmt::format("{}Z INTENSITY {} KT MOVING {} AT {} KNOTS MINIMUM SEA LEVEL PRESSURE {} MB",
+                                 ddhhmm(storm.current.time), storm.current.windKt, compassWord(storm.current.heading),
+                                 static_cast<int>(storm.current.speedKt), storm.current.pressureMb),
+                     nhcTag(storm.current.windKt), storm.current);
   for (const auto& [ahead, fix] : storm.forecast) {
     body += pointPlacemark(fmt::format("{} TAU {}", label, ahead),
                            fmt::format("{}Z INTENSITY {} KT", ddhhmm(fix.time), fix.windKt), nhcTag(fix.windKt), fix);
@@ -304,21 +326,29 @@ std::string jtwcWarning(const SimStorm& storm) {
   const std::string label = fmt::format("{:02}{}", *storm.jtwcNumber, jtwcSuffix(storm.basin));
   const SimStormFix& now = storm.current;
   const std::string kind = jtwcKind(storm, now.windKt);
-  const std::string subject = invest ? "TROPICAL CYCLONE FORMATION ALERT (INVEST " + label + ")"
-                                     : fmt::format("{} {} ({}) WARNING NR {:03}", kind, label, upper(storm.name), storm.advisoryNumber);
-  std::string text = fmt::format("WTPN3{} PGTW {}\nMSGID/GENADMIN/JOINT TYPHOON WRNCEN PEARL HARBOR HI//\nSUBJ/{}//\nRMKS/\n",
-                                 *storm.jtwcNumber % 10, ddhhmm(now.time + std::chrono::hours(3)), subject);
-  text += fmt::format("1. {}\n   MAX SUSTAINED WINDS BASED ON ONE-MINUTE AVERAGE\n    ---\n   WARNING POSITION:\n", subject);
-  text += fmt::format("   {}Z --- NEAR {} {}\n", ddhhmm(now.time), latitudeText(now.latitude), longitudeText(now.longitude));
-  text += fmt::format("     MOVEMENT PAST SIX HOURS - {:03} DEGREES AT {:02} KTS\n", static_cast<int>(std::lround(now.heading)) % 360,
-                      static_cast<int>(now.speedKt));
-  text += fmt::format("   PRESENT WIND DISTRIBUTION:\n   MAX SUSTAINED WINDS - {:03} KT, GUSTS {:03} KT\n", now.windKt, now.gustKt);
-  text += fmt::format("   REPEAT POSIT: {} {}\n    ---\n   FORECASTS:\n", latitudeText(now.latitude), longitudeText(now.longitude));
+  const std::string subject =
+      invest ? "TROPICAL CYCLONE FORMATION ALERT (INVEST " + label + ")"
+             : fmt::format("{} {} ({}) WARNING NR {:03}", kind, label, upper(storm.name), storm.advisoryNumber);
+  std::string text =
+      fmt::format("WTPN3{} PGTW {}\nMSGID/GENADMIN/JOINT TYPHOON WRNCEN PEARL HARBOR HI//\nSUBJ/{}//\nRMKS/\n",
+                  *storm.jtwcNumber % 10, ddhhmm(now.time + std::chrono::hours(3)), subject);
+  text += fmt::format("1. {}\n   MAX SUSTAINED WINDS BASED ON ONE-MINUTE AVERAGE\n    ---\n   WARNING POSITION:\n",
+                      subject);
+  text += fmt::format("   {}Z --- NEAR {} {}\n", ddhhmm(now.time), latitudeText(now.latitude),
+                      longitudeText(now.longitude));
+  text += fmt::format("     MOVEMENT PAST SIX HOURS - {:03} DEGREES AT {:02} KTS\n",
+                      static_cast<int>(std::lround(now.heading)) % 360, static_cast<int>(now.speedKt));
+  text += fmt::format("   PRESENT WIND DISTRIBUTION:\n   MAX SUSTAINED WINDS - {:03} KT, GUSTS {:03} KT\n", now.windKt,
+                      now.gustKt);
+  text += fmt::format("   REPEAT POSIT: {} {}\n    ---\n   FORECASTS:\n", latitudeText(now.latitude),
+                      longitudeText(now.longitude));
   for (const auto& [ahead, fix] : storm.forecast) {
-    text += fmt::format("   {} HRS, VALID AT:\n   {}Z --- {} {}\n   MAX SUSTAINED WINDS - {:03} KT, GUSTS {:03} KT\n    ---\n", ahead,
-                        ddhhmm(fix.time), latitudeText(fix.latitude), longitudeText(fix.longitude), fix.windKt, fix.gustKt);
+    text += fmt::format(
+        "   {} HRS, VALID AT:\n   {}Z --- {} {}\n   MAX SUSTAINED WINDS - {:03} KT, GUSTS {:03} KT\n    ---\n", ahead,
+        ddhhmm(fix.time), latitudeText(fix.latitude), longitudeText(fix.longitude), fix.windKt, fix.gustKt);
   }
-  text += fmt::format("REMARKS:\nMINIMUM CENTRAL PRESSURE AT {}Z IS {} MB.\n//\nNNNN\n", ddhhmm(now.time), now.pressureMb);
+  text +=
+      fmt::format("REMARKS:\nMINIMUM CENTRAL PRESSURE AT {}Z IS {} MB.\n//\nNNNN\n", ddhhmm(now.time), now.pressureMb);
   return text;
 }
 
@@ -348,16 +378,22 @@ SimResponse nhcStorms(const SimRequest& request) {
     entry["movementDir"] = static_cast<int>(std::lround(storm.current.heading)) % 360;
     entry["movementSpeed"] = static_cast<int>(storm.current.speedKt);
     entry["lastUpdate"] = formatUtc(storm.current.time, true);
-    entry["publicAdvisory"] = json::object{{"advNum", std::to_string(storm.advisoryNumber)}, {"issuance", advisory},
-                                           {"fileUpdateTime", advisory}, {"url", base + "/nhc/text/" + product + ".shtml"}};
-    entry["forecastTrack"] = json::object{
-        {"advNum", adv}, {"issuance", advisory}, {"fileUpdateTime", advisory},
-        {"zipFile", base + "/nhc/storm_graphics/api/" + upperID + "_" + adv + "adv_TRACK.zip"},
-        {"kmzFile", base + "/nhc/storm_graphics/api/" + upperID + "_" + adv + "adv_TRACK.kmz"}};
-    entry["trackCone"] = json::object{
-        {"advNum", adv}, {"issuance", advisory}, {"fileUpdateTime", advisory},
-        {"zipFile", base + "/nhc/storm_graphics/api/" + upperID + "_" + adv + "adv_CONE.zip"},
-        {"kmzFile", base + "/nhc/storm_graphics/api/" + upperID + "_" + adv + "adv_CONE.kmz"}};
+    entry["publicAdvisory"] = json::object{{"advNum", std::to_string(storm.advisoryNumber)},
+                                           {"issuance", advisory},
+                                           {"fileUpdateTime", advisory},
+                                           {"url", base + "/nhc/text/" + product + ".shtml"}};
+    entry["forecastTrack"] =
+        json::object{{"advNum", adv},
+                     {"issuance", advisory},
+                     {"fileUpdateTime", advisory},
+                     {"zipFile", base + "/nhc/storm_graphics/api/" + upperID + "_" + adv + "adv_TRACK.zip"},
+                     {"kmzFile", base + "/nhc/storm_graphics/api/" + upperID + "_" + adv + "adv_TRACK.kmz"}};
+    entry["trackCone"] =
+        json::object{{"advNum", adv},
+                     {"issuance", advisory},
+                     {"fileUpdateTime", advisory},
+                     {"zipFile", base + "/nhc/storm_graphics/api/" + upperID + "_" + adv + "adv_CONE.zip"},
+                     {"kmzFile", base + "/nhc/storm_graphics/api/" + upperID + "_" + adv + "adv_CONE.kmz"}};
     entry["bestTrackGIS"] = json::object{{"fileUpdateTime", advisory},
                                          {"zipFile", base + "/nhc/gis/best_track/" + id + "_best_track.zip"},
                                          {"kmzFile", base + "/nhc/gis/best_track/" + id + "_best_track.kmz"}};
@@ -373,10 +409,10 @@ SimResponse nhcAdvisory(const SimRequest& request) {
     if (!storm.nhcNumber) continue;
     const std::string product = (storm.basin == "CP" ? "HFOTCP" : "MIATCP") + binNumber(storm);
     if (product != request.captures[0]) continue;
-    const std::string body = fmt::format("{} {} Advisory Number {}\n...{} MOVING {} AT {} KT...\nMAXIMUM SUSTAINED WINDS {} KT\n",
-                                         nhcKind(storm.current.windKt), storm.name, storm.advisoryNumber, upper(storm.name),
-                                         compassWord(storm.current.heading), static_cast<int>(storm.current.speedKt),
-                                         storm.current.windKt);
+    const std::string body =
+        fmt::format("{} {} Advisory Number {}\n...{} MOVING {} AT {} KT...\nMAXIMUM SUSTAINED WINDS {} KT\n",
+                    nhcKind(storm.current.windKt), storm.name, storm.advisoryNumber, upper(storm.name),
+                    compassWord(storm.current.heading), static_cast<int>(storm.current.speedKt), storm.current.windKt);
     return SimResponse{.status = 200, .contentType = "text/html", .body = "<pre>" + body + "</pre>", .headers = {}};
   }
   return notFound("No such advisory");
@@ -398,9 +434,11 @@ SimResponse jtwcRss(const SimRequest& request) {
     std::vector<std::string> basins;
   };
   const Section sections[] = {
+      // clang-format off
       {"NWPAC-NIO-WARNINGS", "Current Northwest Pacific/North Indian Ocean* Tropical Systems", {"WP"}},
       {"EPAC-CPAC-WARNINGS", "Current Central/Eastern Pacific Tropical Systems", {"CP", "EP"}},
       {"SH-WARNINGS", "Current Southern Hemisphere Tropical Systems", {"SH"}},
+      // clang-format on
   };
   Instant latest = request.now - std::chrono::hours(6);
   for (const auto& storm : storms) latest = std::max(latest, storm.current.time + std::chrono::hours(3));
@@ -408,23 +446,29 @@ SimResponse jtwcRss(const SimRequest& request) {
   for (const auto& section : sections) {
     std::string description;
     for (const auto& storm : storms) {
-      if (!storm.jtwcNumber || std::find(section.basins.begin(), section.basins.end(), storm.basin) == section.basins.end()) continue;
+      if (!storm.jtwcNumber ||
+          std::find(section.basins.begin(), section.basins.end(), storm.basin) == section.basins.end())
+        continue;
       const std::string label = fmt::format("{:02}{}", *storm.jtwcNumber, jtwcSuffix(storm.basin));
       const std::string products = base + "/jtwc/jtwc/products/" + storm.jtwcSlug();
       description += fmt::format(
-          "<p><b>{} {} ({}) Warning #{:02}</b><br/><b>Issued at {}Z</b><ul><li><a href='{}web.txt' target='newwin'>TC Warning "
+          "<p><b>{} {} ({}) Warning #{:02}</b><br/><b>Issued at {}Z</b><ul><li><a href='{}web.txt' target='newwin'>TC "
+          "Warning "
           "Text</a></li><li><a href='{}.kmz' target='newwin'>Google Earth Overlay</a></li></ul></p>",
           jtwcKind(storm, storm.current.windKt), label, upper(storm.name), storm.advisoryNumber,
           ddhhmm(storm.current.time + std::chrono::hours(3)), products, products);
     }
     if (description.empty()) description = "<p><b>No Current Tropical Cyclone Warnings.</b></p>";
-    items += fmt::format("<item><title>{}</title><description><![CDATA[{}]]></description><guid isPermaLink=\"false\">{}</guid>"
-                         "<pubDate>{}</pubDate></item>\n",
-                         section.title, description, section.guid, rssDate(latest));
+    items += fmt::format(
+        "<item><title>{}</title><description><![CDATA[{}]]></description><guid isPermaLink=\"false\">{}</guid>"
+        "<pubDate>{}</pubDate></item>\n",
+        section.title, description, section.guid, rssDate(latest));
   }
   const std::string body = fmt::format(
-      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<rss version=\"2.0\"><channel><title>Joint Typhoon Warning Center (JTWC)</title>"
-      "<link>{}/jtwc/jtwc.html</link><description>Tropical cyclone warnings</description><lastBuildDate>{}</lastBuildDate>\n{}"
+      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<rss version=\"2.0\"><channel><title>Joint Typhoon Warning Center "
+      "(JTWC)</title>"
+      "<link>{}/jtwc/jtwc.html</link><description>Tropical cyclone "
+      "warnings</description><lastBuildDate>{}</lastBuildDate>\n{}"
       "</channel></rss>\n",
       base, rssDate(latest), items);
   return SimResponse{.status = 200, .contentType = "application/rss+xml", .body = body, .headers = {}};
@@ -449,9 +493,10 @@ std::string nhcErrorBody(int status, std::string_view message) {
 }
 
 std::string jtwcErrorBody(int status, std::string_view message) {
-  return fmt::format("<!DOCTYPE html><html><head><title>{} {}</title></head><body><h1>Joint Typhoon Warning Center</h1>"
-                     "<p>{}</p></body></html>",
-                     status, message, message);
+  return fmt::format(
+      "<!DOCTYPE html><html><head><title>{} {}</title></head><body><h1>Joint Typhoon Warning Center</h1>"
+      "<p>{}</p></body></html>",
+      status, message, message);
 }
 
 SimRoute route(std::string name, const char* pattern, std::function<SimResponse(const SimRequest&)> answer,
@@ -475,7 +520,8 @@ std::vector<SimRoute> stormRoutes() {
       "nhc.besttrack", "/nhc/gis/best_track/([a-z]{2}[0-9]{6})_best_track\\.kmz",
       [](const SimRequest& r) { return nhcFile(r, nhcBestTrackKml); }, nhcErrorBody));
   routes.push_back(route("jtwc.rss", "/jtwc/jtwc/rss/jtwc\\.rss", jtwcRss, jtwcErrorBody));
-  routes.push_back(route("jtwc.warning", "/jtwc/jtwc/products/([a-z]{2}[0-9]{4})web\\.txt", jtwcWarningText, jtwcErrorBody));
+  routes.push_back(
+      route("jtwc.warning", "/jtwc/jtwc/products/([a-z]{2}[0-9]{4})web\\.txt", jtwcWarningText, jtwcErrorBody));
   routes.push_back(route("jtwc.kmz", "/jtwc/jtwc/products/([a-z]{2}[0-9]{4})\\.kmz", jtwcKmz, jtwcErrorBody));
   return routes;
 }

@@ -28,14 +28,14 @@ TEST(StormSeasonTest, TheSeasonUnfolds) {
     V jtwc;
   };
   const Row rows[] = {
-      {1, {}, {"wp0626"}},                                      // the first storm has formed
-      {30, {"al052026"}, {"wp0626", "cp9126"}},                 // an invest in the Central Pacific
-      {45, {"al052026", "cp012026"}, {"wp0626", "cp9126"}},     // NHC has numbered it, JTWC not yet
-      {50, {"al052026", "cp012026"}, {"wp0626", "cp0126"}},     // renumbered in both
+      {1, {}, {"wp0626"}},                                   // the first storm has formed
+      {30, {"al052026"}, {"wp0626", "cp9126"}},              // an invest in the Central Pacific
+      {45, {"al052026", "cp012026"}, {"wp0626", "cp9126"}},  // NHC has numbered it, JTWC not yet
+      {50, {"al052026", "cp012026"}, {"wp0626", "cp0126"}},  // renumbered in both
       {100, {"al052026", "cp012026", "ep092026"}, {"wp0626", "cp0126", "ep0926"}},
       {150, {"al052026", "cp012026", "ep092026"}, {"wp0626", "cp0126", "ep0926", "sh0426"}},
-      {225, {}, {}},                                            // the quiet end of the cycle
-      {241, {}, {"wp0626"}},                                    // and the next season
+      {225, {}, {}},          // the quiet end of the cycle
+      {241, {}, {"wp0626"}},  // and the next season
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.hour);

@@ -76,7 +76,11 @@ int yearOf(Instant instant) {
 }  // namespace
 
 std::string SimStorm::nhcID() const {
-  return fmt::format("{}{:02}{:04}", basin == "AL" ? "al" : basin == "EP" ? "ep" : basin == "CP" ? "cp" : "xx",
+  return fmt::format("{}{:02}{:04}",
+                     basin == "AL"   ? "al"
+                     : basin == "EP" ? "ep"
+                     : basin == "CP" ? "cp"
+                                     : "xx",
                      nhcNumber.value_or(0), year);
 }
 
@@ -109,7 +113,9 @@ std::vector<SimStorm> simulatedStorms(Instant now) {
     storm.basin = entry.basin;
     storm.year = yearOf(genesis);
     if (entry.nhcNumber && hour >= entry.nhcFromHour) storm.nhcNumber = entry.nhcNumber;
-    if (entry.jtwcNumber) storm.jtwcNumber = entry.jtwcInvestNumber && hour < entry.jtwcRenumberHour ? entry.jtwcInvestNumber : entry.jtwcNumber;
+    if (entry.jtwcNumber)
+      storm.jtwcNumber =
+          entry.jtwcInvestNumber && hour < entry.jtwcRenumberHour ? entry.jtwcInvestNumber : entry.jtwcNumber;
     storm.advisoryNumber = hour / kFixHours + 1;
     storm.current = fixAt(entry, genesis, hour);
     for (int h = 0; h <= hour; h += kFixHours) storm.history.push_back(fixAt(entry, genesis, h));

@@ -40,17 +40,17 @@ struct SimStormFix {
 
 struct SimStorm {
   std::string name;
-  std::string basin;        // "AL", "EP", "CP", "WP", "SH"
-  int year = 0;             // of genesis
+  std::string basin;              // "AL", "EP", "CP", "WP", "SH"
+  int year = 0;                   // of genesis
   std::optional<int> nhcNumber;   // set while NHC lists it
   std::optional<int> jtwcNumber;  // set while JTWC lists it (90-99 for an invest)
   int advisoryNumber = 0;
   SimStormFix current;
-  std::vector<SimStormFix> history;                    // every 6 hours from genesis, current last
-  std::vector<std::pair<int, SimStormFix>> forecast;   // (hours ahead, fix), 12 to 120
+  std::vector<SimStormFix> history;                   // every 6 hours from genesis, current last
+  std::vector<std::pair<int, SimStormFix>> forecast;  // (hours ahead, fix), 12 to 120
 
-  std::string nhcID() const;    // "al052026"
-  std::string jtwcSlug() const; // "wp0626"
+  std::string nhcID() const;     // "al052026"
+  std::string jtwcSlug() const;  // "wp0626"
   // "HU", "TS", "TD" from the current wind (NHC's codes).
   std::string classification() const;
 };

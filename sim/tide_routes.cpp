@@ -76,6 +76,7 @@ struct CHSStationRow {
 
 const std::vector<CHSStationRow>& chsStations() {
   static const std::vector<CHSStationRow> stations = {
+      // clang-format off
       {"5cebf1de3d0f4a073c4bb94c", "07795", "Point Atkinson", true, 49.337, -123.253, "PERMANENT", "BC", {"wlp", "wlp-hilo", "wlo"}},
       {"5cebf1de3d0f4a073c4bb943", "07735", "Vancouver", true, 49.2863, -123.0997, "PERMANENT", "BC", {"wlo", "wlf", "wlp", "wlp-hilo"}},
       {"5cebf1e43d0f4a073c4bc43b", "07786", "Sandy Cove", true, 49.3405, -123.2319, "PERMANENT", "BC", {"wlo", "wlf", "wlp", "wlp-hilo"}},
@@ -92,6 +93,7 @@ const std::vector<CHSStationRow>& chsStations() {
       {"5cebf1df3d0f4a073c4bbcbb", "00490", "Halifax", false, 44.666667, -63.583333, "DISCONTINUED", "NS", {"wlp", "wlp-hilo", "wlo"}},
       // A water-level gauge without predictions: listed, but never a tide station.
       {"5cebf1e13d0f4a073c4bbe75", "07707", "Second Narrows", true, 49.2952, -123.0200, "PERMANENT", "BC", {"wlo", "wlf"}},
+      // clang-format on
   };
   return stations;
 }
@@ -228,7 +230,9 @@ SimResponse noaaStations(const SimRequest& request) {
     station["tidal"] = true;
     station["greatlakes"] = false;
     station["shefcode"] = "";
-    station["details"] = json::object{{"self", fmt::format("https://api.tidesandcurrents.noaa.gov/mdapi/prod/webapi/stations/{}/details.json", row.id)}};
+    station["details"] = json::object{
+        {"self",
+         fmt::format("https://api.tidesandcurrents.noaa.gov/mdapi/prod/webapi/stations/{}/details.json", row.id)}};
     station["id"] = row.id;
     station["name"] = row.name;
     station["lat"] = row.latitude;
@@ -255,13 +259,16 @@ SimResponse noaaDataGetter(std::uint64_t seed, const SimRequest& request) {
       if (!value || value->empty()) throw NOAARequestError{fmt::format("Missing required parameter: {}", name)};
       return std::string(*value);
     };
-    if (required("product") != "predictions") throw NOAARequestError{"Wrong Product: this simulator offers predictions only"};
+    if (required("product") != "predictions")
+      throw NOAARequestError{"Wrong Product: this simulator offers predictions only"};
     const std::string id = required("station");
     const NOAAStationRow* station = findNOAA(id);
-    if (station == nullptr) throw NOAARequestError{"No Predictions data was found. Please make sure the Datum input is valid."};
+    if (station == nullptr)
+      throw NOAARequestError{"No Predictions data was found. Please make sure the Datum input is valid."};
     const auto begin = parseNOAADate(required("begin_date"));
     const auto end = parseNOAADate(required("end_date"));
-    if (!begin || !end || *end < *begin) throw NOAARequestError{"The begin and end dates must be yyyyMMdd HH:mm, begin first"};
+    if (!begin || !end || *end < *begin)
+      throw NOAARequestError{"The begin and end dates must be yyyyMMdd HH:mm, begin first"};
     if (*end - *begin > days(31)) throw NOAARequestError{"The range of dates is limited to 31 days for this product"};
     const std::string units(request.param("units").value_or("metric"));
     if (units != "metric" && units != "english") throw NOAARequestError{"Wrong Units: use metric or english"};
@@ -285,22 +292,26 @@ SimResponse noaaDataGetter(std::uint64_t seed, const SimRequest& request) {
     auto value = [&](double meters) { return fmt::format("{:.3f}", meters * heightFactor * scale); };
     if (interval == "hilo") {
       for (const auto& point : turningPoints(source, seed, from - shift, to - shift)) {
-        rows.push_back(json::object{{"t", noaaTime(point.at + shift, offset)},
-                                    {"v", value(point.height)},
-                                    {"type", point.high ? "H" : "L"}});
+        rows.push_back(json::object{
+            {"t", noaaTime(point.at + shift, offset)}, {"v", value(point.height)}, {"type", point.high ? "H" : "L"}});
       }
     } else {
       int step = 0;
-      if (interval == "h") step = 60;
-      else if (interval == "6") step = 6;
-      else if (interval == "1" || interval == "5" || interval == "10" || interval == "15" || interval == "30" || interval == "60")
+      if (interval == "h")
+        step = 60;
+      else if (interval == "6")
+        step = 6;
+      else if (interval == "1" || interval == "5" || interval == "10" || interval == "15" || interval == "30" ||
+               interval == "60")
         step = std::stoi(interval);
-      else throw NOAARequestError{fmt::format("Wrong Interval: {}", interval)};
+      else
+        throw NOAARequestError{fmt::format("Wrong Interval: {}", interval)};
       // Rows fall on whole multiples of the interval, whatever minute the range begins at.
       Instant first = ceil<minutes>(from);
       while (floor<minutes>(first).time_since_epoch().count() % step != 0) first += minutes(1);
       for (Instant t = first; t <= to; t += minutes(step)) {
-        rows.push_back(json::object{{"t", noaaTime(t, offset)}, {"v", value(simulatedTideHeight(source, seed, t - shift))}});
+        rows.push_back(
+            json::object{{"t", noaaTime(t, offset)}, {"v", value(simulatedTideHeight(source, seed, t - shift))}});
       }
     }
     json::object body;
@@ -346,19 +357,24 @@ SimResponse chsData(std::uint64_t seed, const SimRequest& request) {
   const std::string code(request.param("time-series-code").value_or(""));
   const auto from = parseCHSDate(request.param("from").value_or(""));
   const auto to = parseCHSDate(request.param("to").value_or(""));
-  if (!from || !to || *to < *from) return jsonResponse(400, chsErrorBody(400, "from and to must be ISO 8601 dates, from first"));
+  if (!from || !to || *to < *from)
+    return jsonResponse(400, chsErrorBody(400, "from and to must be ISO 8601 dates, from first"));
   if (*to - *from > days(7)) return jsonResponse(400, chsErrorBody(400, "The period must not exceed 7 days"));
-  if (code != "wlp" && code != "wlp-hilo") return jsonResponse(400, chsErrorBody(400, "Unknown time-series-code " + code));
+  if (code != "wlp" && code != "wlp-hilo")
+    return jsonResponse(400, chsErrorBody(400, "Unknown time-series-code " + code));
   json::array points;
   const bool offered = (!station->operating || *station->operating) &&
                        std::find(station->series.begin(), station->series.end(), code) != station->series.end();
   if (offered) {
     auto point = [&](Instant at, double value) {
-      return json::object{{"eventDate", formatUtc(at)}, {"qcFlagCode", "1"}, {"value", roundedNumber(value, 3)},
+      return json::object{{"eventDate", formatUtc(at)},
+                          {"qcFlagCode", "1"},
+                          {"value", roundedNumber(value, 3)},
                           {"timeSeriesId", fmt::format("{:016x}", stableHash(code, 1))}};
     };
     if (code == "wlp-hilo") {
-      for (const auto& turning : turningPoints(station->id, seed, *from, *to)) points.push_back(point(turning.at, turning.height));
+      for (const auto& turning : turningPoints(station->id, seed, *from, *to))
+        points.push_back(point(turning.at, turning.height));
     } else {
       for (Instant t = ceil<minutes>(*from); t <= *to; t += minutes(1)) {
         if (t.time_since_epoch().count() % 900 != 0) continue;
@@ -403,8 +419,8 @@ std::vector<SimRoute> tideRoutes(const WeatherModel& model) {
       [seed](const SimRequest& request) { return noaaDataGetter(seed, request); }, noaaErrorBody));
   routes.push_back(tideRoute("chs.stations", "/chs/api/v1/stations", chsStationList, chsErrorBody));
   routes.push_back(tideRoute(
-      "chs.data", "/chs/api/v1/stations/([^/]+)/data", [seed](const SimRequest& request) { return chsData(seed, request); },
-      chsErrorBody));
+      "chs.data", "/chs/api/v1/stations/([^/]+)/data",
+      [seed](const SimRequest& request) { return chsData(seed, request); }, chsErrorBody));
   return routes;
 }
 

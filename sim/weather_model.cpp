@@ -43,8 +43,8 @@ std::uint64_t mix(std::uint64_t x) {
   return x ^ (x >> 31);
 }
 
-std::uint64_t hashOf(std::uint64_t seed, std::uint64_t channel, std::int64_t a, std::int64_t b = 0,
-                     std::int64_t c = 0, std::int64_t d = 0) {
+std::uint64_t hashOf(std::uint64_t seed, std::uint64_t channel, std::int64_t a, std::int64_t b = 0, std::int64_t c = 0,
+                     std::int64_t d = 0) {
   std::uint64_t h = mix(seed ^ mix(channel));
   for (std::int64_t part : {a, b, c, d}) h = mix(h ^ static_cast<std::uint64_t>(part));
   return h;
@@ -65,8 +65,7 @@ double noise(std::uint64_t seed, Channel channel, GeoPoint p, double hours, doub
   const double y = (p.latitude + 90.0) / spaceDeg;
   const double z = timeHours > 0 ? hours / timeHours : 0.0;
   const double fx = std::floor(x), fy = std::floor(y), fz = std::floor(z);
-  const auto ix = static_cast<std::int64_t>(fx), iy = static_cast<std::int64_t>(fy),
-             iz = static_cast<std::int64_t>(fz);
+  const auto ix = static_cast<std::int64_t>(fx), iy = static_cast<std::int64_t>(fy), iz = static_cast<std::int64_t>(fz);
   const double wx = smoothstep(x - fx), wy = smoothstep(y - fy), wz = smoothstep(z - fz);
   auto at = [&](std::int64_t dx, std::int64_t dy, std::int64_t dz) {
     const std::int64_t column = ((ix + dx) % columns + columns) % columns;
@@ -152,8 +151,7 @@ double feelsLikeTemperature(double temperature, double windSpeed, int relHumidit
     const double t = temperature * 9.0 / 5.0 + 32.0;
     const double r = relHumidity;
     const double f = -42.379 + 2.04901523 * t + 10.14333127 * r - 0.22475541 * t * r - 0.00683783 * t * t -
-                     0.05481717 * r * r + 0.00122874 * t * t * r + 0.00085282 * t * r * r -
-                     0.00000199 * t * t * r * r;
+                     0.05481717 * r * r + 0.00122874 * t * t * r + 0.00085282 * t * r * r - 0.00000199 * t * t * r * r;
     return std::max(temperature, (f - 32.0) * 5.0 / 9.0);
   }
   return temperature;
@@ -203,12 +201,12 @@ WeatherSample WeatherModel::sample(GeoPoint p, Instant instant) const {
   const double temperature = annual + season + dayAmplitude / 2.0 * dayCurve + synoptic + front.temperature;
 
   // Warm, wet afternoons grow shower cells a few kilometres and tens of minutes across.
-  const double convection = clamp01((temperature - 12.0) / 16.0) * wetness *
-                            (0.3 + 0.7 * bump((solar - 15.0) / 3.5));
+  const double convection = clamp01((temperature - 12.0) / 16.0) * wetness * (0.3 + 0.7 * bump((solar - 15.0) / 3.5));
   const double cells = noise(seed_, showerChannel, p, hours, 2.5, 1.5);
   const double shower = std::max(0.0, (cells - 0.72) / 0.28) * convection * 14.0;
   // Frontal rain falls in bands with gaps, so it starts and stops within the hour.
-  const double frontalCells = 1.6 * smoothstep(clamp01((noise(seed_, rainCellChannel, p, hours, 2.5, 0.75) - 0.2) / 0.6));
+  const double frontalCells =
+      1.6 * smoothstep(clamp01((noise(seed_, rainCellChannel, p, hours, 2.5, 0.75) - 0.2) / 0.6));
   double rate = front.rain * frontalCells + shower;
   if (rate < 0.05) rate = 0.0;
   if (shower > 0.0) cloud = std::max(cloud, 0.6 + 0.4 * clamp01(shower / 4.0));
@@ -224,7 +222,8 @@ WeatherSample WeatherModel::sample(GeoPoint p, Instant instant) const {
   s.windSpeed = windBase * (1.0 + 0.25 * std::cos(2.0 * std::numbers::pi * (solar - 14.0) / 24.0)) + front.wind +
                 (shower > 0.0 ? 2.0 : 0.0);
   s.windGust = s.windSpeed * (1.3 + 0.5 * noise(seed_, gustChannel, p, hours, 5.0, 2.0)) + (rate > 4.0 ? 3.0 : 0.0);
-  const double prevailing = absLatitude < 30.0 ? (p.latitude >= 0.0 ? 60.0 : 120.0) : (absLatitude < 60.0 ? 255.0 : 90.0);
+  const double prevailing =
+      absLatitude < 30.0 ? (p.latitude >= 0.0 ? 60.0 : 120.0) : (absLatitude < 60.0 ? 255.0 : 90.0);
   const double direction =
       prevailing + (noise(seed_, directionChannel, p, hours, 10.0, 18.0) - 0.5) * 160.0 + front.veer;
   s.windDirection = static_cast<int>((std::lround(direction) % 360 + 360) % 360);
@@ -248,7 +247,8 @@ WeatherSample WeatherModel::sample(GeoPoint p, Instant instant) const {
   if (s.fog) {
     visibility = 150.0 + 700.0 * visibilityNoise;
   } else if (rate > 0.0) {
-    const double clear = s.precipKind == PrecipKind::snow ? 3000.0 : (s.precipKind == PrecipKind::mixed ? 6000.0 : 20000.0);
+    const double clear =
+        s.precipKind == PrecipKind::snow ? 3000.0 : (s.precipKind == PrecipKind::mixed ? 6000.0 : 20000.0);
     visibility = 300.0 + clear / (1.0 + rate);
   } else {
     visibility = 10000.0 + 40000.0 * (1.0 - s.relHumidity / 100.0) * (0.5 + visibilityNoise);
@@ -298,7 +298,7 @@ SunEvents WeatherModel::sunEvents(GeoPoint p, sys_days day, minutes offset) {
   const double numerator = std::sin(-0.833 * kDegree) - std::sin(phi) * std::sin(delta);
   if (std::abs(denominator) < 1e-9) return {};  // at a pole the sun neither rises nor sets in a day
   const double cosine = numerator / denominator;
-  if (cosine <= -1.0 || cosine >= 1.0) return {};  // polar day or polar night
+  if (cosine <= -1.0 || cosine >= 1.0) return {};             // polar day or polar night
   const double halfDay = std::acos(cosine) / kDegree / 15.0;  // hours
   const auto halfDaySeconds = seconds(std::lround(halfDay * 3600.0));
   SunEvents events;
@@ -314,8 +314,8 @@ int WeatherModel::airQualityIndex(GeoPoint p, Instant instant) const {
   const double urban = noise(seed_, urbanChannel, p, 0.0, 5.0, 0.0);
   const double base = 12.0 + 70.0 * urban * urban;
   // Traffic peaks in the morning and evening, cleaner air before dawn.
-  const double daily = 1.0 + 0.35 * bump((solar - 8.0) / 2.0) + 0.45 * bump((solar - 19.0) / 2.5) -
-                       0.2 * bump((solar - 4.0) / 3.0);
+  const double daily =
+      1.0 + 0.35 * bump((solar - 8.0) / 2.0) + 0.45 * bump((solar - 19.0) / 2.5) - 0.2 * bump((solar - 4.0) / 3.0);
   const double stagnation = std::clamp(1.6 - 0.12 * s.windSpeed, 0.6, 1.6);
   const double washout = s.precipRate > 0.0 ? 0.6 : 1.0;
   const double smog = noise(seed_, smogChannel, p, hours, 10.0, 48.0);
@@ -328,8 +328,8 @@ std::vector<WarningEvent> WeatherModel::warnings(GeoPoint p, Instant now) const 
   constexpr std::int64_t kColumns = 72, kRows = 36;
   const auto column = std::clamp(static_cast<std::int64_t>(std::floor((p.longitude + 180.0) / kCellDegrees)),
                                  std::int64_t{0}, kColumns - 1);
-  const auto row = std::clamp(static_cast<std::int64_t>(std::floor((p.latitude + 90.0) / kCellDegrees)),
-                              std::int64_t{0}, kRows - 1);
+  const auto row =
+      std::clamp(static_cast<std::int64_t>(std::floor((p.latitude + 90.0) / kCellDegrees)), std::int64_t{0}, kRows - 1);
   const GeoPoint centre{-90.0 + kCellDegrees * (static_cast<double>(row) + 0.5),
                         -180.0 + kCellDegrees * (static_cast<double>(column) + 0.5)};
   const std::string area = fmt::format("{}{} {}{}", std::abs(centre.latitude), centre.latitude < 0 ? 'S' : 'N',
@@ -351,9 +351,9 @@ std::vector<WarningEvent> WeatherModel::warnings(GeoPoint p, Instant now) const 
       event.validUntil = event.validFrom + hours(3 + draw.below(28));
       event.issued = event.validFrom - hours(1 + draw.below(12)) - minutes(draw.below(60));
       const double level = draw.next();
-      event.level = level < 0.05   ? WarningLevel::green
-                    : level < 0.65 ? WarningLevel::yellow
-                    : level < 0.90 ? WarningLevel::orange
+      event.level = level < 0.05    ? WarningLevel::green
+                    : level < 0.65  ? WarningLevel::yellow
+                    : level < 0.90  ? WarningLevel::orange
                     : level < 0.985 ? WarningLevel::red
                                     : WarningLevel::purple;
       // The kind suits the weather of the area when the warning begins.
@@ -364,10 +364,14 @@ std::vector<WarningEvent> WeatherModel::warnings(GeoPoint p, Instant now) const 
       static constexpr WarningKind mild[] = {WarningKind::wind, WarningKind::rain, WarningKind::thunderstorm,
                                              WarningKind::fog};
       const int pick = draw.below(12);
-      if (t < -5.0) event.kind = cold[pick % 3];
-      else if (t < 2.0) event.kind = freezing[pick % 3];
-      else if (t > 28.0) event.kind = hot[pick % 3];
-      else event.kind = mild[pick % 4];
+      if (t < -5.0)
+        event.kind = cold[pick % 3];
+      else if (t < 2.0)
+        event.kind = freezing[pick % 3];
+      else if (t > 28.0)
+        event.kind = hot[pick % 3];
+      else
+        event.kind = mild[pick % 4];
       events.push_back(std::move(event));
     }
   }

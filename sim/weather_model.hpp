@@ -42,17 +42,17 @@ enum class PrecipKind { rain, mixed, snow };
 
 // The state of the weather at one instant.
 struct WeatherSample {
-  double temperature = 0.0;   // °C
-  double feelsLike = 0.0;     // °C, wind chill when cold, heat index when hot
-  double dewPoint = 0.0;      // °C, never above `temperature`
-  int relHumidity = 0;        // %, 1..100
-  double pressure = 0.0;      // hPa at sea level
-  double windSpeed = 0.0;     // m/s
-  double windGust = 0.0;      // m/s, at least `windSpeed`
-  int windDirection = 0;      // degrees the wind blows from, 0..359
-  int cloudiness = 0;         // %, 0..100
-  bool thinHighCloud = false; // the cloud is thin upper cloud only
-  double precipRate = 0.0;    // mm/h water equivalent, 0 when dry
+  double temperature = 0.0;    // °C
+  double feelsLike = 0.0;      // °C, wind chill when cold, heat index when hot
+  double dewPoint = 0.0;       // °C, never above `temperature`
+  int relHumidity = 0;         // %, 1..100
+  double pressure = 0.0;       // hPa at sea level
+  double windSpeed = 0.0;      // m/s
+  double windGust = 0.0;       // m/s, at least `windSpeed`
+  int windDirection = 0;       // degrees the wind blows from, 0..359
+  int cloudiness = 0;          // %, 0..100
+  bool thinHighCloud = false;  // the cloud is thin upper cloud only
+  double precipRate = 0.0;     // mm/h water equivalent, 0 when dry
   PrecipKind precipKind = PrecipKind::rain;
   bool thunder = false;
   bool fog = false;
@@ -82,7 +82,7 @@ struct WarningEvent {
   Instant validFrom;
   Instant validUntil;
   Instant issued;
-  std::string area;   // a name for the grid cell, e.g. "60N 25E"
+  std::string area;       // a name for the grid cell, e.g. "60N 25E"
   std::uint64_t key = 0;  // stable per warning, for choosing wording variants
 
   bool operator==(const WarningEvent&) const = default;

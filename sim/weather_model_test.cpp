@@ -24,14 +24,15 @@ TEST(WeatherModelTest, SameInputsSameWeatherAndTheSeedMatters) {
     if (!(model.sample(kHelsinki, t) == other.sample(kHelsinki, t))) ++differences;
   }
   EXPECT_GT(differences, 40);
-  EXPECT_EQ(model.warnings(kHelsinki, at("2026-01-15T00:00:00Z")), again.warnings(kHelsinki, at("2026-01-15T00:00:00Z")));
+  EXPECT_EQ(model.warnings(kHelsinki, at("2026-01-15T00:00:00Z")),
+            again.warnings(kHelsinki, at("2026-01-15T00:00:00Z")));
 }
 
 // Invariants that hold for every place and time, checked over a grid including the poles, the
 // date line and (0, 0), through a year.
 TEST(WeatherModelTest, SamplesAreConsistentEverywhere) {
   const WeatherModel model(7);
-  const GeoPoint points[] = {{0, 0},   {90, 0},      {-90, 0},   {60.17, 24.94}, {-33.9, 151.2}, {78.2, 15.6},
+  const GeoPoint points[] = {{0, 0},   {90, 0},        {-90, 0},    {60.17, 24.94}, {-33.9, 151.2}, {78.2, 15.6},
                              {25, 45}, {64.8, -147.7}, {0, 179.99}, {0, -179.99},   {-54.8, -68.3}};
   for (const GeoPoint& p : points) {
     for (int step = 0; step < 365 * 4; step += 7) {
@@ -110,7 +111,9 @@ TEST(WeatherModelTest, SunEventsByLatitudeAndSeason) {
       {"South Pole summer", {-90, 0}, "2026-12-21", std::nullopt, std::nullopt},
       {"McMurdo winter", {-77.8, 166.7}, "2026-06-21", std::nullopt, std::nullopt},
   };
-  auto minutesOf = [](const char* hhmm) { return std::stoi(std::string(hhmm, 2)) * 60 + std::stoi(std::string(hhmm + 3, 2)); };
+  auto minutesOf = [](const char* hhmm) {
+    return std::stoi(std::string(hhmm, 2)) * 60 + std::stoi(std::string(hhmm + 3, 2));
+  };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     const auto day = floor<days>(*parseUtc((std::string(row.day) + "T00:00:00Z").c_str()));

@@ -53,10 +53,10 @@ bool verifySignature(std::string_view signingInput, const std::string& raw, cons
   EVP_PKEY* key = PEM_read_bio_PUBKEY(bio, nullptr, nullptr, nullptr);
   BIO_free(bio);
   EVP_MD_CTX* context = EVP_MD_CTX_new();
-  const bool ok = key && derLength > 0 && EVP_DigestVerifyInit(context, nullptr, EVP_sha256(), nullptr, key) == 1 &&
-                  EVP_DigestVerify(context, der, static_cast<size_t>(derLength),
-                                   reinterpret_cast<const unsigned char*>(signingInput.data()),
-                                   signingInput.size()) == 1;
+  const bool ok =
+      key && derLength > 0 && EVP_DigestVerifyInit(context, nullptr, EVP_sha256(), nullptr, key) == 1 &&
+      EVP_DigestVerify(context, der, static_cast<size_t>(derLength),
+                       reinterpret_cast<const unsigned char*>(signingInput.data()), signingInput.size()) == 1;
   EVP_MD_CTX_free(context);
   EVP_PKEY_free(key);
   OPENSSL_free(der);
@@ -132,8 +132,8 @@ std::string_view severityOf(WarningLevel level) {
 }
 
 std::string_view kindName(WarningKind kind) {
-  static constexpr std::string_view kNames[] = {"Wind", "Rain", "Snow", "Thunderstorm", "Heat",
-                                                "Cold", "Fog", "Forest Fire", "Ice"};
+  static constexpr std::string_view kNames[] = {"Wind", "Rain", "Snow",        "Thunderstorm", "Heat",
+                                                "Cold", "Fog",  "Forest Fire", "Ice"};
   return kNames[static_cast<int>(kind)];
 }
 
@@ -232,7 +232,8 @@ std::vector<SimRoute> weatherKitRoutes(const WeatherModel& model, std::shared_pt
       }
       if (wants("currentWeather")) {
         const WeatherSample s = model.sample(point, now);
-        json::object set{{"name", "CurrentWeather"}, {"metadata", metadata(point, now, "Simulated Weather")},
+        json::object set{{"name", "CurrentWeather"},
+                         {"metadata", metadata(point, now, "Simulated Weather")},
                          {"asOf", formatUtc(now)}};
         commonFields(set, s);
         set["precipitationIntensity"] = roundedNumber(s.precipRate, 2);
@@ -316,7 +317,8 @@ std::vector<SimRoute> weatherKitRoutes(const WeatherModel& model, std::shared_pt
           std::string condition(s.precipRate > 0.05 ? precipitationType(s) : "clear");
           if (condition != current) {
             if (!summary.empty()) summary.back().as_object()["endTime"] = formatUtc(at);
-            summary.push_back(json::object{{"startTime", formatUtc(at)}, {"condition", condition},
+            summary.push_back(json::object{{"startTime", formatUtc(at)},
+                                           {"condition", condition},
                                            {"precipitationChance", s.precipRate > 0.05 ? 0.8 : 0.0},
                                            {"precipitationIntensity", roundedNumber(s.precipRate, 2)}});
             current = condition;

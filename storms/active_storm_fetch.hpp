@@ -19,9 +19,9 @@
 #include <vector>
 
 #include "core/fetch/service_endpoints.hpp"
+#include "platform/async/task.hpp"
 #include "platform/clock.hpp"
 #include "platform/http_client.hpp"
-#include "platform/async/task.hpp"
 #include "storms/storm.hpp"
 
 namespace ombrine {
@@ -86,9 +86,9 @@ class ActiveStormList {
   ActiveStormFetcher& fetcher_;
   const Clock& clock_;
   mutable std::mutex mutex_;
-  Snapshot current_;               // guarded by mutex_
-  std::uint64_t started_ = 0;      // guarded by mutex_: refreshes begun
-  std::uint64_t published_ = 0;    // guarded by mutex_: the refresh whose list `current_` is
+  Snapshot current_;             // guarded by mutex_
+  std::uint64_t started_ = 0;    // guarded by mutex_: refreshes begun
+  std::uint64_t published_ = 0;  // guarded by mutex_: the refresh whose list `current_` is
 };
 
 }  // namespace ombrine

@@ -104,7 +104,12 @@ TEST_F(StormFetchTest, CoverageAndFailedSources) {
       {"NHC down keeps the JTWC storms", 100, {{"nhc.storms", "status=500"}}, 3, true, nhcCoverage()},
       {"a truncated KMZ: the warning text still places the storm", 100, {{"jtwc.kmz", "malformed"}}, 4, true, {}},
       {"a KMZ cut off mid-transfer", 100, {{"jtwc.kmz", "truncate"}}, 4, true, {}},
-      {"a failed warning withdraws only its basin", 100, {{"jtwc.warning", "status=500"}}, 3, true, {C::jtwcWestPacific}},
+      {"a failed warning withdraws only its basin",
+       100,
+       {{"jtwc.warning", "status=500"}},
+       3,
+       true,
+       {C::jtwcWestPacific}},
       {"both down", 100, {{"nhc.storms", "status=503"}, {"jtwc.rss", "status=503"}}, 0, false, wholeCoverage()},
       {"every JTWC route down", 100, {{"jtwc.*", "status=503"}}, 3, true, jtwcCoverage()},
   };
@@ -117,7 +122,8 @@ TEST_F(StormFetchTest, CoverageAndFailedSources) {
     ActiveStormCoverageSet expected = wholeCoverage();
     for (auto area : row.missing) expected.erase(area);
     EXPECT_EQ(result.completeCoverage, expected);
-    const auto error = errorOf(runtime_, [](ActiveStormFetcher& f) -> Task<void> { co_await f.fetchActiveStorms(); }(*fetcher_));
+    const auto error =
+        errorOf(runtime_, [](ActiveStormFetcher& f) -> Task<void> { co_await f.fetchActiveStorms(); }(*fetcher_));
     EXPECT_EQ(error == nullptr, row.trusted) << messageOf(error);
   }
 }
@@ -139,7 +145,8 @@ TEST_F(StormFetchTest, AnOlderRefreshFinishingLastDoesNotWin) {
   FakeClock listClock(atHour(100));
   ActiveStormList list(*fetcher_, listClock);
   sim_->setFault("nhc.storms=latency=600,times=1");
-  const auto slow = startTask(runtime_.executor(), [](ActiveStormList& l) -> Task<void> { co_await l.refresh(); }(list));
+  const auto slow =
+      startTask(runtime_.executor(), [](ActiveStormList& l) -> Task<void> { co_await l.refresh(); }(list));
   ASSERT_TRUE(eventually([&] { return sim_->requestCount("nhc.storms") == 1; }, 5s));
   runtime_.runBlocking(list.refresh());  // started later, finished first
   const auto published = list.snapshot().lastSuccess;
@@ -155,8 +162,8 @@ TEST_F(StormFetchTest, CancellationIsNeverSwallowed) {
     SCOPED_TRACE(route);
     startAt(100);
     sim_->setFault(std::string(route) + "=latency=3000");
-    const auto started =
-        startTask(runtime_.executor(), [](ActiveStormFetcher& f) -> Task<void> { co_await f.fetchActiveStorms(); }(*fetcher_));
+    const auto started = startTask(
+        runtime_.executor(), [](ActiveStormFetcher& f) -> Task<void> { co_await f.fetchActiveStorms(); }(*fetcher_));
     ASSERT_TRUE(eventually([&] { return sim_->requestCount(route) == 1; }, 5s));
     started.task.cancel();
     EXPECT_TRUE(isCancellationError(started.outcome.get()));

@@ -72,7 +72,8 @@ std::string ActiveStormMerger::normalizedIdentifier(std::string_view id) {
   for (int32_t i = 0; i < text.length(); i = text.moveIndex32(i, 1)) {
     const UChar32 c = text.char32At(i);
     const auto type = u_charType(c);
-    if (u_isalpha(c) || type == U_DECIMAL_DIGIT_NUMBER || type == U_LETTER_NUMBER || type == U_OTHER_NUMBER) kept.append(c);
+    if (u_isalpha(c) || type == U_DECIMAL_DIGIT_NUMBER || type == U_LETTER_NUMBER || type == U_OTHER_NUMBER)
+      kept.append(c);
   }
   std::string out;
   kept.toUTF8String(out);
@@ -121,7 +122,8 @@ std::optional<double> ActiveStormMerger::transitionScore(const Identity& preferr
   if (allowed < kMaxDistanceNm && distance > allowed) return std::nullopt;
   double bearingDifference = 0.0;
   if (distance > kNoBearingCheckNm) {
-    const double difference = std::fmod(std::abs(initialBearing(older.coordinate, newer.coordinate) - motion->direction), 360.0);
+    const double difference =
+        std::fmod(std::abs(initialBearing(older.coordinate, newer.coordinate) - motion->direction), 360.0);
     bearingDifference = std::min(difference, 360.0 - difference);
     if (bearingDifference > kMaxBearingDifference) return std::nullopt;
   }
@@ -177,7 +179,8 @@ std::vector<JTWCStormDescriptor> ActiveStormMerger::descriptorsNotIn(const std::
                                                                      std::vector<JTWCStormDescriptor> descriptors) {
   std::set<std::string> known;
   for (const auto& storm : nhc) known.insert(canonicalIdentifier(storm.id));
-  std::erase_if(descriptors, [&](const JTWCStormDescriptor& d) { return known.count(canonicalIdentifier(d.slug)) > 0; });
+  std::erase_if(descriptors,
+                [&](const JTWCStormDescriptor& d) { return known.count(canonicalIdentifier(d.slug)) > 0; });
   return descriptors;
 }
 

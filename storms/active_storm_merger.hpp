@@ -32,7 +32,7 @@ class ActiveStormMerger {
   };
 
   struct IDComponents {
-    std::string basin;       // two letters
+    std::string basin;  // two letters
     int number = 0;
     std::string numberCode;  // two digits
     std::string yearCode;    // two digits

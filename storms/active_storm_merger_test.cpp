@@ -35,9 +35,9 @@ TEST(ActiveStormMergerTest, IdentifierComponents) {
       {"AL012026", C{"AL", 1, "01", "26"}},
       {"al0126", C{"AL", 1, "01", "26"}},
       {"wp-93-26", C{"WP", 93, "93", "26"}},  // punctuation is dropped first
-      {"AL01202", std::nullopt},               // 7 characters
+      {"AL01202", std::nullopt},              // 7 characters
       {"A1012026", std::nullopt},
-      {"ALO12026", std::nullopt},              // a letter where a digit belongs
+      {"ALO12026", std::nullopt},  // a letter where a digit belongs
   };
   for (const auto& [id, parts] : rows) EXPECT_EQ(ActiveStormMerger::components(id), parts) << id;
   EXPECT_EQ(ActiveStormMerger::canonicalIdentifier("al012026"), "AL0126");
@@ -102,21 +102,40 @@ TEST(ActiveStormMergerTest, MergeOrderAndIdentifiers) {
   };
   const Row rows[] = {
       {"same storm by canonical id keeps the preferred fields",
-       {storm("AL012026", 10, -50)}, {storm("al0126", 30, 130)}, {"AL012026"}, {{"al0126"}}},
+       {storm("AL012026", 10, -50)},
+       {storm("al0126", 30, 130)},
+       {"AL012026"},
+       {{"al0126"}}},
       {"an invest that became a numbered storm",
-       {storm("AL052026", 10 + northNm(100), -50)}, {storm("AL932026", 10, -50, older, 0, 10)}, {"AL052026"}, {{"AL932026"}}},
+       {storm("AL052026", 10 + northNm(100), -50)},
+       {storm("AL932026", 10, -50, older, 0, 10)},
+       {"AL052026"},
+       {{"AL932026"}}},
       {"two preferred compete: the lower score wins",
        {storm("AL052026", 10 + northNm(120), -50), storm("AL062026", 10 + northNm(100), -50)},
-       {storm("AL932026", 10, -50, older, 0, 10)}, {"AL052026", "AL062026"}, {{}, {"AL932026"}}},
+       {storm("AL932026", 10, -50, older, 0, 10)},
+       {"AL052026", "AL062026"},
+       {{}, {"AL932026"}}},
       {"equal scores: the lower preferred index wins",
        {storm("AL052026", 10 + northNm(100), -50), storm("AL062026", 10 + northNm(100), -50)},
-       {storm("AL932026", 10, -50, older, 0, 10)}, {"AL052026", "AL062026"}, {{"AL932026"}, {}}},
+       {storm("AL932026", 10, -50, older, 0, 10)},
+       {"AL052026", "AL062026"},
+       {{"AL932026"}, {}}},
       {"duplicate fallback invests without a match: the first stays",
-       {}, {storm("WP9426", 1, 1), storm("wp942026", 2, 2)}, {"WP9426"}, {{}}},
+       {},
+       {storm("WP9426", 1, 1), storm("wp942026", 2, 2)},
+       {"WP9426"},
+       {{}}},
       {"a fallback id without components deduplicates by its normalised text",
-       {storm("invest-x", 0, 0)}, {storm("INVEST X", 5, 5), storm("other", 1, 1)}, {"invest-x", "other"}, {{"INVEST X"}, {}}},
+       {storm("invest-x", 0, 0)},
+       {storm("INVEST X", 5, 5), storm("other", 1, 1)},
+       {"invest-x", "other"},
+       {{"INVEST X"}, {}}},
       {"preferred records are never deduplicated among themselves",
-       {storm("AL012026", 1, 1), storm("al0126", 1, 1)}, {}, {"AL012026", "al0126"}, {{}, {}}},
+       {storm("AL012026", 1, 1), storm("al0126", 1, 1)},
+       {},
+       {"AL012026", "al0126"},
+       {{}, {}}},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.why);
@@ -132,8 +151,8 @@ TEST(ActiveStormMergerTest, MergeOrderAndIdentifiers) {
 
 TEST(ActiveStormMergerTest, DescriptorsNhcAlreadyHas) {
   auto descriptor = [](std::string slug) { return JTWCStormDescriptor{slug, {}, {}, std::nullopt, {}}; };
-  const auto left = ActiveStormMerger::descriptorsNotIn({storm("EP092026", 0, 0)},
-                                                        {descriptor("ep0926"), descriptor("wp0126"), descriptor("ep1026")});
+  const auto left = ActiveStormMerger::descriptorsNotIn(
+      {storm("EP092026", 0, 0)}, {descriptor("ep0926"), descriptor("wp0126"), descriptor("ep1026")});
   ASSERT_EQ(left.size(), 2u);
   EXPECT_EQ(left[0].slug, "wp0126");
 }
@@ -151,7 +170,14 @@ TEST(ActiveStormFetchRulesTest, CoverageTellsNothingActiveFromNoData) {
       {"partial coverage, no storms: no data", {}, nhcCoverage(), false},
       {"no coverage at all, no storms", {}, {}, false},
       {"partial coverage with storms", {storm("AL012026", 1, 1)}, {C::nhcAtlantic}, true},
-      {"five of six areas, no storms", {}, [] { auto s = wholeCoverage(); s.erase(C::jtwcIndianOcean); return s; }(), false},
+      {"five of six areas, no storms",
+       {},
+       [] {
+         auto s = wholeCoverage();
+         s.erase(C::jtwcIndianOcean);
+         return s;
+       }(),
+       false},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.why);

@@ -72,13 +72,15 @@ struct JTWCActiveStormFeedParser {
   }
 };
 
-void XMLCALL onStart(void* user, const XML_Char* name, const XML_Char**) { static_cast<JTWCActiveStormFeedParser*>(user)->start(name); }
+void XMLCALL onStart(void* user, const XML_Char* name, const XML_Char**) {
+  static_cast<JTWCActiveStormFeedParser*>(user)->start(name);
+}
 void XMLCALL onEnd(void* user, const XML_Char* name) { static_cast<JTWCActiveStormFeedParser*>(user)->end(name); }
 void XMLCALL onCharacters(void* user, const XML_Char* text, int length) {
   static_cast<JTWCActiveStormFeedParser*>(user)->characters(std::string_view(text, static_cast<std::size_t>(length)));
 }
-void XMLCALL onEntityDeclaration(void* user, const XML_Char*, int, const XML_Char*, int, const XML_Char*, const XML_Char*,
-                                 const XML_Char*, const XML_Char*) {
+void XMLCALL onEntityDeclaration(void* user, const XML_Char*, int, const XML_Char*, int, const XML_Char*,
+                                 const XML_Char*, const XML_Char*, const XML_Char*) {
   auto* feed = static_cast<JTWCActiveStormFeedParser*>(user);
   feed->failure = "entity declarations are not accepted";
   XML_StopParser(feed->parser, XML_FALSE);
@@ -90,8 +92,9 @@ struct ParserDeleter {
 
 std::optional<JTWCActiveStormFeedSection> sectionOf(const std::optional<std::string>& guid) {
   const std::string value = upperCased(trimmed(guid.value_or("")));
-  for (auto section : {JTWCActiveStormFeedSection::northwestPacificAndNorthIndianOcean,
-                       JTWCActiveStormFeedSection::eastCentralPacific, JTWCActiveStormFeedSection::southernHemisphere}) {
+  for (auto section :
+       {JTWCActiveStormFeedSection::northwestPacificAndNorthIndianOcean, JTWCActiveStormFeedSection::eastCentralPacific,
+        JTWCActiveStormFeedSection::southernHemisphere}) {
     if (value == rawValue(section)) return section;
   }
   return std::nullopt;
@@ -124,7 +127,8 @@ std::vector<std::string> productLinkSlugs(std::string_view description) {
       if (at == std::string::npos || at < afterScheme) break;
       const std::size_t slugAt = at + marker.size();
       if (slugAt + 6 > segmentEnd || !isLetter(text[slugAt]) || !isLetter(text[slugAt + 1]) ||
-          !std::all_of(text.begin() + static_cast<std::ptrdiff_t>(slugAt + 2), text.begin() + static_cast<std::ptrdiff_t>(slugAt + 6), isDigit)) {
+          !std::all_of(text.begin() + static_cast<std::ptrdiff_t>(slugAt + 2),
+                       text.begin() + static_cast<std::ptrdiff_t>(slugAt + 6), isDigit)) {
         continue;
       }
       const std::string_view rest = std::string_view(text).substr(slugAt + 6, segmentEnd - slugAt - 6);
@@ -175,7 +179,8 @@ std::vector<JTWCActiveStormFeedItem> parseJTWCFeed(std::string_view data) {
     throw DecodingError("JTWC feed: " + std::string(XML_ErrorString(XML_GetErrorCode(parser.get()))) + " at line " +
                         std::to_string(XML_GetCurrentLineNumber(parser.get())));
   }
-  if (!feed.foundRSSRoot || !feed.foundChannel) throw DecodingError("JTWC feed: cannot parse response (no RSS channel)");
+  if (!feed.foundRSSRoot || !feed.foundChannel)
+    throw DecodingError("JTWC feed: cannot parse response (no RSS channel)");
   return std::move(feed.items);
 }
 
@@ -236,7 +241,8 @@ Task<JTWCDescriptorsResult> fetchJTWCDescriptors(HttpClient& http, const Service
   JTWCDescriptorsResult result;
   for (const auto& reference : found.references) {
     auto descriptor = descriptorFor(reference, endpoints.jointTyphoonWarningCenter);
-    if (descriptor && !intersection(descriptor->coverage, requested).empty()) result.descriptors.push_back(std::move(*descriptor));
+    if (descriptor && !intersection(descriptor->coverage, requested).empty())
+      result.descriptors.push_back(std::move(*descriptor));
   }
   result.completeCoverage = intersection(found.provenCoverage, requested);
   co_return result;

@@ -16,10 +16,10 @@
 
 #include <boost/url/url.hpp>
 
-#include "core/values/date.hpp"
 #include "core/fetch/service_endpoints.hpp"
-#include "platform/http_client.hpp"
+#include "core/values/date.hpp"
 #include "platform/async/task.hpp"
+#include "platform/http_client.hpp"
 #include "storms/storm.hpp"
 
 namespace ombrine {
@@ -75,7 +75,7 @@ std::vector<JTWCActiveStormFeedItem> parseJTWCFeed(std::string_view data);
 std::vector<std::string> productLinkSlugs(std::string_view description);
 
 struct JTWCReferencesAndSections {
-  std::vector<JTWCActiveStormFeedReference> references;  // one per slug, from its first section
+  std::vector<JTWCActiveStormFeedReference> references;      // one per slug, from its first section
   std::vector<JTWCActiveStormFeedSectionEvidence> sections;  // one per section item
   ActiveStormCoverageSet provenCoverage;
 };

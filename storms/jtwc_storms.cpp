@@ -219,7 +219,8 @@ Storm stormFromDetails(const JTWCStormDetails& details) {
   return storm;
 }
 
-Task<std::optional<JTWCStormDetails>> fetchJTWCStormDetails(HttpClient& http, JTWCStormDescriptor descriptor, Date now) {
+Task<std::optional<JTWCStormDetails>> fetchJTWCStormDetails(HttpClient& http, JTWCStormDescriptor descriptor,
+                                                            Date now) {
   boost::urls::url advisoryURL = descriptor.advisoryURL;
   std::string textAccept = "text/plain";
   const std::string body = co_await getStormFile(http, std::move(advisoryURL), std::move(textAccept));
@@ -244,8 +245,9 @@ Task<std::optional<JTWCStormDetails>> fetchJTWCStormDetails(HttpClient& http, JT
   co_return combineJTWCDetails(descriptor, text, track);
 }
 
-Task<ActiveStormSourceFetchResult<Storm>> fetchJTWCStorms(HttpClient& http, std::vector<JTWCStormDescriptor> descriptors,
-                                                         ActiveStormCoverageSet coverage, Date now) {
+Task<ActiveStormSourceFetchResult<Storm>> fetchJTWCStorms(HttpClient& http,
+                                                          std::vector<JTWCStormDescriptor> descriptors,
+                                                          ActiveStormCoverageSet coverage, Date now) {
   ActiveStormSourceFetchResult<Storm> result;
   for (const auto& descriptor : descriptors) {
     co_await throwIfStormTaskCancelled();

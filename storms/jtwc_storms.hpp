@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "core/values/date.hpp"
-#include "platform/http_client.hpp"
 #include "platform/async/task.hpp"
+#include "platform/http_client.hpp"
 #include "storms/jtwc_feed.hpp"
 #include "storms/nhc_feed.hpp"
 #include "storms/storm.hpp"
@@ -89,7 +89,8 @@ Task<std::optional<JTWCStormDetails>> fetchJTWCStormDetails(HttpClient& http, JT
 
 // Reads the storms one at a time, in order, checking for cancellation before each. A storm that
 // fails (other than by cancellation) or yields nothing removes its areas from `coverage`.
-Task<ActiveStormSourceFetchResult<Storm>> fetchJTWCStorms(HttpClient& http, std::vector<JTWCStormDescriptor> descriptors,
-                                                         ActiveStormCoverageSet coverage, Date now);
+Task<ActiveStormSourceFetchResult<Storm>> fetchJTWCStorms(HttpClient& http,
+                                                          std::vector<JTWCStormDescriptor> descriptors,
+                                                          ActiveStormCoverageSet coverage, Date now);
 
 }  // namespace ombrine

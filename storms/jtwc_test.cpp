@@ -49,8 +49,9 @@ TEST(JTWCWarningTest, TextForms) {
        {"ABC", StormCoordinate{-12.5, -150.25}, 140, std::nullopt, 90.0, 15.0, now}},
       {"(X) 12.5N  99.5E 045 DEG AT 7 KTS",  // movement by the fallback forms
        {"X", StormCoordinate{12.5, 99.5}, std::nullopt, std::nullopt, 45.0, 7.0, now}},
-      {"310600Z NO POSITION", {std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt,
-                               utcDate(2026, 3, 31, 6, 0)}},
+      {"310600Z NO POSITION",
+       {std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt,
+        utcDate(2026, 3, 31, 6, 0)}},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.text);
@@ -77,11 +78,11 @@ TEST(JTWCTimeTest, DayHourMinuteTokens) {
     std::optional<Date> expected;
   };
   const Row rows[] = {
-      {"310600", *utcDate(2026, 3, 1, 0, 0), utcDate(2026, 3, 31, 6, 0)},   // no 31 February nor 31 April
-      {"281200", *utcDate(2026, 3, 1, 0, 0), utcDate(2026, 2, 28, 12, 0)},  // the month before is nearer
-      {"010000", *utcDate(2026, 12, 31, 12, 0), utcDate(2027, 1, 1, 0, 0)}, // into the next year
-      {"150000", *utcDate(2026, 3, 31, 0, 0), utcDate(2026, 4, 15, 0, 0)},  // 15 days ahead beats 16 back
-      {"160000", *utcDate(2026, 3, 31, 12, 0), utcDate(2026, 3, 16, 0, 0)}, // 15.5 days each way: the earlier
+      {"310600", *utcDate(2026, 3, 1, 0, 0), utcDate(2026, 3, 31, 6, 0)},    // no 31 February nor 31 April
+      {"281200", *utcDate(2026, 3, 1, 0, 0), utcDate(2026, 2, 28, 12, 0)},   // the month before is nearer
+      {"010000", *utcDate(2026, 12, 31, 12, 0), utcDate(2027, 1, 1, 0, 0)},  // into the next year
+      {"150000", *utcDate(2026, 3, 31, 0, 0), utcDate(2026, 4, 15, 0, 0)},   // 15 days ahead beats 16 back
+      {"160000", *utcDate(2026, 3, 31, 12, 0), utcDate(2026, 3, 16, 0, 0)},  // 15.5 days each way: the earlier
       {"320000", *utcDate(2026, 3, 1, 0, 0), std::nullopt},
       {"012400", *utcDate(2026, 3, 1, 0, 0), std::nullopt},
       {"01006", *utcDate(2026, 3, 1, 0, 0), std::nullopt},
@@ -114,14 +115,15 @@ TEST(JTWCFeedTest, ReferencesSectionsAndCoverage) {
   const auto found = referencesAndSections(items);
   using S = JTWCActiveStormFeedSection;
   ASSERT_EQ(found.references.size(), 2u);
-  EXPECT_EQ(found.references[0], (JTWCActiveStormFeedReference{"wp2626", items[0].publicationDate, S::northwestPacificAndNorthIndianOcean}));
+  EXPECT_EQ(found.references[0],
+            (JTWCActiveStormFeedReference{"wp2626", items[0].publicationDate, S::northwestPacificAndNorthIndianOcean}));
   EXPECT_EQ(found.references[1].identifier, "io0326");
   // The slug named again by the southern section keeps its first section, yet the southern
   // section has recognised a storm; the item with another guid counts for nothing.
-  EXPECT_EQ(found.sections, (std::vector<JTWCActiveStormFeedSectionEvidence>{
-                                {S::northwestPacificAndNorthIndianOcean, true, false},
-                                {S::eastCentralPacific, false, true},
-                                {S::southernHemisphere, true, false}}));
+  EXPECT_EQ(found.sections,
+            (std::vector<JTWCActiveStormFeedSectionEvidence>{{S::northwestPacificAndNorthIndianOcean, true, false},
+                                                             {S::eastCentralPacific, false, true},
+                                                             {S::southernHemisphere, true, false}}));
   EXPECT_EQ(found.provenCoverage, jtwcCoverage());
 
   // A section that names no storm and does not say "no warnings" proves nothing.
@@ -183,14 +185,17 @@ TEST(JTWCStormTest, TrackSummaryAndCombination) {
   EXPECT_EQ(track.movementDir, 337.5);
   EXPECT_EQ(track.time, utcDate(2023, 7, 31, 6, 0));
   // Without a reference time an untimed circle gives no time: "now" must not pass for one.
-  const std::string untimedKml = R"(<kml><Placemark><name>TAU 0</name><Point><coordinates>131.7,22.9</coordinates></Point></Placemark></kml>)";
-  const auto untimed = summarizeJTWCTrack(testing_zip::buildArchive({{.name = "a.kml", .data = untimedKml}}),
-                                          std::nullopt, reference);
+  const std::string untimedKml =
+      R"(<kml><Placemark><name>TAU 0</name><Point><coordinates>131.7,22.9</coordinates></Point></Placemark></kml>)";
+  const auto untimed =
+      summarizeJTWCTrack(testing_zip::buildArchive({{.name = "a.kml", .data = untimedKml}}), std::nullopt, reference);
   EXPECT_EQ(untimed.coordinate, (StormCoordinate{22.9, 131.7}));
   EXPECT_EQ(untimed.time, std::nullopt);
 
-  const JTWCStormDescriptor descriptor{"wp0623", boost::urls::url("https://x/wp0623.kmz"),
-                                       boost::urls::url("https://x/wp0623web.txt"), reference,
+  const JTWCStormDescriptor descriptor{"wp0623",
+                                       boost::urls::url("https://x/wp0623.kmz"),
+                                       boost::urls::url("https://x/wp0623web.txt"),
+                                       reference,
                                        {ActiveStormCoverage::jtwcWestPacific}};
   const JTWCWarningText text{"TYPHOON 06W", StormCoordinate{22.8, 131.6}, 110, 937, 335.0, std::nullopt, std::nullopt};
   const auto details = combineJTWCDetails(descriptor, text, track);

@@ -75,7 +75,8 @@ std::optional<int> integerOf(const std::optional<std::string>& text) {
   return static_cast<int>(*value);
 }
 
-const std::string* dataValue(const std::map<std::string, std::string>& data, std::initializer_list<std::string_view> keys) {
+const std::string* dataValue(const std::map<std::string, std::string>& data,
+                             std::initializer_list<std::string_view> keys) {
   for (const auto key : keys) {
     for (const auto& [name, value] : data) {
       if (lowerCased(name) == lowerCased(key) && !trimmed(value).empty()) return &value;
@@ -112,7 +113,8 @@ std::optional<Date> pointTime(std::string_view text, std::optional<int> fallback
       const auto month = monthOfAbbreviation(*(*m)[2]);
       const auto day = parseInteger(*(*m)[3]);
       if (hhmm && month && day) {
-        if (auto date = utcDate(year, *month, static_cast<int>(*day), static_cast<int>(*hhmm / 100), static_cast<int>(*hhmm % 100))) {
+        if (auto date = utcDate(year, *month, static_cast<int>(*day), static_cast<int>(*hhmm / 100),
+                                static_cast<int>(*hhmm % 100))) {
           return date;
         }
       }
@@ -144,8 +146,8 @@ std::optional<Date> pointTime(std::string_view text, std::optional<int> fallback
     if (auto date = parseTokenDDHHMM(*t, reference)) return date;
   }
   const std::string whole = trimmed(text);
-  for (const char* pattern : {"dd MMM yyyy HHmm'Z'", "dd MMM yyyy HHmm 'UTC'", "yyyy-MM-dd HH:mm:ss", "yyyy-MM-dd HH:mm",
-                              "yyyyMMddHHmm"}) {
+  for (const char* pattern :
+       {"dd MMM yyyy HHmm'Z'", "dd MMM yyyy HHmm 'UTC'", "yyyy-MM-dd HH:mm:ss", "yyyy-MM-dd HH:mm", "yyyyMMddHHmm"}) {
     if (auto date = parseDateWithPattern(whole, pattern)) return date;
   }
   return std::nullopt;
@@ -398,9 +400,10 @@ std::optional<int> documentYear(std::string_view text) {
 }  // namespace
 
 std::optional<double> compassDegrees(std::string_view word) {
-  static constexpr std::string_view kPoints[] = {
+  static constexpr std::string_view kPoints[] = {// clang-format off
       "NORTH", "NORTH-NORTHEAST", "NORTHEAST", "EAST-NORTHEAST", "EAST", "EAST-SOUTHEAST", "SOUTHEAST", "SOUTH-SOUTHEAST",
       "SOUTH", "SOUTH-SOUTHWEST", "SOUTHWEST", "WEST-SOUTHWEST", "WEST", "WEST-NORTHWEST", "NORTHWEST", "NORTH-NORTHWEST"};
+                                                 // clang-format on
   const std::string upper = upperCased(word);
   for (int i = 0; i < 16; ++i) {
     if (upper == kPoints[i]) return i * 22.5;
@@ -455,7 +458,8 @@ KMLPointAttributes kmlPointAttributes(std::string_view name, std::string_view de
   static const TextPattern pressure(R"(Min(imum)?\s*(Sea\s*Level)?\s*Pressure[:]?[^\d]*(\d+)\s*mb)");
   out.pressureMb = integerOf(pressure.firstGroup(text, 3));
   if (!out.pressureMb) {
-    if (const std::string* value = dataValue(data, {"pressureMb", "minPressure", "mslp"})) out.pressureMb = integerOf(trimmed(*value));
+    if (const std::string* value = dataValue(data, {"pressureMb", "minPressure", "mslp"}))
+      out.pressureMb = integerOf(trimmed(*value));
   }
 
   static const TextPattern hourForecast(R"((\d+)\s*hr\s*Forecast)");
@@ -502,8 +506,10 @@ KMLPointAttributes kmlPointAttributes(std::string_view name, std::string_view de
   return out;
 }
 
-std::vector<KMLOverlayFeature> kmlFeatures(std::string_view text, Date reference, const std::function<bool()>& cancelled) {
-  if (text.size() > kMaxKMLBytes) throw KMLParseError("KML document larger than " + std::to_string(kMaxKMLBytes) + " bytes");
+std::vector<KMLOverlayFeature> kmlFeatures(std::string_view text, Date reference,
+                                           const std::function<bool()>& cancelled) {
+  if (text.size() > kMaxKMLBytes)
+    throw KMLParseError("KML document larger than " + std::to_string(kMaxKMLBytes) + " bytes");
   std::unique_ptr<XML_ParserStruct, ParserDeleter> parser(XML_ParserCreate("UTF-8"));
   if (!parser) throw KMLParseError("cannot create an XML parser");
   KMLDelegate delegate;

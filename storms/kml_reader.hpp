@@ -14,8 +14,8 @@
 // Longitudes are wrapped into [-180, 180]; one already in range is kept.
 //
 // Hostile documents fail: malformed XML, nesting deeper than kMaxKMLDepth, entity
-// declarations, more than kMaxKMLBytes of text or kMaxKMLAttributeText of track point texts. Pure given its inputs; thread-safe (one parser
-// per call).
+// declarations, more than kMaxKMLBytes of text or kMaxKMLAttributeText of track point texts. Pure given its inputs;
+// thread-safe (one parser per call).
 
 #include <functional>
 #include <map>
@@ -39,7 +39,7 @@ struct KMLCoordinate {
 
 struct KMLCircleFeature {
   KMLCoordinate coordinate;
-  double radius = 0.0;  // metres, for drawing
+  double radius = 0.0;                      // metres, for drawing
   std::optional<std::string> intensityTag;  // the classification, read with `tagFromText`
   std::optional<Date> time;
   std::optional<int> windKt;

@@ -67,8 +67,8 @@ TEST(KMLReaderTest, PointTimesAndMotion) {
   };
   const Row rows[] = {
       {"valid 2026091018Z", utcDate(2026, 9, 10, 18, 0), std::nullopt},
-      {"12/06Z position", utcDate(2026, 9, 12, 6, 0), std::nullopt},          // day/hour in the reference month
-      {"310600Z NEAR 22.8N", utcDate(2026, 8, 31, 6, 0), std::nullopt},      // no 31 September: August
+      {"12/06Z position", utcDate(2026, 9, 12, 6, 0), std::nullopt},     // day/hour in the reference month
+      {"310600Z NEAR 22.8N", utcDate(2026, 8, 31, 6, 0), std::nullopt},  // no 31 September: August
       {"0900 UTC AUG 30 MOVING WEST", utcDate(2026, 8, 30, 9, 0), 270.0},
       {"MOVING SOUTH-SOUTHWEST", std::nullopt, 202.5},
       {"MOVING NOWHERE", std::nullopt, std::nullopt},
@@ -103,10 +103,10 @@ TEST(KMLReaderTest, HostileDocumentsFail) {
   for (int i = 0; i < 600; ++i) wordy += placemark;
   wordy += "</kml>";
   const std::string rows[] = {
-      wordy,                                                                           // over 1 MiB of point texts
-      "<kml><Document>",                                                               // truncated
-      "<kml><Placemark></kml>",                                                        // mismatched tags
-      deep,                                                                            // deep nesting
+      wordy,                                                                              // over 1 MiB of point texts
+      "<kml><Document>",                                                                  // truncated
+      "<kml><Placemark></kml>",                                                           // mismatched tags
+      deep,                                                                               // deep nesting
       R"(<!DOCTYPE kml [<!ENTITY a "aaaaaaaa"><!ENTITY b "&a;&a;&a;">]><kml>&b;</kml>)",  // entity expansion
       "",
   };

@@ -148,7 +148,7 @@ NHCActiveStormsResponse decodeNHCActiveStorms(std::string_view body) {
 }
 
 Task<ActiveStormSourceFetchResult<Storm>> fetchNHCStorms(HttpClient& http, const ServiceEndpoints& endpoints,
-                                                        ActiveStormCoverageSet requested) {
+                                                         ActiveStormCoverageSet requested) {
   auto url = underBase(endpoints.nationalHurricaneCenter, "/CurrentStorms.json");
   std::string accept = "application/json";
   std::string body = co_await getStormFile(http, std::move(url), std::move(accept));

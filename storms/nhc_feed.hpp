@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "core/fetch/service_endpoints.hpp"
-#include "platform/http_client.hpp"
 #include "platform/async/task.hpp"
+#include "platform/http_client.hpp"
 #include "storms/storm.hpp"
 
 namespace ombrine {
@@ -42,6 +42,6 @@ NHCActiveStormsResponse decodeNHCActiveStorms(std::string_view body);
 // `requested`. Runs on the caller's executor. Raises HttpError (transport), NetworkError
 // (status other than 200), DecodingError (top level) and CancellationError.
 Task<ActiveStormSourceFetchResult<Storm>> fetchNHCStorms(HttpClient& http, const ServiceEndpoints& endpoints,
-                                                        ActiveStormCoverageSet requested);
+                                                         ActiveStormCoverageSet requested);
 
 }  // namespace ombrine

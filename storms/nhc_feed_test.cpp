@@ -43,12 +43,13 @@ TEST(NHCFeedTest, DecodesTheFeed) {
   const Storm& nine = response.activeStorms[1];
   EXPECT_EQ(nine.intensity, std::nullopt);  // "N/A" is no value and no error
   EXPECT_EQ(nine.pressure, 1007);
-  EXPECT_EQ(nine.trackURL, std::nullopt);   // "none" instead of an object
+  EXPECT_EQ(nine.trackURL, std::nullopt);  // "none" instead of an object
   EXPECT_EQ(nine.forecastIssuance, std::nullopt);
 }
 
 TEST(NHCFeedTest, BadEntriesWithdrawTheirBasin) {
-  const std::string good = R"({"id":"al012026","name":"A","classification":"TS","latitudeNumeric":1,"longitudeNumeric":2})";
+  const std::string good =
+      R"({"id":"al012026","name":"A","classification":"TS","latitudeNumeric":1,"longitudeNumeric":2})";
   struct Row {
     const char* why;
     std::string entry;
@@ -56,12 +57,14 @@ TEST(NHCFeedTest, BadEntriesWithdrawTheirBasin) {
   };
   using C = ActiveStormCoverage;
   const Row rows[] = {
+      // clang-format off
       {"no latitude, Atlantic id", R"({"id":"al052024","name":"A","classification":"TS","longitudeNumeric":2})", {C::nhcEastCentralPacific}},
       {"bad date, Central Pacific id", R"({"id":"cp012026","name":"A","classification":"TS","latitudeNumeric":1,"longitudeNumeric":2,"lastUpdate":"yesterday"})", {C::nhcAtlantic}},
       {"bad issuance inside an object", R"({"id":"EP012026","name":"A","classification":"TS","latitudeNumeric":1,"longitudeNumeric":2,"forecastTrack":{"issuance":"soon"}})", {C::nhcAtlantic}},
       {"no id", R"({"name":"A"})", {}},
       {"an id of another basin", R"({"id":"wp012026"})", {}},
       {"not an object", "42", {}},
+      // clang-format on
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.why);

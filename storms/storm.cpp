@@ -51,8 +51,9 @@ const ActiveStormCoverageSet& nhcCoverage() {
 }
 
 const ActiveStormCoverageSet& jtwcCoverage() {
-  static const ActiveStormCoverageSet set{ActiveStormCoverage::jtwcEastCentralPacific, ActiveStormCoverage::jtwcWestPacific,
-                                          ActiveStormCoverage::jtwcIndianOcean, ActiveStormCoverage::jtwcSouthernHemisphere};
+  static const ActiveStormCoverageSet set{ActiveStormCoverage::jtwcEastCentralPacific,
+                                          ActiveStormCoverage::jtwcWestPacific, ActiveStormCoverage::jtwcIndianOcean,
+                                          ActiveStormCoverage::jtwcSouthernHemisphere};
   return set;
 }
 

@@ -27,7 +27,15 @@ struct StormCoordinate {
   bool operator==(const StormCoordinate&) const = default;
 };
 
-enum class StormBasin { atlantic, eastPacific, centralPacific, westPacific, southernHemisphere, indianOcean, otherBasin };
+enum class StormBasin {
+  atlantic,
+  eastPacific,
+  centralPacific,
+  westPacific,
+  southernHemisphere,
+  indianOcean,
+  otherBasin
+};
 
 // The areas for which a source has spoken completely, in this order.
 enum class ActiveStormCoverage {

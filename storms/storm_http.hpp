@@ -11,8 +11,8 @@
 #include <string>
 #include <string_view>
 
-#include "platform/http_client.hpp"
 #include "platform/async/task.hpp"
+#include "platform/http_client.hpp"
 
 namespace ombrine {
 

@@ -102,8 +102,8 @@ std::vector<StormMapOverlay> overlays(const std::vector<KMLOverlayFeature>& feat
 }
 
 StormOverlayRevisionID StormOverlayRevisionID::revision(const Storm& storm) {
-  return StormOverlayRevisionID{storm.id,       storm.advisoryURL, storm.lastUpdate, storm.forecastIssuance,
-                                storm.coneURL,  storm.trackURL,    storm.historyURL};
+  return StormOverlayRevisionID{storm.id,      storm.advisoryURL, storm.lastUpdate, storm.forecastIssuance,
+                                storm.coneURL, storm.trackURL,    storm.historyURL};
 }
 
 std::vector<StormOverlayResourcePlan> resourcePlans(const StormOverlayRevisionID& revision) {
@@ -266,7 +266,8 @@ std::string stormOverlayGeoJson(const Storm& storm, const StormOverlay& overlay)
   if (!overlay.historyPoints.empty()) writeLineFeature(json, "history", coordinatesOf(overlay.historyPoints));
   if (!overlay.forecastPoints.empty()) writeLineFeature(json, "track", coordinatesOf(overlay.forecastPoints));
   if (overlay.trackBridge) {
-    writeLineFeature(json, "bridge", {overlay.trackBridge->historyPoint.coordinate, overlay.trackBridge->forecastPoint.coordinate});
+    writeLineFeature(json, "bridge",
+                     {overlay.trackBridge->historyPoint.coordinate, overlay.trackBridge->forecastPoint.coordinate});
   }
   for (const auto& point : overlay.forecastPoints) {
     json.beginObject();

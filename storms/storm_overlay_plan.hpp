@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "core/values/date.hpp"
-#include "platform/http_client.hpp"
 #include "platform/async/task.hpp"
+#include "platform/http_client.hpp"
 #include "storms/kml_reader.hpp"
 #include "storms/storm.hpp"
 
@@ -87,7 +87,7 @@ struct StyledCircle {
   KMLCoordinate center;
   double radius = 0.0;  // metres
   StormIntensityTag tag;
-  std::string color;    // "#rrggbb"
+  std::string color;  // "#rrggbb"
 
   bool operator==(const StyledCircle&) const = default;
 };

@@ -31,8 +31,11 @@ TEST(StormOverlayPlanTest, OneDownloadPerDistinctURL) {
   };
   const Row rows[] = {
       {"JTWC: one file, every role", jtwc, {{url("https://j/wp0126.kmz"), {Role::cone, Role::track, Role::history}}}},
-      {"NHC: three files", nhc,
-       {{url("https://n/cone.kmz"), {Role::cone}}, {url("https://n/track.kmz"), {Role::track}}, {url("https://n/best.kmz"), {Role::history}}}},
+      {"NHC: three files",
+       nhc,
+       {{url("https://n/cone.kmz"), {Role::cone}},
+        {url("https://n/track.kmz"), {Role::track}},
+        {url("https://n/best.kmz"), {Role::history}}}},
       {"no cone: no plan for it", partial, {{url("https://n/track.kmz"), {Role::track, Role::history}}}},
       {"no files at all", Storm{}, {}},
   };
@@ -47,13 +50,14 @@ TEST(StormOverlayPlanTest, OneDownloadPerDistinctURL) {
 
 TEST(StormOverlayPlanTest, ForecastHours) {
   const std::pair<std::optional<std::string>, std::optional<long long>> rows[] = {
-      {"CURRENT", 0}, {"current position", 0}, {"24", 24}, {"TAU 120", 120}, {"+12h", 12}, {"now", std::nullopt},
-      {std::nullopt, std::nullopt},
+      {"CURRENT", 0},        {"current position", 0},      {"24", 24}, {"TAU 120", 120}, {"+12h", 12},
+      {"now", std::nullopt}, {std::nullopt, std::nullopt},
   };
   for (const auto& [text, hour] : rows) EXPECT_EQ(forecastHourNumber(text), hour) << text.value_or("(none)");
 }
 
-KMLCircleFeature point(double lat, double lon, std::optional<std::string> hour = std::nullopt, std::optional<Date> time = std::nullopt) {
+KMLCircleFeature point(double lat, double lon, std::optional<std::string> hour = std::nullopt,
+                       std::optional<Date> time = std::nullopt) {
   KMLCircleFeature c;
   c.coordinate = {lat, lon};
   c.forecastHour = std::move(hour);
@@ -71,9 +75,12 @@ TEST(StormOverlayPlanTest, BridgeJoinsTheLatestPastToTheFirstForecast) {
   };
   const Row rows[] = {
       {"latest past by time, lowest hour first",
-       {point(10, 130, {}, t(6)), point(10.5, 130, {}, t(0))}, {point(12, 129, "24"), point(11, 129.5, "current")},
+       {point(10, 130, {}, t(6)), point(10.5, 130, {}, t(0))},
+       {point(12, 129, "24"), point(11, 129.5, "current")},
        std::pair{KMLCoordinate{10, 130}, KMLCoordinate{11, 129.5}}},
-      {"across the date line", {point(20, 179.8, {}, t(0))}, {point(20.5, -179.9, "0", t(6))},
+      {"across the date line",
+       {point(20, 179.8, {}, t(0))},
+       {point(20.5, -179.9, "0", t(6))},
        std::pair{KMLCoordinate{20, 179.8}, KMLCoordinate{20.5, -179.9}}},
       {"points that already meet", {point(10, 130)}, {point(10, 130.001, "0")}, std::nullopt},
       {"too far apart to be one system", {point(10, 130)}, {point(20, 130, "0")}, std::nullopt},
@@ -93,8 +100,8 @@ TEST(StormOverlayPlanTest, BridgeJoinsTheLatestPastToTheFirstForecast) {
 
 TEST(StormOverlayPlanTest, CirclesAreStyledByIntensity) {
   const std::pair<std::optional<std::string>, const char*> rows[] = {
-      {"HU5", "#ff6060"}, {"hu3", "#ffc140"}, {"HU", "#ffffcc"}, {"HU9", "#ff6060"}, {"TS", "#00faf4"},
-      {"TD", "#5ebaff"}, {"PTC", "#5ebaff"}, {"LO", "#c0c0c0"}, {std::nullopt, "#c0c0c0"}};
+      {"HU5", "#ff6060"}, {"hu3", "#ffc140"}, {"HU", "#ffffcc"}, {"HU9", "#ff6060"},       {"TS", "#00faf4"},
+      {"TD", "#5ebaff"},  {"PTC", "#5ebaff"}, {"LO", "#c0c0c0"}, {std::nullopt, "#c0c0c0"}};
   for (const auto& [tag, color] : rows) {
     KMLCircleFeature circle = point(1, 2);
     circle.intensityTag = tag;
@@ -106,7 +113,8 @@ TEST(StormOverlayPlanTest, CirclesAreStyledByIntensity) {
 
 TEST(StormOverlayPlanTest, TracksStayContinuousAcrossTheDateLine) {
   const std::vector<KMLCoordinate> east = {{10, 178}, {11, 179.5}, {12, -179.5}, {13, -178}};
-  EXPECT_EQ(continuousAcrossDateLine(east), (std::vector<KMLCoordinate>{{10, 178}, {11, 179.5}, {12, 180.5}, {13, 182}}));
+  EXPECT_EQ(continuousAcrossDateLine(east),
+            (std::vector<KMLCoordinate>{{10, 178}, {11, 179.5}, {12, 180.5}, {13, 182}}));
   const std::vector<KMLCoordinate> west = {{10, -179}, {11, 179}};
   EXPECT_EQ(continuousAcrossDateLine(west), (std::vector<KMLCoordinate>{{10, -179}, {11, -181}}));
 }

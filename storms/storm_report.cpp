@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <cmath>
 
+#include "core/values/compass.hpp"
 #include "core/values/iso8601.hpp"
 #include "core/values/value_json.hpp"
 #include "storms/active_storm_merger.hpp"
-#include "core/values/compass.hpp"
 
 namespace ombrine {
 
@@ -19,7 +19,8 @@ std::string utcMinute(Date date, const ScreenWords& words) {
   const std::string shown = words.utcTime(date);  // "2026-09-08 06:00:00 UTC"
   const auto seconds = shown.rfind(':');
   const auto end = shown.find(' ', seconds);
-  return seconds == std::string::npos || end == std::string::npos ? shown : shown.substr(0, seconds) + shown.substr(end);
+  return seconds == std::string::npos || end == std::string::npos ? shown
+                                                                  : shown.substr(0, seconds) + shown.substr(end);
 }
 
 std::string categoryText(const Storm& storm, const icu::Locale& locale) {
@@ -102,8 +103,9 @@ std::string stormListLine(const StormListEntry& entry, const ScreenWords& words)
   line += fmt::format(" {:>4} {}", number(storm.intensity), words("kt"));
   line += fmt::format(" {:>5} {}", number(storm.pressure), words("mb"));
   line += fmt::format("  {:<13}", formatStormPosition(storm.coordinate.latitude, storm.coordinate.longitude, words));
-  line += fmt::format(" {:<12}", formatStormMovement(storm.movementDir, storm.movementSpeed, words)
-                                     .value_or(std::string(words("stationary"))));
+  line += fmt::format(
+      " {:<12}",
+      formatStormMovement(storm.movementDir, storm.movementSpeed, words).value_or(std::string(words("stationary"))));
   if (entry.distanceKm) line += fmt::format(" {:>6} {}", words.number(std::round(*entry.distanceKm)), words("km"));
   while (!line.empty() && line.back() == ' ') line.pop_back();
   return line;
@@ -112,8 +114,8 @@ std::string stormListLine(const StormListEntry& entry, const ScreenWords& words)
 std::string forecastPointLine(const KMLCircleFeature& point, const ScreenWords& words) {
   const auto hour = forecastHourNumber(point.forecastHour);
   std::string when = point.forecastHour && hour == 0 ? std::string(words("now"))
-                     : hour ? words.format("{} h", words.number(*hour, {.sign = true}))
-                            : std::string(words("past"));
+                     : hour                          ? words.format("{} h", words.number(*hour, {.sign = true}))
+                                                     : std::string(words("past"));
   std::string line = fmt::format("{:<7}", when);
   line += point.time ? utcMinute(*point.time, words) : std::string(20, ' ');
   line += fmt::format("  {:<13}", formatStormPosition(point.coordinate.latitude, point.coordinate.longitude, words));

@@ -20,8 +20,9 @@ TEST(StormReportTest, AgenciesMovementAndLookup) {
   EXPECT_EQ(agencyLabel(storm("cp012026", 0, 0, {"CP9126"})), "NHC+JTWC");
 
   const std::tuple<std::optional<double>, std::optional<double>, std::optional<std::string>> moves[] = {
-      {0.0, 10.0, "N at 10 kt"}, {11.2, 5.0, "N at 5 kt"}, {11.3, 5.0, "NNE at 5 kt"}, {348.8, 9.0, "N at 9 kt"},
-      {-90.0, 9.0, "W at 9 kt"}, {292.5, 12.4, "WNW at 12 kt"}, {std::nullopt, 9.0, std::nullopt}};
+      {0.0, 10.0, "N at 10 kt"},        {11.2, 5.0, "N at 5 kt"},  {11.3, 5.0, "NNE at 5 kt"},
+      {348.8, 9.0, "N at 9 kt"},        {-90.0, 9.0, "W at 9 kt"}, {292.5, 12.4, "WNW at 12 kt"},
+      {std::nullopt, 9.0, std::nullopt}};
   const ScreenWords english(icu::Locale("en_US"));
   for (const auto& [direction, speed, text] : moves) EXPECT_EQ(formatStormMovement(direction, speed, english), text);
   EXPECT_EQ(formatStormPosition(-12.54, 179.96, english), "12.5S 180.0E");

@@ -48,11 +48,11 @@ TEST(StormTest, TitlesAndLabelsBySuperTyphoonRule) {
   };
   const Row rows[] = {
       {"WP052026", 129, "Ada (Cat 4)", "Typhoon (Category 4)"},
-      {"WP052026", 130, "Ada", "Super Typhoon"},                     // a super typhoon shows no category
+      {"WP052026", 130, "Ada", "Super Typhoon"},  // a super typhoon shows no category
       {"AL052026", 130, "Ada (Cat 4)", "Hurricane (Category 4)"},
       {"SH052026", 140, "Ada (Cat 5)", "Cyclone (Category 5)"},
       {"IO012026", 70, "Ada (Cat 1)", "Cyclone (Category 1)"},
-      {"AL052026", 60, "Ada", "Hurricane"},                          // below 64: no category anywhere
+      {"AL052026", 60, "Ada", "Hurricane"},  // below 64: no category anywhere
       {"AL052026", std::nullopt, "Ada", "Hurricane"},
       {"XX012026", 100, "Ada (Cat 3)", "Hurricane (Category 3)"},
   };
@@ -69,9 +69,15 @@ TEST(StormTest, TitlesAndLabelsBySuperTyphoonRule) {
 
 TEST(StormTest, BasinsAndMergedIdentifiers) {
   const std::pair<const char*, StormBasin> rows[] = {
-      {"al012026", StormBasin::atlantic}, {"EP09", StormBasin::eastPacific}, {"cp01", StormBasin::centralPacific},
-      {"wp0126", StormBasin::westPacific}, {"sh05", StormBasin::southernHemisphere}, {"SI01", StormBasin::southernHemisphere},
-      {"sp01", StormBasin::southernHemisphere}, {"io02", StormBasin::indianOcean}, {"a", StormBasin::otherBasin},
+      {"al012026", StormBasin::atlantic},
+      {"EP09", StormBasin::eastPacific},
+      {"cp01", StormBasin::centralPacific},
+      {"wp0126", StormBasin::westPacific},
+      {"sh05", StormBasin::southernHemisphere},
+      {"SI01", StormBasin::southernHemisphere},
+      {"sp01", StormBasin::southernHemisphere},
+      {"io02", StormBasin::indianOcean},
+      {"a", StormBasin::otherBasin},
   };
   for (const auto& [id, basin] : rows) EXPECT_EQ(basinOf(id), basin) << id;
 

@@ -55,8 +55,8 @@ std::optional<Date> parseTokenDDHHMM(std::string_view token, Date reference) {
   std::optional<Date> best;
   for (int offset : {-1, 0, 1}) {
     const year_month candidateMonth = first + months(offset);
-    const auto candidate = utcDate(static_cast<int>(candidateMonth.year()), static_cast<int>(unsigned(candidateMonth.month())),
-                                   day, hour, minute);
+    const auto candidate = utcDate(static_cast<int>(candidateMonth.year()),
+                                   static_cast<int>(unsigned(candidateMonth.month())), day, hour, minute);
     if (!candidate) continue;
     if (!best || std::abs(*candidate - reference) < std::abs(*best - reference)) best = candidate;
   }
@@ -65,7 +65,8 @@ std::optional<Date> parseTokenDDHHMM(std::string_view token, Date reference) {
 
 std::optional<Date> parseDateWithPattern(std::string_view text, std::string_view pattern) {
   UErrorCode status = U_ZERO_ERROR;
-  const auto icuPattern = icu::UnicodeString::fromUTF8(icu::StringPiece(pattern.data(), static_cast<int32_t>(pattern.size())));
+  const auto icuPattern =
+      icu::UnicodeString::fromUTF8(icu::StringPiece(pattern.data(), static_cast<int32_t>(pattern.size())));
   icu::SimpleDateFormat format(icuPattern, icu::Locale("en_US_POSIX"), status);
   if (U_FAILURE(status)) return std::nullopt;
   format.adoptTimeZone(icu::TimeZone::createTimeZone("UTC"));

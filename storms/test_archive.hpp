@@ -13,9 +13,9 @@ struct Entry {
   std::string name;
   std::string data;
   bool deflate = true;
-  bool dataDescriptor = false;                  // sizes and CRC only behind the data
-  std::optional<std::uint32_t> declaredSize;    // the central directory's uncompressed size
-  std::optional<std::uint16_t> method;          // overrides the method field
+  bool dataDescriptor = false;                // sizes and CRC only behind the data
+  std::optional<std::uint32_t> declaredSize;  // the central directory's uncompressed size
+  std::optional<std::uint16_t> method;        // overrides the method field
 };
 
 std::string buildArchive(const std::vector<Entry>& entries, std::size_t commentLength = 0);

@@ -1,7 +1,7 @@
 #include "storms/text_pattern.hpp"
 
-#include <unicode/regex.h>
 #include <unicode/locid.h>
+#include <unicode/regex.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
 
@@ -51,7 +51,8 @@ TextMatch groupsOf(icu::RegexMatcher& matcher) {
 TextPattern::TextPattern(std::string_view expression) {
   UErrorCode status = U_ZERO_ERROR;
   UParseError where;
-  const auto source = icu::UnicodeString::fromUTF8(icu::StringPiece(expression.data(), static_cast<int32_t>(expression.size())));
+  const auto source =
+      icu::UnicodeString::fromUTF8(icu::StringPiece(expression.data(), static_cast<int32_t>(expression.size())));
   pattern_.reset(icu::RegexPattern::compile(source, UREGEX_CASE_INSENSITIVE, where, status));
   if (U_FAILURE(status)) pattern_.reset();
 }

@@ -3,8 +3,8 @@
 // classes, as the agencies' texts are read elsewhere).
 //
 // An expression that cannot be compiled never matches, and neither does a search that runs over
-// its time limit (about 20 ms of backtracking): hostile texts cannot stall a reader. A compiled pattern is immutable and may
-// be shared by threads; keep patterns as function-local statics.
+// its time limit (about 20 ms of backtracking): hostile texts cannot stall a reader. A compiled pattern is immutable
+// and may be shared by threads; keep patterns as function-local statics.
 
 #include <memory>
 #include <optional>

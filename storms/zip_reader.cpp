@@ -203,7 +203,8 @@ std::variant<std::string, ZipRefusal> zipEntryData(std::string_view data, const 
       entry.uncompSize > kFirstInflateBuffer) {
     return ZipRefusal::suspiciousRatio;
   }
-  if (!fits(data.size(), entry.localHeaderOffset, kLocalHeaderSize) || read32(data, entry.localHeaderOffset) != kLocalHeader) {
+  if (!fits(data.size(), entry.localHeaderOffset, kLocalHeaderSize) ||
+      read32(data, entry.localHeaderOffset) != kLocalHeader) {
     return ZipRefusal::outsideArchive;
   }
   const std::uint64_t start = std::uint64_t(entry.localHeaderOffset) + kLocalHeaderSize +
@@ -224,7 +225,8 @@ std::variant<std::string, ZipRefusal> zipEntryData(std::string_view data, const 
   return bytes;
 }
 
-std::vector<std::pair<std::string, std::string>> kmlTexts(std::string_view kmz, const std::function<bool()>& cancelled) {
+std::vector<std::pair<std::string, std::string>> kmlTexts(std::string_view kmz,
+                                                          const std::function<bool()>& cancelled) {
   std::vector<ZipEntry> entries = zipEntries(kmz, cancelled);
   std::erase_if(entries, [](const ZipEntry& e) { return !endsWith(lowered(e.name), ".kml"); });
   std::stable_sort(entries.begin(), entries.end(), [](const ZipEntry& a, const ZipEntry& b) {

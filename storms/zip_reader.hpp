@@ -42,7 +42,7 @@ struct ZipEntry {
 };
 
 inline constexpr std::size_t kMaxArchiveBytes = 64u << 20;
-inline constexpr std::size_t kMaxEntryBytes = 16u << 20;  // 16777216
+inline constexpr std::size_t kMaxEntryBytes = 16u << 20;        // 16777216
 inline constexpr std::size_t kFirstInflateBuffer = 256u << 10;  // 262144
 inline constexpr std::uint64_t kMaxCompressionRatio = 200;
 
@@ -53,10 +53,10 @@ enum class ZipRefusal {
   encrypted,
   zip64,
   unsafeName,
-  tooLarge,           // declares more than kMaxEntryBytes
-  suspiciousRatio,    // declares more than kMaxCompressionRatio times its compressed size
-  sizeMismatch,       // inflates to another size than declared (or stored sizes differ)
-  corrupt,            // the deflate stream or the CRC-32 is bad
+  tooLarge,         // declares more than kMaxEntryBytes
+  suspiciousRatio,  // declares more than kMaxCompressionRatio times its compressed size
+  sizeMismatch,     // inflates to another size than declared (or stored sizes differ)
+  corrupt,          // the deflate stream or the CRC-32 is bad
   notUtf8,
 };
 

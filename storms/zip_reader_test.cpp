@@ -22,7 +22,7 @@ TEST(ZipReaderTest, KmlEntriesInReadingOrder) {
   const std::string archive = buildArchive({
       {.name = "b.KML", .data = kKml},
       {.name = "images/icon.png", .data = "png"},
-      {.name = "a.kml", .data = kKml, .deflate = false},    // stored: no inflating needed
+      {.name = "a.kml", .data = kKml, .deflate = false},  // stored: no inflating needed
       {.name = "files/doc.kml", .data = kKml, .dataDescriptor = true},
   });
   const auto texts = kmlTexts(archive);
@@ -45,6 +45,7 @@ TEST(ZipReaderTest, HostileEntriesAreRefused) {
     std::optional<ZipRefusal> refusal;
   };
   const Row rows[] = {
+      // clang-format off
       {"a plain deflated entry", {.name = "doc.kml", .data = kKml}, std::nullopt},
       {"parent folder in the name", {.name = "../doc.kml", .data = kKml}, ZipRefusal::unsafeName},
       {"nested parent folder", {.name = "a/../../doc.kml", .data = kKml}, ZipRefusal::unsafeName},
@@ -58,6 +59,7 @@ TEST(ZipReaderTest, HostileEntriesAreRefused) {
       {"bomb ratio", {.name = "doc.kml", .data = big}, ZipRefusal::suspiciousRatio},
       {"ZIP64 marker", {.name = "doc.kml", .data = kKml, .declaredSize = 0xffffffff}, ZipRefusal::zip64},
       {"unknown method", {.name = "doc.kml", .data = kKml, .method = 12}, ZipRefusal::unsupportedMethod},
+      // clang-format on
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.why);

@@ -102,18 +102,17 @@ void addFires(const ThreatInputs& inputs, std::vector<Threat>& out) {
   if (!inputs.fires->perimeters.empty()) {
     const FireListEntry& entry = inputs.fires->perimeters.front();
     const auto& contained = entry.perimeter->percentContained;
-    out.push_back({"fire perimeter", entry.perimeter->name,
-                   acres(entry.perimeter->acres) +
-                       (contained ? ", " + words.format("{} contained", words.percent(std::round(*contained) / 100.0))
-                                  : ""),
-                   entry.distanceKilometres, entry.bearingDegrees,
-                   ageSince(entry.perimeter->modifiedDate.value_or(entry.perimeter->polygonDate), inputs.now)});
+    out.push_back(
+        {"fire perimeter", entry.perimeter->name,
+         acres(entry.perimeter->acres) +
+             (contained ? ", " + words.format("{} contained", words.percent(std::round(*contained) / 100.0)) : ""),
+         entry.distanceKilometres, entry.bearingDegrees,
+         ageSince(entry.perimeter->modifiedDate.value_or(entry.perimeter->polygonDate), inputs.now)});
   }
   if (!inputs.fires->incidents.empty()) {
     const FireListEntry& entry = inputs.fires->incidents.front();
     const FireIncident& incident = *entry.incident;
-    out.push_back({"fire", incident.name,
-                   incident.acres ? acres(*incident.acres) : std::string(words("size unknown")),
+    out.push_back({"fire", incident.name, incident.acres ? acres(*incident.acres) : std::string(words("size unknown")),
                    entry.distanceKilometres, entry.bearingDegrees,
                    ageSince(incident.modifiedDate ? incident.modifiedDate : incident.discoveryDate, inputs.now)});
   }
@@ -125,8 +124,8 @@ void addStorms(const ThreatInputs& inputs, std::vector<Threat>& out) {
   for (const auto& track : inputs.storms) {
     const NearestPoint nearest = nearestStormPoint(inputs.place, track);
     if (nearest.distanceKilometres > inputs.radiusKilometres) continue;
-    std::string detail = track.storm.intensity ? words.number(*track.storm.intensity) + " " + std::string(words("kt"))
-                                               : std::string();
+    std::string detail =
+        track.storm.intensity ? words.number(*track.storm.intensity) + " " + std::string(words("kt")) : std::string();
     if (nearest.distanceKilometres == 0) detail += (detail.empty() ? "" : ", ") + std::string(words("inside the cone"));
     storms.push_back({"storm", track.title, detail, nearest.distanceKilometres, nearest.bearingDegrees,
                       ageSince(track.storm.lastUpdate, inputs.now)});
@@ -144,11 +143,11 @@ void addWeather(const ThreatInputs& inputs, std::vector<Threat>& out) {
   for (const auto& alert : weather.alerts.value_or(std::vector<OneCallWeather::Alert>{})) {
     if (alert.end && *alert.end <= inputs.now) continue;
     const bool started = alert.start <= inputs.now;
-    out.push_back({"warning", alert.event,
-                   started ? words.format("by {}", alert.senderName)
-                           : words.format("by {}, starts in {}", alert.senderName,
-                                          ageText(alert.start - inputs.now, words)),
-                   std::nullopt, std::nullopt, age});
+    out.push_back(
+        {"warning", alert.event,
+         started ? words.format("by {}", alert.senderName)
+                 : words.format("by {}, starts in {}", alert.senderName, ageText(alert.start - inputs.now, words)),
+         std::nullopt, std::nullopt, age});
   }
   for (const auto& minute : weather.minutely.value_or(std::vector<OneCallWeather::Minutely>{})) {
     if (minute.dt < inputs.now || minute.precipitation.inMillimeters() < 0.1) continue;
@@ -165,11 +164,12 @@ void addWeather(const ThreatInputs& inputs, std::vector<Threat>& out) {
                           (hour.snow ? hour.snow->snowVolume.inMillimeters() : 0);
     if (hour.pop < 0.5 || volume <= 0) continue;
     const bool snow = hour.snow && hour.snow->snowVolume.inMillimeters() > volume / 2;
-    out.push_back({"rain", std::string(words(snow ? "Snow" : "Rain")),
-                   words.format("{}, {} likely, {} mm",
-                                wait <= 0 ? std::string(words("this hour")) : words.format("in {}", ageText(wait, words)),
-                                words.percent(hour.pop), words.number(volume, {.fractionDigits = 1})),
-                   std::nullopt, std::nullopt, age});
+    out.push_back(
+        {"rain", std::string(words(snow ? "Snow" : "Rain")),
+         words.format("{}, {} likely, {} mm",
+                      wait <= 0 ? std::string(words("this hour")) : words.format("in {}", ageText(wait, words)),
+                      words.percent(hour.pop), words.number(volume, {.fractionDigits = 1})),
+         std::nullopt, std::nullopt, age});
     return;
   }
 }

@@ -14,9 +14,9 @@
 #include <string>
 #include <vector>
 
+#include "core/record/one_call_weather.hpp"
 #include "core/values/date.hpp"
 #include "core/values/location.hpp"
-#include "core/record/one_call_weather.hpp"
 #include "core/values/screen_words.hpp"
 #include "fires/fire_report.hpp"
 #include "storms/storm.hpp"

@@ -58,8 +58,9 @@ TEST(PlaceThreats, WindowsOfStormsWarningsAndRain) {
     made.end = end;
     return made;
   };
-  weather.alerts = std::vector{alert("Heat Advisory", now - 7200, now - 1), alert("Flood Warning", now - 60, now + 3600),
-                               alert("Wind Advisory", now + 7200, std::nullopt)};
+  weather.alerts =
+      std::vector{alert("Heat Advisory", now - 7200, now - 1), alert("Flood Warning", now - 60, now + 3600),
+                  alert("Wind Advisory", now + 7200, std::nullopt)};
   // Dry minutes, then rain in the hourly rows: the first wet likely hour, not an earlier unlikely one.
   auto minute = [](Date at, double rate) {
     OneCallWeather::Minutely made;
@@ -88,7 +89,8 @@ TEST(PlaceThreats, WindowsOfStormsWarningsAndRain) {
   const auto threats = assessThreats(inputs);
   std::vector<std::string> kinds;
   for (const auto& threat : threats) kinds.push_back(threat.kind + ":" + threat.title);
-  EXPECT_EQ(kinds, (std::vector<std::string>{"storm:Lee", "warning:Flood Warning", "warning:Wind Advisory", "rain:Rain"}));
+  EXPECT_EQ(kinds,
+            (std::vector<std::string>{"storm:Lee", "warning:Flood Warning", "warning:Wind Advisory", "rain:Rain"}));
   EXPECT_NE(threats[2].detail.find("starts in 2 h"), std::string::npos) << threats[2].detail;
   EXPECT_NE(threats[3].detail.find("in 3 h"), std::string::npos) << threats[3].detail;
   EXPECT_NEAR(*threats[3].dataAgeSeconds, 600, 1e-6);

@@ -22,11 +22,11 @@ namespace ombrine {
 namespace {
 
 using testing::CoastFileWriter;
-using testing::MaskFileSpec;
-using testing::TilesFileSpec;
 using testing::maskFile;
+using testing::MaskFileSpec;
 using testing::segmentBetween;
 using testing::tilesFile;
+using testing::TilesFileSpec;
 using Bytes = std::vector<std::byte>;
 
 std::optional<CoastCandidateMask> parseMask(const Bytes& bytes) {
@@ -81,7 +81,8 @@ TEST(CoastCandidateMaskTest, RejectsEveryMalformedFileWhole) {
       {"range count runs past the end", [](Bytes& b) { put<std::uint32_t>(b, 36, 0x10000000); }},
       {"range count overflows 32 bits when multiplied", [](Bytes& b) { put<std::uint32_t>(b, 36, 0xffffffff); }},
       {"cell count one too many", [](Bytes& b) { put<std::uint32_t>(b, cellsAt - 4, 4); }},
-      {"cell count overflows 32 bits when multiplied", [](Bytes& b) { put<std::uint32_t>(b, cellsAt - 4, 0x40000003); }},
+      {"cell count overflows 32 bits when multiplied",
+       [](Bytes& b) { put<std::uint32_t>(b, cellsAt - 4, 0x40000003); }},
       {"cell size zero", [](Bytes& b) { put(b, 8, 0.0); }},
       {"cell size negative", [](Bytes& b) { put(b, 8, -1.0); }},
       {"cell size not a number", [](Bytes& b) { put(b, 8, std::numeric_limits<double>::quiet_NaN()); }},
@@ -166,11 +167,20 @@ TEST(CoastCandidateMaskTest, EdgeCasesOfTheCellNumber) {
   const Row rows[] = {
       {{.longitudeRanges = {}, .cells = {0}}, -90.0, -180.0, false, "no longitude ranges: nothing is inside"},
       {{.cells = {}}, 0.0, 0.0, false, "no cells"},
-      {{.cellSizeDegrees = 1e-7, .lonIndexStride = 0xffffffff, .cells = {0}}, -89.0, -180.0, false,
+      {{.cellSizeDegrees = 1e-7, .lonIndexStride = 0xffffffff, .cells = {0}},
+       -89.0,
+       -180.0,
+       false,
        "the cell number passes 4,294,967,295"},
-      {{.cellSizeDegrees = 1.0, .lonIndexStride = 0xffffffff, .cells = {4294967295u}}, -89.0, -180.0, true,
+      {{.cellSizeDegrees = 1.0, .lonIndexStride = 0xffffffff, .cells = {4294967295u}},
+       -89.0,
+       -180.0,
+       true,
        "the largest cell number is still a cell"},
-      {{.latitudeRange = {-200.0, 200.0}, .cells = {0}}, -150.0, -180.0, false,
+      {{.latitudeRange = {-200.0, 200.0}, .cells = {0}},
+       -150.0,
+       -180.0,
+       false,
        "bounds beyond the poles give negative indexes, never a cell"},
   };
   for (const auto& row : rows) {
@@ -235,7 +245,8 @@ TEST(CoastTileIndexTest, RejectsEveryMalformedFileWhole) {
       {"tiles hold more segments than S", [&](Bytes& b) { put<std::uint32_t>(b, countsAt + 4, 3); }},
       {"S far beyond the file", [&](Bytes& b) { put<std::uint32_t>(b, countsAt + 4, 0xffffffff); }},
       {"a tile's n runs past the end", [&](Bytes& b) { put<std::uint32_t>(b, firstTileAt + 8, 0x7fffffff); }},
-      {"a tile's n overflows 32 bits when multiplied", [&](Bytes& b) { put<std::uint32_t>(b, firstTileAt + 8, 0x08000002); }},
+      {"a tile's n overflows 32 bits when multiplied",
+       [&](Bytes& b) { put<std::uint32_t>(b, firstTileAt + 8, 0x08000002); }},
       {"range count runs past the end", [](Bytes& b) { put<std::uint32_t>(b, 32, 0xfffffff0); }},
       {"tile size zero", [](Bytes& b) { put(b, 8, 0.0); }},
       {"tile size negative", [](Bytes& b) { put(b, 8, -0.5); }},
@@ -315,7 +326,8 @@ TEST(CoastTileIndexTest, SegmentsNearCollectTheTilesOfTheSearchBox) {
 
 TEST(CoastTileIndexTest, TheSearchBoxFollowsTheBoundsOfTheFile) {
   const auto tileOf = [](int latitudeIndex, int longitudeIndex) {
-    return testing::TileSpec{latitudeIndex, longitudeIndex,
+    return testing::TileSpec{latitudeIndex,
+                             longitudeIndex,
                              {segmentBetween(latitudeIndex - 90.0 + 0.5, longitudeIndex - 180.0 + 0.5,
                                              latitudeIndex - 90.0 + 0.5, longitudeIndex - 180.0 + 0.6)}};
   };
@@ -327,24 +339,47 @@ TEST(CoastTileIndexTest, TheSearchBoxFollowsTheBoundsOfTheFile) {
     const char* why;
   };
   const Row rows[] = {
-      {{.latitudeRange = {10.0, 11.0}, .tiles = {tileOf(99, 200), tileOf(100, 200)}}, 10.05, 20.5, 1,
+      {{.latitudeRange = {10.0, 11.0}, .tiles = {tileOf(99, 200), tileOf(100, 200)}},
+       10.05,
+       20.5,
+       1,
        "the box is cut at the lower latitude bound, so the row below is not read"},
-      {{.latitudeRange = {20.0, 30.0}, .tiles = {tileOf(100, 200)}}, 10.5, 20.5, 0,
+      {{.latitudeRange = {20.0, 30.0}, .tiles = {tileOf(100, 200)}},
+       10.5,
+       20.5,
+       0,
        "a box entirely below the latitude range is empty"},
-      {{.latitudeRange = {-90.0, 90.0}, .tiles = {tileOf(179, 180), tileOf(179, 182)}}, 89.9, 0.5, 2,
+      {{.latitudeRange = {-90.0, 90.0}, .tiles = {tileOf(179, 180), tileOf(179, 182)}},
+       89.9,
+       0.5,
+       2,
        "near the pole the cosine is held at 0.1: 25 km spans 2.25° of longitude, not the world"},
-      {{.latitudeRange = {-90.0, 90.0}, .tiles = {tileOf(179, 180), tileOf(179, 184)}}, 89.9, 0.5, 1,
-       "and no further"},
-      {{.longitudeRanges = {{-180.0, 20.0}, {19.0, 180.0}}, .tiles = {tileOf(100, 199)}}, 10.5, 19.5, 2,
+      {{.latitudeRange = {-90.0, 90.0}, .tiles = {tileOf(179, 180), tileOf(179, 184)}}, 89.9, 0.5, 1, "and no further"},
+      {{.longitudeRanges = {{-180.0, 20.0}, {19.0, 180.0}}, .tiles = {tileOf(100, 199)}},
+       10.5,
+       19.5,
+       2,
        "overlapping longitude ranges read a tile twice"},
-      {{.longitudeRanges = {{-180.0, 10.0}, {30.0, 180.0}}, .tiles = {tileOf(100, 200)}}, 10.5, 20.5, 0,
+      {{.longitudeRanges = {{-180.0, 10.0}, {30.0, 180.0}}, .tiles = {tileOf(100, 200)}},
+       10.5,
+       20.5,
+       0,
        "the box falls between the longitude ranges"},
       {{.longitudeRanges = {}, .tiles = {tileOf(100, 200)}}, 10.5, 20.5, 0, "no longitude ranges"},
-      {{.longitudeRanges = {{-182.5, 182.5}}, .tiles = {tileOf(100, -1), tileOf(100, 360)}}, 10.5, -179.95, 1,
+      {{.longitudeRanges = {{-182.5, 182.5}}, .tiles = {tileOf(100, -1), tileOf(100, 360)}},
+       10.5,
+       -179.95,
+       1,
        "a range past 180° reaches the tile beyond the antimeridian"},
-      {{.longitudeRanges = {{-180.0, 180.0}}, .tiles = {tileOf(100, -1), tileOf(100, 360)}}, 10.5, -179.95, 0,
+      {{.longitudeRanges = {{-180.0, 180.0}}, .tiles = {tileOf(100, -1), tileOf(100, 360)}},
+       10.5,
+       -179.95,
+       0,
        "a range that stops at 180° does not"},
-      {{.tileSizeDegrees = 1e-9, .tiles = {tileOf(100, 200)}}, 10.5, 20.5, 0,
+      {{.tileSizeDegrees = 1e-9, .tiles = {tileOf(100, 200)}},
+       10.5,
+       20.5,
+       0,
        "a minute tile size costs the tiles present, not the indexes between them"},
   };
   for (const auto& row : rows) {

@@ -131,8 +131,8 @@ std::optional<CoastClosedRange> CoastByteCursor::range() {
   if (remaining() < 16) return std::nullopt;
   const CoastClosedRange range{*f64(), *f64()};
   if (range.lower > range.upper) {
-    throw CoastRangeError("range [" + std::to_string(range.lower) + ", " + std::to_string(range.upper) +
-                          "] at byte " + std::to_string(offset_ - 16) + " has its lower bound above its upper bound");
+    throw CoastRangeError("range [" + std::to_string(range.lower) + ", " + std::to_string(range.upper) + "] at byte " +
+                          std::to_string(offset_ - 16) + " has its lower bound above its upper bound");
   }
   return range;
 }

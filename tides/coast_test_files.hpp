@@ -79,7 +79,8 @@ inline std::vector<std::byte> tilesFile(const TilesFileSpec& spec) {
 }
 
 // A segment between two coordinates, in map points.
-inline CoastTileIndex::Segment segmentBetween(double latitude0, double longitude0, double latitude1, double longitude1) {
+inline CoastTileIndex::Segment segmentBetween(double latitude0, double longitude0, double latitude1,
+                                              double longitude1) {
   return {mapPointForCoordinate(latitude0, longitude0), mapPointForCoordinate(latitude1, longitude1)};
 }
 

@@ -137,9 +137,8 @@ void CoastTileIndex::forEachTileNear(double latitude, double longitude, double r
   });
   while (row != entries.end() && static_cast<double>(row->first.latitudeIndex) <= lastRow) {
     const std::int32_t index = row->first.latitudeIndex;
-    const auto rowEnd = std::partition_point(row, entries.end(), [&](const auto& entry) {
-      return entry.first.latitudeIndex == index;
-    });
+    const auto rowEnd =
+        std::partition_point(row, entries.end(), [&](const auto& entry) { return entry.first.latitudeIndex == index; });
     const std::span<const std::pair<TileKey, SegmentRange>> rowEntries(row, rowEnd);
     for (const auto& column : columns) {
       visitRow(rowEntries, column.first, column.last, [&](const SegmentRange& range) {
@@ -151,7 +150,7 @@ void CoastTileIndex::forEachTileNear(double latitude, double longitude, double r
 }
 
 std::vector<CoastTileIndex::Segment> CoastTileIndex::segmentsNear(double latitude, double longitude,
-                                                                   double radiusKilometers) const {
+                                                                  double radiusKilometers) const {
   std::vector<Segment> result;
   result.reserve(kSegmentsReserved);
   forEachTileNear(latitude, longitude, radiusKilometers,

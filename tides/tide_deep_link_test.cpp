@@ -9,7 +9,8 @@ namespace ombrine {
 namespace {
 
 TEST(TideDeepLinkTest, RecognisesOnlyCompleteLinks) {
-  const std::string good = "weather://tide/station?source=noaa&stationID=8557380&name=Lewes&latitude=38.78&longitude=-75.12";
+  const std::string good =
+      "weather://tide/station?source=noaa&stationID=8557380&name=Lewes&latitude=38.78&longitude=-75.12";
   struct Row {
     std::string url;
     bool recognised;
@@ -44,9 +45,13 @@ TEST(TideDeepLinkTest, RecognisesOnlyCompleteLinks) {
   EXPECT_EQ(selection.station.type, std::nullopt);
   EXPECT_EQ(selection.station.latitude, 38.78);
   // Names with spaces and accents survive the round trip through a link.
-  const TideDetailLaunchRequest chs = TideDetailLaunchRequest::station(
-      {TideStationSource::chs, TideStation{.id = "5cebf1", .name = "Pointe-au-Père & Rimouski", .latitude = 48.5,
-                                           .longitude = -68.466667, .state = "QC", .type = "PERMANENT"}});
+  const TideDetailLaunchRequest chs =
+      TideDetailLaunchRequest::station({TideStationSource::chs, TideStation{.id = "5cebf1",
+                                                                            .name = "Pointe-au-Père & Rimouski",
+                                                                            .latitude = 48.5,
+                                                                            .longitude = -68.466667,
+                                                                            .state = "QC",
+                                                                            .type = "PERMANENT"}});
   EXPECT_EQ(parseTideDeepLink(tideDeepLink(chs)), chs);
   EXPECT_EQ(parseTideDeepLink(tideDeepLink(TideDetailLaunchRequest::currentLocation())),
             TideDetailLaunchRequest::currentLocation());

@@ -14,9 +14,9 @@
 #include <unicode/uchar.h>
 #include <unicode/utf8.h>
 
+#include "core/record/tide_records_json.hpp"
 #include "core/values/errors.hpp"
 #include "core/values/iso8601.hpp"
-#include "core/record/tide_records_json.hpp"
 #include "core/values/value_json.hpp"
 #include "platform/atomic_file.hpp"
 #include "platform/paths.hpp"
@@ -38,7 +38,8 @@ Date readDate(const TideJsonObject& o, std::string_view key) {
 }
 
 template <class List>
-std::string encodeStations(const List& stations, Date expiresAt, json::object (*toJson)(const typename List::value_type&)) {
+std::string encodeStations(const List& stations, Date expiresAt,
+                           json::object (*toJson)(const typename List::value_type&)) {
   json::array list;
   list.reserve(stations.size());
   for (const auto& station : stations) list.push_back(toJson(station));
@@ -54,8 +55,9 @@ std::string encodeTideDataPayload(const TideData& data, Date expiresAt) {
   json::array extremes;
   extremes.reserve(data.extremes.size());
   for (const auto& extreme : data.extremes) {
-    extremes.push_back(json::object{
-        {"date", dateText(extreme.date)}, {"heightMeters", extreme.height.inMeters()}, {"kind", toString(extreme.kind)}});
+    extremes.push_back(json::object{{"date", dateText(extreme.date)},
+                                    {"heightMeters", extreme.height.inMeters()},
+                                    {"kind", toString(extreme.kind)}});
   }
   json::array points;
   points.reserve(data.chartPoints.size());
@@ -128,7 +130,9 @@ std::string TideDiskCache::fileName(std::string_view key) {
   return name;
 }
 
-std::filesystem::path TideDiskCache::fileURL(std::string_view key) const { return directory_ / (fileName(key) + ".json"); }
+std::filesystem::path TideDiskCache::fileURL(std::string_view key) const {
+  return directory_ / (fileName(key) + ".json");
+}
 
 TideDiskCache::~TideDiskCache() {
   std::lock_guard writing(pending_->writing);
@@ -212,12 +216,16 @@ Task<std::optional<TideDiskCache::LoadedTideData>> TideDiskCache::loadTideData(s
 }
 
 void TideDiskCache::saveNOAAStations(std::vector<TideStation> stations, Date expiresAt) {
-  auto encode = [stations = std::move(stations), expiresAt] { return encodeStations(stations, expiresAt, tideStationToJson); };
+  auto encode = [stations = std::move(stations), expiresAt] {
+    return encodeStations(stations, expiresAt, tideStationToJson);
+  };
   enqueueWrite(fileURL(kNOAAStationsName), std::move(encode));
 }
 
 void TideDiskCache::saveCHSStations(std::vector<CHSStation> stations, Date expiresAt) {
-  auto encode = [stations = std::move(stations), expiresAt] { return encodeStations(stations, expiresAt, chsStationToJson); };
+  auto encode = [stations = std::move(stations), expiresAt] {
+    return encodeStations(stations, expiresAt, chsStationToJson);
+  };
   enqueueWrite(fileURL(kCHSStationsName), std::move(encode));
 }
 

@@ -29,10 +29,10 @@
 #include <string_view>
 #include <vector>
 
-#include "core/values/date.hpp"
 #include "core/record/tide_records.hpp"
-#include "platform/clock.hpp"
+#include "core/values/date.hpp"
 #include "platform/async/task.hpp"
+#include "platform/clock.hpp"
 #include "tides/tide_feeds.hpp"
 
 namespace ombrine {

@@ -30,13 +30,20 @@ class TideDiskCacheTest : public testing::Test {
   }
 
   template <class T>
-  T run(Task<T> task) { return runtime_.runBlocking(std::move(task)); }
+  T run(Task<T> task) {
+    return runtime_.runBlocking(std::move(task));
+  }
 
   static TideData sample() {
     const Date now = Date::fromSystem(kNow);
     return TideData{
-        .station = TideStation{.id = "8557380", .name = "Lewes", .latitude = 38.7828, .longitude = -75.1192,
-                               .state = "DE", .type = "R", .referenceStationID = std::nullopt},
+        .station = TideStation{.id = "8557380",
+                               .name = "Lewes",
+                               .latitude = 38.7828,
+                               .longitude = -75.1192,
+                               .state = "DE",
+                               .type = "R",
+                               .referenceStationID = std::nullopt},
         .distance = 5000.0,
         .extremes = {{now - 3600, Length::meters(1.42), Kind::high}, {now + 18000, Length::meters(-0.05), Kind::low}},
         .chartPoints = {{now - 3600, Length::meters(1.42)}, {now - 2700, Length::meters(1.4)}},
@@ -56,9 +63,9 @@ TEST_F(TideDiskCacheTest, FileNamesKeepLettersDigitsDashAndUnderscore) {
       {"noaa:8557380", "noaa_8557380"},
       {"noaa-adjusted-hilo-v1:8555889", "noaa-adjusted-hilo-v1_8555889"},
       {"chs:5cebf1de3d0f4a073c4bb94c", "chs_5cebf1de3d0f4a073c4bb94c"},
-      {"a/b.c d", "a_b_c_d"},            // no path separators or dots survive
-      {"québec:é", "québec_é"},          // letters beyond ASCII are letters too
-      {"x\xff", "x_"},                   // a byte that is not UTF-8 is one replaced character
+      {"a/b.c d", "a_b_c_d"},    // no path separators or dots survive
+      {"québec:é", "québec_é"},  // letters beyond ASCII are letters too
+      {"x\xff", "x_"},           // a byte that is not UTF-8 is one replaced character
   };
   for (const auto& [key, name] : rows) {
     SCOPED_TRACE(key);
@@ -101,7 +108,8 @@ TEST_F(TideDiskCacheTest, BadFilesReadAsNothingAndStayInPlace) {
       {"truncated", good.substr(0, good.size() / 2), false},
       {"not JSON at all", "\x00\x01garbage", false},
       {"the station without a name",
-       std::string(good).replace(good.find(R"("name":"Lewes",)"), std::string_view(R"("name":"Lewes",)").size(), ""), false},
+       std::string(good).replace(good.find(R"("name":"Lewes",)"), std::string_view(R"("name":"Lewes",)").size(), ""),
+       false},
       {"an unknown kind", std::string(good).replace(good.find(R"("kind":"H")"), 10, R"("kind":"X")"), false},
       {"a numeric date", std::string(good).replace(good.find(R"("fetchedAt":")"), 13, R"("fetchedAt":1,"x":")"), false},
   };
@@ -129,22 +137,30 @@ TEST_F(TideDiskCacheTest, LoadSortsAndCataloguesRoundTrip) {
   EXPECT_EQ(loaded->data.chartPoints, sample().chartPoints);
 
   const Date expires = Date::fromSystem(kNow) + 604'800;
-  const std::vector<TideStation> noaa = {sample().station, TideStation{.id = "8555889", .name = "Brandywine Shoal Light",
-                                                                       .latitude = 38.9867, .longitude = -75.1133,
-                                                                       .state = "NJ", .type = "S",
+  const std::vector<TideStation> noaa = {sample().station, TideStation{.id = "8555889",
+                                                                       .name = "Brandywine Shoal Light",
+                                                                       .latitude = 38.9867,
+                                                                       .longitude = -75.1133,
+                                                                       .state = "NJ",
+                                                                       .type = "S",
                                                                        .referenceStationID = "8557380"}};
   cache_.saveNOAAStations(noaa, expires);
   EXPECT_EQ(run(cache_.loadNOAAStations()), (TideDiskCache::LoadedNOAAStations{noaa, expires}));
-  const std::vector<CHSStation> chs = {CHSStation{.id = "5cebf1de3d0f4a073c4bb94c", .code = "07795",
-                                                  .officialName = "Point Atkinson", .latitude = 49.337,
-                                                  .longitude = -123.253, .operating = true,
-                                                  .timeSeries = std::vector<CHSStation::TimeSeries>{{"wlp"}, {"wlp-hilo"}}},
-                                       CHSStation{.id = "x", .code = "1", .officialName = "Bare"}};
+  const std::vector<CHSStation> chs = {
+      CHSStation{.id = "5cebf1de3d0f4a073c4bb94c",
+                 .code = "07795",
+                 .officialName = "Point Atkinson",
+                 .latitude = 49.337,
+                 .longitude = -123.253,
+                 .operating = true,
+                 .timeSeries = std::vector<CHSStation::TimeSeries>{{"wlp"}, {"wlp-hilo"}}},
+      CHSStation{.id = "x", .code = "1", .officialName = "Bare"}};
   cache_.saveCHSStations(chs, expires);
   EXPECT_EQ(run(cache_.loadCHSStations()), (TideDiskCache::LoadedCHSStations{chs, expires}));
   // One bad station spoils the whole list.
-  writeFileAtomically(cache_.fileURL("noaaStations"),
-                      R"({"stations":[{"id":"1","name":"a","lat":1,"lng":2},{"id":"2","name":"b","lat":1}],"expiresAt":"2026-11-30T12:00:00Z"})");
+  writeFileAtomically(
+      cache_.fileURL("noaaStations"),
+      R"({"stations":[{"id":"1","name":"a","lat":1,"lng":2},{"id":"2","name":"b","lat":1}],"expiresAt":"2026-11-30T12:00:00Z"})");
   EXPECT_EQ(run(cache_.loadNOAAStations()), std::nullopt);
 }
 

@@ -8,8 +8,8 @@
 
 #include <fmt/format.h>
 
-#include "core/values/iso8601.hpp"
 #include "core/record/tide_records_json.hpp"
+#include "core/values/iso8601.hpp"
 #include "core/values/value_json.hpp"
 
 namespace ombrine {
@@ -92,11 +92,11 @@ std::vector<TideStation> decodeNOAAStations(std::string_view body) {
 std::vector<NOAAPrediction> decodeNOAAPredictions(std::string_view body) {
   const json::value document = parseJson(body);
   const TideJsonObject o(document, "");
-  return decodeList<NOAAPrediction>(o.require("predictions"), o.pathOf("predictions"),
-                                    [](const json::value& item, const std::string& itemPath) {
-                                      const TideJsonObject row(item, itemPath);
-                                      return NOAAPrediction{row.string("t"), row.string("v"), row.optionalString("type")};
-                                    });
+  return decodeList<NOAAPrediction>(
+      o.require("predictions"), o.pathOf("predictions"), [](const json::value& item, const std::string& itemPath) {
+        const TideJsonObject row(item, itemPath);
+        return NOAAPrediction{row.string("t"), row.string("v"), row.optionalString("type")};
+      });
 }
 
 std::vector<CHSStation> decodeCHSStations(std::string_view body) { return decodeCHSStationList(parseJson(body), ""); }
@@ -105,8 +105,8 @@ std::vector<CHSDataPoint> decodeCHSDataPoints(std::string_view body) {
   return decodeList<CHSDataPoint>(parseJson(body), "", [](const json::value& item, const std::string& itemPath) {
     const TideJsonObject o(item, itemPath);
     const std::string text = o.string("eventDate");
-    const auto date = parseInternetDateTime(text, true) ? parseInternetDateTime(text, true)
-                                                         : parseInternetDateTime(text, false);
+    const auto date =
+        parseInternetDateTime(text, true) ? parseInternetDateTime(text, true) : parseInternetDateTime(text, false);
     if (!date) o.fail("eventDate", "Invalid ISO8601 date: " + text);
     return CHSDataPoint{*date, o.number("value")};
   });

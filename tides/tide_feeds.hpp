@@ -16,8 +16,8 @@
 #include <string_view>
 #include <vector>
 
-#include "core/values/date.hpp"
 #include "core/record/tide_records.hpp"
+#include "core/values/date.hpp"
 
 namespace ombrine {
 

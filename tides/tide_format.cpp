@@ -20,7 +20,8 @@ double roundedTideHeight(Length height, TideHeightUnit unit) {
 std::string formattedTideHeight(Length height, TideHeightUnit unit, const icu::Locale& locale) {
   using icu::number::NumberFormatter;
   using icu::number::Precision;
-  const icu::MeasureUnit measureUnit = unit == TideHeightUnit::feet ? icu::MeasureUnit::getFoot() : icu::MeasureUnit::getMeter();
+  const icu::MeasureUnit measureUnit =
+      unit == TideHeightUnit::feet ? icu::MeasureUnit::getFoot() : icu::MeasureUnit::getMeter();
   const auto formatter = NumberFormatter::withLocale(locale)
                              .unit(measureUnit)
                              .unitWidth(UNUM_UNIT_WIDTH_NARROW)

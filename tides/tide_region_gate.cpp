@@ -31,7 +31,8 @@ TideGateDecision TideRegionGate::decide(double latitude, double longitude) const
   });
   if (!anySegment) return {.admitted = false, .step = Step::noShoreNearby};
   const bool within = distance <= thresholdMeters;
-  return {.admitted = within, .step = within ? Step::withinThreshold : Step::beyondThreshold, .distanceMeters = distance};
+  return {
+      .admitted = within, .step = within ? Step::withinThreshold : Step::beyondThreshold, .distanceMeters = distance};
 }
 
 double TideRegionGate::distanceMeters(double latitude, double longitude,

@@ -59,7 +59,8 @@ struct TideRegionGate {
 
   // Distance in metres from the coordinate to the nearest of `segments`, measured in map
   // points and scaled at the coordinate's latitude. The largest finite double for an empty list.
-  static double distanceMeters(double latitude, double longitude, std::span<const CoastTileIndex::Segment> segments) noexcept;
+  static double distanceMeters(double latitude, double longitude,
+                               std::span<const CoastTileIndex::Segment> segments) noexcept;
 };
 
 }  // namespace ombrine

@@ -16,7 +16,8 @@ namespace {
 using Step = TideGateDecision::Step;
 using testing::segmentBetween;
 
-const std::filesystem::path kShippedFiles = std::filesystem::path(OMBRINE_TESTDATA_DIR) / ".." / ".." / "resources" / "coastline";
+const std::filesystem::path kShippedFiles =
+    std::filesystem::path(OMBRINE_TESTDATA_DIR) / ".." / ".." / "resources" / "coastline";
 
 // The gate over the files that ship with the program.
 TideRegionGate shippedGate() {
@@ -192,13 +193,19 @@ TEST(TideRegionGateTest, DistanceToSegmentsOnTheGround) {
   const double kmNorth = 1.0 / 111.32;
   const double kmEast = 1.0 / (111.32 * std::cos(10.0 * std::numbers::pi / 180.0));
   const Row rows[] = {
-      {{segmentBetween(10.0, 20.0, 10.0, 20.0)}, 10.0 + 2 * kmNorth, 20.0, 2000.0,
+      {{segmentBetween(10.0, 20.0, 10.0, 20.0)},
+       10.0 + 2 * kmNorth,
+       20.0,
+       2000.0,
        "a segment with start equal to end measures the distance to that point"},
       {{segmentBetween(10.0, 20.0, 10.0, 21.0)}, 10.0 - 3 * kmNorth, 20.5, 3000.0, "the foot of the perpendicular"},
       {{segmentBetween(10.0, 20.0, 10.0, 21.0)}, 10.0, 21.0 + 4 * kmEast, 4000.0, "beyond the end: the end point"},
       {{segmentBetween(10.0, 20.0, 10.0, 21.0)}, 10.0, 20.0 - 4 * kmEast, 4000.0, "before the start: the start point"},
       {{segmentBetween(10.0, 20.0, 10.0, 21.0), segmentBetween(10.0 + 5 * kmNorth, 20.0, 10.0 + 5 * kmNorth, 21.0)},
-       10.0 + 4 * kmNorth, 20.5, 1000.0, "the nearest of several"},
+       10.0 + 4 * kmNorth,
+       20.5,
+       1000.0,
+       "the nearest of several"},
       {{segmentBetween(10.0, 21.0, 10.0, 20.0)}, 10.0 + kmNorth, 20.5, 1000.0, "direction does not matter"},
   };
   for (const auto& row : rows) {

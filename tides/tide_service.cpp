@@ -70,8 +70,9 @@ std::vector<TideExtreme> noaaExtremes(const std::vector<NOAAPrediction>& rows) {
 
 bool hasPredictionSeries(const CHSStation& station) {
   if (!station.timeSeries) return false;
-  return std::any_of(station.timeSeries->begin(), station.timeSeries->end(),
-                     [](const CHSStation::TimeSeries& series) { return series.code == "wlp" || series.code == "wlp-hilo"; });
+  return std::any_of(station.timeSeries->begin(), station.timeSeries->end(), [](const CHSStation::TimeSeries& series) {
+    return series.code == "wlp" || series.code == "wlp-hilo";
+  });
 }
 
 }  // namespace
@@ -187,8 +188,10 @@ std::vector<TideExtreme> derivedExtremes(const std::vector<CHSDataPoint>& points
     const double before = points[i - 1].value;
     const double value = points[i].value;
     const double after = points[i + 1].value;
-    if (value > before && value > after) out.push_back({points[i].eventDate, Length::meters(value), TideExtreme::Kind::high});
-    if (value < before && value < after) out.push_back({points[i].eventDate, Length::meters(value), TideExtreme::Kind::low});
+    if (value > before && value > after)
+      out.push_back({points[i].eventDate, Length::meters(value), TideExtreme::Kind::high});
+    if (value < before && value < after)
+      out.push_back({points[i].eventDate, Length::meters(value), TideExtreme::Kind::low});
   }
   return out;
 }
@@ -484,7 +487,8 @@ Task<std::optional<TideData>> TideService::throughCaches(std::string key, const 
     if (isCancellation(failure) || co_await taskIsCancelled()) throw CancellationError();
   }
   if (stale) {
-    logDetail("Tide predictions for {} could not be fetched ({}); serving the stored ones", key, exceptionMessage(failure));
+    logDetail("Tide predictions for {} could not be fetched ({}); serving the stored ones", key,
+              exceptionMessage(failure));
     // Dated by its own fetch, so the memory check lets the next call try the network at once.
     cache_[key] = CachedEntry{*stale, stale->fetchedAt};
     co_return served(std::move(*stale));
@@ -494,8 +498,8 @@ Task<std::optional<TideData>> TideService::throughCaches(std::string key, const 
 }
 
 Task<TideData> TideService::noaaTideDataOnStrand(TideStation station, double distance) {
-  const std::string key = station.isSubordinate() ? "noaa-adjusted-hilo-v1:" + station.id
-                                                  : stationKey(TideStationSource::noaa, station.id);
+  const std::string key =
+      station.isSubordinate() ? "noaa-adjusted-hilo-v1:" + station.id : stationKey(TideStationSource::noaa, station.id);
   auto fetch = [this, &station, distance]() { return fetchNOAA(station, distance); };
   auto data = co_await throughCaches(key, station, distance, false, fetch);
   co_return std::move(*data);

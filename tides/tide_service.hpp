@@ -32,12 +32,12 @@
 #include <string_view>
 #include <vector>
 
-#include "core/values/date.hpp"
 #include "core/fetch/service_endpoints.hpp"
 #include "core/record/tide_records.hpp"
+#include "core/values/date.hpp"
+#include "platform/async/task.hpp"
 #include "platform/clock.hpp"
 #include "platform/http_client.hpp"
-#include "platform/async/task.hpp"
 #include "tides/tide_disk_cache.hpp"
 #include "tides/tide_feeds.hpp"
 #include "tides/tide_region_gate.hpp"
@@ -137,7 +137,8 @@ class TideService {
 
   Task<TideData> fetchNOAA(const TideStation& station, double distance);
   Task<TideData> fetchCHS(const TideStation& station, double distance);
-  Task<std::vector<NOAAPrediction>> requestPredictions(std::string stationID, std::string interval, Date begin, Date end);
+  Task<std::vector<NOAAPrediction>> requestPredictions(std::string stationID, std::string interval, Date begin,
+                                                       Date end);
   Task<std::vector<CHSDataPoint>> requestCHSSeries(std::string stationID, std::string seriesCode, Date from, Date to);
   Task<std::string> get(boost::urls::url url);
   Task<void> storePredictions(std::string stationID, std::string interval, Date begin, Date end,
@@ -149,8 +150,8 @@ class TideService {
 
   // Serves a cache hit or fetches, as noaaTideData and chsTideData share it.
   template <class Fetch>
-  Task<std::optional<TideData>> throughCaches(std::string key, const TideStation& station, double distance,
-                                              bool isCHS, Fetch fetch);
+  Task<std::optional<TideData>> throughCaches(std::string key, const TideStation& station, double distance, bool isCHS,
+                                              Fetch fetch);
 
   Date now() const;
 

@@ -33,7 +33,8 @@ TEST(TideStationChoiceTest, NearestNOAAStationAndDistanceLimit) {
   EXPECT_EQ(haversineDistance(10, 20, 10, 20), 0.0);
   EXPECT_FALSE(isTideRegion("FR"));
   EXPECT_FALSE(isTideRegion("us"));
-  for (const char* region : {"US", "CA", "BS", "PR", "VI", "GU", "MP", "AS"}) EXPECT_TRUE(isTideRegion(region)) << region;
+  for (const char* region : {"US", "CA", "BS", "PR", "VI", "GU", "MP", "AS"})
+    EXPECT_TRUE(isTideRegion(region)) << region;
 
   // Equal distances: the earliest in the list wins, whatever its type.
   const std::vector<TideStation> tied = {station("a", 1, 0), station("b", -1, 0), station("c", 0, 1)};
@@ -45,8 +46,14 @@ TEST(TideStationChoiceTest, NearestNOAAStationAndDistanceLimit) {
 
   auto chs = [](std::string id, double meters, std::optional<bool> operating,
                 std::optional<std::vector<std::string>> codes) {
-    CHSStation s{.id = id, .code = id, .officialName = "Station " + id, .latitude = northOf(0, meters), .longitude = 0,
-                 .operating = operating, .provinceCode = "BC", .type = "PERMANENT"};
+    CHSStation s{.id = id,
+                 .code = id,
+                 .officialName = "Station " + id,
+                 .latitude = northOf(0, meters),
+                 .longitude = 0,
+                 .operating = operating,
+                 .provinceCode = "BC",
+                 .type = "PERMANENT"};
     if (codes) {
       s.timeSeries.emplace();
       for (auto& code : *codes) s.timeSeries->push_back({code});
@@ -60,7 +67,8 @@ TEST(TideStationChoiceTest, NearestNOAAStationAndDistanceLimit) {
   };
   const Row rows[] = {
       {"series without predictions is skipped for the next best",
-       {chs("near", 79'900, true, std::vector<std::string>{"wlo", "wlf"}), chs("next", 79'950, true, std::vector<std::string>{"wlp"})},
+       {chs("near", 79'900, true, std::vector<std::string>{"wlo", "wlf"}),
+        chs("next", 79'950, true, std::vector<std::string>{"wlp"})},
        "next"},
       {"a hilo series alone is enough", {chs("hilo", 100, std::nullopt, std::vector<std::string>{"wlp-hilo"})}, "hilo"},
       {"not operating is skipped", {chs("off", 100, false, std::vector<std::string>{"wlp"})}, std::nullopt},
@@ -68,7 +76,8 @@ TEST(TideStationChoiceTest, NearestNOAAStationAndDistanceLimit) {
       {"exactly 80 km is in range", {chs("edge", 80'000, true, std::vector<std::string>{"wlp"})}, "edge"},
       {"beyond 80 km is not", {chs("out", 80'001, true, std::vector<std::string>{"wlp"})}, std::nullopt},
       {"a tie keeps the earliest",
-       {chs("first", 500, true, std::vector<std::string>{"wlp"}), chs("second", 500, true, std::vector<std::string>{"wlp"})},
+       {chs("first", 500, true, std::vector<std::string>{"wlp"}),
+        chs("second", 500, true, std::vector<std::string>{"wlp"})},
        "first"},
   };
   for (const auto& row : rows) {
@@ -98,12 +107,14 @@ std::string kinds(const std::vector<TideExtreme>& extremes) {
 TEST(CHSSeriesTest, DownsamplingClassifyingAndDeriving) {
   // Buckets of 900 s from the reference date; the point nearest the centre (450 s in) wins,
   // and on a tie the earlier one.
-  const auto sampled = downsampledChartPoints(series({{1000, 9}, {400, 1}, {500, 2}, {0, 3}, {1350, 4}, {1360, 5}}), 15);
+  const auto sampled =
+      downsampledChartPoints(series({{1000, 9}, {400, 1}, {500, 2}, {0, 3}, {1350, 4}, {1360, 5}}), 15);
   ASSERT_EQ(sampled.size(), 2u);
   EXPECT_EQ(sampled[0].date, Date{400});   // 50 s from the centre, before 500 (also 50 s)
   EXPECT_EQ(sampled[1].date, Date{1350});  // exactly at the centre
   EXPECT_EQ(downsampledChartPoints(series({{5, 1}, {1, 2}}), 0).front().date, Date{1});  // under a minute: sorted only
-  EXPECT_EQ(downsampledChartPoints(series({{-100, 1}}), 15).size(), 1u);  // before the reference date: floor, not truncation
+  EXPECT_EQ(downsampledChartPoints(series({{-100, 1}}), 15).size(),
+            1u);  // before the reference date: floor, not truncation
   EXPECT_TRUE(downsampledChartPoints({}, 15).empty());
 
   struct Row {
@@ -129,19 +140,22 @@ TEST(CHSSeriesTest, DownsamplingClassifyingAndDeriving) {
 
 TEST(NOAAFeedTest, TimesValuesAndRows) {
   EXPECT_EQ(parseNOAAPredictionTime("2021-05-11 03:12"), Date::fromUnix(1620702720));
-  for (const char* bad : {"2021-05-11T03:12", "2021-02-30 00:00", "2021-05-11 24:00", "2021-05-11 3:12", "", "2021-05-11 03:12:00"}) {
+  for (const char* bad :
+       {"2021-05-11T03:12", "2021-02-30 00:00", "2021-05-11 24:00", "2021-05-11 3:12", "", "2021-05-11 03:12:00"}) {
     EXPECT_EQ(parseNOAAPredictionTime(bad), std::nullopt) << bad;
   }
   EXPECT_EQ(formatNOAARequestTime(Date::fromUnix(1620702720.9)), "20210511 03:12");
   EXPECT_EQ(parseDecimal("-0.126"), -0.126);
   for (const char* bad : {"", "1.5 ", "abc", "nan", "1e3"}) EXPECT_EQ(parseDecimal(bad), std::nullopt) << bad;
 
-  const auto rows = decodeNOAAPredictions(R"({"predictions":[{"t":"2021-05-11 03:12","v":"0.661","type":"H"},{"t":"x","v":"1"}]})");
+  const auto rows =
+      decodeNOAAPredictions(R"({"predictions":[{"t":"2021-05-11 03:12","v":"0.661","type":"H"},{"t":"x","v":"1"}]})");
   ASSERT_EQ(rows.size(), 2u);
   EXPECT_EQ(rows[0].type, "H");
   EXPECT_THROW(decodeNOAAPredictions(R"({"error":{"message":"No data was found."}})"), DecodingError);
   EXPECT_THROW(decodeNOAAStations(R"({"stations":[{"id":"1","name":"a","lat":1}]})"), DecodingError);
-  const auto points = decodeCHSDataPoints(R"([{"eventDate":"2026-11-23T00:15:00Z","value":1.5},{"eventDate":"2026-11-23T00:30:00.500Z","value":-0.25}])");
+  const auto points = decodeCHSDataPoints(
+      R"([{"eventDate":"2026-11-23T00:15:00Z","value":1.5},{"eventDate":"2026-11-23T00:30:00.500Z","value":-0.25}])");
   ASSERT_EQ(points.size(), 2u);
   EXPECT_EQ(points[1].eventDate - points[0].eventDate, 900.5);
   EXPECT_THROW(decodeCHSDataPoints(R"([{"eventDate":"2026-11-23 00:15","value":1}])"), DecodingError);
@@ -177,7 +191,8 @@ class TideServiceTest : public testing::Test {
     flushDisk();
     service_.reset();
     disk_ = std::make_unique<TideDiskCache>(runtime_.makeStrand(), clock_, directory_);
-    service_ = std::make_unique<TideService>(runtime_.makeStrand(), http_, clock_, endpoints_, *disk_, TideRegionGate{});
+    service_ =
+        std::make_unique<TideService>(runtime_.makeStrand(), http_, clock_, endpoints_, *disk_, TideRegionGate{});
   }
 
   std::optional<TideData> tides(double latitude, double longitude, std::string region) {
@@ -266,7 +281,8 @@ TEST_F(TideServiceTest, SubordinateStationIsInterpolatedFromHighsAndLows) {
   const Date now = Date::fromSystem(kStart);
   EXPECT_EQ(data->chartPoints.front().date, now - 28'800);
   EXPECT_EQ(data->chartPoints.back().date, now + 201'600);
-  for (const auto& extreme : data->extremes) EXPECT_TRUE((DateInterval{now - 28'800, now + 201'600}.contains(extreme.date)));
+  for (const auto& extreme : data->extremes)
+    EXPECT_TRUE((DateInterval{now - 28'800, now + 201'600}.contains(extreme.date)));
   EXPECT_TRUE(runtime_.runBlocking(disk_->loadTideData("noaa-adjusted-hilo-v1:8555889", 0)));
 }
 

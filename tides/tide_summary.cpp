@@ -78,11 +78,11 @@ std::vector<std::string> tideExtremeLines(const TideData& data, Date now, int ho
   const TideHeightUnit unit = tideHeightUnit(locale);
   // The kind's column fits "high" and "low" in the reader's language.
   const std::size_t kindWidth = std::max<std::size_t>({4, paddingWidth(words(kindWord(TideExtreme::Kind::high))),
-                                                        paddingWidth(words(kindWord(TideExtreme::Kind::low)))});
+                                                       paddingWidth(words(kindWord(TideExtreme::Kind::low)))});
   std::vector<std::string> lines;
   for (const auto& extreme : data.extremesIn({now, now + hours * 3600.0})) {
-    lines.push_back(fmt::format("{:<12} {:>8}  {:<{}}  {:>7}", formatted(*day, extreme.date), formatted(*time, extreme.date),
-                                words(kindWord(extreme.kind)), kindWidth,
+    lines.push_back(fmt::format("{:<12} {:>8}  {:<{}}  {:>7}", formatted(*day, extreme.date),
+                                formatted(*time, extreme.date), words(kindWord(extreme.kind)), kindWidth,
                                 formattedTideHeight(extreme.height, unit, locale)));
   }
   return lines;
@@ -95,8 +95,8 @@ std::optional<std::string> describeNextTide(const TideData& data, Date now, cons
   if (!next) return std::nullopt;
   const auto time = dateFormat(next->date - now < 86'400.0 && next->date >= now ? "jmm" : "EEEdMMMjmm", locale, zone);
   return words.format("Next tide: {} {} at {} ({})", words(kindWord(next->kind)),
-                     formattedTideHeight(next->height, tideHeightUnit(locale), locale), formatted(*time, next->date),
-                     data.station.displayName());
+                      formattedTideHeight(next->height, tideHeightUnit(locale), locale), formatted(*time, next->date),
+                      data.station.displayName());
 }
 
 }  // namespace ombrine

@@ -18,9 +18,9 @@
 
 #include <unicode/locid.h>
 
+#include "core/record/tide_records.hpp"
 #include "core/values/date.hpp"
 #include "core/values/screen_words.hpp"
-#include "core/record/tide_records.hpp"
 #include "core/values/time_zone.hpp"
 #include "tides/tide_format.hpp"
 

@@ -21,7 +21,8 @@ Date at(const char* text) { return decodeISO8601Date(text); }
 TideData lewes() {
   // Around the end of daylight saving time in New York (2026-11-01 02:00 EDT becomes 01:00 EST).
   return TideData{
-      .station = TideStation{.id = "8557380", .name = "Lewes", .latitude = 38.7828, .longitude = -75.1192, .state = "DE"},
+      .station =
+          TideStation{.id = "8557380", .name = "Lewes", .latitude = 38.7828, .longitude = -75.1192, .state = "DE"},
       .distance = 5'200.0,
       .extremes = {{at("2026-10-31T23:00:00Z"), Length::meters(1.524), Kind::high},
                    {at("2026-11-01T05:30:00Z"), Length::meters(-0.04), Kind::low},
@@ -50,7 +51,8 @@ TEST(TideSummaryTest, LocalClockTimesAcrossTheDaylightSavingChange) {
   EXPECT_NE(berlin[0].find("00:00"), std::string::npos) << berlin[0];
   EXPECT_NE(berlin[2].find("12:25"), std::string::npos) << berlin[2];
   // Only the asked hours are listed.
-  EXPECT_EQ(tideExtremeLines(lewes(), at("2026-10-31T20:00:00Z"), 6, zone, ScreenWords(icu::Locale("en_US"))).size(), 1u);
+  EXPECT_EQ(tideExtremeLines(lewes(), at("2026-10-31T20:00:00Z"), 6, zone, ScreenWords(icu::Locale("en_US"))).size(),
+            1u);
 }
 
 TEST(TideSummaryTest, UnitsFollowTheLocale) {
@@ -71,7 +73,8 @@ TEST(TideSummaryTest, UnitsFollowTheLocale) {
     EXPECT_EQ(tideHeightUnit(locale), row.unit);
     const ScreenWords words(locale);
     EXPECT_EQ(describeTideStation(lewes(), words), row.station);
-    const auto next = describeNextTide(lewes(), at("2026-10-31T20:00:00Z"), *TimeZone::named("America/New_York"), words);
+    const auto next =
+        describeNextTide(lewes(), at("2026-10-31T20:00:00Z"), *TimeZone::named("America/New_York"), words);
     ASSERT_TRUE(next);
     EXPECT_EQ(next->rfind("Next tide: high " + std::string(row.height) + " at ", 0), 0u) << *next;
     EXPECT_NE(next->find("(Lewes, DE)"), std::string::npos) << *next;
@@ -80,10 +83,12 @@ TEST(TideSummaryTest, UnitsFollowTheLocale) {
   chosen.distance = 0.0;
   EXPECT_EQ(describeTideStation(chosen, ScreenWords(icu::Locale("en_US"))), "Lewes, DE · chosen directly");
   // All tides past: the last one is still named; none at all gives no line.
-  EXPECT_NE(describeNextTide(lewes(), at("2026-11-03T00:00:00Z"), TimeZone::gmt(), ScreenWords(icu::Locale("en_US")))->find("high"),
+  EXPECT_NE(describeNextTide(lewes(), at("2026-11-03T00:00:00Z"), TimeZone::gmt(), ScreenWords(icu::Locale("en_US")))
+                ->find("high"),
             std::string::npos);
   chosen.extremes.clear();
-  EXPECT_EQ(describeNextTide(chosen, at("2026-11-01T00:00:00Z"), TimeZone::gmt(), ScreenWords(icu::Locale("en_US"))), std::nullopt);
+  EXPECT_EQ(describeNextTide(chosen, at("2026-11-01T00:00:00Z"), TimeZone::gmt(), ScreenWords(icu::Locale("en_US"))),
+            std::nullopt);
 }
 
 }  // namespace

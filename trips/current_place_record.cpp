@@ -4,8 +4,8 @@
 
 #include <stdexcept>
 
-#include "core/values/errors.hpp"
 #include "core/record/weather_derived.hpp"
+#include "core/values/errors.hpp"
 #include "platform/errors.hpp"
 #include "platform/log.hpp"
 

@@ -17,8 +17,8 @@
 #include "persistence/favorite_location.hpp"
 #include "persistence/favorite_weather_cache.hpp"
 #include "persistence/weather_cache.hpp"
-#include "platform/clock.hpp"
 #include "platform/async/task.hpp"
+#include "platform/clock.hpp"
 #include "trips/trip_forecast.hpp"
 
 namespace ombrine {

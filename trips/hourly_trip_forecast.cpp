@@ -63,12 +63,9 @@ struct TripLoad {
 };
 
 HourlyForecastLocation tripRouteLocation(const Trip& trip, const CachedWeather& weather) {
-  return HourlyForecastLocation{trip.id,
-                                trip.destination.shownName(),
-                                trip.destination.symbolName,
-                                trip.destination.timeZone,
-                                weather.region,
-                                trip.destination.name};
+  return HourlyForecastLocation{
+      trip.id,        trip.destination.shownName(), trip.destination.symbolName, trip.destination.timeZone,
+      weather.region, trip.destination.name};
 }
 
 HourlyForecastLocation homeRouteLocation(const FavoriteLocation& home, const CachedWeather& weather) {
@@ -186,8 +183,8 @@ Task<HourlyTripLoad> loadHourlyTripForecast(HourlyTripRefreshID key, HourlyForec
   std::unordered_map<Uuid, HourlyForecastRoute> routes;
   for (TripLoad& load : trips) {
     if (!load.weather) continue;
-    routes.emplace(load.trip.id, HourlyForecastRoute{load.weather->weather.hourly,
-                                                     tripRouteLocation(load.trip, *load.weather)});
+    routes.emplace(load.trip.id,
+                   HourlyForecastRoute{load.weather->weather.hourly, tripRouteLocation(load.trip, *load.weather)});
     result.routes.push_back(
         LoadedHourlyRoute{load.request, HourlyTripLoadedWeather{std::move(*load.weather), key.requestedProvider}});
   }

@@ -14,17 +14,17 @@
 #include <string>
 #include <vector>
 
+#include "core/record/one_call_weather.hpp"
+#include "core/record/weather_derived.hpp"
 #include "core/values/location.hpp"
 #include "core/values/measurements.hpp"
-#include "core/record/one_call_weather.hpp"
 #include "core/values/weather_data_source.hpp"
-#include "core/record/weather_derived.hpp"
 #include "persistence/favorite_location.hpp"
 #include "persistence/favorite_weather_cache.hpp"
 #include "persistence/trip_cache_store.hpp"
 #include "persistence/weather_cache.hpp"
-#include "platform/clock.hpp"
 #include "platform/async/task.hpp"
+#include "platform/clock.hpp"
 #include "trips/trip.hpp"
 #include "trips/trip_forecast.hpp"
 #include "trips/trip_timeline.hpp"

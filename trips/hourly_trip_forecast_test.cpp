@@ -32,10 +32,10 @@ const double kHour = 3600.0;
 const Date kClockNow = kNow + 600.0;
 
 // Each place's rows carry their own temperature, so a timeline point tells which route it is from.
-const Location kHere(52.52, 13.405);     // Berlin, the place on screen: 10 °C
-const Location kHome(48.137, 11.575);    // Munich: 30 °C
-const Location kLisbon(38.72, -9.14);    // 21 °C
-const Location kTokyo(35.68, 139.69);    // 22 °C
+const Location kHere(52.52, 13.405);       // Berlin, the place on screen: 10 °C
+const Location kHome(48.137, 11.575);      // Munich: 30 °C
+const Location kLisbon(38.72, -9.14);      // 21 °C
+const Location kTokyo(35.68, 139.69);      // 22 °C
 const Location kAuckland(-36.85, 174.76);  // 23 °C
 const Location kKiritimati(1.87, -157.4);  // 24 °C
 
@@ -114,13 +114,17 @@ class HourlyTripForecastTest : public testing::Test {
 
   HourlyTripRefreshID key(std::vector<Trip> trips, std::optional<FavoriteLocation> home = std::nullopt,
                           bool loads = true) {
-    return HourlyTripRefreshID{TripHourlySchedule{std::move(trips)}, std::move(home), kHere,
-                               WeatherDataSource::dynamic, hourlyRows(kHere, kNow, 24), loads};
+    return HourlyTripRefreshID{TripHourlySchedule{std::move(trips)},
+                               std::move(home),
+                               kHere,
+                               WeatherDataSource::dynamic,
+                               hourlyRows(kHere, kNow, 24),
+                               loads};
   }
 
   Task<HourlyTripLoad> start(HourlyTripRefreshID refresh, TripWeatherFetcher source) {
-    const HourlyForecastLocation here{idNumber(100), "Berlin", "location", zone("Europe/Berlin"), Region{"DE"},
-                                      std::nullopt};
+    const HourlyForecastLocation here{idNumber(100),         "Berlin",     "location",
+                                      zone("Europe/Berlin"), Region{"DE"}, std::nullopt};
     return loadHourlyTripForecast(std::move(refresh), here, *cache_, *favorites_, std::move(source), clock_);
   }
 
@@ -130,10 +134,11 @@ class HourlyTripForecastTest : public testing::Test {
 
   void seedTrip(const Trip& trip, double ageSeconds) {
     const Date observed = kClockNow - ageSeconds;
-    std::vector<TripCacheWrite> writes{TripCacheWrite{
-        trip.id, CachedWeather{trip.destination.name, trip.destination.location, std::nullopt,
-                               recordObservedAt(trip.destination.location, observed, "Europe/Lisbon")},
-        WeatherDataSource::dynamic, TripCacheOperationOrder::begin(observed)}};
+    std::vector<TripCacheWrite> writes{
+        TripCacheWrite{trip.id,
+                       CachedWeather{trip.destination.name, trip.destination.location, std::nullopt,
+                                     recordObservedAt(trip.destination.location, observed, "Europe/Lisbon")},
+                       WeatherDataSource::dynamic, TripCacheOperationOrder::begin(observed)}};
     runtime_.runBlocking(cache_->store(std::move(writes)));
   }
 
@@ -254,8 +259,12 @@ TEST_F(HourlyTripForecastTest, HomeRouteOnlyWhenTheScheduleNeedsItAndAHomeIsKnow
       {"fresh home weather is not fetched again", {lisbonTrip(2)}, true, std::pair{kHome, 60.0}, true, 1},
       {"stale home weather is refreshed", {lisbonTrip(3)}, true, std::pair{kHome, 7200.0}, true, 2},
       {"weather of a home that has moved does not count", {lisbonTrip(4)}, true, std::pair{movedHome, 60.0}, true, 2},
-      {"a trip after the window still ends without a next trip", {lisbonTrip(5, 30.0, 40.0)}, true, std::nullopt,
-       true, 1},
+      {"a trip after the window still ends without a next trip",
+       {lisbonTrip(5, 30.0, 40.0)},
+       true,
+       std::nullopt,
+       true,
+       1},
       {"no home known: no home route", {lisbonTrip(6)}, false, std::nullopt, false, 1},
   };
   for (const Row& row : rows) {
@@ -287,8 +296,8 @@ TEST_F(HourlyTripForecastTest, ATripEndingInTheWindowHandsOverToHomeAtItsExactEn
   // Hours plus the two boundaries between hours; every point from exactly one source.
   EXPECT_EQ(byHour.size(), 26u);
   const std::pair<double, double> expected[] = {
-      {0.0, 10.0}, {3.0, 10.0},  {3.5, 21.0}, {4.0, 21.0}, {8.0, 21.0},
-      {8.25, 30.0},  // the trip's end belongs to home, not to the trip
+      {0.0, 10.0}, {3.0, 10.0},  {3.5, 21.0},
+      {4.0, 21.0}, {8.0, 21.0},  {8.25, 30.0},  // the trip's end belongs to home, not to the trip
       {9.0, 30.0}, {23.0, 30.0},
   };
   for (const auto& [offset, temperature] : expected) {
@@ -315,7 +324,13 @@ TEST_F(HourlyTripForecastTest, TimedTripsAcrossTheDateLineAndADaylightSavingNigh
   };
   const Row rows[] = {
       // UTC+14: the local 28th starts while it is still the 27th in UTC.
-      {"Kiritimati, a day ahead of UTC", "Kiritimati", kKiritimati, "Pacific/Kiritimati", {2027, 3, 28}, {11, 30}, 24.0},
+      {"Kiritimati, a day ahead of UTC",
+       "Kiritimati",
+       kKiritimati,
+       "Pacific/Kiritimati",
+       {2027, 3, 28},
+       {11, 30},
+       24.0},
       {"Auckland, across the date line", "Auckland", kAuckland, "Pacific/Auckland", {2027, 3, 28}, {16, 45}, 23.0},
       // Lisbon springs forward at 01:00 UTC; 03:00 local is then UTC+1.
       {"Lisbon, the morning after spring forward", "Lisbon", kLisbon, "Europe/Lisbon", {2027, 3, 28}, {3, 0}, 21.0},
@@ -363,8 +378,9 @@ TEST_F(HourlyTripForecastTest, CancellationInTheMiddleOfAFetchStoresNothing) {
     std::atomic<bool> waiting{false};
     TripWeatherFetcher source = fetcher();
     auto answer = source.fetchOneCall;
-    source.fetchOneCall = [&, answer, outside = row.cancelFromOutside](Location location, GeoDetails details,
-                                                                       WeatherDataSource provider) -> Task<OneCallWeather> {
+    source.fetchOneCall = [&, answer, outside = row.cancelFromOutside](
+                              Location location, GeoDetails details,
+                              WeatherDataSource provider) -> Task<OneCallWeather> {
       if (location == kTokyo) {
         if (!outside) throw CancellationError();
         waiting = true;
@@ -400,12 +416,9 @@ TEST(TripsInWindowTest, ATripCountsWhenItIsInForceAtSomeInstantOfTheWindow) {
     bool in;
   };
   const Row rows[] = {
-      {"under way at the first hour", -5, 2, true},
-      {"ends exactly at the first hour: already over", -5, 0, false},
-      {"starts exactly at the last hour", 23, 30, true},
-      {"starts after the last hour", 23.5, 30, false},
-      {"spans the whole window", -48, 48, true},
-      {"ends before it starts: never in force", 5, 4, false},
+      {"under way at the first hour", -5, 2, true},      {"ends exactly at the first hour: already over", -5, 0, false},
+      {"starts exactly at the last hour", 23, 30, true}, {"starts after the last hour", 23.5, 30, false},
+      {"spans the whole window", -48, 48, true},         {"ends before it starts: never in force", 5, 4, false},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.why);

@@ -37,8 +37,7 @@ boost::json::value sortedKeys(const boost::json::value& value) {
     std::vector<const boost::json::key_value_pair*> members;
     members.reserve(object->size());
     for (const auto& member : *object) members.push_back(&member);
-    std::sort(members.begin(), members.end(),
-              [](const auto* a, const auto* b) { return a->key() < b->key(); });
+    std::sort(members.begin(), members.end(), [](const auto* a, const auto* b) { return a->key() < b->key(); });
     boost::json::object sorted;
     sorted.reserve(members.size());
     for (const auto* member : members) sorted.emplace(member->key(), sortedKeys(member->value()));

@@ -53,8 +53,7 @@ TripCalendar::TripCalendar(const TimeZone& zone) : zone_(zone), calendar_(makeCa
 
 TripCalendar TripCalendar::current() { return TripCalendar(TimeZone::current()); }
 
-TripCalendar::TripCalendar(const TripCalendar& other)
-    : zone_(other.zone_), calendar_(other.calendar_->clone()) {}
+TripCalendar::TripCalendar(const TripCalendar& other) : zone_(other.zone_), calendar_(other.calendar_->clone()) {}
 
 TripCalendar& TripCalendar::operator=(const TripCalendar& other) {
   if (this != &other) {

@@ -13,13 +13,13 @@
 #include <string>
 #include <vector>
 
-#include "core/values/location.hpp"
 #include "core/record/one_call_weather.hpp"
+#include "core/values/location.hpp"
 #include "core/values/weather_data_source.hpp"
 #include "persistence/trip_cache_store.hpp"
 #include "persistence/weather_cache.hpp"
-#include "platform/clock.hpp"
 #include "platform/async/task.hpp"
+#include "platform/clock.hpp"
 #include "trips/trip.hpp"
 #include "trips/trip_timeline.hpp"
 
@@ -43,9 +43,9 @@ struct TripForecastRefreshID {
 
 // The outcome for one trip.
 struct LoadedTripForecast {
-  TripForecast forecast;                // the days of the record that lie in the trip
-  std::optional<TripCacheEntry> entry;  // the record they come from, if any
-  bool fetched = false;                 // the record was fetched by this load
+  TripForecast forecast;                  // the days of the record that lie in the trip
+  std::optional<TripCacheEntry> entry;    // the record they come from, if any
+  bool fetched = false;                   // the record was fetched by this load
   std::optional<std::string> fetchError;  // why a fetch failed; a cached record still stands
   std::exception_ptr fetchFailure;        // the same failure, typed, for its reader to word
   std::optional<std::string> storeError;  // fetched, shown, but not written to the cache

@@ -74,10 +74,9 @@ class TripForecastTest : public testing::Test {
   }
 
   void seed(const Trip& trip, Date observed) {
-    std::vector<TripCacheWrite> writes{TripCacheWrite{trip.id, CachedWeather{"Berlin", kBerlin, Region{"DE"},
-                                                                            forecastObservedAt(observed)},
-                                                      WeatherDataSource::dynamic,
-                                                      TripCacheOperationOrder::begin(observed)}};
+    std::vector<TripCacheWrite> writes{
+        TripCacheWrite{trip.id, CachedWeather{"Berlin", kBerlin, Region{"DE"}, forecastObservedAt(observed)},
+                       WeatherDataSource::dynamic, TripCacheOperationOrder::begin(observed)}};
     runtime_.runBlocking(cache_->store(std::move(writes)));
   }
 
@@ -105,7 +104,11 @@ TEST_F(TripForecastTest, FetchesWhatIsMissingOrStaleAndCutsTheTripsDays) {
       {"nothing cached: fetched", berlinTrip(1, 18, 20), std::nullopt, {}, 1, 3},
       {"fresh record: no fetch", berlinTrip(2, 18, 20), 60.0, {}, 0, 3},
       {"stale record: fetched", berlinTrip(3, 18, 20), 7200.0, {}, 1, 3},
-      {"fetching off: the stale record stands", berlinTrip(4, 18, 20), 7200.0, {false, WeatherDataSource::dynamic}, 0,
+      {"fetching off: the stale record stands",
+       berlinTrip(4, 18, 20),
+       7200.0,
+       {false, WeatherDataSource::dynamic},
+       0,
        3},
       {"trip already over: never fetched", berlinTrip(5, 10, 16), std::nullopt, {}, 0, 0},
       {"trip beyond the forecast's range: fetched, no days yet", berlinTrip(6, 28, 30), std::nullopt, {}, 1, 0},

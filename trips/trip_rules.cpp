@@ -106,7 +106,8 @@ bool conflicts(const Trip& a, const Trip& b, const TripCalendar& calendar) {
 
 TripState tripState(const Trip& trip, Date today, const TripCalendar& calendar) {
   const Date todayStart = calendar.startOfDay(today);
-  const Date start = isTimed(trip) ? localStartDay(trip, calendar) : shifted(trip.dates.from, trip.destination, calendar);
+  const Date start =
+      isTimed(trip) ? localStartDay(trip, calendar) : shifted(trip.dates.from, trip.destination, calendar);
   if (const int days = calendar.wholeDays(todayStart, start); days >= 1) return {TripStateValue::upcoming, days};
   const Date end = localEndDay(trip, calendar);
   if (const int days = calendar.wholeDays(end, todayStart); days >= 1) return {TripStateValue::past, days};
@@ -189,7 +190,8 @@ std::string conflictMessage(TripConflictKind kind, const std::string& name, cons
     case TripConflictKind::dates: return "These dates overlap with your trip to " + isolated + " from " + when + ".";
     case TripConflictKind::startDate:
       return "This start date clashes with your trip to " + isolated + " from " + when + ".";
-    case TripConflictKind::endDate: return "This end date clashes with your trip to " + isolated + " from " + when + ".";
+    case TripConflictKind::endDate:
+      return "This end date clashes with your trip to " + isolated + " from " + when + ".";
   }
   return {};
 }
@@ -207,8 +209,8 @@ std::string formatMinimumTripDistance(const std::string& locale) {
 }
 
 std::string formatConflictDates(const Trip& existing, TripConflictKind kind, const std::string& locale) {
-  const bool withTimes = kind == TripConflictKind::times && existing.dates.hasTimes &&
-                         !(existing.dates.to < existing.dates.from);
+  const bool withTimes =
+      kind == TripConflictKind::times && existing.dates.hasTimes && !(existing.dates.to < existing.dates.from);
   const icu::UnicodeString skeleton = withTimes ? u"EEEEdMMMjmm" : u"yMMMd";
   const Date from = existing.dates.from;
   const Date to = existing.dates.hasTimes ? endMoment(existing) : existing.dates.to;
@@ -219,7 +221,8 @@ std::string formatConflictDates(const Trip& existing, TripConflictKind kind, con
   std::unique_ptr<icu::TimeZone> zone(icuZone(existing.destination.timeZone));
   icu::UnicodeString text;
   if (oneDay) {
-    std::unique_ptr<icu::DateTimePatternGenerator> generator(icu::DateTimePatternGenerator::createInstance(place, status));
+    std::unique_ptr<icu::DateTimePatternGenerator> generator(
+        icu::DateTimePatternGenerator::createInstance(place, status));
     if (U_FAILURE(status)) return {};
     const icu::UnicodeString pattern = generator->getBestPattern(skeleton, status);
     icu::SimpleDateFormat format(pattern, place, status);
@@ -255,7 +258,8 @@ std::optional<TripShortcutsError> findConflict(const Trip& candidate, const std:
   for (const Trip& other : existing) {
     if (other.id == candidate.id || !conflicts(candidate, other, calendar)) continue;
     const TripConflictKind kind = conflictKind(candidate, other, calendar);
-    std::string message = conflictMessage(kind, other.destination.shownName(), formatConflictDates(other, kind, locale));
+    std::string message =
+        conflictMessage(kind, other.destination.shownName(), formatConflictDates(other, kind, locale));
     return TripShortcutsError{TripShortcutsError::Conflict{kind, other}, std::move(message)};
   }
   return std::nullopt;
@@ -297,7 +301,8 @@ Trip validateNewTrip(const NewTripRequest& request, const std::optional<Location
   // Stored in the destination's zone: the same wall-clock day there, whatever zone the device
   // that reads it is in.
   auto toDestination = [&](Date date) {
-    return date + static_cast<double>(calendar.timeZone().secondsFromGMT(date) - destination.timeZone.secondsFromGMT(date));
+    return date +
+           static_cast<double>(calendar.timeZone().secondsFromGMT(date) - destination.timeZone.secondsFromGMT(date));
   };
   Trip trip{id, destination, TripDates{.from = toDestination(start), .to = toDestination(end)}};
   if (std::optional<TripShortcutsError> conflict = findConflict(trip, existing, calendar, locale)) {

@@ -13,8 +13,8 @@
 // thread rule) and raise nothing unless stated.
 
 #include <optional>
-#include <utility>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -142,8 +142,7 @@ struct TripShortcutsError {
 // A trip refused by the rules; `what()` is the message.
 class TripRejectedError : public std::runtime_error {
  public:
-  explicit TripRejectedError(TripShortcutsError error)
-      : std::runtime_error(error.message), error_(std::move(error)) {}
+  explicit TripRejectedError(TripShortcutsError error) : std::runtime_error(error.message), error_(std::move(error)) {}
   const TripShortcutsError& error() const noexcept { return error_; }
 
  private:
@@ -186,8 +185,8 @@ std::optional<TripShortcutsError> findConflict(const Trip& candidate, const std:
 // What the user asks for when adding a trip by date.
 struct NewTripRequest {
   std::optional<TripLocation> destination;  // nothing: no place could be read
-  Date startDate;                            // any instant of the first day, in the calendar
-  std::optional<Date> endDate;               // any instant of the last day; nothing: one day
+  Date startDate;                           // any instant of the first day, in the calendar
+  std::optional<Date> endDate;              // any instant of the last day; nothing: one day
   // An edit that keeps the trip's start: a trip under way may keep a start before today.
   bool keepsStart = false;
 };

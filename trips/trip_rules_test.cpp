@@ -39,7 +39,7 @@ Trip timed(int n, const TripLocation& where, Date from, Date to) {
 TEST(TripRulesTest, AllDayTripKeepsItsWallClockDaysOnEveryDevice) {
   // Stored by a device in Lisbon; read on devices around the world, across both date lines.
   const Trip trip = allDay(1, kAuckland, {2027, 3, 30}, {2027, 4, 6});  // NZ daylight time ends Apr 4
-  const char* devices[] = {"Europe/Lisbon", "America/New_York", "Pacific/Auckland", "Pacific/Honolulu",
+  const char* devices[] = {"Europe/Lisbon",      "America/New_York",  "Pacific/Auckland", "Pacific/Honolulu",
                            "Pacific/Kiritimati", "Pacific/Pago_Pago", "Asia/Kolkata"};
   for (const char* device : devices) {
     SCOPED_TRACE(device);
@@ -65,17 +65,24 @@ TEST(TripRulesTest, TimedTripDaysAreTheDestinationsDays) {
   };
   const Row rows[] = {
       {"arrival late evening in Auckland is the next day in Lisbon's numbering",
-       timed(1, kAuckland, at("Pacific/Auckland", {2027, 5, 10}, {22, 0, 0}), at("Pacific/Auckland", {2027, 5, 12}, {9, 0, 0})),
-       {2027, 5, 10}, {2027, 5, 12}},
+       timed(1, kAuckland, at("Pacific/Auckland", {2027, 5, 10}, {22, 0, 0}),
+             at("Pacific/Auckland", {2027, 5, 12}, {9, 0, 0})),
+       {2027, 5, 10},
+       {2027, 5, 12}},
       {"ending exactly at midnight does not occupy the next day",
        timed(2, kMadrid, at("Europe/Madrid", {2027, 5, 10}, {8, 0, 0}), at("Europe/Madrid", {2027, 5, 12})),
-       {2027, 5, 10}, {2027, 5, 11}},
+       {2027, 5, 10},
+       {2027, 5, 11}},
       {"east of the date line: Kiritimati is a day ahead of Pago Pago",
-       timed(3, kKiritimati, at("Pacific/Kiritimati", {2027, 1, 1}, {1, 0, 0}), at("Pacific/Kiritimati", {2027, 1, 1}, {23, 0, 0})),
-       {2027, 1, 1}, {2027, 1, 1}},
+       timed(3, kKiritimati, at("Pacific/Kiritimati", {2027, 1, 1}, {1, 0, 0}),
+             at("Pacific/Kiritimati", {2027, 1, 1}, {23, 0, 0})),
+       {2027, 1, 1},
+       {2027, 1, 1}},
       {"west of the date line",
-       timed(4, kPagoPago, at("Pacific/Pago_Pago", {2026, 12, 31}, {1, 0, 0}), at("Pacific/Pago_Pago", {2027, 1, 2}, {23, 0, 0})),
-       {2026, 12, 31}, {2027, 1, 2}},
+       timed(4, kPagoPago, at("Pacific/Pago_Pago", {2026, 12, 31}, {1, 0, 0}),
+             at("Pacific/Pago_Pago", {2027, 1, 2}, {23, 0, 0})),
+       {2026, 12, 31},
+       {2027, 1, 2}},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.why);
@@ -103,12 +110,14 @@ TEST(TripRulesTest, EndMomentHonoursInferredReturnAndExclusiveEnd) {
       {"timed inclusive", {.from = from, .to = to, .hasTimes = true}, to},
       {"timed exclusive", {.from = from, .to = to, .hasTimes = true, .hasExclusiveEnd = true}, to - 0.001},
       {"return time counts only when the end is inferred",
-       {.from = from, .to = to, .hasTimes = true, .returnHomeAt = home, .hasExclusiveEnd = true}, to - 0.001},
+       {.from = from, .to = to, .hasTimes = true, .returnHomeAt = home, .hasExclusiveEnd = true},
+       to - 0.001},
       {"inferred end from the return time",
        {.from = from, .to = to, .hasTimes = true, .infersEndTime = true, .returnHomeAt = home, .hasExclusiveEnd = true},
        home - 0.001},
       {"inferred end without a return time falls back to to",
-       {.from = from, .to = to, .hasTimes = true, .infersEndTime = true}, to},
+       {.from = from, .to = to, .hasTimes = true, .infersEndTime = true},
+       to},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.why);
@@ -127,7 +136,8 @@ TEST(TripRulesTest, ConflictsBetweenTrips) {
     bool conflict;
   };
   const Row rows[] = {
-      {"timed trips touching at one moment", timed(1, kMadrid, noon10, noon12), timed(2, kPorto, noon12, noon14), false},
+      {"timed trips touching at one moment", timed(1, kMadrid, noon10, noon12), timed(2, kPorto, noon12, noon14),
+       false},
       {"timed trips overlapping by a second", timed(1, kMadrid, noon10, noon12 + 1.0), timed(2, kPorto, noon12, noon14),
        true},
       {"all-day trips sharing a day", allDay(1, kMadrid, {2027, 6, 10}, {2027, 6, 12}),
@@ -145,7 +155,8 @@ TEST(TripRulesTest, ConflictsBetweenTrips) {
        timed(2, kPorto, noon10, noon14), false},
       {"timed trips with inferred end use the return time",
        Trip{idNumber(1), kMadrid,
-            TripDates{.from = noon10, .to = noon10 + 60.0, .hasTimes = true, .infersEndTime = true, .returnHomeAt = noon14}},
+            TripDates{
+                .from = noon10, .to = noon10 + 60.0, .hasTimes = true, .infersEndTime = true, .returnHomeAt = noon14}},
        timed(2, kPorto, noon12, noon14), true},
   };
   for (const Row& row : rows) {
@@ -197,8 +208,8 @@ TEST(TripRulesTest, ConnectedNextTrip) {
       {"no home known", timed(2, kWellington, d5 + 3600.0, d5 + 3 * 86'400.0), std::nullopt, false, false},
       {"user returns home in between", timed(2, kWellington, d5 + 3600.0, d5 + 3 * 86'400.0), kLisbonHome, true, false},
       {"the next place is near home", timed(2, kPorto, d5 + 3600.0, d5 + 3 * 86'400.0), kLisbonHome, false, false},
-      {"home is near the destinations", timed(2, kWellington, d5 + 3600.0, d5 + 3 * 86'400.0),
-       Location(-38.0, 175.0), false, false},
+      {"home is near the destinations", timed(2, kWellington, d5 + 3600.0, d5 + 3 * 86'400.0), Location(-38.0, 175.0),
+       false, false},
       {"next trip arrives before this one ends, whatever the distances",
        timed(2, kPorto, d5 - 3600.0, d5 + 3 * 86'400.0), std::nullopt, false, true},
   };
@@ -224,9 +235,15 @@ TEST(TripRulesTest, NormalizedTripsFixInferredEnds) {
   const Date d5 = at("Pacific/Auckland", {2027, 2, 5}, {9, 0, 0});
   const Date d6 = d5 + 86'400.0;
   Trip inferred{idNumber(1), kAuckland,
-                TripDates{.from = d1, .to = d1 + 60.0, .hasTimes = true, .hasArrivalTime = true, .infersEndTime = true,
-                          .returnHomeAt = d5, .returnHomeTimeZone = zone("Europe/Lisbon"),
-                          .returnsHomeBetweenTrips = false, .hasExclusiveEnd = true}};
+                TripDates{.from = d1,
+                          .to = d1 + 60.0,
+                          .hasTimes = true,
+                          .hasArrivalTime = true,
+                          .infersEndTime = true,
+                          .returnHomeAt = d5,
+                          .returnHomeTimeZone = zone("Europe/Lisbon"),
+                          .returnsHomeBetweenTrips = false,
+                          .hasExclusiveEnd = true}};
   const Trip plainTimed = timed(2, kWellington, d6, d6 + 86'400.0);
   const Trip allDayNext = allDay(3, kWellington, {2027, 2, 5}, {2027, 2, 8});
   struct Row {
@@ -238,7 +255,8 @@ TEST(TripRulesTest, NormalizedTripsFixInferredEnds) {
       {"alone: the return time becomes the end", {inferred}, d5},
       {"connected timed next trip: its exact start", {inferred, plainTimed}, d6},
       {"connected all-day next trip: the earlier of its first day and the return",
-       {inferred, allDayNext}, std::min(localStartDay(allDayNext, lisbon), d5)},
+       {inferred, allDayNext},
+       std::min(localStartDay(allDayNext, lisbon), d5)},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.why);
@@ -332,8 +350,8 @@ TEST(TripRulesTest, NewTimedTripValidationInOrder) {
   const TripCalendar lisbon(zone("Europe/Lisbon"));
   // 2027-03-27 20:00 in Lisbon is already the 28th at 09:00 in Auckland.
   const Date now = at("Europe/Lisbon", {2027, 3, 27}, {20, 0, 0});
-  const Trip booked = timed(9, kMadrid, at("Europe/Madrid", {2027, 4, 2}, {10, 0, 0}),
-                            at("Europe/Madrid", {2027, 4, 3}, {18, 0, 0}));
+  const Trip booked =
+      timed(9, kMadrid, at("Europe/Madrid", {2027, 4, 2}, {10, 0, 0}), at("Europe/Madrid", {2027, 4, 3}, {18, 0, 0}));
   const std::vector<Trip> existing{booked};
   TripLocation nearHome = kPorto;
   nearHome.location = northOf(kLisbonHome, 20'000.0);
@@ -349,28 +367,65 @@ TEST(TripRulesTest, NewTimedTripValidationInOrder) {
   };
   const Row rows[] = {
       {"no home", std::nullopt, kMadrid, {{2027, 4, 1}, {9, 0}}, std::nullopt, kNoHomeLocationMessage},
-      {"no destination", kLisbonHome, std::nullopt, {{2027, 4, 1}, {9, 0}}, std::nullopt,
+      {"no destination",
+       kLisbonHome,
+       std::nullopt,
+       {{2027, 4, 1}, {9, 0}},
+       std::nullopt,
        kNoDestinationLocationMessage},
       // Madrid springs forward on 2027-03-28 from 02:00 to 03:00.
-      {"arrival in the skipped hour", kLisbonHome, kMadrid, {{2027, 3, 28}, {2, 30}}, std::nullopt,
+      {"arrival in the skipped hour",
+       kLisbonHome,
+       kMadrid,
+       {{2027, 3, 28}, {2, 30}},
+       std::nullopt,
        kTimeUnavailableAtDestinationMessage},
-      {"departure in the skipped hour", kLisbonHome, kMadrid, {{2027, 3, 27}, {23, 0}}, Moment{{2027, 3, 28}, {2, 0}},
+      {"departure in the skipped hour",
+       kLisbonHome,
+       kMadrid,
+       {{2027, 3, 27}, {23, 0}},
+       Moment{{2027, 3, 28}, {2, 0}},
        kTimeUnavailableAtDestinationMessage},
       {"the hour after the gap exists", kLisbonHome, kMadrid, {{2027, 3, 28}, {3, 0}}, std::nullopt, "", true},
-      {"the destination's today, though the device's is a day behind", kLisbonHome, kAuckland,
-       {{2027, 3, 28}, {8, 0}}, std::nullopt, "", true},
-      {"the destination's yesterday", kLisbonHome, kAuckland, {{2027, 3, 27}, {23, 0}}, std::nullopt,
+      {"the destination's today, though the device's is a day behind",
+       kLisbonHome,
+       kAuckland,
+       {{2027, 3, 28}, {8, 0}},
+       std::nullopt,
+       "",
+       true},
+      {"the destination's yesterday",
+       kLisbonHome,
+       kAuckland,
+       {{2027, 3, 27}, {23, 0}},
+       std::nullopt,
        kStartsInPastMessage},
-      {"departure equal to arrival", kLisbonHome, kMadrid, {{2027, 4, 1}, {9, 0}}, Moment{{2027, 4, 1}, {9, 0}},
+      {"departure equal to arrival",
+       kLisbonHome,
+       kMadrid,
+       {{2027, 4, 1}, {9, 0}},
+       Moment{{2027, 4, 1}, {9, 0}},
        kReturnBeforeArrivalMessage},
       {"a one-minute trip passes", kLisbonHome, kMadrid, {{2027, 4, 1}, {9, 0}}, Moment{{2027, 4, 1}, {9, 1}}, ""},
       {"Porto is far enough from home", kLisbonHome, kPorto, {{2027, 4, 1}, {9, 0}}, std::nullopt, "", true},
-      {"too near home", kLisbonHome, nearHome, {{2027, 4, 1}, {9, 0}}, std::nullopt,
+      {"too near home",
+       kLisbonHome,
+       nearHome,
+       {{2027, 4, 1}, {9, 0}},
+       std::nullopt,
        "Trips must be at least 31 miles away from home."},
-      {"arrives as the booked trip leaves: no conflict", kLisbonHome, kAuckland, {{2027, 4, 4}, {4, 0}},
-       Moment{{2027, 4, 6}, {9, 0}}, ""},
-      {"overlaps the booked trip by a minute", kLisbonHome, kAuckland, {{2027, 4, 4}, {3, 59}},
-       Moment{{2027, 4, 6}, {9, 0}}, "These times overlap with your trip to \u2068Madrid\u2069 from "},
+      {"arrives as the booked trip leaves: no conflict",
+       kLisbonHome,
+       kAuckland,
+       {{2027, 4, 4}, {4, 0}},
+       Moment{{2027, 4, 6}, {9, 0}},
+       ""},
+      {"overlaps the booked trip by a minute",
+       kLisbonHome,
+       kAuckland,
+       {{2027, 4, 4}, {3, 59}},
+       Moment{{2027, 4, 6}, {9, 0}},
+       "These times overlap with your trip to \u2068Madrid\u2069 from "},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.why);
@@ -404,7 +459,8 @@ TEST(TripRulesTest, NewTimedTripValidationInOrder) {
 TEST(TripRulesTest, AuclandTripFromLisbonIsStoredAsAucklandMidnight) {
   const TripCalendar lisbon(zone("Europe/Lisbon"));
   const Date now = at("Europe/Lisbon", {2027, 3, 10}, {14, 0, 0});
-  const NewTripRequest request{kAuckland, at("Europe/Lisbon", {2027, 4, 2}, {10, 0, 0}), at("Europe/Lisbon", {2027, 4, 5})};
+  const NewTripRequest request{kAuckland, at("Europe/Lisbon", {2027, 4, 2}, {10, 0, 0}),
+                               at("Europe/Lisbon", {2027, 4, 5})};
   const Trip trip = validateNewTrip(request, kLisbonHome, {}, now, lisbon, idNumber(1), "en_GB");
   EXPECT_EQ(trip.dates.from, at("Pacific/Auckland", {2027, 4, 2}));
   EXPECT_EQ(trip.dates.to, at("Pacific/Auckland", {2027, 4, 5}, {23, 59, 59}));
@@ -415,7 +471,8 @@ TEST(TripRulesTest, ConflictTextsAndDistanceFormats) {
   const Trip timedTrip = timed(2, kAuckland, at("Pacific/Auckland", {2027, 7, 4}, {9, 30, 0}),
                                at("Pacific/Auckland", {2027, 7, 6}, {18, 0, 0}));
   EXPECT_EQ(formatConflictDates(oneDay, TripConflictKind::dates, "en_GB"), "4 Jul 2027");
-  EXPECT_EQ(formatConflictDates(timedTrip, TripConflictKind::times, "en_GB"), "Sunday, 4 Jul, 09:30\u2009–\u2009Tuesday, 6 Jul, 18:00");
+  EXPECT_EQ(formatConflictDates(timedTrip, TripConflictKind::times, "en_GB"),
+            "Sunday, 4 Jul, 09:30\u2009–\u2009Tuesday, 6 Jul, 18:00");
   EXPECT_EQ(conflictMessage(TripConflictKind::times, "Auckland", "x"),
             "These times overlap with your trip to \u2068Auckland\u2069 from x.");
   EXPECT_EQ(formatMinimumTripDistance("en_US"), "31 miles");

@@ -4,14 +4,13 @@
 // Key "trips": the JSON array of trips/trip.hpp, stored as data. The pattern is CloudValueStore's
 // (persistence/cloud_value_store.hpp): a change made here is a read-merge-write of the stored
 // list under the store's lock across processes (a save or removal touches only its own trip, by
-// id, so trips other processes wrote meanwhile survive), on disk when the call returns; a change that arrives from elsewhere (another process, another machine) is
-// decoded and applied to memory without being written back; bytes that do not decode are logged
-// and leave memory as it was, and the next local change overwrites them. A missing key (a wiped
-// store) also leaves memory as it is, so the trips are written back with the next change; removing
-// every trip stores an empty array. Two machines editing at once lose one edit: the list is one
-// value, and the cloud store is last-writer-wins per key; two processes on one machine do not.
-// The changing members raise FileError when the store cannot be read or written (and
-// CloudStoreQuotaError); memory and store are then as they were.
+// id, so trips other processes wrote meanwhile survive), on disk when the call returns; a change that arrives from
+// elsewhere (another process, another machine) is decoded and applied to memory without being written back; bytes that
+// do not decode are logged and leave memory as it was, and the next local change overwrites them. A missing key (a
+// wiped store) also leaves memory as it is, so the trips are written back with the next change; removing every trip
+// stores an empty array. Two machines editing at once lose one edit: the list is one value, and the cloud store is
+// last-writer-wins per key; two processes on one machine do not. The changing members raise FileError when the store
+// cannot be read or written (and CloudStoreQuotaError); memory and store are then as they were.
 //
 // Thread-safe: every member may be called from any thread. Observers run after each change with
 // the new list, without any lock held, on the thread that made the change (for an external

@@ -1,7 +1,7 @@
 #include "trips/trip_store.hpp"
 
-#include <algorithm>
 #include <gtest/gtest.h>
+#include <algorithm>
 
 #include "platform/testing/in_memory_key_value_store.hpp"
 

@@ -32,25 +32,26 @@ TEST(TripJsonTest, AbsentFlagsReadAsTheirDerivedDefaults) {
   };
   const Row rows[] = {
       {"bare all-day record", R"({"from":0,"to":86400})", false, false, false, false, false},
-      {"timed record without arrival flag reads arrival as timed", R"({"from":0,"to":1,"hasTimes":true})",
-       true, true, false, false, false},
+      {"timed record without arrival flag reads arrival as timed", R"({"from":0,"to":1,"hasTimes":true})", true, true,
+       false, false, false},
       {"timed, no inferred end, no return: inclusive end", R"({"from":0,"to":1,"hasTimes":true,"infersEndTime":false})",
        true, true, false, false, false},
-      {"timed with a return time: exclusive end", R"({"from":0,"to":1,"hasTimes":true,"returnHomeAt":5})", true,
-       true, false, false, true},
-      {"timed with an inferred end: exclusive end", R"({"from":0,"to":1,"hasTimes":true,"infersEndTime":true})",
-       true, true, true, false, true},
-      {"all-day with a return time stays inclusive", R"({"from":0,"to":1,"returnHomeAt":5})", false, false,
-       false, false, false},
-      {"explicit arrival flag wins over hasTimes", R"({"from":0,"to":1,"hasTimes":true,"hasArrivalTime":false})",
-       true, false, false, false, false},
+      {"timed with a return time: exclusive end", R"({"from":0,"to":1,"hasTimes":true,"returnHomeAt":5})", true, true,
+       false, false, true},
+      {"timed with an inferred end: exclusive end", R"({"from":0,"to":1,"hasTimes":true,"infersEndTime":true})", true,
+       true, true, false, true},
+      {"all-day with a return time stays inclusive", R"({"from":0,"to":1,"returnHomeAt":5})", false, false, false,
+       false, false},
+      {"explicit arrival flag wins over hasTimes", R"({"from":0,"to":1,"hasTimes":true,"hasArrivalTime":false})", true,
+       false, false, false, false},
       {"explicit exclusive-end flag wins over derivation",
        R"({"from":0,"to":1,"hasTimes":true,"infersEndTime":true,"hasExclusiveEnd":false})", true, true, true, false,
        false},
-      {"null optional flags read as absent", R"({"from":0,"to":1,"hasTimes":true,"hasArrivalTime":null,"returnHomeAt":null})",
-       true, true, false, false, false},
-      {"returnsHomeBetweenTrips read", R"({"from":0,"to":1,"returnsHomeBetweenTrips":true})", false, false, false,
-       true, false},
+      {"null optional flags read as absent",
+       R"({"from":0,"to":1,"hasTimes":true,"hasArrivalTime":null,"returnHomeAt":null})", true, true, false, false,
+       false},
+      {"returnsHomeBetweenTrips read", R"({"from":0,"to":1,"returnsHomeBetweenTrips":true})", false, false, false, true,
+       false},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.why);
@@ -70,11 +71,12 @@ TEST(TripJsonTest, EncodesEveryFlagInOrderAndOptionalsOnlyWhenPresent) {
                       *TimeZone::named("Pacific/Auckland")};
   trip.dates.from = Date::fromReference(786020400.0);
   trip.dates.to = Date::fromReference(786538800.5);
-  EXPECT_EQ(encodeTrip(trip),
-            R"({"id":"0E2D2B4B-8F0A-4C57-9A55-3A2F4C1E9B10","destination":{"name":"Auckland",)"
-            R"("symbolName":"airplane","location":{"latitude":-36.8485,"longitude":174.7633},)"
-            R"("timeZone":"Pacific/Auckland"},"dates":{"from":786020400,"to":786538800.5,"hasTimes":false,)"
-            R"("hasArrivalTime":false,"infersEndTime":false,"returnsHomeBetweenTrips":false,"hasExclusiveEnd":false}})");
+  EXPECT_EQ(
+      encodeTrip(trip),
+      R"({"id":"0E2D2B4B-8F0A-4C57-9A55-3A2F4C1E9B10","destination":{"name":"Auckland",)"
+      R"("symbolName":"airplane","location":{"latitude":-36.8485,"longitude":174.7633},)"
+      R"("timeZone":"Pacific/Auckland"},"dates":{"from":786020400,"to":786538800.5,"hasTimes":false,)"
+      R"("hasArrivalTime":false,"infersEndTime":false,"returnsHomeBetweenTrips":false,"hasExclusiveEnd":false}})");
 
   trip.destination.displayName = "Home away";
   trip.dates.returnHomeAt = Date::fromReference(786600000.0);

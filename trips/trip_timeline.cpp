@@ -103,10 +103,9 @@ std::vector<Date> timelineDates(const std::vector<Date>& hours, const std::vecto
 }
 
 HourlyTripForecastSnapshot snapshot(HourlyForecastRoute currentRoute, std::optional<HourlyForecastRoute> home,
-                                    TripHourlySchedule schedule,
-                                    std::unordered_map<Uuid, HourlyForecastRoute> routes) {
-  HourlyTripForecastSnapshot result{std::move(currentRoute), std::move(home), std::move(schedule), std::move(routes),
-                                    {}};
+                                    TripHourlySchedule schedule, std::unordered_map<Uuid, HourlyForecastRoute> routes) {
+  HourlyTripForecastSnapshot result{
+      std::move(currentRoute), std::move(home), std::move(schedule), std::move(routes), {}};
   std::vector<Date> hours;
   for (const OneCallWeather::Hourly& row : result.currentRoute.hourly) {
     if (!row.sunStateChange) hours.push_back(row.dt);

@@ -16,9 +16,9 @@
 #include <unordered_map>
 #include <vector>
 
+#include "core/record/one_call_weather.hpp"
 #include "core/values/date.hpp"
 #include "core/values/location.hpp"
-#include "core/record/one_call_weather.hpp"
 #include "core/values/time_zone.hpp"
 #include "core/values/uuid.hpp"
 #include "trips/trip.hpp"
@@ -127,7 +127,6 @@ struct HourlyTripForecastSnapshot {
 // The snapshot with its timeline built over the real hours of `currentRoute` (synthetic sun rows
 // are not hours) and the trip boundaries among them.
 HourlyTripForecastSnapshot snapshot(HourlyForecastRoute currentRoute, std::optional<HourlyForecastRoute> home,
-                                    TripHourlySchedule schedule,
-                                    std::unordered_map<Uuid, HourlyForecastRoute> routes);
+                                    TripHourlySchedule schedule, std::unordered_map<Uuid, HourlyForecastRoute> routes);
 
 }  // namespace ombrine

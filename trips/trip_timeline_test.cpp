@@ -88,22 +88,42 @@ TEST(TripTimelineTest, ForecastDaysAreTheTripsOwnDaysInTheDestinationsZone) {
     std::vector<CivilDay> expected;
   };
   const Row rows[] = {
-      {"all-day trip in Auckland", allDay(1, "Pacific/Auckland", {2027, 4, 3}, {2027, 4, 5}), "Pacific/Auckland",
-       {2027, 4, 1}, {{2027, 4, 3}, {2027, 4, 4}, {2027, 4, 5}}},
-      {"across the date line: Kiritimati (UTC+14) days", allDay(2, "Pacific/Kiritimati", {2027, 1, 1}, {2027, 1, 2}),
-       "Pacific/Kiritimati", {2026, 12, 30}, {{2027, 1, 1}, {2027, 1, 2}}},
-      {"Pago Pago (UTC-11), same wall-clock dates", allDay(3, "Pacific/Pago_Pago", {2027, 1, 1}, {2027, 1, 2}),
-       "Pacific/Pago_Pago", {2026, 12, 30}, {{2027, 1, 1}, {2027, 1, 2}}},
-      {"over the spring-forward night in Madrid", allDay(4, "Europe/Madrid", {2027, 3, 27}, {2027, 3, 29}),
-       "Europe/Madrid", {2027, 3, 26}, {{2027, 3, 27}, {2027, 3, 28}, {2027, 3, 29}}},
+      {"all-day trip in Auckland",
+       allDay(1, "Pacific/Auckland", {2027, 4, 3}, {2027, 4, 5}),
+       "Pacific/Auckland",
+       {2027, 4, 1},
+       {{2027, 4, 3}, {2027, 4, 4}, {2027, 4, 5}}},
+      {"across the date line: Kiritimati (UTC+14) days",
+       allDay(2, "Pacific/Kiritimati", {2027, 1, 1}, {2027, 1, 2}),
+       "Pacific/Kiritimati",
+       {2026, 12, 30},
+       {{2027, 1, 1}, {2027, 1, 2}}},
+      {"Pago Pago (UTC-11), same wall-clock dates",
+       allDay(3, "Pacific/Pago_Pago", {2027, 1, 1}, {2027, 1, 2}),
+       "Pacific/Pago_Pago",
+       {2026, 12, 30},
+       {{2027, 1, 1}, {2027, 1, 2}}},
+      {"over the spring-forward night in Madrid",
+       allDay(4, "Europe/Madrid", {2027, 3, 27}, {2027, 3, 29}),
+       "Europe/Madrid",
+       {2027, 3, 26},
+       {{2027, 3, 27}, {2027, 3, 28}, {2027, 3, 29}}},
       {"timed trip: arrival evening, departure morning touch both days",
        timed(5, at("America/New_York", {2027, 11, 6}, {21, 0, 0}), at("America/New_York", {2027, 11, 8}, {7, 0, 0}),
              "America/New_York"),
-       "America/New_York", {2027, 11, 5}, {{2027, 11, 6}, {2027, 11, 7}, {2027, 11, 8}}},
-      {"a trip beyond the forecast's range gets no days", allDay(6, "Europe/Madrid", {2028, 6, 1}, {2028, 6, 9}),
-       "Europe/Madrid", {2027, 6, 1}, {}},
-      {"a trip in the past gets no days", allDay(7, "Europe/Madrid", {2020, 6, 1}, {2020, 6, 9}), "Europe/Madrid",
-       {2027, 6, 1}, {}},
+       "America/New_York",
+       {2027, 11, 5},
+       {{2027, 11, 6}, {2027, 11, 7}, {2027, 11, 8}}},
+      {"a trip beyond the forecast's range gets no days",
+       allDay(6, "Europe/Madrid", {2028, 6, 1}, {2028, 6, 9}),
+       "Europe/Madrid",
+       {2027, 6, 1},
+       {}},
+      {"a trip in the past gets no days",
+       allDay(7, "Europe/Madrid", {2020, 6, 1}, {2020, 6, 9}),
+       "Europe/Madrid",
+       {2027, 6, 1},
+       {}},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.why);
@@ -206,7 +226,7 @@ TEST(TripTimelineTest, PointTakesTheHourThatHoldsTheDate) {
 TEST(TripTimelineTest, TimelineDatesAddBoundariesInsideTheHoursOnly) {
   const Date t0 = Date::fromReference(800000000.0);
   const std::vector<Date> hours = {t0, t0 + 3600.0, t0 + 7200.0};
-  const Trip inside = timed(1, t0 + 1800.0, t0 + 7200.0);        // end equals the last hour
+  const Trip inside = timed(1, t0 + 1800.0, t0 + 7200.0);         // end equals the last hour
   const Trip outside = timed(2, t0 - 3600.0, t0 + 7200.0 + 1.0);  // both ends outside
   EXPECT_EQ(timelineDates(hours, {inside, outside}), (std::vector<Date>{t0, t0 + 1800.0, t0 + 3600.0, t0 + 7200.0}));
   EXPECT_EQ(timelineDates({}, {inside}), std::vector<Date>{});
@@ -228,12 +248,12 @@ TEST(TripTimelineTest, SnapshotTakesTheTripRouteThenHomeThenTheCurrentPlace) {
     got.emplace_back((point.weather.dt - t0) / 3600.0, point.location.id.bytes[15]);
   }
   const std::vector<std::pair<double, int>> expected = {
-      {0, 10}, {1, 10}, {2, 11}, {3, 11}, {4, 11},  // the first trip's route from its start
-      {5, 13}, {6, 13}, {7, 13},                    // at its exact end the user is home
-      {8, 12},                                      // the second trip's only row
-      {9, 10},     // its route is an hour old and the trip still runs: the current place stands
-      {9.5, 13},   // the end boundary is a point of its own
-      {10, 13}, {11, 13}};
+      {0, 10},   {1, 10}, {2, 11}, {3, 11}, {4, 11},  // the first trip's route from its start
+      {5, 13},   {6, 13}, {7, 13},                    // at its exact end the user is home
+      {8, 12},                                        // the second trip's only row
+      {9, 10},    // its route is an hour old and the trip still runs: the current place stands
+      {9.5, 13},  // the end boundary is a point of its own
+      {10, 13},  {11, 13}};
   EXPECT_EQ(got, expected);
   // A boundary without any route leaves the date out rather than inventing weather.
   const HourlyTripForecastSnapshot sparse = snapshot(route(10, t0, 2, 0.0), std::nullopt, TripHourlySchedule{}, {});

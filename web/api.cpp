@@ -10,11 +10,11 @@
 #include <unordered_map>
 
 #include "core/fetch/content_view.hpp"
-#include "core/values/errors.hpp"
 #include "core/fetch/geocoder.hpp"
-#include "core/values/iso8601.hpp"
 #include "core/record/one_call_weather_json.hpp"
 #include "core/record/tide_records_json.hpp"
+#include "core/values/errors.hpp"
+#include "core/values/iso8601.hpp"
 #include "core/values/unit_rules.hpp"
 #include "core/values/value_json.hpp"
 #include "fires/fire_map_loader.hpp"
@@ -90,7 +90,8 @@ FireMapEnvelope parseBox(std::string_view text) {
   double parts[4];
   for (int i = 0; i < 4; ++i) {
     const auto comma = text.find(',');
-    if ((i < 3) == (comma == std::string_view::npos)) throw BadRequest("bbox must be four numbers: WEST,SOUTH,EAST,NORTH");
+    if ((i < 3) == (comma == std::string_view::npos))
+      throw BadRequest("bbox must be four numbers: WEST,SOUTH,EAST,NORTH");
     parts[i] = number(text.substr(0, comma), "each bbox value");
     text = i < 3 ? text.substr(comma + 1) : std::string_view();
   }
@@ -222,8 +223,8 @@ struct Api::State {
   // Shares the record with the other processes (the widget reads it), unless it is the one the
   // cache already holds (the fetch path answered from it).
   void storeLatest(const Place& place, const OneCallWeather& weather) {
-    if (auto held = services.latestWeather().latest(); held && held->weather.current.dt == weather.current.dt &&
-                                                        place.location.distance(held->location) < 1.0) {
+    if (auto held = services.latestWeather().latest();
+        held && held->weather.current.dt == weather.current.dt && place.location.distance(held->location) < 1.0) {
       return;
     }
     PlacedWeather placed{place.name, place.location, place.details.region, weather};
@@ -445,9 +446,9 @@ struct Api::State {
       const FireCoordinate centre{(box.south + box.north) / 2, (box.west + box.east) / 2};
       const double radius = Location(box.south, box.west).distance(Location(box.north, box.east)) / 2000.0 + 1;
       const FireList list = fireListAround(load.data, centre, radius);
-      return json(joinObject({{"list", fireListJson(list, load, centre, radius, now)},
-                              {"geojson", fireListGeoJson(list)}}),
-                  300);
+      return json(
+          joinObject({{"list", fireListJson(list, load, centre, radius, now)}, {"geojson", fireListGeoJson(list)}}),
+          300);
     });
   }
 
@@ -513,8 +514,8 @@ struct Api::State {
     if (rest != "png") throw BadRequest("radar tiles are /tiles/radar/TIME/Z/X/Y.png");
     const auto [time, z, x, y] = std::tuple(parts[0], parts[1], parts[2], parts[3]);
     if (z < 0 || z > kRainViewerMaximumZoom || x < 0 || y < 0 || x >= (1LL << z) || y >= (1LL << z)) {
-      throw BadRequest(fmt::format("no tile {}/{}/{} (zoom 0...{}, x and y inside the world)", z, x, y,
-                                   kRainViewerMaximumZoom));
+      throw BadRequest(
+          fmt::format("no tile {}/{}/{} (zoom 0...{}, x and y inside the world)", z, x, y, kRainViewerMaximumZoom));
     }
     std::optional<std::string> found;
     for (bool reload : {false, true}) {
@@ -528,7 +529,8 @@ struct Api::State {
     }
     if (!found) throw NotFound(fmt::format("no radar frame at {}", time));
     auto replace = [&](std::string_view name, long long value) {
-      if (const auto at = found->find(name); at != std::string::npos) found->replace(at, name.size(), std::to_string(value));
+      if (const auto at = found->find(name); at != std::string::npos)
+        found->replace(at, name.size(), std::to_string(value));
     };
     replace("{z}", z);
     replace("{x}", x);
@@ -587,7 +589,9 @@ struct Api::State {
 Api::Api(Services& services) : state_(std::make_unique<State>(services)) {}
 Api::~Api() = default;
 
-bool Api::serves(std::string_view path) noexcept { return path.starts_with("/api/") || path.starts_with("/tiles/radar/"); }
+bool Api::serves(std::string_view path) noexcept {
+  return path.starts_with("/api/") || path.starts_with("/tiles/radar/");
+}
 
 ApiAnswer Api::handle(std::string_view path, const QueryParameters& query) {
   try {

@@ -22,9 +22,12 @@ class ApiTest : public ::testing::Test {
   static void SetUpTestSuite() {
     sandbox_ = new ProgramSandbox("ombrine-web-api");
     const std::string root = sandbox_->root().string();
-    for (const auto& [name, folder] : {std::pair{"OMBRINE_CONTAINER", "/group"}, {"XDG_CACHE_HOME", "/cache"},
-                                       {"XDG_CONFIG_HOME", "/config"}, {"XDG_DATA_HOME", "/data"},
-                                       {"OMBRINE_SYNC_DIR", "/sync"}, {"XDG_RUNTIME_DIR", "/runtime"}}) {
+    for (const auto& [name, folder] : {std::pair{"OMBRINE_CONTAINER", "/group"},
+                                       {"XDG_CACHE_HOME", "/cache"},
+                                       {"XDG_CONFIG_HOME", "/config"},
+                                       {"XDG_DATA_HOME", "/data"},
+                                       {"OMBRINE_SYNC_DIR", "/sync"},
+                                       {"XDG_RUNTIME_DIR", "/runtime"}}) {
       ::setenv(name, (root + folder).c_str(), 1);
     }
     simulator_ = new sim::SimServer();
@@ -32,7 +35,8 @@ class ApiTest : public ::testing::Test {
     options.endpoints = ServiceEndpoints::simulator(simulator_->baseUrl());
     options.languageCode = "en";
     services_ = new Services(std::move(options));
-    if (services_->simulatorWeatherKitPublicKey()) simulator_->trustWeatherKitKey(*services_->simulatorWeatherKitPublicKey());
+    if (services_->simulatorWeatherKitPublicKey())
+      simulator_->trustWeatherKitKey(*services_->simulatorWeatherKitPublicKey());
     server_ = new WebServer(*services_, {"127.0.0.1", 0, {}, OMBRINE_PAGE_DIR});
     server_->bind();
     thread_ = new std::thread([] { server_->run(); });
@@ -85,7 +89,8 @@ TEST_F(ApiTest, AnswersHaveTheirShapes) {
     ASSERT_EQ(answer->status, 200) << answer->body;
     EXPECT_EQ(answer->get_header_value("Content-Type"), "application/json");
     const auto document = parseJson(answer->body);
-    for (const auto& key : c.keys) EXPECT_TRUE(document.as_object().contains(key)) << key << ": " << answer->body.substr(0, 300);
+    for (const auto& key : c.keys)
+      EXPECT_TRUE(document.as_object().contains(key)) << key << ": " << answer->body.substr(0, 300);
   }
   const auto forecast = parseJson(get("/api/forecast?q=Munich")->body);
   EXPECT_EQ(forecast.at("source").at("state").as_string(), "live");
@@ -97,7 +102,8 @@ TEST_F(ApiTest, RadarTilesComeThroughTheServer) {
   const auto frames = parseJson(get("/api/radar")->body).at("frames").as_array();
   ASSERT_FALSE(frames.empty());
   std::string tile(frames.back().at("tiles").as_string());
-  for (auto [name, value] : {std::pair{"{z}", "3"}, {"{x}", "4"}, {"{y}", "2"}}) tile.replace(tile.find(name), 3, value);
+  for (auto [name, value] : {std::pair{"{z}", "3"}, {"{x}", "4"}, {"{y}", "2"}})
+    tile.replace(tile.find(name), 3, value);
   const auto answer = get(tile);
   ASSERT_TRUE(answer);
   EXPECT_EQ(answer->status, 200) << answer->body;

@@ -21,7 +21,8 @@ int decimalsFor(int zoom) { return zoom < 6 ? 2 : zoom < 10 ? 3 : 4; }
 
 class LineWriter {
  public:
-  LineWriter(std::string& out, double tolerance, int decimals) : out_(out), tolerance_(tolerance), decimals_(decimals) {}
+  LineWriter(std::string& out, double tolerance, int decimals)
+      : out_(out), tolerance_(tolerance), decimals_(decimals) {}
 
   void add(const CoastTileIndex::Segment& segment) {
     if (!open_ || !(segment.start == last_)) {
@@ -52,7 +53,8 @@ class LineWriter {
     const MapCoordinate coordinate = coordinateForMapPoint(at);
     if (!first_) out_ += ',';
     first_ = false;
-    fmt::format_to(std::back_inserter(out_), "[{:.{}f},{:.{}f}]", coordinate.longitude, decimals_, coordinate.latitude, decimals_);
+    fmt::format_to(std::back_inserter(out_), "[{:.{}f},{:.{}f}]", coordinate.longitude, decimals_, coordinate.latitude,
+                   decimals_);
     kept_ = at;
   }
 
@@ -66,8 +68,8 @@ class LineWriter {
 }  // namespace
 
 std::string landLinesGeoJson(const CoastTileIndex& index, LandBox box, int zoom) {
-  const bool finite = std::isfinite(box.west) && std::isfinite(box.east) && std::isfinite(box.south) &&
-                      std::isfinite(box.north);
+  const bool finite =
+      std::isfinite(box.west) && std::isfinite(box.east) && std::isfinite(box.south) && std::isfinite(box.north);
   if (!finite || box.west >= box.east || box.south >= box.north) {
     throw std::invalid_argument("bbox must be WEST,SOUTH,EAST,NORTH with west < east and south < north");
   }
@@ -79,7 +81,8 @@ std::string landLinesGeoJson(const CoastTileIndex& index, LandBox box, int zoom)
   const std::int32_t southIndex = clampIndex(box.south, 90, 180), northIndex = clampIndex(box.north, 90, 180);
   const std::int32_t westIndex = clampIndex(box.west, 180, 360), eastIndex = clampIndex(box.east, 180, 360);
 
-  std::string out = R"({"type":"Feature","properties":{"source":"Natural Earth"},"geometry":{"type":"MultiLineString","coordinates":[)";
+  std::string out =
+      R"({"type":"Feature","properties":{"source":"Natural Earth"},"geometry":{"type":"MultiLineString","coordinates":[)";
   LineWriter lines(out, pixelInMapPoints(zoom), decimalsFor(zoom));
   const auto segments = index.allSegments();
   for (std::int32_t latitude = southIndex; latitude <= northIndex; ++latitude) {

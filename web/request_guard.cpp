@@ -45,15 +45,18 @@ GuardPolicy guardPolicyFor(std::string_view bindAddress, int port, std::string t
     add("localhost");
     add("::1");
   }
-  if (!isLoopbackAddress(bindAddress)) add(bindAddress);
-  else if (bindAddress != "127.0.0.1" && bindAddress != "localhost" && bindAddress != "::1") add(bindAddress);
+  if (!isLoopbackAddress(bindAddress))
+    add(bindAddress);
+  else if (bindAddress != "127.0.0.1" && bindAddress != "localhost" && bindAddress != "::1")
+    add(bindAddress);
   return policy;
 }
 
 GuardVerdict checkRequest(const GuardPolicy& policy, std::optional<std::string_view> host,
                           std::optional<std::string_view> origin, std::optional<std::string_view> token) {
   if (!host || !knownAuthority(policy, *host)) {
-    return {403, "this server answers only requests addressed to it (Host " + std::string(host.value_or("missing")) + ")"};
+    return {403,
+            "this server answers only requests addressed to it (Host " + std::string(host.value_or("missing")) + ")"};
   }
   if (origin) {
     const std::string_view prefix = "http://";

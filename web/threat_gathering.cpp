@@ -74,8 +74,7 @@ PlaceThreats gatherThreats(Services& services, const std::string& placeName, con
   const auto weather = collect(forecast, forecastSource);
   if (weather) {
     forecastSource.ageSeconds = std::max(0.0, now - weather->current.dt);
-  } else if (auto last = services.latestWeather().latest();
-             last && place.distance(last->location) < 2000.0) {
+  } else if (auto last = services.latestWeather().latest(); last && place.distance(last->location) < 2000.0) {
     // The last good record still tells of warnings and rain; its age says how far to trust it.
     forecastSource.state = "stale";
     forecastSource.ageSeconds = std::max(0.0, now - last->weather.current.dt);

@@ -13,11 +13,14 @@ namespace ombrine::web {
 namespace {
 
 std::string_view contentTypeOf(const std::filesystem::path& file) {
-  static const std::map<std::string, std::string_view, std::less<>> types = {
-      {".html", "text/html; charset=utf-8"},  {".js", "text/javascript; charset=utf-8"},
-      {".css", "text/css; charset=utf-8"},    {".png", "image/png"},
-      {".svg", "image/svg+xml"},              {".json", "application/json"},
-      {".txt", "text/plain; charset=utf-8"},  {".ico", "image/x-icon"}};
+  static const std::map<std::string, std::string_view, std::less<>> types = {{".html", "text/html; charset=utf-8"},
+                                                                             {".js", "text/javascript; charset=utf-8"},
+                                                                             {".css", "text/css; charset=utf-8"},
+                                                                             {".png", "image/png"},
+                                                                             {".svg", "image/svg+xml"},
+                                                                             {".json", "application/json"},
+                                                                             {".txt", "text/plain; charset=utf-8"},
+                                                                             {".ico", "image/x-icon"}};
   const auto found = types.find(file.extension().string());
   return found == types.end() ? "application/octet-stream" : found->second;
 }
@@ -108,7 +111,7 @@ void WebServer::bind() {
 std::string WebServer::pageAddress() const {
   const std::string host = options_.bindAddress == "0.0.0.0" || options_.bindAddress == "::" ? "127.0.0.1"
                            : options_.bindAddress.find(':') != std::string::npos ? "[" + options_.bindAddress + "]"
-                                                                                  : options_.bindAddress;
+                                                                                 : options_.bindAddress;
   return fmt::format("http://{}:{}/{}", host, port_, policy_.token.empty() ? "" : "?token=" + policy_.token);
 }
 
@@ -136,9 +139,9 @@ void WebServer::answer(const HttpServerRequest& request, HttpServerResponse& res
     }
     const ApiAnswer answer = api_.handle(request.path, query);
     response.status = answer.status;
-    response.headers.emplace_back("Cache-Control",
-                                  answer.maxAgeSeconds > 0 ? fmt::format("private, max-age={}", answer.maxAgeSeconds)
-                                                           : "no-store");
+    response.headers.emplace_back("Cache-Control", answer.maxAgeSeconds > 0
+                                                       ? fmt::format("private, max-age={}", answer.maxAgeSeconds)
+                                                       : "no-store");
     setContent(response, answer.body, answer.contentType);
     return;
   }

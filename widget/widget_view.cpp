@@ -24,7 +24,8 @@ std::string degrees(Temperature temperature, TemperatureUnit unit) {
 }
 
 std::string waitText(double seconds) {
-  return seconds < 3600 ? fmt::format("{} min", std::lround(seconds / 60)) : fmt::format("{} h", std::lround(seconds / 3600));
+  return seconds < 3600 ? fmt::format("{} min", std::lround(seconds / 60))
+                        : fmt::format("{} h", std::lround(seconds / 3600));
 }
 
 Shown show(const WidgetInput& input) {

@@ -10,8 +10,8 @@
 #include <string>
 #include <string_view>
 
-#include "core/values/date.hpp"
 #include "core/record/one_call_weather.hpp"
+#include "core/values/date.hpp"
 #include "core/values/unit_rules.hpp"
 
 namespace ombrine {

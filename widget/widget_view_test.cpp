@@ -28,7 +28,8 @@ TEST(WidgetView, FormsAgeAndUnits) {
   };
   const Case cases[] = {
       {&weather, TemperatureUnit::celsius, WidgetFormat::text, "Oslo -1° Light snow · rain 70% in 2 h"},
-      {&weather, TemperatureUnit::fahrenheit, WidgetFormat::i3blocks, "Oslo 31° Light snow · rain 70% in 2 h\n31° Oslo\n#FFFFFF"},
+      {&weather, TemperatureUnit::fahrenheit, WidgetFormat::i3blocks,
+       "Oslo 31° Light snow · rain 70% in 2 h\n31° Oslo\n#FFFFFF"},
       {&old, TemperatureUnit::celsius, WidgetFormat::waybar,
        R"({"text":"-1° Oslo","alt":"cloud.snow","tooltip":"Oslo -1° Light snow\nUpdated 3 h ago","class":"stale"})"},
       {&weather, TemperatureUnit::celsius, WidgetFormat::json,

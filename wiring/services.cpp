@@ -4,13 +4,14 @@
 
 #include <cstdlib>
 
+#include "background/background_refresh.hpp"
 #include "core/values/unit_rules.hpp"
 #include "fires/bc_wildfire_enrichment.hpp"
 #include "fires/fire_fetch.hpp"
 #include "fires/fire_map_loader.hpp"
+#include "history/climate_normals_service.hpp"
 #include "persistence/favorite_store.hpp"
 #include "persistence/favorite_weather_cache.hpp"
-#include "history/climate_normals_service.hpp"
 #include "persistence/geocode_cache.hpp"
 #include "persistence/historical_weather_cache.hpp"
 #include "persistence/key_value_backup.hpp"
@@ -32,7 +33,6 @@
 #include "tides/tide_service.hpp"
 #include "trips/trip_forecast.hpp"
 #include "trips/trip_store.hpp"
-#include "background/background_refresh.hpp"
 #include "wiring/background_work.hpp"
 #include "wiring/geocode_namer.hpp"
 #include "wiring/provider_clients.hpp"
@@ -195,7 +195,8 @@ TileTokenManager& Services::tileTokens() {
   FileKeyValueStore& shared = sharedDefaults();
   CredentialIssuer& issuer = credentialIssuer();
   return tileTokens_.get([&] {
-    return std::make_unique<TileTokenManager>(runtime().makeStrand(), network, clock_, endpoints_.tileProxy, shared, issuer);
+    return std::make_unique<TileTokenManager>(runtime().makeStrand(), network, clock_, endpoints_.tileProxy, shared,
+                                              issuer);
   });
 }
 
@@ -205,8 +206,8 @@ RadarLoader& Services::radar() {
   return radar_.get([&] {
     std::string tiles(endpoints_.rainViewerTiles.buffer());
     while (!tiles.empty() && tiles.back() == '/') tiles.pop_back();
-    return std::make_unique<RadarLoader>(session, tokens, RadarEndpoints{endpoints_.rainViewer, tiles, endpoints_.tileProxy},
-                                         TimeZone::current());
+    return std::make_unique<RadarLoader>(
+        session, tokens, RadarEndpoints{endpoints_.rainViewer, tiles, endpoints_.tileProxy}, TimeZone::current());
   });
 }
 

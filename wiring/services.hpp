@@ -26,9 +26,9 @@
 #include "platform/http_client.hpp"
 #include "platform/linux/desktop_notification_center.hpp"
 #include "platform/linux/file_background_scheduler.hpp"
-#include "platform/linux/file_location_provider.hpp"
 #include "platform/linux/file_cloud_key_value_store.hpp"
 #include "platform/linux/file_key_value_store.hpp"
+#include "platform/linux/file_location_provider.hpp"
 #include "platform/linux/system_clock.hpp"
 #include "platform/runtime.hpp"
 

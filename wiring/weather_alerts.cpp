@@ -9,8 +9,8 @@
 namespace ombrine {
 
 OneCallWeather fetchWeatherAlerts(Services& services, const Location& location, const GeoDetails& details) {
-  auto task = services.network().fetchOneCall(location, details.region, details.timeZone, WeatherDataSource::foreca,
-                                              false);
+  auto task =
+      services.network().fetchOneCall(location, details.region, details.timeZone, WeatherDataSource::foreca, false);
   return services.runtime().runBlocking(std::move(task));
 }
 
@@ -19,8 +19,8 @@ std::unique_ptr<WeatherAlertNotificationStore> openWeatherAlertStore(const KeyVa
   std::error_code error;
   std::filesystem::create_directories(folder, error);
   if (error) return nullptr;
-  return std::make_unique<WeatherAlertNotificationStore>(folder,
-                                                         WeatherAlertNotificationStore::legacyRecordValuesFrom(sharedDefaults));
+  return std::make_unique<WeatherAlertNotificationStore>(
+      folder, WeatherAlertNotificationStore::legacyRecordValuesFrom(sharedDefaults));
 }
 
 WeatherAlertPassOutcome notifyWeatherAlertsOnce(Services& services, WeatherAlertNotificationStore* store,

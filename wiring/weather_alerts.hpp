@@ -9,8 +9,8 @@
 #include <memory>
 #include <optional>
 
-#include "core/values/location.hpp"
 #include "core/record/one_call_weather.hpp"
+#include "core/values/location.hpp"
 #include "notifications/weather_alert_notifier.hpp"
 #include "wiring/services.hpp"
 

@@ -7,9 +7,9 @@
 #include <boost/asio/post.hpp>
 
 #include "core/fetch/data_source_change_tracker.hpp"
-#include "core/values/errors.hpp"
 #include "core/fetch/provider_dispatch.hpp"
 #include "core/record/weather_derived.hpp"
+#include "core/values/errors.hpp"
 #include "platform/exception_message.hpp"
 #include "platform/log.hpp"
 
@@ -62,8 +62,7 @@ std::optional<Location> resolvedFetchLocation(const LocationInputs& inputs) {
 
 bool dataSourceChangeForcesRefetch(std::optional<WeatherDataSource> cachedSource, WeatherDataSource chosen,
                                    bool immediateRequestPending, int changesToday) {
-  return cachedSource != chosen && !immediateRequestPending &&
-         changesToday < DataSourceChangeTracker::kDailyLimit;
+  return cachedSource != chosen && !immediateRequestPending && changesToday < DataSourceChangeTracker::kDailyLimit;
 }
 
 std::optional<ShownWeather> shownWeather(const ContentViewState& state, const std::optional<PlacedWeather>& backdrop) {
@@ -215,11 +214,12 @@ void ContentView::dataSourceChanged(WeatherDataSource chosen) {
   const int before = std::max(0, changes - 1);
   const bool force = dataSourceChangeForcesRefetch(cachedSource, chosen, pending, before);
   const bool limited = cachedSource != chosen && !pending && !force;
-  trace(fmt::format("event: data source changed to {} (cached record from {}, immediate request {}, {} changes "
-                    "today): {}{}",
-                    weatherDataSourceName(chosen), cachedSource ? weatherDataSourceName(*cachedSource) : "nothing",
-                    pending ? "pending" : "none", changes, force ? "forced fetch" : "unforced fetch",
-                    limited ? fmt::format(" ({})", DataSourceChangeTracker::kLimitReachedMessage) : ""));
+  trace(
+      fmt::format("event: data source changed to {} (cached record from {}, immediate request {}, {} changes "
+                  "today): {}{}",
+                  weatherDataSourceName(chosen), cachedSource ? weatherDataSourceName(*cachedSource) : "nothing",
+                  pending ? "pending" : "none", changes, force ? "forced fetch" : "unforced fetch",
+                  limited ? fmt::format(" ({})", DataSourceChangeTracker::kLimitReachedMessage) : ""));
   requestFetch(force);
 }
 
@@ -361,8 +361,8 @@ Task<void> ContentView::performFetch(WeatherFetchRequest request) {
           finishFetch(request);
           co_return;
         }
-        trace(fmt::format("gate: cached record {} ({:.0f} s old, {:.0f} m away): fetching", fresh ? "fresh but too far" : "not fresh",
-                          now - cached->weather.current.dt, distance));
+        trace(fmt::format("gate: cached record {} ({:.0f} s old, {:.0f} m away): fetching",
+                          fresh ? "fresh but too far" : "not fresh", now - cached->weather.current.dt, distance));
       }
     }
 
@@ -377,8 +377,8 @@ Task<void> ContentView::performFetch(WeatherFetchRequest request) {
     trace(fmt::format("fetch: {} ({}) with {}", details.name, details.region.identifier,
                       providerPathName(providerPath(request.provider, details.region))));
 
-    OneCallWeather weather = co_await deps_.network.fetchOneCall(request.location, details.region, details.timeZone,
-                                                                 request.provider, true);
+    OneCallWeather weather =
+        co_await deps_.network.fetchOneCall(request.location, details.region, details.timeZone, request.provider, true);
     co_await throwIfCancelled();
     if (!isActive(request)) co_return;
 

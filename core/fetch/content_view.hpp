@@ -29,8 +29,8 @@
 #include "core/fetch/network_manager.hpp"
 #include "core/fetch/provider_settings.hpp"
 #include "core/values/uuid.hpp"
-#include "platform/clock.hpp"
 #include "platform/async/coroutines.hpp"
+#include "platform/clock.hpp"
 #include "platform/widget_center.hpp"
 
 namespace ombrine {
@@ -117,9 +117,9 @@ std::optional<ShownWeather> shownWeather(const ContentViewState& state, const st
 class ContentView {
  public:
   // The constants of the fetch rules.
-  static constexpr double kMinimumFetchInterval = 300.0;         // seconds
-  static constexpr double kCachedRecordReuseDistance = 2000.0;   // metres, exclusive
-  static constexpr double kForcingMoveDistance = 4000.0;         // metres, exclusive
+  static constexpr double kMinimumFetchInterval = 300.0;        // seconds
+  static constexpr double kCachedRecordReuseDistance = 2000.0;  // metres, exclusive
+  static constexpr double kForcingMoveDistance = 4000.0;        // metres, exclusive
   static constexpr auto kFirstAppearancePause = std::chrono::milliseconds(450);
   static constexpr auto kWidgetReloadDelay = std::chrono::milliseconds(750);
 

@@ -235,10 +235,12 @@ struct Harness {
   }
   ContentViewState state() { return view->snapshot(); }
   bool idleWithoutRequest() {
-    const bool idle = eventually([&] {
-      auto s = state();
-      return !s.activeFetchRequest && !s.isFetchingData;
-    }, std::chrono::seconds(3));
+    const bool idle = eventually(
+        [&] {
+          auto s = state();
+          return !s.activeFetchRequest && !s.isFetchingData;
+        },
+        std::chrono::seconds(3));
     if (!idle) {
       std::lock_guard lock(traceMutex);
       for (const auto& line : traces) ADD_FAILURE() << "trace: " << line;
@@ -247,8 +249,9 @@ struct Harness {
   }
   int requests() {
     std::lock_guard lock(traceMutex);
-    return static_cast<int>(std::count_if(traces.begin(), traces.end(),
-                                          [](const std::string& t) { return t.rfind("request ", 0) == 0 && t.find("finished") == std::string::npos; }));
+    return static_cast<int>(std::count_if(traces.begin(), traces.end(), [](const std::string& t) {
+      return t.rfind("request ", 0) == 0 && t.find("finished") == std::string::npos;
+    }));
   }
   // Starts the first fetch for Munich and has the provider park it (after any steps scripted
   // before); true once it waits.

@@ -24,14 +24,15 @@ std::string trim(std::string_view text) {
   return std::string(text.substr(first, last - first + 1));
 }
 
-constexpr const char* kEnvironmentNames[] = {"OMBRINE_FORECA_TOKEN", "OMBRINE_OPENWEATHER_KEY", "OMBRINE_METEOSTAT_KEY"};
+constexpr const char* kEnvironmentNames[] = {"OMBRINE_FORECA_TOKEN", "OMBRINE_OPENWEATHER_KEY",
+                                             "OMBRINE_METEOSTAT_KEY"};
 
 std::map<std::string, std::string> readCredentialFile(const std::filesystem::path& file) {
   struct stat st {};
   if (::stat(file.c_str(), &st) != 0) return {};
   if ((st.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-    throw FileError("refusing " + file.string() +
-                    ": it is readable by group or others (run: chmod 600 " + file.string() + ")");
+    throw FileError("refusing " + file.string() + ": it is readable by group or others (run: chmod 600 " +
+                    file.string() + ")");
   }
   std::map<std::string, std::string> values;
   std::istringstream lines(readFileIfExists(file).value_or(""));
@@ -41,8 +42,7 @@ std::map<std::string, std::string> readCredentialFile(const std::filesystem::pat
     if (content.empty() || content.front() == '#') continue;
     const auto equals = content.find('=');
     if (equals == std::string::npos || trim(content.substr(0, equals)).empty()) {
-      throw FileError(file.string() + ":" + std::to_string(number) +
-                      ": expected 'name = value'");
+      throw FileError(file.string() + ":" + std::to_string(number) + ": expected 'name = value'");
     }
     values[trim(content.substr(0, equals))] = trim(content.substr(equals + 1));
   }
@@ -65,10 +65,11 @@ Credentials Credentials::load(const std::optional<std::filesystem::path>& file) 
   } catch (const FileError&) {
     // The environment comes first: with a credential there, a file that cannot be used is
     // passed over (its values stay unused) rather than refusing the run.
-    const bool fromEnvironment = std::any_of(std::begin(kEnvironmentNames), std::end(kEnvironmentNames), [](const char* name) {
-      const char* value = std::getenv(name);
-      return value != nullptr && *value != '\0';
-    });
+    const bool fromEnvironment =
+        std::any_of(std::begin(kEnvironmentNames), std::end(kEnvironmentNames), [](const char* name) {
+          const char* value = std::getenv(name);
+          return value != nullptr && *value != '\0';
+        });
     if (!fromEnvironment) throw;
   }
   Credentials credentials;

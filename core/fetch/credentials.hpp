@@ -4,7 +4,8 @@
 // Sources, first present wins: the environment (OMBRINE_FORECA_TOKEN, ...), the user's file
 // ~/.config/ombrine/credentials ("name = value" lines, '#' comments), and for the Foreca token
 // the tables compiled in at configure time (-DOMBRINE_FORECA_TOKEN=...). The file is refused when
-// group or others may read it (passed over when the environment holds a credential). A `Secret` never prints its value: log and error texts show
+// group or others may read it (passed over when the environment holds a credential). A `Secret` never prints its value:
+// log and error texts show
 // "<redacted>".
 
 #include <cstdint>

@@ -11,7 +11,8 @@ namespace ombrine {
 namespace {
 
 void synchronizeLogged(CloudKeyValueStore& store) {
-  if (!store.synchronize()) logLine("DataSourceChangeTracker.synchronize: the key-value store could not be synchronized");
+  if (!store.synchronize())
+    logLine("DataSourceChangeTracker.synchronize: the key-value store could not be synchronized");
 }
 
 }  // namespace
@@ -30,9 +31,7 @@ bool DataSourceChangeTracker::isToday(const std::optional<StoreDate>& date, Date
   if (!date) return false;
   const Date then = Date::fromReference(date->secondsSince2001);
   // The local calendar day of an instant: whole days since the epoch of its local wall time.
-  auto localDay = [this](Date at) {
-    return std::floor((at.unixSeconds() + timeZone_.secondsFromGMT(at)) / 86400.0);
-  };
+  auto localDay = [this](Date at) { return std::floor((at.unixSeconds() + timeZone_.secondsFromGMT(at)) / 86400.0); };
   return localDay(then) == localDay(now);
 }
 

@@ -145,7 +145,9 @@ TEST(DataSourceChangeTrackerTest, LegacyKeysCountAndBadValuesCountAsMissing) {
   const std::string count = std::string(DataSourceChangeTracker::kCountKeyPrefix) + other;
   const std::string date = std::string(DataSourceChangeTracker::kDateKeyPrefix) + other;
   const Row rows[] = {
-      {"the older keys without device count", {{"dataSourceChangesCount", {std::int64_t{4}}}, {"lastDataSourceChangeDate", today}}, 4},
+      {"the older keys without device count",
+       {{"dataSourceChangesCount", {std::int64_t{4}}}, {"lastDataSourceChangeDate", today}},
+       4},
       {"another device's count", {{count, {std::int64_t{5}}}, {date, today}}, 5},
       {"a negative count is 0", {{count, {std::int64_t{-3}}}, {date, today}}, 0},
       {"a count stored as text is missing", {{count, {std::string("5")}}, {date, today}}, 0},

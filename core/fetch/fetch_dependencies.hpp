@@ -7,10 +7,10 @@
 #include <optional>
 #include <string>
 
+#include "core/fetch/provider_dispatch.hpp"
+#include "core/record/one_call_weather.hpp"
 #include "core/values/date.hpp"
 #include "core/values/location.hpp"
-#include "core/record/one_call_weather.hpp"
-#include "core/fetch/provider_dispatch.hpp"
 #include "platform/async/task.hpp"
 
 namespace ombrine {

@@ -29,8 +29,7 @@ Task<void> fetchTides(TideFetcher& tides, Location location, Region region,
 
 }  // namespace
 
-NetworkManager::NetworkManager(ForecastProviders& providers, ProviderSettings& settings, Clock& clock,
-                               Plugins plugins)
+NetworkManager::NetworkManager(ForecastProviders& providers, ProviderSettings& settings, Clock& clock, Plugins plugins)
     : providers_(providers), settings_(settings), clock_(clock), plugins_(plugins) {}
 
 std::optional<OneCallWeather> NetworkManager::freshCachedRecord() const {

@@ -2,12 +2,12 @@
 // Turns a place and a data source into one OneCallWeather.
 //
 // The only place that chooses a forecast service: by source and region
-// (core/fetch/provider_dispatch.hpp); with no source given the stored preference is used. `dynamic` in the system-weather regions tries system weather
-// and falls back to Foreca on any failure but cancellation. When tides are asked for and a tide
-// fetcher is plugged in, the tide task runs concurrently with the forecast as a child task and
-// is always awaited before returning; its data is set on a record that is not a placeholder, and
-// its failure (other than cancellation) leaves the record as the provider gave it. With a cache
-// plugged in, its newest record reaches the provider's cache short-cut when it is fresh.
+// (core/fetch/provider_dispatch.hpp); with no source given the stored preference is used. `dynamic` in the
+// system-weather regions tries system weather and falls back to Foreca on any failure but cancellation. When tides are
+// asked for and a tide fetcher is plugged in, the tide task runs concurrently with the forecast as a child task and is
+// always awaited before returning; its data is set on a record that is not a placeholder, and its failure (other than
+// cancellation) leaves the record as the provider gave it. With a cache plugged in, its newest record reaches the
+// provider's cache short-cut when it is fresh.
 //
 // One instance per process, shared by reference. `fetchOneCall` may run on any executor, several
 // at once. Raises what the providers raise (NetworkError, DomainError) and CancellationError for
@@ -43,8 +43,7 @@ class NetworkManager {
                                     std::optional<WeatherDataSource> source, bool includeTides);
 
  private:
-  Task<OneCallWeather> fetchFromProvider(Location location, Region region, TimeZone timeZone,
-                                         WeatherDataSource source);
+  Task<OneCallWeather> fetchFromProvider(Location location, Region region, TimeZone timeZone, WeatherDataSource source);
 
   std::optional<OneCallWeather> freshCachedRecord() const;
 

@@ -64,14 +64,14 @@ TEST(NetworkManagerTest, DispatchesBySourceAndRegionWithTheSystemWeatherFallBack
   const Row rows[] = {
       {S::dynamic, "DE", false, {P::foreca}},
       {S::dynamic, "CN", false, {P::systemWeather}},
-      {S::dynamic, "CN", true, {P::systemWeather, P::foreca}},   // silent fall-back in China
+      {S::dynamic, "CN", true, {P::systemWeather, P::foreca}},  // silent fall-back in China
       {S::dynamic, "QA", true, {P::systemWeather, P::foreca}},
       {S::dynamic, "AU", false, {P::bureauOfMeteorologyMerged}},
-      {S::apple, "CN", true, {P::systemWeather}},                 // no fall-back when chosen
+      {S::apple, "CN", true, {P::systemWeather}},  // no fall-back when chosen
       {S::apple, "DE", false, {P::systemWeather}},
       {S::foreca, "CN", false, {P::foreca}},
       {S::ow, "AU", false, {P::openWeather}},
-      {std::nullopt, "DE", false, {P::openWeather}},              // the stored preference
+      {std::nullopt, "DE", false, {P::openWeather}},  // the stored preference
   };
   Runtime runtime(2);
   for (const auto& row : rows) {
@@ -115,8 +115,8 @@ TEST(NetworkManagerTest, TidesJoinAGoodRecordOnlyAndNeverFailTheFetch) {
     SessionProviderSettings settings;
     FakeClock clock;
     NetworkManager network(providers, settings, clock, {.tides = &tides});
-    auto weather = runtime.runBlocking(
-        network.fetchOneCall(Location(1, 1), Region{"DE"}, TimeZone::gmt(), WeatherDataSource::foreca, row.includeTides));
+    auto weather = runtime.runBlocking(network.fetchOneCall(Location(1, 1), Region{"DE"}, TimeZone::gmt(),
+                                                            WeatherDataSource::foreca, row.includeTides));
     EXPECT_EQ(weather.tideData.has_value(), row.expectTides);
     EXPECT_EQ(tides.calls.load(), row.includeTides ? 1 : 0);
   }

@@ -9,8 +9,7 @@ namespace ombrine {
 
 namespace {
 // Regions where the system weather service is preferred over Foreca.
-constexpr std::array<std::string_view, 7> kSystemWeatherRegions = {"CN", "SA", "AE", "KW",
-                                                                    "OM", "QA", "BH"};
+constexpr std::array<std::string_view, 7> kSystemWeatherRegions = {"CN", "SA", "AE", "KW", "OM", "QA", "BH"};
 }  // namespace
 
 ProviderPath providerPath(WeatherDataSource source, const Region& region) noexcept {
@@ -40,12 +39,11 @@ std::string_view weatherDataSourceName(WeatherDataSource source) noexcept {
 }
 
 WeatherDataSource weatherDataSourceNamed(std::string_view name) {
-  for (auto source : {WeatherDataSource::dynamic, WeatherDataSource::apple, WeatherDataSource::foreca,
-                      WeatherDataSource::ow}) {
+  for (auto source :
+       {WeatherDataSource::dynamic, WeatherDataSource::apple, WeatherDataSource::foreca, WeatherDataSource::ow}) {
     if (weatherDataSourceName(source) == name) return source;
   }
-  throw std::invalid_argument("unknown provider \"" + std::string(name) +
-                              "\" (choose dynamic, apple, foreca or ow)");
+  throw std::invalid_argument("unknown provider \"" + std::string(name) + "\" (choose dynamic, apple, foreca or ow)");
 }
 
 std::string_view providerPathName(ProviderPath path) noexcept {

@@ -36,8 +36,8 @@ TEST(ProviderDispatchTest, SourceAndRegionChooseThePath) {
 }
 
 TEST(ProviderDispatchTest, NamesRoundTripAndUnknownNamesAreRefused) {
-  for (auto source : {WeatherDataSource::dynamic, WeatherDataSource::apple, WeatherDataSource::foreca,
-                      WeatherDataSource::ow}) {
+  for (auto source :
+       {WeatherDataSource::dynamic, WeatherDataSource::apple, WeatherDataSource::foreca, WeatherDataSource::ow}) {
     EXPECT_EQ(weatherDataSourceNamed(weatherDataSourceName(source)), source);
   }
   EXPECT_THROW(weatherDataSourceNamed("Foreca"), std::invalid_argument);

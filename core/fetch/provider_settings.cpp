@@ -34,16 +34,15 @@ ImmediateWeatherProviderFetchRequest decodeImmediateWeatherProviderFetchRequest(
   return ImmediateWeatherProviderFetchRequest{*parsed, static_cast<WeatherDataSource>(*number)};
 }
 
-SessionProviderSettings::SessionProviderSettings(WeatherDataSource dataSource)
-    : dataSource_(dataSource) {}
+SessionProviderSettings::SessionProviderSettings(WeatherDataSource dataSource) : dataSource_(dataSource) {}
 
 WeatherDataSource SessionProviderSettings::dataSource() const {
   MutexLock lock(mutex_);
   return dataSource_;
 }
 
-std::optional<ImmediateWeatherProviderFetchRequest> SessionProviderSettings::pendingImmediateWeatherProviderFetchRequest()
-    const {
+std::optional<ImmediateWeatherProviderFetchRequest>
+SessionProviderSettings::pendingImmediateWeatherProviderFetchRequest() const {
   MutexLock lock(mutex_);
   return pending_;
 }

@@ -14,15 +14,18 @@ TEST(UuidTest, TextRoundTripsAndRejectsMalformedText) {
   EXPECT_EQ(id.text()[14], '4') << "version 4";
   EXPECT_NE(Uuid::random(), id);
 
-  struct Row { const char* text; bool valid; };
+  struct Row {
+    const char* text;
+    bool valid;
+  };
   const Row rows[] = {
       {"E621E1F8-C36C-495A-93FC-0C247A3E6E5F", true},
-      {"e621e1f8-c36c-495a-93fc-0c247a3e6e5f", true},     // lower case is read too
-      {"E621E1F8C36C495A93FC0C247A3E6E5F", false},         // no dashes
-      {"E621E1F8-C36C-495A-93FC-0C247A3E6E5", false},      // one digit short
-      {"E621E1F8-C36C-495A-93FC-0C247A3E6E5FF", false},    // one digit long
-      {"E621E1F8-C36C-495A-93FC0-C247A3E6E5F", false},     // dash in the wrong place
-      {"G621E1F8-C36C-495A-93FC-0C247A3E6E5F", false},     // not hex
+      {"e621e1f8-c36c-495a-93fc-0c247a3e6e5f", true},    // lower case is read too
+      {"E621E1F8C36C495A93FC0C247A3E6E5F", false},       // no dashes
+      {"E621E1F8-C36C-495A-93FC-0C247A3E6E5", false},    // one digit short
+      {"E621E1F8-C36C-495A-93FC-0C247A3E6E5FF", false},  // one digit long
+      {"E621E1F8-C36C-495A-93FC0-C247A3E6E5F", false},   // dash in the wrong place
+      {"G621E1F8-C36C-495A-93FC-0C247A3E6E5F", false},   // not hex
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.text);
@@ -39,12 +42,12 @@ TEST(ImmediateWeatherProviderFetchRequestTest, JsonKeysAndRejectedDocuments) {
   EXPECT_EQ(decodeImmediateWeatherProviderFetchRequest(json), request);
 
   const char* rejected[] = {
-      R"({"provider":1})",                                                  // no id
-      R"({"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F"})",                   // no provider
+      R"({"provider":1})",                                 // no id
+      R"({"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F"})",  // no provider
       R"({"id":"not-a-uuid","provider":1})",
-      R"({"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","provider":4})",      // past ow
+      R"({"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","provider":4})",  // past ow
       R"({"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","provider":-1})",
-      R"({"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","provider":"ow"})",   // names are not stored
+      R"({"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","provider":"ow"})",  // names are not stored
       R"([1,2])",
       R"({"id":)",
   };

@@ -18,10 +18,10 @@ struct ServiceEndpoints {
   boost::urls::url forecaSecondary;  // the second Foreca base, chosen by a flag of the call
   boost::urls::url openWeather;
   boost::urls::url bureauOfMeteorology;
-  boost::urls::url systemWeather;    // the system weather service's REST host
-  boost::urls::url noaaMetadata;     // NOAA CO-OPS metadata API host
-  boost::urls::url noaaData;         // NOAA CO-OPS data getter host
-  boost::urls::url chsIwls;          // Canadian Hydrographic Service IWLS
+  boost::urls::url systemWeather;  // the system weather service's REST host
+  boost::urls::url noaaMetadata;   // NOAA CO-OPS metadata API host
+  boost::urls::url noaaData;       // NOAA CO-OPS data getter host
+  boost::urls::url chsIwls;        // Canadian Hydrographic Service IWLS
   boost::urls::url nationalHurricaneCenter;
   boost::urls::url jointTyphoonWarningCenter;
   boost::urls::url rainViewer;       // the public maps API

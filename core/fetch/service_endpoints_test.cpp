@@ -11,15 +11,27 @@ namespace {
 TEST(ServiceEndpointsTest, SimulatorReplacesEveryServiceAndRejectsNonHttp) {
   const auto sim = ServiceEndpoints::simulator("http://127.0.0.1:8123");
   const auto production = ServiceEndpoints::production();
-  const boost::urls::url ServiceEndpoints::*all[] = {
-      &ServiceEndpoints::forecaPrimary, &ServiceEndpoints::forecaSecondary,
-      &ServiceEndpoints::openWeather, &ServiceEndpoints::bureauOfMeteorology, &ServiceEndpoints::systemWeather,
-      &ServiceEndpoints::noaaMetadata, &ServiceEndpoints::noaaData, &ServiceEndpoints::chsIwls,
-      &ServiceEndpoints::nationalHurricaneCenter, &ServiceEndpoints::jointTyphoonWarningCenter,
-      &ServiceEndpoints::rainViewer, &ServiceEndpoints::meteostat, &ServiceEndpoints::nasaPower,
-      &ServiceEndpoints::rainViewerTiles, &ServiceEndpoints::tileProxy, &ServiceEndpoints::nifcFeatureServices,
-      &ServiceEndpoints::calFireSite, &ServiceEndpoints::calFireFeatureServices, &ServiceEndpoints::cwfifGeoServer,
-      &ServiceEndpoints::cwfisGeoServer, &ServiceEndpoints::bcMapServices};
+  const boost::urls::url ServiceEndpoints::*all[] = {&ServiceEndpoints::forecaPrimary,
+                                                     &ServiceEndpoints::forecaSecondary,
+                                                     &ServiceEndpoints::openWeather,
+                                                     &ServiceEndpoints::bureauOfMeteorology,
+                                                     &ServiceEndpoints::systemWeather,
+                                                     &ServiceEndpoints::noaaMetadata,
+                                                     &ServiceEndpoints::noaaData,
+                                                     &ServiceEndpoints::chsIwls,
+                                                     &ServiceEndpoints::nationalHurricaneCenter,
+                                                     &ServiceEndpoints::jointTyphoonWarningCenter,
+                                                     &ServiceEndpoints::rainViewer,
+                                                     &ServiceEndpoints::meteostat,
+                                                     &ServiceEndpoints::nasaPower,
+                                                     &ServiceEndpoints::rainViewerTiles,
+                                                     &ServiceEndpoints::tileProxy,
+                                                     &ServiceEndpoints::nifcFeatureServices,
+                                                     &ServiceEndpoints::calFireSite,
+                                                     &ServiceEndpoints::calFireFeatureServices,
+                                                     &ServiceEndpoints::cwfifGeoServer,
+                                                     &ServiceEndpoints::cwfisGeoServer,
+                                                     &ServiceEndpoints::bcMapServices};
   for (auto member : all) {
     // No service may escape to the outside world when the simulator is chosen.
     EXPECT_EQ((sim.*member).host(), "127.0.0.1");

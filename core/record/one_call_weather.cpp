@@ -45,8 +45,14 @@ class HashBuilder {
   HashBuilder& add(const OneCallWeather::Hourly& hour) noexcept;
   HashBuilder& add(const OneCallWeather::Daily& day) noexcept;
   HashBuilder& add(const OneCallWeather::Alert& alert) noexcept {
-    return add(alert.senderName).add(alert.event).add(alert.start).add(alert.end).add(alert.description)
-        .add(alert.url).add(alert.severity).add(alert.tags);
+    return add(alert.senderName)
+        .add(alert.event)
+        .add(alert.start)
+        .add(alert.end)
+        .add(alert.description)
+        .add(alert.url)
+        .add(alert.severity)
+        .add(alert.tags);
   }
 
   // Absence hashes differently from every present value's own hash chain.
@@ -102,29 +108,78 @@ HashBuilder& HashBuilder::add(const WeatherServiceAttribution& attribution) noex
     return addJson(apple->attribution);
   }
   if (const auto* image = std::get_if<WeatherServiceAttribution::ImageAttribution>(&attribution.source)) {
-    return add(image->combinedMarkDarkURL).add(image->combinedMarkLightURL).add(image->legalPageURL)
-        .add(image->serviceName).add(image->squareMarkURL);
+    return add(image->combinedMarkDarkURL)
+        .add(image->combinedMarkLightURL)
+        .add(image->legalPageURL)
+        .add(image->serviceName)
+        .add(image->squareMarkURL);
   }
   const auto& name = std::get<WeatherServiceAttribution::NameAttribution>(attribution.source);
   return add(name.serviceName).add(name.url);
 }
 
 HashBuilder& HashBuilder::add(const OneCallWeather::Current& c) noexcept {
-  return add(c.dt).add(c.sunrise).add(c.sunset).add(c.temp).add(c.feelsLike).add(c.pressure).add(c.dewPoint)
-      .add(c.uvi).add(c.humidity).add(c.clouds).add(c.visibility).add(c.windSpeed).add(c.windGust).add(c.windDeg)
-      .add(c.rain).add(c.snow).add(c.weather).add(c.airQuality);
+  return add(c.dt)
+      .add(c.sunrise)
+      .add(c.sunset)
+      .add(c.temp)
+      .add(c.feelsLike)
+      .add(c.pressure)
+      .add(c.dewPoint)
+      .add(c.uvi)
+      .add(c.humidity)
+      .add(c.clouds)
+      .add(c.visibility)
+      .add(c.windSpeed)
+      .add(c.windGust)
+      .add(c.windDeg)
+      .add(c.rain)
+      .add(c.snow)
+      .add(c.weather)
+      .add(c.airQuality);
 }
 
 HashBuilder& HashBuilder::add(const OneCallWeather::Hourly& h) noexcept {
-  return add(h.dt).add(h.temp).add(h.feelsLike).add(h.pressure).add(h.humidity).add(h.dewPoint).add(h.uvi)
-      .add(h.clouds).add(h.visibility).add(h.windSpeed).add(h.windDeg).add(h.windGust).add(h.pop).add(h.rain)
-      .add(h.snow).add(h.weather).add(h.sunStateChange).add(h.airQuality);
+  return add(h.dt)
+      .add(h.temp)
+      .add(h.feelsLike)
+      .add(h.pressure)
+      .add(h.humidity)
+      .add(h.dewPoint)
+      .add(h.uvi)
+      .add(h.clouds)
+      .add(h.visibility)
+      .add(h.windSpeed)
+      .add(h.windDeg)
+      .add(h.windGust)
+      .add(h.pop)
+      .add(h.rain)
+      .add(h.snow)
+      .add(h.weather)
+      .add(h.sunStateChange)
+      .add(h.airQuality);
 }
 
 HashBuilder& HashBuilder::add(const OneCallWeather::Daily& d) noexcept {
-  return add(d.dt).add(d.temp.min).add(d.temp.max).add(d.feelsLike.day).add(d.feelsLike.night)
-      .add(d.feelsLike.eve).add(d.feelsLike.morn).add(d.pop).add(d.rain).add(d.snow).add(d.uvi).add(d.windSpeed)
-      .add(d.windDeg).add(d.windGust).add(d.humidity).add(d.dewPoint).add(d.clouds).add(d.weather).add(d.sunrise)
+  return add(d.dt)
+      .add(d.temp.min)
+      .add(d.temp.max)
+      .add(d.feelsLike.day)
+      .add(d.feelsLike.night)
+      .add(d.feelsLike.eve)
+      .add(d.feelsLike.morn)
+      .add(d.pop)
+      .add(d.rain)
+      .add(d.snow)
+      .add(d.uvi)
+      .add(d.windSpeed)
+      .add(d.windDeg)
+      .add(d.windGust)
+      .add(d.humidity)
+      .add(d.dewPoint)
+      .add(d.clouds)
+      .add(d.weather)
+      .add(d.sunrise)
       .add(d.sunset);
 }
 
@@ -151,8 +206,15 @@ size_t hashValue(const OneCallWeather& weather) noexcept {
   // tideData is left out: tides are refreshed on their own schedule and must not make a forecast
   // look changed.
   HashBuilder hash;
-  hash.add(weather.lat).add(weather.lon).add(std::string_view(weather.timeZone.identifier())).add(weather.current)
-      .add(weather.minutely).add(weather.hourly).add(weather.daily).add(weather.alerts).add(weather.attribution)
+  hash.add(weather.lat)
+      .add(weather.lon)
+      .add(std::string_view(weather.timeZone.identifier()))
+      .add(weather.current)
+      .add(weather.minutely)
+      .add(weather.hourly)
+      .add(weather.daily)
+      .add(weather.alerts)
+      .add(weather.attribution)
       .add(weather.isPlaceholder);
   return hash.result();
 }

@@ -20,10 +20,10 @@
 #include <variant>
 #include <vector>
 
+#include "core/record/tide_records.hpp"
 #include "core/values/air_quality.hpp"
 #include "core/values/date.hpp"
 #include "core/values/measurements.hpp"
-#include "core/record/tide_records.hpp"
 #include "core/values/time_zone.hpp"
 
 namespace ombrine {
@@ -118,8 +118,8 @@ struct OneCallWeather {
     std::optional<int> pressure;  // hPa
     Temperature dewPoint;
     double uvi = 0.0;
-    int humidity = 0;  // percent
-    int clouds = 0;    // percent
+    int humidity = 0;               // percent
+    int clouds = 0;                 // percent
     std::optional<int> visibility;  // metres
     Speed windSpeed;
     std::optional<Speed> windGust;

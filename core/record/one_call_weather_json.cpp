@@ -8,8 +8,8 @@
 #include <limits>
 #include <tuple>
 
-#include "core/values/json_stream.hpp"
 #include "core/record/tide_records_json.hpp"
+#include "core/values/json_stream.hpp"
 
 namespace ombrine {
 
@@ -91,7 +91,8 @@ constexpr auto kHourlyMembers = std::tuple{
     jsonMember("airQuality", &Hourly::airQuality),
 };
 
-constexpr auto kDailyTempMembers = std::tuple{jsonMember("min", &Daily::Temp::min), jsonMember("max", &Daily::Temp::max)};
+constexpr auto kDailyTempMembers =
+    std::tuple{jsonMember("min", &Daily::Temp::min), jsonMember("max", &Daily::Temp::max)};
 
 constexpr auto kDailyFeelsLikeMembers = std::tuple{
     jsonMember("day", &Daily::FeelsLikeTemp::day),
@@ -306,7 +307,8 @@ class UnionFrame : public JsonStreamFrame {
 
 class SunStateChangeFrame final : public UnionFrame<2> {
  public:
-  SunStateChangeFrame(const JsonPath& path, SunStateChange& target) : UnionFrame(path, kSunStateCases), target_(target) {}
+  SunStateChangeFrame(const JsonPath& path, SunStateChange& target)
+      : UnionFrame(path, kSunStateCases), target_(target) {}
   void beginObject(JsonStream& stream) override { stream.push<PayloadFrame<Date>>(casePath_, dates_[pending_]); }
 
  private:
@@ -323,11 +325,11 @@ class SunStateChangeFrame final : public UnionFrame<2> {
 // cases fails on its key count before any payload is looked at, exactly as there).
 class OneCallWeatherFrame final : public JsonStreamFrame {
   enum Member { lat, lon, timezone, timezoneOffset, current, minutely, hourly, daily, alerts, attribution, tideData };
-  static constexpr std::array<std::string_view, 11> kKeys = {
-      "lat", "lon", "timezone", "timezoneOffset", "current", "minutely", "hourly", "daily", "alerts", "attribution",
-      "tideData"};
-  static constexpr unsigned kRequired = 1u << lat | 1u << lon | 1u << timezone | 1u << timezoneOffset |
-                                        1u << current | 1u << hourly | 1u << daily;
+  static constexpr std::array<std::string_view, 11> kKeys = {"lat",     "lon",         "timezone", "timezoneOffset",
+                                                             "current", "minutely",    "hourly",   "daily",
+                                                             "alerts",  "attribution", "tideData"};
+  static constexpr unsigned kRequired =
+      1u << lat | 1u << lon | 1u << timezone | 1u << timezoneOffset | 1u << current | 1u << hourly | 1u << daily;
 
  public:
   OneCallWeatherFrame(const JsonPath& path, OneCallWeather& target) : path_(path), target_(target) {}
@@ -437,7 +439,6 @@ void decodeJson(const boost::json::value& value, const JsonPath& path, WeatherSe
     default: decodeJson(*payload, payloadPath, out.source.emplace<NameAttribution>()); return;
   }
 }
-
 
 void writeJson(JsonWriter& writer, const WeatherServiceAttribution& value) {
   writeSingleCase(writer, kAttributionCases[value.source.index()], [&] {

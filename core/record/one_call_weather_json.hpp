@@ -16,10 +16,10 @@
 // Decoding is strict: a missing required key or a value of the wrong type fails the whole record
 // with a DecodingError that names the place ("hourly[3].dt: missing key"); unknown keys are
 // ignored. Text is decoded as it is read (core/values/json_stream.hpp); a DOM value is walked. Both give
-// the same record, and for a document with one fault the same message. A decoded record never is a placeholder. An alert event "weather" is read as
-// "special weather statement". Sun state changes and attributions must hold exactly one known
-// key, else "Invalid number of keys found, expected one.". decode(encode(x)) == x bit for bit,
-// and encode(decode(text)) == text for any text this encoder wrote.
+// the same record, and for a document with one fault the same message. A decoded record never is a placeholder. An
+// alert event "weather" is read as "special weather statement". Sun state changes and attributions must hold exactly
+// one known key, else "Invalid number of keys found, expected one.". decode(encode(x)) == x bit for bit, and
+// encode(decode(text)) == text for any text this encoder wrote.
 //
 // Pure functions; reentrant. Encoding raises EncodingError only for a NaN or infinite number.
 
@@ -29,8 +29,8 @@
 #include <string>
 #include <string_view>
 
-#include "core/values/date.hpp"
 #include "core/record/one_call_weather.hpp"
+#include "core/values/date.hpp"
 #include "core/values/value_json.hpp"
 
 namespace ombrine {

@@ -6,9 +6,9 @@
 #include <bit>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
-#include <cstdint>
 #include <fstream>
 #include <functional>
 #include <sstream>
@@ -103,7 +103,8 @@ OneCallWeather goldenRecord() {
   w.daily = {W::Daily{
       .dt = Date{727012800},
       .temp = {Temperature::celsius(2), Temperature::celsius(9.5)},
-      .feelsLike = {Temperature::celsius(8), Temperature::celsius(1), Temperature::celsius(5), Temperature::celsius(0.5)},
+      .feelsLike = {Temperature::celsius(8), Temperature::celsius(1), Temperature::celsius(5),
+                    Temperature::celsius(0.5)},
       .pop = 1,
       .rain = Precipitation::millimeters(3.2),
       .snow = Precipitation::millimeters(0.9),
@@ -132,8 +133,13 @@ OneCallWeather goldenRecord() {
       boost::urls::url("https://example.org/dark.png"), boost::urls::url("https://example.org/light.png"),
       boost::urls::url("https://example.org/legal"), "Weather", boost::urls::url("https://example.org/square.png")}};
   w.tideData = TideData{
-      .station = TideStation{.id = "02100", .name = "Pointe-au-Père", .latitude = 48.5, .longitude = -68.466667,
-                             .state = "QC", .type = "PERMANENT", .referenceStationID = std::nullopt},
+      .station = TideStation{.id = "02100",
+                             .name = "Pointe-au-Père",
+                             .latitude = 48.5,
+                             .longitude = -68.466667,
+                             .state = "QC",
+                             .type = "PERMANENT",
+                             .referenceStationID = std::nullopt},
       .distance = 0.0,
       .extremes = {{Date{727012800}, Length::meters(3.5), TideExtreme::Kind::high},
                    {Date{727035000}, Length::meters(-0.0), TideExtreme::Kind::low}},
@@ -179,8 +185,8 @@ TEST_F(OneCallWeatherJsonTest, RoundTripsRealisticRecordsBitForBit) {
     // Equality treats -0.0 and 0.0 alike, so look at the bits of every hourly measurement.
     ASSERT_EQ(decoded.hourly.size(), record.hourly.size());
     for (size_t i = 0; i < record.hourly.size(); ++i) {
-      for (auto field : {&OneCallWeather::Hourly::temp, &OneCallWeather::Hourly::feelsLike,
-                         &OneCallWeather::Hourly::dewPoint}) {
+      for (auto field :
+           {&OneCallWeather::Hourly::temp, &OneCallWeather::Hourly::feelsLike, &OneCallWeather::Hourly::dewPoint}) {
         EXPECT_EQ(std::bit_cast<std::uint64_t>((decoded.hourly[i].*field).measurement),
                   std::bit_cast<std::uint64_t>((record.hourly[i].*field).measurement));
       }
@@ -196,12 +202,24 @@ TEST_F(OneCallWeatherJsonTest, NumbersReadBackExactlyWhereBoostWouldRound) {
   // The first six are shortest forms that Boost.JSON 1.81's own conversion reads one unit in the
   // last place off (about one double in seven is); then the extremes of the range and integers
   // beyond 2^53.
-  const char* const texts[] = {"91.60007029212613",   "3888.0724999999998", "1679078688817.7441",
-                               "3.666470232365164e-09", "37.821341533202684", "58247.269728009356",
-                               "0.30000000000000004", "5e-324",             "1.7976931348623157e+308",
-                               "2.2250738585072014e-308", "9007199254740993", "1e+23",
-                               "7.2057594037927933e+16", "123456789012345680", "-0.0",
-                               "0.1",                   "4.35679e-42",        "1e-400"};
+  const char* const texts[] = {"91.60007029212613",
+                               "3888.0724999999998",
+                               "1679078688817.7441",
+                               "3.666470232365164e-09",
+                               "37.821341533202684",
+                               "58247.269728009356",
+                               "0.30000000000000004",
+                               "5e-324",
+                               "1.7976931348623157e+308",
+                               "2.2250738585072014e-308",
+                               "9007199254740993",
+                               "1e+23",
+                               "7.2057594037927933e+16",
+                               "123456789012345680",
+                               "-0.0",
+                               "0.1",
+                               "4.35679e-42",
+                               "1e-400"};
   for (const char* text : texts) {
     SCOPED_TRACE(text);
     double expected = 0.0;
@@ -227,8 +245,8 @@ TEST_F(OneCallWeatherJsonTest, NumbersReadBackExactlyWhereBoostWouldRound) {
 }
 
 TEST_F(OneCallWeatherJsonTest, AbsentOptionalsFollowTheShape) {
-  OneCallWeather record = testing_records::makeForecastRecord({.days = 1, .hours = 2, .minutes = 0, .alerts = false,
-                                                        .tides = false});
+  OneCallWeather record =
+      testing_records::makeForecastRecord({.days = 1, .hours = 2, .minutes = 0, .alerts = false, .tides = false});
   record.attribution.reset();
   const std::string text = encodeOneCallWeather(record, kWinter);
   EXPECT_THAT(text, testing::HasSubstr(R"("alerts":null,"attribution":null})"));
@@ -262,7 +280,7 @@ TEST_F(OneCallWeatherJsonTest, TimeZoneFallsBackToOffsetThenDevice) {
       {"Mars/Olympus_Mons", "36029", "GMT+1000"},  // seconds round to the nearest minute
       {"Mars/Olympus_Mons", "-34230", "GMT-0931"},
       {"", "0", "GMT"},
-      {"Mars/Olympus_Mons", "64831", device},          // beyond 18 hours once rounded
+      {"Mars/Olympus_Mons", "64831", device},           // beyond 18 hours once rounded
       {"Mars/Olympus_Mons", "99999999999999", device},  // beyond any int
   };
   const std::string base = encodeOneCallWeather(testing_records::makeForecastRecord({.days = 1, .hours = 1}), kWinter);
@@ -408,8 +426,9 @@ TEST_F(OneCallWeatherJsonTest, SingleKeyUnionsRefuseOtherKeyCounts) {
        "attribution: Invalid number of keys found, expected one."},
       {"name without service", attribution(R"({"name":{"_0":{"url":"https://a.example"}}})"),
        "attribution.name._0.serviceName: missing key"},
-      {"image with a bad URL", attribution(R"({"image":{"_0":{"combinedMarkDarkURL":"http://[x","combinedMarkLightURL":"a",)"
-                                           R"("legalPageURL":"b","serviceName":"c","squareMarkURL":"d"}}})"),
+      {"image with a bad URL",
+       attribution(R"({"image":{"_0":{"combinedMarkDarkURL":"http://[x","combinedMarkLightURL":"a",)"
+                   R"("legalPageURL":"b","serviceName":"c","squareMarkURL":"d"}}})"),
        "attribution.image._0.combinedMarkDarkURL: invalid URL"},
   };
   for (const auto& row : rows) {
@@ -437,21 +456,24 @@ TEST_F(OneCallWeatherJsonTest, AppleAttributionIsKeptAsItWasWritten) {
   record.attribution = WeatherServiceAttribution{WeatherServiceAttribution::Apple{
       parseJson(R"({"serviceName":"Weather","legalPageURL":"https://example.org/legal","scale":2.0,"n":[1,-2]})")}};
   const std::string text = encodeOneCallWeather(record, kWinter);
-  EXPECT_THAT(text, testing::HasSubstr(
-                        R"("attribution":{"apple":{"_0":{"serviceName":"Weather","legalPageURL":"https://example.org/legal",)"
-                        R"("scale":2.0,"n":[1,-2]}}})"));
+  EXPECT_THAT(text,
+              testing::HasSubstr(
+                  R"("attribution":{"apple":{"_0":{"serviceName":"Weather","legalPageURL":"https://example.org/legal",)"
+                  R"("scale":2.0,"n":[1,-2]}}})"));
   const OneCallWeather decoded = decodeOneCallWeather(text);
   EXPECT_EQ(decoded, record);
   EXPECT_EQ(weatherDataSource(decoded), WeatherDataSource::apple);
 }
 
 TEST_F(OneCallWeatherJsonTest, MissingOrMistypedKeysNameTheirPlace) {
-  const std::string base = encodeOneCallWeather(testing_records::makeForecastRecord({.days = 2, .hours = 5, .minutes = 5}), kWinter);
+  const std::string base =
+      encodeOneCallWeather(testing_records::makeForecastRecord({.days = 2, .hours = 5, .minutes = 5}), kWinter);
   struct Row {
     std::function<void(boost::json::object&)> edit;
     std::string expected;
   };
   const Row rows[] = {
+      // clang-format off
       {[](auto& r) { r.erase("lat"); }, "lat: missing key"},
       {[](auto& r) { r.erase("timezoneOffset"); }, "timezoneOffset: missing key"},
       {[](auto& r) { r.erase("timezone"); }, "timezone: missing key"},
@@ -488,6 +510,7 @@ TEST_F(OneCallWeatherJsonTest, MissingOrMistypedKeysNameTheirPlace) {
       {[](auto& r) { at(r, "alerts", 0)["url"] = "http://[::1"; }, "alerts[0].url: invalid URL"},
       {[](auto& r) { at(r, "alerts", 0)["tags"].as_array().emplace_back(7); }, "alerts[0].tags[2]: expected a string, found a number"},
       {[](auto& r) { r["alerts"] = "none"; }, "alerts: expected an array, found a string"},
+      // clang-format on
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.expected);
@@ -497,7 +520,8 @@ TEST_F(OneCallWeatherJsonTest, MissingOrMistypedKeysNameTheirPlace) {
 }
 
 TEST_F(OneCallWeatherJsonTest, NullMeasurementsReadAsZeroAndNullOptionalsAsAbsent) {
-  const std::string base = encodeOneCallWeather(testing_records::makeForecastRecord({.days = 1, .hours = 2, .minutes = 2}), kWinter);
+  const std::string base =
+      encodeOneCallWeather(testing_records::makeForecastRecord({.days = 1, .hours = 2, .minutes = 2}), kWinter);
   const std::string text = edited(base, [](auto& r) {
     auto& current = r["current"].as_object();
     current["temp"] = nullptr;
@@ -528,7 +552,8 @@ TEST_F(OneCallWeatherJsonTest, NullMeasurementsReadAsZeroAndNullOptionalsAsAbsen
 
 TEST_F(OneCallWeatherJsonTest, IntegersAcceptIntegralNumbersInAnyForm) {
   const std::string base = encodeOneCallWeather(testing_records::makeForecastRecord({.days = 1, .hours = 1}), kWinter);
-  const std::pair<const char*, int> rows[] = {{"65", 65}, {"65.0", 65}, {"6.5e1", 65}, {"-0", 0}, {"2147483647", 2147483647}};
+  const std::pair<const char*, int> rows[] = {
+      {"65", 65}, {"65.0", 65}, {"6.5e1", 65}, {"-0", 0}, {"2147483647", 2147483647}};
   for (const auto& [text, expected] : rows) {
     SCOPED_TRACE(text);
     std::string json = base;
@@ -546,8 +571,8 @@ TEST_F(OneCallWeatherJsonTest, EveryTruncationAndBadByteFailsCleanly) {
     EXPECT_THAT(error, testing::StartsWith("invalid JSON at byte ")) << "length " << length;
   }
   const char* const broken[] = {
-      "",        "   ",         "{\"lat\":1e400}", "{\"lat\":1}}", "{\"lat\":1} x", "{\"lat\":\"\xff\"}",
-      "\"\x01\"", "{\"a\":tru}", "nul",           "{,}",
+      "",    "   ", "{\"lat\":1e400}", "{\"lat\":1}}", "{\"lat\":1} x", "{\"lat\":\"\xff\"}", "\"\x01\"", "{\"a\":tru}",
+      "nul", "{,}",
   };
   for (const char* json : broken) {
     SCOPED_TRACE(json);
@@ -566,7 +591,11 @@ TEST_F(OneCallWeatherJsonTest, StringsAreEscapedAndRepairedToUtf8) {
 
   // Bytes that are not UTF-8 (a stray continuation, a cut sequence, a surrogate, an overlong
   // form) become U+FFFD so the file stays readable.
-  record.alerts->at(0).description = "a\x80" "b\xE2\x82" "c\xED\xA0\x80" "d\xC0\xAF";
+  record.alerts->at(0).description =
+      "a\x80"
+      "b\xE2\x82"
+      "c\xED\xA0\x80"
+      "d\xC0\xAF";
   const std::string repaired = *decodeOneCallWeather(encodeOneCallWeather(record, kWinter)).alerts->at(0).description;
   EXPECT_EQ(repaired, "a\uFFFDb\uFFFD\uFFFDc\uFFFD\uFFFD\uFFFDd\uFFFD\uFFFD");
 }

@@ -10,8 +10,8 @@
 #include <span>
 #include <vector>
 
-#include "core/values/date.hpp"
 #include "core/record/one_call_weather.hpp"
+#include "core/values/date.hpp"
 #include "core/values/time_zone.hpp"
 
 namespace ombrine {

@@ -109,7 +109,8 @@ inline OneCallWeather makeForecastRecord(const RecordShape& shape = {}) {
     hour.pop = std::round(uniform(0.0, 1.0) * 100.0) / 100.0;
     double rain = hour.pop > 0.6 ? std::round(uniform(0.1, 3.0) * 100.0) / 100.0 : 0.0;
     if (rain > 0.0) hour.rain = OneCallWeather::Rain{Precipitation::millimeters(rain)};
-    if (hour.temp.measurement < 1.0 && rain > 0.0) hour.snow = OneCallWeather::Snow{Precipitation::centimeters(rain / 8.0)};
+    if (hour.temp.measurement < 1.0 && rain > 0.0)
+      hour.snow = OneCallWeather::Snow{Precipitation::centimeters(rain / 8.0)};
     hour.weather = {glyphFor(rain, hour.clouds, day)};
     if (hourOfDay == 5.0) hour.sunStateChange = SunStateChange::rise(hour.dt + 1500.0 + h);
     if (hourOfDay == 18.0) hour.sunStateChange = SunStateChange::set(hour.dt + 2400.0 - h);
@@ -136,7 +137,8 @@ inline OneCallWeather makeForecastRecord(const RecordShape& shape = {}) {
       day.dewPoint = Temperature::celsius(low - 2.2);
       day.clouds = std::round(uniform(0.0, 100.0));
     }
-    day.weather = {glyphFor(day.rain ? day.rain->measurement : 0.0, day.clouds ? static_cast<int>(*day.clouds) : 0, true)};
+    day.weather = {
+        glyphFor(day.rain ? day.rain->measurement : 0.0, day.clouds ? static_cast<int>(*day.clouds) : 0, true)};
     day.sunrise = start + 86400.0 * d + 5.0 * 3600.0 + 1234.0 + 96.0 * d;
     day.sunset = start + 86400.0 * d + 17.0 * 3600.0 + 2871.0 - 168.0 * d;
     weather.daily.push_back(std::move(day));
@@ -148,8 +150,9 @@ inline OneCallWeather makeForecastRecord(const RecordShape& shape = {}) {
     wind.event = "Sturmböen";
     wind.start = start + 14.0 * 3600.0;
     wind.end = start + 23.0 * 3600.0;
-    wind.description = "Es treten Sturmböen mit Geschwindigkeiten um 70 km/h (20 m/s, 38 kn, Bft 8) auf.\n"
-                       "Tabs\tand \"quotes\" and a backslash \\ survive too.";
+    wind.description =
+        "Es treten Sturmböen mit Geschwindigkeiten um 70 km/h (20 m/s, 38 kn, Bft 8) auf.\n"
+        "Tabs\tand \"quotes\" and a backslash \\ survive too.";
     wind.url = boost::urls::url("https://www.dwd.de/warnungen?region=berlin&lang=de");
     wind.severity = WeatherSeverity::moderate;
     wind.tags = {"Wind", "Sturm"};
@@ -164,8 +167,13 @@ inline OneCallWeather makeForecastRecord(const RecordShape& shape = {}) {
       WeatherServiceAttribution::NameAttribution{"Foreca", boost::urls::url("https://www.foreca.com")}};
   if (shape.tides) {
     TideData tides;
-    tides.station = TideStation{.id = "9414290", .name = "San Francisco", .latitude = 37.8063, .longitude = -122.4659,
-                                .state = "CA", .type = "R", .referenceStationID = std::nullopt};
+    tides.station = TideStation{.id = "9414290",
+                                .name = "San Francisco",
+                                .latitude = 37.8063,
+                                .longitude = -122.4659,
+                                .state = "CA",
+                                .type = "R",
+                                .referenceStationID = std::nullopt};
     tides.distance = 1234.5;
     tides.extremes = {{start + 3600.0, Length::meters(1.716), TideExtreme::Kind::high},
                       {start + 26100.0, Length::meters(-0.0), TideExtreme::Kind::low}};

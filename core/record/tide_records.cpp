@@ -97,7 +97,8 @@ std::optional<TideChartPoint> interpolatedPoint(const std::vector<TideExtreme>& 
   if (next->date == t) return TideChartPoint{t, Length::meters(next->height.inMeters())};
   if (next == sortedExtremes.begin()) return std::nullopt;
   const TideExtreme& previous = *std::prev(next);
-  return TideChartPoint{t, Length::meters(cosineHeight(previous, *next, t - previous.date, next->date - previous.date))};
+  return TideChartPoint{t,
+                        Length::meters(cosineHeight(previous, *next, t - previous.date, next->date - previous.date))};
 }
 
 std::vector<TideChartPoint> chartPoints(std::vector<TideExtreme> extremes, double stepSeconds,

@@ -132,7 +132,7 @@ struct TideData {
   static constexpr double kChartWindowAfter = 187'200.0;  // 52 hours
 
   TideStation station;
-  double distance = 0.0;  // metres from the asked coordinate; 0 when the station was chosen
+  double distance = 0.0;                    // metres from the asked coordinate; 0 when the station was chosen
   std::vector<TideExtreme> extremes;        // ascending (tideExtremeLess)
   std::vector<TideChartPoint> chartPoints;  // ascending by date
   Date fetchedAt;

@@ -2,9 +2,9 @@
 
 #include <cmath>
 
-#include "core/values/errors.hpp"
 #include "core/record/tide_records.hpp"
 #include "core/record/tide_records_json.hpp"
+#include "core/values/errors.hpp"
 #include "core/values/value_json.hpp"
 
 namespace ombrine {
@@ -53,7 +53,7 @@ TEST(TideDataTest, NextExtremeChartWindowAndOrdering) {
   EXPECT_EQ(data.nextExtreme(kT0 - 1), data.extremes[0]);
   EXPECT_EQ(data.nextExtreme(kT0), data.extremes[0]);  // at the date still counts as next
   EXPECT_EQ(data.nextExtreme(kT0 + 1), data.extremes[1]);
-  EXPECT_EQ(data.nextExtreme(kT0 + 86400), data.extremes[1]);  // all past: the last, not nothing
+  EXPECT_EQ(data.nextExtreme(kT0 + 86400), data.extremes[1]);    // all past: the last, not nothing
   EXPECT_EQ(data.extremesIn({kT0, kT0 + 6 * 3600}).size(), 2u);  // closed interval
   EXPECT_EQ(data.extremesIn({kT0 + 1, kT0 + 6 * 3600 - 1}).size(), 0u);
 
@@ -90,8 +90,8 @@ TEST(TideChartPointsTest, CosineInterpolationBetweenExtremes) {
                                          extreme(7200, 2.0, Kind::high)};
   const auto points = chartPoints(tide, 900);
   ASSERT_EQ(points.size(), 9u);  // 0, 15, ..., 120 minutes, each date once
-  const double expected[] = {2.0, 2.0 - 2.0 * (1 - std::cos(M_PI / 4)) / 2, 1.0, 2.0 - 2.0 * (1 - std::cos(3 * M_PI / 4)) / 2,
-                             0.0};
+  const double expected[] = {2.0, 2.0 - 2.0 * (1 - std::cos(M_PI / 4)) / 2, 1.0,
+                             2.0 - 2.0 * (1 - std::cos(3 * M_PI / 4)) / 2, 0.0};
   for (size_t i = 0; i < 5; ++i) {
     SCOPED_TRACE(i);
     EXPECT_EQ(points[i].date, kT0 + 900.0 * static_cast<double>(i));
@@ -117,8 +117,11 @@ TEST(TideChartPointsTest, CosineInterpolationBetweenExtremes) {
       {"no step", tide, 0, std::nullopt, 0},
       {"negative step", tide, -900, std::nullopt, 0},
       {"one extreme", {extreme(0, 1, Kind::high)}, 900, std::nullopt, 0},
-      {"two extremes at one date: the low is dropped", {extreme(0, 0, Kind::low), extreme(0, 1, Kind::high)}, 900,
-       std::nullopt, 0},
+      {"two extremes at one date: the low is dropped",
+       {extreme(0, 0, Kind::low), extreme(0, 1, Kind::high)},
+       900,
+       std::nullopt,
+       0},
       {"unsorted input is sorted first", {tide[2], tide[0], tide[1]}, 900, std::nullopt, 9},
       {"window starting before the first extreme", tide, 900, DateInterval{kT0 - 1, kT0 + 3600}, 0},
       {"window ending after the last extreme", tide, 900, DateInterval{kT0 + 1, kT0 + 7201}, 0},
@@ -130,7 +133,8 @@ TEST(TideChartPointsTest, CosineInterpolationBetweenExtremes) {
     EXPECT_EQ(chartPoints(row.extremes, row.step, row.window).size(), row.count);
   }
   // The duplicate high wins over the low at the same date, so the high's height is kept.
-  const auto kept = chartPoints({extreme(0, 0, Kind::low), extreme(0, 1, Kind::high), extreme(600, 0.5, Kind::low)}, 900);
+  const auto kept =
+      chartPoints({extreme(0, 0, Kind::low), extreme(0, 1, Kind::high), extreme(600, 0.5, Kind::low)}, 900);
   ASSERT_EQ(kept.size(), 2u);
   EXPECT_EQ(kept[0].height, Length::meters(1.0));
 
@@ -145,8 +149,13 @@ TEST(TideChartPointsTest, CosineInterpolationBetweenExtremes) {
 
 TEST(TideRecordsJsonTest, RoundTripsAndRejectsBadStations) {
   TideData data;
-  data.station = TideStation{.id = "8557380", .name = "Lewes", .latitude = 38.7828, .longitude = -75.1192,
-                             .state = "DE", .type = "S", .referenceStationID = "8557380"};
+  data.station = TideStation{.id = "8557380",
+                             .name = "Lewes",
+                             .latitude = 38.7828,
+                             .longitude = -75.1192,
+                             .state = "DE",
+                             .type = "S",
+                             .referenceStationID = "8557380"};
   data.distance = 12'345.678;
   data.extremes = {extreme(0, 1.5, Kind::high), extreme(22'350.5, -0.0, Kind::low)};
   data.chartPoints = {{kT0, Length::meters(1.5)}, {kT0 + 900, Length::meters(1e-7)}};
@@ -185,7 +194,8 @@ TEST(TideRecordsJsonTest, RoundTripsAndRejectsBadStations) {
   const auto station = decodeTideStation(parseJson(R"({"id":"a","name":"b","lat":1,"lng":2,"state":null,"x":[]})"), "");
   EXPECT_EQ(station.state, std::nullopt);
   EXPECT_THROW(decodeTideData(parseJson(R"({"station":{"id":"a","name":"b","lat":1,"lng":2},"distance":0,
-      "extremes":[{"date":1,"height":1,"kind":"X"}],"chartPoints":[],"fetchedAt":0})"), "tideData"),
+      "extremes":[{"date":1,"height":1,"kind":"X"}],"chartPoints":[],"fetchedAt":0})"),
+                              "tideData"),
                DecodingError);
 }
 

@@ -23,8 +23,8 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 5> kDayNight
     {"sun.haze", "moon.haze"},
 }};
 
-constexpr std::array<std::string_view, 6> kRainSymbols = {
-    "cloud.rain", "cloud.sun.rain", "cloud.moon.rain", "cloud.drizzle", "cloud.heavyrain", "cloud.bolt.rain"};
+constexpr std::array<std::string_view, 6> kRainSymbols = {"cloud.rain",    "cloud.sun.rain",  "cloud.moon.rain",
+                                                          "cloud.drizzle", "cloud.heavyrain", "cloud.bolt.rain"};
 
 constexpr int kMistConditionCode = 701;
 
@@ -216,10 +216,10 @@ WeatherState weatherState(const OneCallWeather& weather, Date now) noexcept {
   if (weather.isPlaceholder) return WeatherState::placeholder;
   const auto& c = weather.current;
   const Glyph* first = c.weather.empty() ? nullptr : &c.weather.front();
-  const bool rainy = expectsRainWithinHour(weather) ||
-                     (first != nullptr && (first->id == kMistConditionCode ||
-                                           std::find(kRainSymbols.begin(), kRainSymbols.end(), first->symbolName) !=
-                                               kRainSymbols.end()));
+  const bool rainy =
+      expectsRainWithinHour(weather) ||
+      (first != nullptr && (first->id == kMistConditionCode || std::find(kRainSymbols.begin(), kRainSymbols.end(),
+                                                                         first->symbolName) != kRainSymbols.end()));
   const double feelsLike = c.feelsLike.measurement;
   const WeatherState nightState = rainy ? WeatherState::rainyNight : WeatherState::night;
 
@@ -232,7 +232,7 @@ WeatherState weatherState(const OneCallWeather& weather, Date now) noexcept {
   };
 
   if (c.sunrise && c.sunset) {
-    const bool isDay = *c.sunrise < now && *c.sunset > now;
+    const bool isDay = *c.sunrise<now&& * c.sunset> now;
     if (!isDay) return nightState;
     // The sun times tell day from night; the 4 degree line is theirs.
     return dayState(feelsLike > 4.0, first == nullptr);
@@ -250,7 +250,8 @@ OneCallWeather placeholderWeather(const TimeZone& timeZone, Date now) {
 }
 
 OneCallWeather demonstrationWeather(const TimeZone& timeZone, Date now) {
-  ReadyMadeValues values{431.0, 432.0, 430.0, 430.0, 432.0, Glyph{800, "Plasma Waves", "solar flares", "sun.max", true}};
+  ReadyMadeValues values{431.0, 432.0, 430.0,
+                         430.0, 432.0, Glyph{800, "Plasma Waves", "solar flares", "sun.max", true}};
   OneCallWeather weather = readyMadeWeather(timeZone, now, values);
   OneCallWeather::Alert alert;
   alert.senderName = "Planetary Weather Service";

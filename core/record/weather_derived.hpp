@@ -9,9 +9,9 @@
 #include <string_view>
 #include <vector>
 
+#include "core/record/one_call_weather.hpp"
 #include "core/values/date.hpp"
 #include "core/values/measurements.hpp"
-#include "core/record/one_call_weather.hpp"
 #include "core/values/time_zone.hpp"
 #include "core/values/weather_data_source.hpp"
 
@@ -55,9 +55,9 @@ double minuteIntensity(const OneCallWeather::Minutely& minute, DeviceIdiom idiom
 // "cloud.hail"; mixed and sleet "cloud.sleet"; snow "cloud.snow"; rain by the highest minute
 // intensity (the earlier entry on ties): above 0.75 "cloud.heavyrain", from 0.5 "cloud.rain",
 // else (and without minute entries) "cloud.drizzle"; `none` gives nothing.
-std::optional<std::string_view> precipitationSymbol(std::optional<PrecipitationKind> kind,
-                                                    const std::optional<std::vector<OneCallWeather::Minutely>>& minutely,
-                                                    DeviceIdiom idiom) noexcept;
+std::optional<std::string_view> precipitationSymbol(
+    std::optional<PrecipitationKind> kind, const std::optional<std::vector<OneCallWeather::Minutely>>& minutely,
+    DeviceIdiom idiom) noexcept;
 // The same for a record, with the kind from minutePrecipitationKind.
 std::optional<std::string_view> precipitationSymbol(const OneCallWeather& weather, DeviceIdiom idiom) noexcept;
 

@@ -19,9 +19,12 @@ class WeatherDerivedTest : public ::testing::Test {
   static void SetUpTestSuite() { useShippedTimeZoneData(); }
 };
 
-Glyph glyph(int id, std::string symbol, bool day = true) { return Glyph{id, "Main", "description", std::move(symbol), day}; }
+Glyph glyph(int id, std::string symbol, bool day = true) {
+  return Glyph{id, "Main", "description", std::move(symbol), day};
+}
 
-std::vector<Minutely> minutes(std::initializer_list<double> rates, std::optional<PrecipitationKind> kind = std::nullopt) {
+std::vector<Minutely> minutes(std::initializer_list<double> rates,
+                              std::optional<PrecipitationKind> kind = std::nullopt) {
   std::vector<Minutely> out;
   for (double rate : rates) out.push_back(Minutely{Date{60.0 * out.size()}, Precipitation::millimeters(rate), kind});
   return out;
@@ -54,11 +57,15 @@ TEST_F(WeatherDerivedTest, ConditionWordAndCloudiness) {
   EXPECT_EQ(conditionWord(current, "fr"), "broken clouds");
   EXPECT_EQ(conditionWord(current, "en-GB"), "broken clouds");
 
-  struct Row { std::string symbol; int clouds; bool cloudy; };
+  struct Row {
+    std::string symbol;
+    int clouds;
+    bool cloudy;
+  };
   const Row rows[] = {
       {"cloud.sun", 84, false},  // exactly 84 is not cloudy
       {"cloud.sun", 85, true},
-      {"cloud", 0, true},        // the plain cloud symbol is cloudy whatever the cover
+      {"cloud", 0, true},  // the plain cloud symbol is cloudy whatever the cover
       {"cloud.rain", 100, true},
   };
   for (const auto& row : rows) {
@@ -124,22 +131,21 @@ TEST_F(WeatherDerivedTest, PrecipitationKindPrefersMinuteKindsThenVolumes) {
 
 TEST_F(WeatherDerivedTest, MinuteIntensityScalesAndFloors) {
   using K = PrecipitationKind;
-  struct Row { double rate; std::optional<K> kind; DeviceIdiom idiom; double expected; };
+  struct Row {
+    double rate;
+    std::optional<K> kind;
+    DeviceIdiom idiom;
+    double expected;
+  };
   const Row rows[] = {
-      {0.0, K::rain, DeviceIdiom::phone, 0.0},
-      {-2.0, K::rain, DeviceIdiom::phone, 0.0},
-      {3.75, K::rain, DeviceIdiom::phone, 0.5},
-      {3.75, std::nullopt, DeviceIdiom::phone, 0.5},
-      {3.75, K::none, DeviceIdiom::phone, 0.5},
-      {1.5, K::snow, DeviceIdiom::phone, 0.5},
-      {1.5, K::sleet, DeviceIdiom::pad, 0.5},
-      {1.5, K::hail, DeviceIdiom::phone, 0.2},
-      {20.0, K::rain, DeviceIdiom::phone, 1.0},   // capped at the scale
-      {20.0, K::snow, DeviceIdiom::phone, 1.0},
-      {0.1, K::rain, DeviceIdiom::phone, 0.05},   // floor
-      {0.1, K::rain, DeviceIdiom::desktop, 0.05},
-      {0.1, K::rain, DeviceIdiom::pad, 0.03},
-      {0.3, K::rain, DeviceIdiom::pad, 0.04},     // above the pad floor
+      {0.0, K::rain, DeviceIdiom::phone, 0.0},    {-2.0, K::rain, DeviceIdiom::phone, 0.0},
+      {3.75, K::rain, DeviceIdiom::phone, 0.5},   {3.75, std::nullopt, DeviceIdiom::phone, 0.5},
+      {3.75, K::none, DeviceIdiom::phone, 0.5},   {1.5, K::snow, DeviceIdiom::phone, 0.5},
+      {1.5, K::sleet, DeviceIdiom::pad, 0.5},     {1.5, K::hail, DeviceIdiom::phone, 0.2},
+      {20.0, K::rain, DeviceIdiom::phone, 1.0},                                              // capped at the scale
+      {20.0, K::snow, DeviceIdiom::phone, 1.0},   {0.1, K::rain, DeviceIdiom::phone, 0.05},  // floor
+      {0.1, K::rain, DeviceIdiom::desktop, 0.05}, {0.1, K::rain, DeviceIdiom::pad, 0.03},
+      {0.3, K::rain, DeviceIdiom::pad, 0.04},  // above the pad floor
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::Message() << row.rate << " idiom " << static_cast<int>(row.idiom));
@@ -163,10 +169,10 @@ TEST_F(WeatherDerivedTest, MinuteChartSymbol) {
       {K::none, minutes({9.0}), std::nullopt},
       {K::rain, std::nullopt, "cloud.drizzle"},
       {K::rain, std::vector<Minutely>{}, "cloud.drizzle"},
-      {std::nullopt, minutes({7.0}), "cloud.heavyrain"},  // no kind reads as rain
+      {std::nullopt, minutes({7.0}), "cloud.heavyrain"},       // no kind reads as rain
       {K::rain, minutes({0.5, 5.7, 1.0}), "cloud.heavyrain"},  // 0.76
-      {K::rain, minutes({5.625}), "cloud.rain"},                // exactly 0.75 is not heavy
-      {K::rain, minutes({3.75}), "cloud.rain"},                 // exactly 0.5
+      {K::rain, minutes({5.625}), "cloud.rain"},               // exactly 0.75 is not heavy
+      {K::rain, minutes({3.75}), "cloud.rain"},                // exactly 0.5
       {K::rain, minutes({3.7, 0.0}), "cloud.drizzle"},
       {K::rain, minutes({1.5}, K::snow), "cloud.rain"},  // a snow minute's intensity uses the snow scale
   };
@@ -191,7 +197,13 @@ TEST_F(WeatherDerivedTest, AirQualityWarningWindowIncludesBothEnds) {
     if (i != 4) hour.airQuality = AirQuality{hour.dt, 50 + 20 * i};  // 50 70 90 110 - 150
     weather.hourly.push_back(hour);
   }
-  struct Row { int threshold; double start; double interval; bool expected; const char* why; };
+  struct Row {
+    int threshold;
+    double start;
+    double interval;
+    bool expected;
+    const char* why;
+  };
   const Row rows[] = {
       {100, 1000, 3 * 3600, true, "entry at the window's end counts (110 at +3h)"},
       {100, 1000, 3 * 3600 - 1, false, "one second short"},
@@ -250,6 +262,7 @@ TEST_F(WeatherDerivedTest, WeatherStateCoversEveryBranch) {
     S expected;
   };
   const Row rows[] = {
+      // clang-format off
       // Sun times known, day.
       {"rain symbol by day", before, after, {glyph(500, "cloud.rain")}, 20, 0, false, S::rainyDay},
       {"thunder rain symbol", before, after, {glyph(201, "cloud.bolt.rain")}, 20, 0, false, S::rainyDay},
@@ -280,6 +293,7 @@ TEST_F(WeatherDerivedTest, WeatherStateCoversEveryBranch) {
       {"night glyph, rainy", std::nullopt, std::nullopt, {glyph(500, "cloud.heavyrain", false)}, 20, 0, false, S::rainyNight},
       {"no glyph, no sun times", std::nullopt, std::nullopt, {}, 20, 0, false, S::night},
       {"no glyph, no sun times, minute rain", std::nullopt, std::nullopt, {}, 20, 0, true, S::rainyNight},
+      // clang-format on
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.why);

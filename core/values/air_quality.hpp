@@ -33,9 +33,8 @@ std::string_view colorName(AirQualityRange range) noexcept;
 // The scale drawn as a gradient: eight stops, the two ends doubled so the outer bands get
 // room at the edges.
 inline constexpr std::array<AirQualityRange, 8> kAirQualityGradientStops = {
-    AirQualityRange::good,      AirQualityRange::good,          AirQualityRange::moderate,
-    AirQualityRange::sensitive, AirQualityRange::unhealthy,     AirQualityRange::veryUnhealthy,
-    AirQualityRange::hazardous, AirQualityRange::hazardous};
+    AirQualityRange::good,      AirQualityRange::good,          AirQualityRange::moderate,  AirQualityRange::sensitive,
+    AirQualityRange::unhealthy, AirQualityRange::veryUnhealthy, AirQualityRange::hazardous, AirQualityRange::hazardous};
 
 // The title of the scale (a localisation key).
 inline constexpr std::string_view kAirQualityScaleTitle = "Air Quality Scale";

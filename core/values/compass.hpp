@@ -15,10 +15,22 @@ namespace ombrine {
 
 // North first, clockwise.
 enum class CompassDirection {
-  north, northNorthEast, northEast, eastNorthEast,
-  east, eastSouthEast, southEast, southSouthEast,
-  south, southSouthWest, southWest, westSouthWest,
-  west, westNorthWest, northWest, northNorthWest,
+  north,
+  northNorthEast,
+  northEast,
+  eastNorthEast,
+  east,
+  eastSouthEast,
+  southEast,
+  southSouthEast,
+  south,
+  southSouthWest,
+  southWest,
+  westSouthWest,
+  west,
+  westNorthWest,
+  northWest,
+  northNorthWest,
 };
 
 // The points' abbreviations (kCompassAbbreviations) and kCompassPointCount come from

@@ -28,8 +28,8 @@ struct Date {
 
   constexpr double unixSeconds() const { return timeIntervalSinceReferenceDate + kReferenceToUnix; }
   std::chrono::system_clock::time_point toSystem() const {
-    return std::chrono::system_clock::time_point(std::chrono::duration_cast<std::chrono::system_clock::duration>(
-        std::chrono::duration<double>(unixSeconds())));
+    return std::chrono::system_clock::time_point(
+        std::chrono::duration_cast<std::chrono::system_clock::duration>(std::chrono::duration<double>(unixSeconds())));
   }
 
   constexpr Date operator+(double seconds) const { return Date{timeIntervalSinceReferenceDate + seconds}; }

@@ -22,8 +22,8 @@ struct Placemark {
   std::optional<std::string> administrativeArea;     // state or province
   std::optional<std::string> subAdministrativeArea;  // county
   std::optional<std::string> country;
-  std::optional<std::string> ISOcountryCode;         // two letters, e.g. "US"
-  std::vector<std::string> areasOfInterest;          // landmarks, parks, airports
+  std::optional<std::string> ISOcountryCode;  // two letters, e.g. "US"
+  std::vector<std::string> areasOfInterest;   // landmarks, parks, airports
   std::optional<TimeZone> timeZone;
   // The one-line text form: the address components joined by ", ", then " @ " and the
   // coordinate, e.g. "Pier 39, Beach St, San Francisco, CA  94133, United States @ <...>".

@@ -123,8 +123,8 @@ std::string iso8601String(Date date, bool fractionalSeconds) {
                              static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
                              static_cast<int>(time.seconds().count()));
   if (fractionalSeconds) {
-    length += std::snprintf(buffer + length, sizeof buffer - length, ".%03d",
-                            static_cast<int>(time.subseconds().count()));
+    length +=
+        std::snprintf(buffer + length, sizeof buffer - length, ".%03d", static_cast<int>(time.subseconds().count()));
   }
   return std::string(buffer, length) + "Z";
 }

@@ -31,9 +31,9 @@ TEST(Iso8601Test, ParsesInternetDateTimeWithAndWithoutFraction) {
       {"1970-01-01T00:00:00Z", 0.0},
       {"1969-12-31T23:59:59Z", -1.0},
       {"2001-01-01T00:00:00Z", Date::kReferenceToUnix},
-      {"2024-02-29T12:00:00Z", 1709208000.0},    // leap year
-      {"2000-02-29T00:00:00Z", 951782400.0},     // divisible by 400
-      {"2016-12-31T23:59:60Z", 1483228800.0},    // leap second: the next minute
+      {"2024-02-29T12:00:00Z", 1709208000.0},  // leap year
+      {"2000-02-29T00:00:00Z", 951782400.0},   // divisible by 400
+      {"2016-12-31T23:59:60Z", 1483228800.0},  // leap second: the next minute
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.text);

@@ -22,8 +22,8 @@ class JsonFields {
  public:
   // Raises when `value` is not an object.
   JsonFields(const boost::json::value& value, std::string path) : path_(std::move(path)) {
-    if (!value.is_object()) failAt(path_, std::string("expected an object, found ") +
-                                              std::string(describeJsonKind(value)));
+    if (!value.is_object())
+      failAt(path_, std::string("expected an object, found ") + std::string(describeJsonKind(value)));
     object_ = &value.get_object();
   }
 
@@ -31,7 +31,9 @@ class JsonFields {
   static boost::json::value parse(std::string_view text) { return parseJson(text); }
 
   const std::string& path() const noexcept { return path_; }
-  std::string pathOf(std::string_view key) const { return path_.empty() ? std::string(key) : path_ + "." + std::string(key); }
+  std::string pathOf(std::string_view key) const {
+    return path_.empty() ? std::string(key) : path_ + "." + std::string(key);
+  }
 
   [[noreturn]] static void failAt(const std::string& path, std::string_view problem) {
     throw DecodingError(path.empty() ? std::string(problem) : path + ": " + std::string(problem));

@@ -19,8 +19,8 @@ class Location {
  public:
   Location() = default;
   Location(double latitude, double longitude) : latitude_(latitude), longitude_(longitude) {}
-  Location(double latitude, double longitude, double altitude, double horizontalAccuracy,
-           double verticalAccuracy, Date timestamp)
+  Location(double latitude, double longitude, double altitude, double horizontalAccuracy, double verticalAccuracy,
+           Date timestamp)
       : latitude_(latitude),
         longitude_(longitude),
         altitude_(altitude),

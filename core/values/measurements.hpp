@@ -14,9 +14,7 @@
 namespace ombrine {
 
 namespace detail {
-inline size_t hashMeasurement(double value) noexcept {
-  return std::hash<double>{}(value == 0.0 ? 0.0 : value);
-}
+inline size_t hashMeasurement(double value) noexcept { return std::hash<double>{}(value == 0.0 ? 0.0 : value); }
 }  // namespace detail
 
 struct Temperature {

@@ -26,8 +26,8 @@ TimeZone::TimeZone(std::string identifier, std::shared_ptr<const icu::TimeZone> 
 
 std::optional<TimeZone> TimeZone::named(std::string_view identifier) {
   if (identifier.empty()) return std::nullopt;
-  icu::UnicodeString id = icu::UnicodeString::fromUTF8(icu::StringPiece(identifier.data(),
-                                                                         static_cast<int32_t>(identifier.size())));
+  icu::UnicodeString id =
+      icu::UnicodeString::fromUTF8(icu::StringPiece(identifier.data(), static_cast<int32_t>(identifier.size())));
   std::unique_ptr<icu::TimeZone> zone(icu::TimeZone::createTimeZone(id));
   if (!zone) return std::nullopt;
   icu::UnicodeString resolved;
@@ -42,12 +42,11 @@ std::optional<TimeZone> TimeZone::fixedOffset(int secondsFromGMT) {
   if (secondsFromGMT != 0) {
     int magnitude = std::abs(secondsFromGMT);
     char buffer[16];
-    std::snprintf(buffer, sizeof buffer, "%c%02d%02d", secondsFromGMT < 0 ? '-' : '+',
-                  magnitude / 3600, magnitude % 3600 / 60);
+    std::snprintf(buffer, sizeof buffer, "%c%02d%02d", secondsFromGMT < 0 ? '-' : '+', magnitude / 3600,
+                  magnitude % 3600 / 60);
     identifier += buffer;
   }
-  auto zone = std::make_shared<icu::SimpleTimeZone>(secondsFromGMT * 1000,
-                                                    icu::UnicodeString::fromUTF8(identifier));
+  auto zone = std::make_shared<icu::SimpleTimeZone>(secondsFromGMT * 1000, icu::UnicodeString::fromUTF8(identifier));
   return TimeZone(identifier, std::move(zone));
 }
 

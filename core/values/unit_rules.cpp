@@ -44,9 +44,7 @@ std::optional<std::string> measurementSystemKeyword(const icu::Locale& locale) {
 
 bool isFahrenheitRegion(const Region& region) noexcept { return listed(kFahrenheitRegions, region); }
 
-bool usesMetersPerSecondForWind(const Region& region) noexcept {
-  return listed(kMetersPerSecondWindRegions, region);
-}
+bool usesMetersPerSecondForWind(const Region& region) noexcept { return listed(kMetersPerSecondWindRegions, region); }
 
 TemperatureUnit placeTemperatureUnit(const Region& region) noexcept {
   return isFahrenheitRegion(region) ? TemperatureUnit::fahrenheit : TemperatureUnit::celsius;
@@ -55,7 +53,7 @@ TemperatureUnit placeTemperatureUnit(const Region& region) noexcept {
 std::optional<Region> localeRegion(const icu::Locale& locale) {
   // A region override is a two-letter region followed by a subdivision ("gbzzzz", "usca").
   if (auto rg = keyword(locale, "rg"); rg && rg->size() >= 2 && std::isalpha(static_cast<unsigned char>((*rg)[0])) &&
-                                         std::isalpha(static_cast<unsigned char>((*rg)[1]))) {
+                                       std::isalpha(static_cast<unsigned char>((*rg)[1]))) {
     return Region{std::string{upperAscii((*rg)[0]), upperAscii((*rg)[1])}};
   }
   std::string_view country = locale.getCountry();
@@ -94,9 +92,8 @@ TemperatureUnit weatherTemperatureUnit(const icu::Locale& locale) {
   }
 
   status = U_ZERO_ERROR;
-  auto formatter = icu::number::NumberFormatter::withLocale(maximized)
-                       .unit(icu::MeasureUnit::getCelsius())
-                       .usage("weather");
+  auto formatter =
+      icu::number::NumberFormatter::withLocale(maximized).unit(icu::MeasureUnit::getCelsius()).usage("weather");
   auto formatted = formatter.formatDouble(20.0, status);
   icu::MeasureUnit output = formatted.getOutputUnit(status);
   if (U_FAILURE(status)) return TemperatureUnit::celsius;

@@ -23,8 +23,8 @@ enum class MeasurementSystem { metric, uk, us };
 enum class TemperatureUnit { celsius, fahrenheit };
 
 // Regions whose people read temperatures in Fahrenheit; every other region reads Celsius.
-inline constexpr std::array<std::string_view, 12> kFahrenheitRegions = {
-    "US", "PR", "GU", "AS", "MP", "KY", "BS", "VI", "BZ", "PW", "FM", "MH"};
+inline constexpr std::array<std::string_view, 12> kFahrenheitRegions = {"US", "PR", "GU", "AS", "MP", "KY",
+                                                                        "BS", "VI", "BZ", "PW", "FM", "MH"};
 
 // Regions where wind is given in metres per second (when the locale's system is metric).
 inline constexpr std::array<std::string_view, 28> kMetersPerSecondWindRegions = {

@@ -18,16 +18,12 @@ TEST(UnitRulesTest, RegionListsDecidePlaceUnitsAndWindUnits) {
     bool metersPerSecond;
   };
   const Row rows[] = {
-      {"US", true, false},
-      {"us", true, false},  // codes from a geocoder may come in lower case
-      {"MH", true, false},  // last of the Fahrenheit list
-      {"GU", true, false},  // a Fahrenheit place even though CLDR gives its readers Celsius
-      {"CA", false, false},
-      {"GB", false, false},
-      {"SE", false, true},   // first of the metres-per-second list
-      {"JP", false, true},   // last of it
-      {"FR", false, false},
-      {"XX", false, false},  // unknown region
+      {"US", true, false},   {"us", true, false},  // codes from a geocoder may come in lower case
+      {"MH", true, false},                         // last of the Fahrenheit list
+      {"GU", true, false},                         // a Fahrenheit place even though CLDR gives its readers Celsius
+      {"CA", false, false},  {"GB", false, false}, {"SE", false, true},  // first of the metres-per-second list
+      {"JP", false, true},                                               // last of it
+      {"FR", false, false},  {"XX", false, false},                       // unknown region
       {"USA", false, false},
   };
   for (const auto& row : rows) {
@@ -58,15 +54,15 @@ TEST(UnitRulesTest, LocaleLookupsFollowCldrAndUserKeywords) {
       {"en_BS", "BS", MS::metric, F},  // metric, yet Bahamians read Fahrenheit
       {"en_GU", "GU", MS::metric, C},
       {"es_PR", "PR", MS::metric, F},
-      {"en", std::nullopt, MS::us, F},      // no explicit region; English implies the US
-      {"fi", std::nullopt, MS::metric, C},  // no explicit region
+      {"en", std::nullopt, MS::us, F},       // no explicit region; English implies the US
+      {"fi", std::nullopt, MS::metric, C},   // no explicit region
       {"en_US@rg=gbzzzz", "GB", MS::uk, C},  // region override
       {"de_DE@rg=uszzzz", "US", MS::us, F},
       {"en_US@measure=metric", "US", MS::metric, C},  // measurement system override
       {"de_DE@measure=ussystem", "DE", MS::us, F},
       {"de_DE@measure=uksystem", "DE", MS::uk, C},
       {"en_US@ms=metric", "US", MS::metric, C},  // the keyword as written rather than as ICU keeps it
-      {"en_US@mu=celsius", "US", MS::us, C},  // temperature unit override
+      {"en_US@mu=celsius", "US", MS::us, C},     // temperature unit override
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.locale);
@@ -86,12 +82,10 @@ TEST(UnitRulesTest, SpeedAndPrecipitationUnitsByRegionAndSystem) {
     S expected;
   };
   const SpeedRow speeds[] = {
-      {Region{"FI"}, MS::metric, S::metersPerSecond},
-      {Region{"FR"}, MS::metric, S::kilometersPerHour},
+      {Region{"FI"}, MS::metric, S::metersPerSecond},    {Region{"FR"}, MS::metric, S::kilometersPerHour},
       {std::nullopt, MS::metric, S::kilometersPerHour},  // "fi": no region, so no m/s
       {Region{"JP"}, MS::us, S::milesPerHour},           // the list applies to metric only
-      {Region{"GB"}, MS::uk, S::milesPerHour},
-      {Region{"US"}, MS::us, S::milesPerHour},
+      {Region{"GB"}, MS::uk, S::milesPerHour},           {Region{"US"}, MS::us, S::milesPerHour},
       {Region{"FI"}, std::nullopt, S::localePreference},
   };
   for (const auto& row : speeds) {
@@ -120,8 +114,8 @@ TEST(UnitRulesTest, SpeedAndPrecipitationUnitsByRegionAndSystem) {
 TEST(UnitRulesTest, PosixLocaleNamesAndTheCurrentLocale) {
   const std::pair<const char*, const char*> names[] = {
       {"de_DE.UTF-8", "de_DE"}, {"fr_CA.utf8", "fr_CA"}, {"sr_RS@latin", "sr_RS"},
-      {"ja_JP.eucJP", "ja_JP"}, {"C", "en_US"},         {"C.UTF-8", "en_US"},
-      {"POSIX", "en_US"},       {"", "en_US"},          {"en_GB", "en_GB"},
+      {"ja_JP.eucJP", "ja_JP"}, {"C", "en_US"},          {"C.UTF-8", "en_US"},
+      {"POSIX", "en_US"},       {"", "en_US"},           {"en_GB", "en_GB"},
   };
   for (const auto& [name, expected] : names) {
     EXPECT_STREQ(localeFromPosixName(name).getName(), expected) << name;

@@ -56,8 +56,7 @@ Display<Speed> speedDisplay(const icu::Locale& locale, std::optional<Measurement
       return {[](Speed s) { return s.inKilometersPerHour(); }, narrow(MeasureUnit::getKilometerPerHour())};
     case SpeedDisplayUnit::milesPerHour:
       return {[](Speed s) { return s.inMilesPerHour(); }, narrow(MeasureUnit::getMilePerHour())};
-    case SpeedDisplayUnit::localePreference:
-      break;
+    case SpeedDisplayUnit::localePreference: break;
   }
   // ICU's "default" usage converts from the unit given to the locale's preference.
   return {[](Speed s) { return s.inMetersPerSecond(); }, narrow(MeasureUnit::getMeterPerSecond()).usage("default")};
@@ -75,8 +74,7 @@ Display<Precipitation> precipitationDisplay(const icu::Locale& locale, std::opti
       return {[](Precipitation p) { return p.inCentimeters(); }, narrow(MeasureUnit::getCentimeter(), 1)};
     case PrecipitationDisplayUnit::inches:
       return {[](Precipitation p) { return p.inInches(); }, narrow(MeasureUnit::getInch(), 2)};
-    case PrecipitationDisplayUnit::localePreference:
-      break;
+    case PrecipitationDisplayUnit::localePreference: break;
   }
   const char* usage = variant == PrecipitationVariant::snow ? "snowfall" : "rainfall";
   return {[](Precipitation p) { return p.inMillimeters(); }, narrow(MeasureUnit::getMillimeter(), 2).usage(usage)};

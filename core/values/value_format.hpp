@@ -38,11 +38,11 @@ enum class TemperatureWidth { abbreviated, narrow };
 
 // How ValueFormatter::number writes a plain number.
 struct NumberStyle {
-  int fractionDigits = 0;  // this many decimals
+  int fractionDigits = 0;     // this many decimals
   bool trailingZeros = true;  // false: "12.5" and "150", not "150.0"
-  int integerDigits = 1;   // zero-filled to at least this many (clock and calendar fields)
-  bool grouping = true;    // the locale's thousands separators
-  bool sign = false;       // "+" before positive numbers too
+  int integerDigits = 1;      // zero-filled to at least this many (clock and calendar fields)
+  bool grouping = true;       // the locale's thousands separators
+  bool sign = false;          // "+" before positive numbers too
 };
 
 class ValueFormatter {

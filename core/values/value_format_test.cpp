@@ -169,7 +169,7 @@ TEST(ValueFormatTest, SharedFormattersAreBuiltOncePerLocaleAndUsableFromManyThre
 TEST(ValueFormatTest, EveryNumberInTheLocalesOwnDigits) {
   struct Row {
     const char* locale;
-    const char* zero;  // the locale's digit zero
+    const char* zero;      // the locale's digit zero
     const char* count;     // 12345.6 as a count
     const char* percent;   // 0.75
     const char* pressure;  // 1003.2 hPa
@@ -178,14 +178,20 @@ TEST(ValueFormatTest, EveryNumberInTheLocalesOwnDigits) {
   };
   const Row rows[] = {
       {"en_US", "0", "12,346", "75%", "1003 hPa", "07", "12.5 150"},
-      {"de_DE", "0", "12.346", "75" "\u00A0" "%", "1003 hPa", "07", "12,5 150"},
+      {"de_DE", "0", "12.346",
+       "75"
+       "\u00A0"
+       "%",
+       "1003 hPa", "07", "12,5 150"},
       {"ar_EG", "\u0660", nullptr, nullptr, nullptr, "\u0660\u0667", nullptr},
       {"fa_IR", "\u06F0", nullptr, nullptr, nullptr, "\u06F0\u06F7", nullptr},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.locale);
     const ValueFormatter& format = ValueFormatter::forLocale(icu::Locale(row.locale));
-    const std::string shown[] = {format.number(12345.6), format.percent(0.75), format.pressure(1003.2),
+    const std::string shown[] = {format.number(12345.6),
+                                 format.percent(0.75),
+                                 format.pressure(1003.2),
                                  format.number(7, {.integerDigits = 2, .grouping = false}),
                                  format.number(12.5, {.fractionDigits = 1, .trailingZeros = false}) + " " +
                                      format.number(150, {.fractionDigits = 1, .trailingZeros = false}),

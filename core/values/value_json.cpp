@@ -108,7 +108,6 @@ class ExactHandler {
   JsonNumberText number_;
 };
 
-
 constexpr std::array<std::string_view, 6> kPrecipitationKindNames = {"none", "hail", "mixed", "rain", "sleet", "snow"};
 
 // A measurement: a number in the base unit, null as 0.0.
@@ -278,7 +277,9 @@ std::string_view jsonString(const boost::json::value& value, const JsonPath& pat
   return jsonString(JsonScalar::of(value), path);
 }
 
-double jsonNumber(const boost::json::value& value, const JsonPath& path) { return jsonNumber(JsonScalar::of(value), path); }
+double jsonNumber(const boost::json::value& value, const JsonPath& path) {
+  return jsonNumber(JsonScalar::of(value), path);
+}
 
 std::int64_t jsonInteger(const boost::json::value& value, const JsonPath& path) {
   return jsonInteger(JsonScalar::of(value), path);

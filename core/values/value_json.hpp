@@ -275,7 +275,9 @@ constexpr JsonMember<Record, Field> jsonMember(std::string_view key, Field Recor
 }
 
 template <class T>
-concept JsonRecord = requires(const T* record) { jsonMembers(record); };
+concept JsonRecord = requires(const T* record) {
+  jsonMembers(record);
+};
 
 template <class T>
 inline constexpr bool kIsJsonOptional = false;

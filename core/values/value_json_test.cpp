@@ -137,7 +137,11 @@ TEST(ValueJsonTest, StringsAndKeysEscapeWhatJsonForbidsAndRepairBrokenUtf8) {
       {"named controls", "\b\f\n\r\t", "\"\\b\\f\\n\\r\\t\""},
       {"other controls", std::string("\x01\x1f\0", 3), "\"\\u0001\\u001f\\u0000\""},
       {"two, three and four byte sequences", "é€😀", "\"é€😀\""},
-      {"a stray continuation byte", "a\x80" "b", "\"a\xEF\xBF\xBD" "b\""},
+      {"a stray continuation byte",
+       "a\x80"
+       "b",
+       "\"a\xEF\xBF\xBD"
+       "b\""},
       {"a sequence cut short at the end", "x\xe2\x82", "\"x\xEF\xBF\xBD\xEF\xBF\xBD\""},
       {"an overlong form", "\xc0\xaf", "\"\xEF\xBF\xBD\xEF\xBF\xBD\""},
   };

@@ -24,9 +24,9 @@
 #include <optional>
 #include <stdexcept>
 
+#include "platform/async/coroutines.hpp"
 #include "platform/async/resolve_once.hpp"
 #include "platform/clock.hpp"
-#include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 #include "platform/thread_annotations.hpp"
 
@@ -47,8 +47,7 @@ class AsyncDeadlineCoordinator {
  public:
   using Operation = std::function<Task<T>()>;
 
-  explicit AsyncDeadlineCoordinator(Clock& clock)
-      : clock_(clock), state_(std::make_shared<State>()) {}
+  explicit AsyncDeadlineCoordinator(Clock& clock) : clock_(clock), state_(std::make_shared<State>()) {}
 
   Task<T> run(Operation operation, Clock::Duration deadline);
 
@@ -76,8 +75,8 @@ class AsyncDeadlineCoordinator {
       std::move(delivery)();
     }
 
-    void startTasks(const Executor& executor, Clock& clock, Clock::Uptime due,
-                    Operation operation, const std::shared_ptr<State>& self);
+    void startTasks(const Executor& executor, Clock& clock, Clock::Uptime due, Operation operation,
+                    const std::shared_ptr<State>& self);
   };
 
   static Task<void> awaitOperation(std::shared_ptr<State> state, Operation operation);
@@ -99,8 +98,7 @@ Task<T> AsyncDeadlineCoordinator<T>::run(Operation operation, Clock::Duration de
   Clock* clock = &clock_;
   const auto due = clock->uptime() + deadline;
   std::function<void(Continuation<T>)> install =
-      [state, executor, clock, due, operation = std::move(operation)](
-          Continuation<T> continuation) mutable {
+      [state, executor, clock, due, operation = std::move(operation)](Continuation<T> continuation) mutable {
         typename ResolveOnce<T>::Delivery early;
         bool resolved = false;
         {
@@ -118,9 +116,8 @@ Task<T> AsyncDeadlineCoordinator<T>::run(Operation operation, Clock::Duration de
 }
 
 template <class T>
-void AsyncDeadlineCoordinator<T>::State::startTasks(const Executor& executor, Clock& clock,
-                                                    Clock::Uptime due, Operation operation,
-                                                    const std::shared_ptr<State>& self) {
+void AsyncDeadlineCoordinator<T>::State::startTasks(const Executor& executor, Clock& clock, Clock::Uptime due,
+                                                    Operation operation, const std::shared_ptr<State>& self) {
   auto operationSide = SpawnedTask::prepare(executor);
   auto deadlineSide = SpawnedTask::prepare(executor);
   bool resolved = false;
@@ -141,8 +138,7 @@ void AsyncDeadlineCoordinator<T>::State::startTasks(const Executor& executor, Cl
 }
 
 template <class T>
-Task<void> AsyncDeadlineCoordinator<T>::awaitOperation(std::shared_ptr<State> state,
-                                                       Operation operation) {
+Task<void> AsyncDeadlineCoordinator<T>::awaitOperation(std::shared_ptr<State> state, Operation operation) {
   std::optional<Outcome<T>> outcome;
   try {
     if constexpr (std::is_void_v<T>) {
@@ -159,8 +155,7 @@ Task<void> AsyncDeadlineCoordinator<T>::awaitOperation(std::shared_ptr<State> st
 }
 
 template <class T>
-Task<void> AsyncDeadlineCoordinator<T>::awaitDeadline(std::shared_ptr<State> state, Clock& clock,
-                                                      Clock::Uptime due) {
+Task<void> AsyncDeadlineCoordinator<T>::awaitDeadline(std::shared_ptr<State> state, Clock& clock, Clock::Uptime due) {
   std::exception_ptr error;
   try {
     co_await clock.sleep(due - clock.uptime());
@@ -173,8 +168,7 @@ Task<void> AsyncDeadlineCoordinator<T>::awaitDeadline(std::shared_ptr<State> sta
     state->resolve(Outcome<T>::failure(error));
     co_return;
   }
-  state->resolve(
-      Outcome<T>::failure(std::make_exception_ptr(AsyncDeadlineError(AsyncDeadlineError::exceeded))));
+  state->resolve(Outcome<T>::failure(std::make_exception_ptr(AsyncDeadlineError(AsyncDeadlineError::exceeded))));
 }
 
 // run() on a fresh coordinator.

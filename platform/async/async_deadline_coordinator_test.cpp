@@ -48,8 +48,8 @@ struct Race {
   Result get() { return classify(outcome.get(), value->load()); }
 };
 
-Task<void> runWithDeadline(Clock& clock, AsyncDeadlineCoordinator<int>::Operation operation,
-                           Clock::Duration deadline, std::shared_ptr<std::atomic<int>> out) {
+Task<void> runWithDeadline(Clock& clock, AsyncDeadlineCoordinator<int>::Operation operation, Clock::Duration deadline,
+                           std::shared_ptr<std::atomic<int>> out) {
   AsyncDeadlineCoordinator<int> coordinator(clock);
   *out = co_await coordinator.run(std::move(operation), deadline);
 }
@@ -57,8 +57,7 @@ Task<void> runWithDeadline(Clock& clock, AsyncDeadlineCoordinator<int>::Operatio
 Race startRace(Runtime& runtime, Clock& clock, AsyncDeadlineCoordinator<int>::Operation operation,
                Clock::Duration deadline) {
   auto value = std::make_shared<std::atomic<int>>(0);
-  auto started = startTask(runtime.executor(),
-                           runWithDeadline(clock, std::move(operation), deadline, value));
+  auto started = startTask(runtime.executor(), runWithDeadline(clock, std::move(operation), deadline, value));
   return Race{started.task, value, started.outcome};
 }
 
@@ -68,9 +67,8 @@ struct OperationLog {
 };
 
 // Sleeps on `clock`, then returns `value` or raises `failure`.
-AsyncDeadlineCoordinator<int>::Operation sleepingOperation(Clock& clock, Clock::Duration duration,
-                                                           int value, std::string failure,
-                                                           std::shared_ptr<OperationLog> log) {
+AsyncDeadlineCoordinator<int>::Operation sleepingOperation(Clock& clock, Clock::Duration duration, int value,
+                                                           std::string failure, std::shared_ptr<OperationLog> log) {
   return [&clock, duration, value, failure, log]() -> Task<int> {
     return [](Clock& clock, Clock::Duration duration, int value, std::string failure,
               std::shared_ptr<OperationLog> log) -> Task<int> {
@@ -111,8 +109,7 @@ TEST(AsyncDeadlineCoordinatorTest, FinishVersusDeadlineVersusCancel) {
     Runtime runtime(2);
     FakeClock clock;
     auto log = std::make_shared<OperationLog>();
-    auto operation = sleepingOperation(clock, std::chrono::seconds(c.operationSeconds), 7,
-                                       c.failure, log);
+    auto operation = sleepingOperation(clock, std::chrono::seconds(c.operationSeconds), 7, c.failure, log);
     auto race = startRace(runtime, clock, operation, std::chrono::seconds(c.deadlineSeconds));
     ASSERT_TRUE(clock.waitForSleepers(2));
     if (c.cancelCaller) {

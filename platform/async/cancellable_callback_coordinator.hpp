@@ -29,8 +29,8 @@
 #include <type_traits>
 #include <variant>
 
-#include "platform/async/resolve_once.hpp"
 #include "platform/async/coroutines.hpp"
+#include "platform/async/resolve_once.hpp"
 #include "platform/errors.hpp"
 #include "platform/thread_annotations.hpp"
 
@@ -75,16 +75,8 @@ class CancellableCallbackCoordinator {
    public:
     using Value = std::conditional_t<std::is_void_v<T>, std::monostate, T>;
 
-    void operator()(Value value) const
-      requires(!std::is_void_v<T>)
-    {
-      deliver(Outcome<T>::success(std::move(value)));
-    }
-    void operator()() const
-      requires(std::is_void_v<T>)
-    {
-      deliver(Outcome<T>::success());
-    }
+    void operator()(Value value) const requires(!std::is_void_v<T>) { deliver(Outcome<T>::success(std::move(value))); }
+    void operator()() const requires(std::is_void_v<T>) { deliver(Outcome<T>::success()); }
     // Precondition: `error` is not null.
     void operator()(std::exception_ptr error) const {
       if (!error) error = std::make_exception_ptr(std::invalid_argument("completion without error"));
@@ -130,16 +122,14 @@ class CancellableCallbackCoordinator {
       {
         MutexLock guard(lock);
         if (!requestCancellationLocked(cancelRequest)) return;
-        delivery =
-            resolution.resolve(Outcome<T>::failure(std::make_exception_ptr(CancellationError())));
+        delivery = resolution.resolve(Outcome<T>::failure(std::make_exception_ptr(CancellationError())));
       }
       callCancelRequest(cancelRequest);
       std::move(delivery)();
     }
 
     // Steps 1 and 2 of a run, with the caller's continuation.
-    void begin(Continuation<T> continuation, const Start& start,
-               const std::shared_ptr<State>& self) {
+    void begin(Continuation<T> continuation, const Start& start, const std::shared_ptr<State>& self) {
       typename ResolveOnce<T>::Delivery early;
       bool startWork = false;
       {
@@ -177,8 +167,7 @@ Task<T> CancellableCallbackCoordinator<T>::run(Start start, Cancel cancel) {
     state->hasRun = true;
     state->setCancelRequestLocked(std::move(cancel));
   }
-  std::function<void(Continuation<T>)> install = [state,
-                                                   start = std::move(start)](Continuation<T> c) {
+  std::function<void(Continuation<T>)> install = [state, start = std::move(start)](Continuation<T> c) {
     state->begin(std::move(c), start, state);
   };
   std::function<void()> onCancel = [state] { state->cancel(); };

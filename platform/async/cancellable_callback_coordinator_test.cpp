@@ -68,11 +68,11 @@ Running run(Runtime& runtime, std::shared_ptr<Coordinator> coordinator, Coordina
 
 struct CompletionCase {
   const char* name;
-  bool synchronous;     // completes inside start, before the continuation could resume
-  bool fromThread;      // completes from a plain thread
-  int firstValue;       // < 0: first call delivers an error
-  bool secondCall;      // a second, different call that must be ignored
-  int expectedValue;    // < 0: expect the error
+  bool synchronous;   // completes inside start, before the continuation could resume
+  bool fromThread;    // completes from a plain thread
+  int firstValue;     // < 0: first call delivers an error
+  bool secondCall;    // a second, different call that must be ignored
+  int expectedValue;  // < 0: expect the error
 };
 
 TEST(CancellableCallbackCoordinatorTest, DeliversTheFirstCompletionOnce) {
@@ -205,8 +205,7 @@ TEST(CancellableCallbackCoordinatorTest, VoidResultsAndAsioAbortsConvert) {
 
     CancellableCallbackCoordinator<void> aborted;
     CancellableCallbackCoordinator<void>::Start abort = [](auto completion) {
-      completion(std::make_exception_ptr(
-          boost::system::system_error(asio::error::operation_aborted)));
+      completion(std::make_exception_ptr(boost::system::system_error(asio::error::operation_aborted)));
     };
     EXPECT_THROW(co_await aborted.run(abort, nothing), CancellationError);
   };

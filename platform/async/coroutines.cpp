@@ -87,8 +87,7 @@ SpawnedTask SpawnedTask::prepare(const Executor& executor) {
   return SpawnedTask(std::make_shared<State>(serialExecutor(executor)));
 }
 
-void SpawnedTask::start(Task<void> task,
-                        std::function<void(std::exception_ptr)> completion) const {
+void SpawnedTask::start(Task<void> task, std::function<void(std::exception_ptr)> completion) const {
   auto state = state_;
   // co_spawn fills the signal's slot, so it runs on the task's executor like every emit.
   auto launch = [state, task = std::move(task), completion = std::move(completion)]() mutable {
@@ -98,8 +97,7 @@ void SpawnedTask::start(Task<void> task,
       completion(asCancellationError(error));
     };
     auto slot = state->signal.slot();
-    asio::co_spawn(state->executor, std::move(body),
-                   asio::bind_cancellation_slot(slot, std::move(finish)));
+    asio::co_spawn(state->executor, std::move(body), asio::bind_cancellation_slot(slot, std::move(finish)));
   };
   asio::post(state->executor, std::move(launch));
 }
@@ -151,9 +149,8 @@ struct TaskGroup::State {
 
   // Once no child runs: the outcome of the wait, and a fresh group.
   Outcome<void> finishWaitLocked() REQUIRES(lock) {
-    auto outcome = waiterCancelled
-                       ? Outcome<void>::failure(std::make_exception_ptr(CancellationError()))
-                       : Outcome<void>::failure(firstError);
+    auto outcome = waiterCancelled ? Outcome<void>::failure(std::make_exception_ptr(CancellationError()))
+                                   : Outcome<void>::failure(firstError);
     firstError = nullptr;
     cancelled = false;
     waiting = false;

@@ -31,8 +31,8 @@
 #include <utility>
 #include <vector>
 
-#include "platform/errors.hpp"
 #include "platform/async/task.hpp"
+#include "platform/errors.hpp"
 
 namespace ombrine {
 
@@ -125,9 +125,7 @@ class Continuation {
     auto shared = std::make_shared<Handler>(std::move(handler));
     Continuation continuation;
     continuation.resume_ = [executor, shared](Outcome<T> outcome) {
-      auto resumeCaller = [shared, outcome = std::move(outcome)]() mutable {
-        std::move(*shared)(std::move(outcome));
-      };
+      auto resumeCaller = [shared, outcome = std::move(outcome)]() mutable { std::move (*shared)(std::move(outcome)); };
       asio::post(executor, std::move(resumeCaller));
     };
     return continuation;
@@ -200,8 +198,7 @@ Task<T> suspend(std::function<void(Continuation<T>)> install, std::function<void
     installHere(Continuation<T>::fromHandler(std::move(handler)));
   };
   Outcome<T> outcome =
-      co_await asio::async_initiate<const asio::use_awaitable_t<>&, void(Outcome<T>)>(
-          initiation, asio::use_awaitable);
+      co_await asio::async_initiate<const asio::use_awaitable_t<>&, void(Outcome<T>)>(initiation, asio::use_awaitable);
   co_await asio::this_coro::throw_if_cancelled(throwsOnCancel);
   if (outcome.error) std::rethrow_exception(outcome.error);
   if constexpr (!std::is_void_v<T>) co_return std::move(*outcome.value);
@@ -257,8 +254,7 @@ Task<void> withTaskGroup(std::function<Task<void>(TaskGroup&)> body);
 namespace detail {
 
 template <class T>
-Task<void> storeResult(std::shared_ptr<std::vector<std::optional<T>>> results, std::size_t index,
-                       Task<T> task) {
+Task<void> storeResult(std::shared_ptr<std::vector<std::optional<T>>> results, std::size_t index, Task<T> task) {
   auto value = co_await std::move(task);
   (*results)[index].emplace(std::move(value));
 }

@@ -80,8 +80,7 @@ TEST(SpawnedTaskTest, CancelledBeforeStartNeverRunsItsBody) {
   auto outcome = promise->get_future();
   auto task = SpawnedTask::prepare(runtime.executor());
   task.cancel();
-  task.start(finishAfterStart(counters),
-             [promise](std::exception_ptr error) { promise->set_value(error); });
+  task.start(finishAfterStart(counters), [promise](std::exception_ptr error) { promise->set_value(error); });
   EXPECT_TRUE(isCancellationError(outcome.get()));
   EXPECT_EQ(counters->started.load(), 0);
 }
@@ -107,8 +106,7 @@ TEST(ThrowIfCancelledTest, RaisesOnceTheTaskIsCancelled) {
   auto iterations = std::make_shared<std::atomic<int>>(0);
   // Yielding through post (which ignores cancellation) lets the cancellation land between
   // steps; only throwIfCancelled notices it. With throw-on-await off it raises our type.
-  auto loop = [](std::shared_ptr<std::atomic<bool>> saw,
-                 std::shared_ptr<std::atomic<int>> count) -> Task<void> {
+  auto loop = [](std::shared_ptr<std::atomic<bool>> saw, std::shared_ptr<std::atomic<int>> count) -> Task<void> {
     co_await asio::this_coro::throw_if_cancelled(false);
     auto executor = co_await asio::this_coro::executor;
     for (;;) {
@@ -134,9 +132,8 @@ TEST(SuspendTest, ResumesFromAPlainThread) {
   // Resumed by a plain thread.
   auto resumed = [](std::shared_ptr<std::thread> worker) -> Task<int> {
     std::function<void(Continuation<int>)> install = [worker](Continuation<int> continuation) {
-      *worker = std::thread([continuation = std::move(continuation)]() mutable {
-        continuation.resume(Outcome<int>::success(42));
-      });
+      *worker = std::thread(
+          [continuation = std::move(continuation)]() mutable { continuation.resume(Outcome<int>::success(42)); });
     };
     std::function<void()> onCancel = [] {};
     co_return co_await suspend<int>(std::move(install), std::move(onCancel));
@@ -234,8 +231,8 @@ Task<void> spawnThenWait(std::function<Task<void>(TaskGroup&)> spawnAll) {
   co_await group.wait();
 }
 
-Task<void> cancelledParent(std::shared_ptr<Counters> counters,
-                           std::shared_ptr<std::atomic<bool>> allDone, bool ownWork) {
+Task<void> cancelledParent(std::shared_ptr<Counters> counters, std::shared_ptr<std::atomic<bool>> allDone,
+                           bool ownWork) {
   std::function<Task<void>(TaskGroup&)> body = [counters, ownWork](TaskGroup& group) -> Task<void> {
     for (int i = 0; i < 3; ++i) group.spawn(cancellableChild(counters));
     if (ownWork) co_await sleepUntilCancelled();
@@ -363,8 +360,8 @@ TEST(TaskGroupTest, RacesBetweenCompletionFailureAndCancellation) {
     const bool cancelFromOutside = random() % 2 == 0;
     auto counters = std::make_shared<Counters>();
     auto allDone = std::make_shared<std::atomic<bool>>(false);
-    auto body = [](std::shared_ptr<Counters> c, std::shared_ptr<std::atomic<bool>> done,
-                   int finishing, bool failing) -> Task<void> {
+    auto body = [](std::shared_ptr<Counters> c, std::shared_ptr<std::atomic<bool>> done, int finishing,
+                   bool failing) -> Task<void> {
       auto executor = co_await asio::this_coro::executor;
       TaskGroup group(executor);
       for (int i = 0; i < finishing; ++i) group.spawn(finishAfterStart(c));

@@ -22,9 +22,9 @@
 #include <utility>
 #include <vector>
 
-#include "platform/clock.hpp"
 #include "platform/async/coroutines.hpp"
 #include "platform/async/observer_list.hpp"
+#include "platform/clock.hpp"
 #include "platform/thread_annotations.hpp"
 
 namespace ombrine {
@@ -105,8 +105,7 @@ class Debouncer {
     ObserverList<Observer> debouncedObservers;
   };
 
-  static Task<void> settle(std::weak_ptr<State> weak, Clock& clock, Clock::Uptime due,
-                           std::uint64_t generation) {
+  static Task<void> settle(std::weak_ptr<State> weak, Clock& clock, Clock::Uptime due, std::uint64_t generation) {
     co_await clock.sleep(due - clock.uptime());
     auto state = weak.lock();
     if (!state) co_return;

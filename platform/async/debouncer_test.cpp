@@ -51,8 +51,8 @@ struct Write {
 struct BurstCase {
   const char* name;
   std::vector<Write> writes;
-  int checkAfterMs;                      // advance after the last write, then check
-  std::vector<std::string> debounced;    // observed debounced values by then
+  int checkAfterMs;                    // advance after the last write, then check
+  std::vector<std::string> debounced;  // observed debounced values by then
 };
 
 TEST(DebouncerTest, BurstsCollapseToTheLastValueAfterTheQuietInterval) {
@@ -61,10 +61,7 @@ TEST(DebouncerTest, BurstsCollapseToTheLastValueAfterTheQuietInterval) {
       {"one millisecond short of the interval", {{0, "a"}}, 299, {}},
       {"a burst yields its last value once", {{0, "a"}, {100, "b"}, {100, "c"}}, 300, {"c"}},
       {"the interval restarts with each write", {{0, "a"}, {100, "b"}, {100, "c"}}, 299, {}},
-      {"two bursts apart give two values",
-       {{0, "a"}, {50, "b"}, {400, "c"}, {10, "d"}},
-       300,
-       {"b", "d"}},
+      {"two bursts apart give two values", {{0, "a"}, {50, "b"}, {400, "c"}, {10, "d"}}, 300, {"b", "d"}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);

@@ -140,7 +140,8 @@ void JsonWriter::endArray() {
 void JsonWriter::key(std::string_view name) {
   // A record holds thousands of keys, nearly all short plain names: those go out in one append
   // with their separator, quotes and colon.
-  if (name.size() <= kShortKey && std::ranges::all_of(name, [](char c) { return isPlain(static_cast<unsigned char>(c)); })) {
+  if (name.size() <= kShortKey &&
+      std::ranges::all_of(name, [](char c) { return isPlain(static_cast<unsigned char>(c)); })) {
     char buffer[kShortKey + 4];
     char* at = buffer;
     if (needsComma_) *at++ = ',';

@@ -69,9 +69,7 @@ bool isTokenCharacter(char c) {
          kSymbols.find(c) != std::string_view::npos;
 }
 
-bool isToken(std::string_view text) {
-  return !text.empty() && std::ranges::all_of(text, isTokenCharacter);
-}
+bool isToken(std::string_view text) { return !text.empty() && std::ranges::all_of(text, isTokenCharacter); }
 
 void validate(const HttpRequest& request) {
   if (!isToken(request.method)) throw std::invalid_argument("invalid HTTP method");
@@ -85,15 +83,13 @@ void validate(const HttpRequest& request) {
 }
 
 bool hasHeader(const HttpRequest& request, std::string_view name) {
-  return std::ranges::any_of(request.headers, [&](const HttpHeader& header) {
-    return equalsIgnoringCase(header.name, name);
-  });
+  return std::ranges::any_of(request.headers,
+                             [&](const HttpHeader& header) { return equalsIgnoringCase(header.name, name); });
 }
 
 std::string_view trim(std::string_view text) {
   while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
-  while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\r' ||
-                           text.back() == '\n')) {
+  while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\r' || text.back() == '\n')) {
     text.remove_suffix(1);
   }
   return text;
@@ -118,8 +114,7 @@ void addHeaderLine(Transfer& transfer, std::string_view line) {
   }
   auto colon = line.find(':');
   if (colon == std::string_view::npos) return;  // the blank line ending the block
-  headers.push_back(
-      HttpHeader{std::string(line.substr(0, colon)), std::string(trim(line.substr(colon + 1)))});
+  headers.push_back(HttpHeader{std::string(line.substr(0, colon)), std::string(trim(line.substr(colon + 1)))});
 }
 
 // curl callbacks must not throw: a failure returns a short count, which aborts the transfer
@@ -171,8 +166,8 @@ curl_slist* buildHeaderList(const HttpRequest& request, bool sendsBody) {
 CURLcode configure(Transfer& transfer) {
   const auto& request = transfer.request;
   CURL* easy = transfer.easy;
-  const bool sendsBody = !request.body.empty() || request.method == "POST" ||
-                         request.method == "PUT" || request.method == "PATCH";
+  const bool sendsBody =
+      !request.body.empty() || request.method == "POST" || request.method == "PUT" || request.method == "PATCH";
   transfer.headerList = buildHeaderList(request, sendsBody);
 
   CURLcode result = CURLE_OK;
@@ -218,30 +213,22 @@ boost::urls::url effectiveUrl(CURL* easy, const boost::urls::url& requested) {
 }
 
 std::exception_ptr errorFor(const Transfer& transfer, CURLcode code) {
-  std::string detail =
-      transfer.errorBuffer[0] != '\0' ? transfer.errorBuffer : curlLibrary().easy_strerror(code);
-  return std::make_exception_ptr(
-      HttpError(httpErrorCaseForCurl(code, transfer.bodyStarted), detail));
+  std::string detail = transfer.errorBuffer[0] != '\0' ? transfer.errorBuffer : curlLibrary().easy_strerror(code);
+  return std::make_exception_ptr(HttpError(httpErrorCaseForCurl(code, transfer.bodyStarted), detail));
 }
 
 }  // namespace
 
 HttpError::Case httpErrorCaseForCurl(int curlCode, bool bodyStarted) noexcept {
   switch (static_cast<CURLcode>(curlCode)) {
-    case CURLE_OPERATION_TIMEDOUT:
-      return HttpError::timedOut;
+    case CURLE_OPERATION_TIMEDOUT: return HttpError::timedOut;
     case CURLE_COULDNT_RESOLVE_HOST:
     case CURLE_COULDNT_RESOLVE_PROXY:
-    case CURLE_COULDNT_CONNECT:
-      return HttpError::cannotConnect;
-    case CURLE_PARTIAL_FILE:
-      return HttpError::truncated;
-    case CURLE_RECV_ERROR:
-      return bodyStarted ? HttpError::truncated : HttpError::other;
-    case CURLE_TOO_MANY_REDIRECTS:
-      return HttpError::tooManyRedirects;
-    default:
-      return HttpError::other;
+    case CURLE_COULDNT_CONNECT: return HttpError::cannotConnect;
+    case CURLE_PARTIAL_FILE: return HttpError::truncated;
+    case CURLE_RECV_ERROR: return bodyStarted ? HttpError::truncated : HttpError::other;
+    case CURLE_TOO_MANY_REDIRECTS: return HttpError::tooManyRedirects;
+    default: return HttpError::other;
   }
 }
 
@@ -498,8 +485,8 @@ Task<HttpResponse> CurlHttpClient::send(const HttpRequest& request) {
     loop->submit(std::move(transfer));
   };
   using Signature = void(std::exception_ptr, HttpResponse);
-  auto operation = asio::async_initiate<const asio::use_awaitable_t<>&, Signature>(
-      initiation, asio::use_awaitable, std::move(transfer));
+  auto operation = asio::async_initiate<const asio::use_awaitable_t<>&, Signature>(initiation, asio::use_awaitable,
+                                                                                   std::move(transfer));
   co_return co_await std::move(operation);
 }
 

@@ -50,7 +50,7 @@ class CurlHttpClient final : public HttpClient {
 
   std::once_flag started_;
   std::once_flag preparing_;
-  std::thread preparer_;  // set once by `prepare`
+  std::thread preparer_;        // set once by `prepare`
   std::shared_ptr<Loop> loop_;  // set once by `start`
   std::thread thread_;
 };

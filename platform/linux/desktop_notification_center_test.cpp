@@ -18,8 +18,8 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
 NotificationRequest request(std::string identifier, std::chrono::milliseconds delay = 5s) {
-  return NotificationRequest{identifier, NotificationContent{"Severe Weather Alert", "Gale (FMI)\nFrom 9:00 AM", true, ""},
-                             delay};
+  return NotificationRequest{identifier,
+                             NotificationContent{"Severe Weather Alert", "Gale (FMI)\nFrom 9:00 AM", true, ""}, delay};
 }
 
 std::vector<std::string> identifiers(const std::vector<NotificationEntry>& entries) {
@@ -126,10 +126,10 @@ TEST(DesktopNotificationCenterTest, SessionBusAddressFromEnvironment) {
     std::optional<std::string> expected;
   };
   const Case cases[] = {
-      {"unix:path=/x", withSocket.c_str(), "unix:path=/x"},                        // the session's own wins
-      {nullptr, withSocket.c_str(), "unix:path=" + withSocket + "/bus"},           // a systemd timer's case
-      {"", withSocket.c_str(), "unix:path=" + withSocket + "/bus"},                // empty counts as missing
-      {nullptr, withoutSocket.c_str(), std::nullopt},                              // no socket there
+      {"unix:path=/x", withSocket.c_str(), "unix:path=/x"},               // the session's own wins
+      {nullptr, withSocket.c_str(), "unix:path=" + withSocket + "/bus"},  // a systemd timer's case
+      {"", withSocket.c_str(), "unix:path=" + withSocket + "/bus"},       // empty counts as missing
+      {nullptr, withoutSocket.c_str(), std::nullopt},                     // no socket there
       {nullptr, nullptr, std::nullopt},
   };
   const char* savedBus = std::getenv("DBUS_SESSION_BUS_ADDRESS");
@@ -146,8 +146,10 @@ TEST(DesktopNotificationCenterTest, SessionBusAddressFromEnvironment) {
 
 TEST(NotificationSpoolTest, EntriesAndNames) {
   SpoolEntry entry;
-  entry.entry = {"weather-alert-notification-v2:abc", {"T", "line\n\"quoted\"", false, ""},
-                 std::chrono::system_clock::time_point(1700000000500ms), "desktop"};
+  entry.entry = {"weather-alert-notification-v2:abc",
+                 {"T", "line\n\"quoted\"", false, ""},
+                 std::chrono::system_clock::time_point(1700000000500ms),
+                 "desktop"};
   entry.desktopId = 42;
   EXPECT_EQ(decodeSpoolEntry(encodeSpoolEntry(entry)), entry);
 
@@ -170,7 +172,7 @@ TEST(NotificationSpoolTest, EntriesAndNames) {
 
   const std::pair<const char*, const char*> names[] = {
       {"weather-alert-notification-v2:0a1b", "weather-alert-notification-v2:0a1b.json"},
-      {"../x", "%2E.%2Fx.json"},  // no way out of the folder
+      {"../x", "%2E.%2Fx.json"},      // no way out of the folder
       {".hidden", "%2Ehidden.json"},  // never mistaken for a temporary file
       {"a b%", "a%20b%25.json"},
   };

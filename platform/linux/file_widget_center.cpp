@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <thread>
 
-#include <cstring>
 #include <fmt/format.h>
+#include <cstring>
 
 #include "platform/atomic_file.hpp"
 #include "platform/log.hpp"

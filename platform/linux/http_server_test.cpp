@@ -52,12 +52,8 @@ TEST(HttpServer, AnswersAsTheHandlerSays) {
     std::size_t length;  // of the body received
   };
   const Case cases[] = {
-      {"GET", "/full?size=1000", 200, 1000},
-      {"GET", "/full?size=0", 200, 0},
-      {"HEAD", "/full?size=1000", 200, 0},
-      {"POST", "/full?size=3", 200, 3},
-      {"DELETE", "/full?size=3", 200, 3},
-      {"GET", "/short?size=1000", -1, 0},
+      {"GET", "/full?size=1000", 200, 1000}, {"GET", "/full?size=0", 200, 0},    {"HEAD", "/full?size=1000", 200, 0},
+      {"POST", "/full?size=3", 200, 3},      {"DELETE", "/full?size=3", 200, 3}, {"GET", "/short?size=1000", -1, 0},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.method + " " + c.target);

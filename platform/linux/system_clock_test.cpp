@@ -31,8 +31,7 @@ TEST(SystemClockTest, CancelledSleepRaisesCancellationPromptly) {
   std::promise<std::exception_ptr> done;
   auto start = clock.uptime();
   auto completion = [&](std::exception_ptr error) { done.set_value(error); };
-  asio::co_spawn(runtime.executor(), clock.sleep(10s),
-                 asio::bind_cancellation_slot(signal.slot(), completion));
+  asio::co_spawn(runtime.executor(), clock.sleep(10s), asio::bind_cancellation_slot(signal.slot(), completion));
   std::this_thread::sleep_for(10ms);
   asio::post(runtime.executor(), [&] { signal.emit(asio::cancellation_type::terminal); });
   auto error = done.get_future().get();

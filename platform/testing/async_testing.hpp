@@ -37,8 +37,7 @@ std::string messageOf(const std::exception_ptr& error);
 
 // Polls `condition` every millisecond until it holds or `timeout` of real time has passed.
 template <class Condition>
-bool eventually(Condition condition,
-                std::chrono::milliseconds timeout = std::chrono::seconds(10)) {
+bool eventually(Condition condition, std::chrono::milliseconds timeout = std::chrono::seconds(10)) {
   const auto giveUp = std::chrono::steady_clock::now() + timeout;
   while (!condition()) {
     if (std::chrono::steady_clock::now() > giveUp) return false;

@@ -68,10 +68,8 @@ struct RecordingNotificationServer::Handlers {
     return sd_bus_reply_method_return(message, "");
   }
   static constexpr sd_bus_vtable kVtable[] = {
-      SD_BUS_VTABLE_START(0),
-      SD_BUS_METHOD("Notify", "susssasa{sv}i", "u", notify, SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD("CloseNotification", "u", "", closeNotification, SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_VTABLE_END};
+      SD_BUS_VTABLE_START(0), SD_BUS_METHOD("Notify", "susssasa{sv}i", "u", notify, SD_BUS_VTABLE_UNPRIVILEGED),
+      SD_BUS_METHOD("CloseNotification", "u", "", closeNotification, SD_BUS_VTABLE_UNPRIVILEGED), SD_BUS_VTABLE_END};
 };
 
 RecordingNotificationServer::RecordingNotificationServer(const std::string& address) {

@@ -27,9 +27,7 @@ struct SleepRequest {
   std::optional<SleeperKey> key;
 };
 
-Outcome<void> cancelled() {
-  return Outcome<void>::failure(std::make_exception_ptr(CancellationError()));
-}
+Outcome<void> cancelled() { return Outcome<void>::failure(std::make_exception_ptr(CancellationError())); }
 
 // 2024-01-01T00:00:00Z.
 constexpr auto kDefaultStart = std::chrono::sys_seconds(std::chrono::seconds(1704067200));
@@ -76,18 +74,16 @@ Clock::Uptime FakeClock::uptime() const {
 Task<void> FakeClock::sleep(Duration duration) {
   if (duration <= Duration::zero()) {
     auto cancelledFirst = std::make_shared<std::atomic<bool>>(false);
-    std::function<void(Continuation<void>)> install =
-        [cancelledFirst](Continuation<void> continuation) {
-          continuation.resume(cancelledFirst->load() ? cancelled() : Outcome<void>::success());
-        };
+    std::function<void(Continuation<void>)> install = [cancelledFirst](Continuation<void> continuation) {
+      continuation.resume(cancelledFirst->load() ? cancelled() : Outcome<void>::success());
+    };
     std::function<void()> onCancel = [cancelledFirst] { cancelledFirst->store(true); };
     co_await suspend<void>(std::move(install), std::move(onCancel));
     co_return;
   }
   auto state = state_;
   auto request = std::make_shared<SleepRequest>();
-  std::function<void(Continuation<void>)> install = [state, request,
-                                                     duration](Continuation<void> continuation) {
+  std::function<void(Continuation<void>)> install = [state, request, duration](Continuation<void> continuation) {
     {
       std::lock_guard guard(state->lock);
       if (!request->cancelled && !state->closed) {
@@ -145,8 +141,7 @@ std::size_t FakeClock::pendingSleepers() const {
 
 bool FakeClock::waitForSleepers(std::size_t count, std::chrono::milliseconds timeout) const {
   std::unique_lock guard(state_->lock);
-  return state_->sleepersChanged.wait_for(guard, timeout,
-                                          [&] { return state_->sleepers.size() >= count; });
+  return state_->sleepersChanged.wait_for(guard, timeout, [&] { return state_->sleepers.size() >= count; });
 }
 
 }  // namespace ombrine

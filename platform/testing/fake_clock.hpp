@@ -44,8 +44,7 @@ class FakeClock final : public Clock {
   std::size_t pendingSleepers() const;
   // Blocks the calling (test) thread until at least `count` sleepers are pending, or until
   // `timeout` of real time has passed; returns whether the count was reached.
-  bool waitForSleepers(std::size_t count,
-                       std::chrono::milliseconds timeout = std::chrono::seconds(10)) const;
+  bool waitForSleepers(std::size_t count, std::chrono::milliseconds timeout = std::chrono::seconds(10)) const;
 
   struct State;
 

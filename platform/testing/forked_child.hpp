@@ -36,7 +36,7 @@ class ForkedChild {
   // (a bool body: returned true), 1 when it returned false or raised. Throws std::logic_error
   // when the process runs other threads, std::system_error when the pipe or fork fails.
   template <class Body>
-    requires std::is_invocable_v<Body&>
+  requires std::is_invocable_v<Body&>
   explicit ForkedChild(Body body) : ForkedChild(asBoolBody(std::move(body)), 0) {}
   ForkedChild(ForkedChild&& other) noexcept;
   ForkedChild& operator=(ForkedChild&&) = delete;

@@ -32,7 +32,12 @@ TEST(ForkedChildTest, ReportsTheBodysOutcomeAndBoundsAHang) {
       {"true", [] { return true; }, true},
       {"false", [] { return false; }, false},
       {"throws", []() -> bool { throw std::runtime_error("x"); }, false},
-      {"hangs", [] { ::pause(); return true; }, false},
+      {"hangs",
+       [] {
+         ::pause();
+         return true;
+       },
+       false},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -64,12 +69,8 @@ TEST(ForkedChildTest, WaitAndKillTellHowTheChildEnded) {
     child.release();
     int status = 0;
     switch (c.then) {
-      case Then::wait:
-        status = child.wait(300ms);
-        break;
-      case Then::killAtOnce:
-        status = child.kill();
-        break;
+      case Then::wait: status = child.wait(300ms); break;
+      case Then::killAtOnce: status = child.kill(); break;
       case Then::killAfterItEnded:
         std::this_thread::sleep_for(100ms);
         status = child.kill();
@@ -88,7 +89,12 @@ TEST(ForkedChildTest, WaitUntilReadySeesOnlyAReport) {
     int exit;  // after wait(), or kill() when the child is still running
   };
   const Case cases[] = {
-      {"reports and stays", [] { ForkedChild::reportReady(); ::pause(); }, true, 128 + SIGKILL},
+      {"reports and stays",
+       [] {
+         ForkedChild::reportReady();
+         ::pause();
+       },
+       true, 128 + SIGKILL},
       {"reports and ends", [] { ForkedChild::reportReady(); }, true, 0},
       {"ends without reporting", [] {}, false, 0},
       {"raises before reporting", [] { throw std::runtime_error("x"); }, false, 1},
@@ -116,7 +122,9 @@ TEST(ForkedChildTest, BodyRunsOnlyWhenReleased) {
     EXPECT_TRUE(fs::exists(marker));
   }
   fs::remove(marker);
-  { ForkedChild neverReleased([&] { return std::ofstream(marker).good(); }); }
+  {
+    ForkedChild neverReleased([&] { return std::ofstream(marker).good(); });
+  }
   EXPECT_FALSE(fs::exists(marker));
 }
 

@@ -55,7 +55,7 @@ TEST(InMemoryCloudKeyValueStoreTest, ExternalChangesNameExactlyTheKeysThatDiffer
   InMemoryCloudKeyValueStore laptop(server);
   Recorder heard(phone);
 
-  laptop.setValue("same", integer(1));   // written again, equal: no change for the phone
+  laptop.setValue("same", integer(1));  // written again, equal: no change for the phone
   laptop.setValue("moved", integer(2));
   laptop.removeValue("gone");
   laptop.setValue("new", integer(3));
@@ -158,22 +158,35 @@ TEST(InMemoryCloudKeyValueStoreTest, ChangeValueAppliesToTheServersValueOrChange
     return integer((stored ? std::get<std::int64_t>(stored->value) : 0) + 1);
   };
   const Row rows[] = {
-      {"another device's value is the base", [](InMemoryCloudServer& s, auto&) { s.setValue("n", integer(41)); }, addOne,
-       false, {{"n", integer(42)}}},
+      {"another device's value is the base",
+       [](InMemoryCloudServer& s, auto&) { s.setValue("n", integer(41)); },
+       addOne,
+       false,
+       {{"n", integer(42)}}},
       {"absent key", [](auto&, auto&) {}, addOne, false, {{"n", integer(1)}}},
-      {"pending writes go along", [](auto&, InMemoryCloudKeyValueStore& c) { c.setValue("p", integer(7)); }, addOne,
-       false, {{"n", integer(1)}, {"p", integer(7)}}},
-      {"removal", [](InMemoryCloudServer& s, auto&) { s.setValue("n", integer(1)); },
-       [](const std::optional<StoreValue>&) { return std::optional<StoreValue>(); }, false, {}},
-      {"change raises", [](InMemoryCloudServer& s, auto&) { s.setValue("n", integer(5)); },
-       [](const std::optional<StoreValue>&) -> std::optional<StoreValue> { throw std::runtime_error("no"); }, true,
+      {"pending writes go along",
+       [](auto&, InMemoryCloudKeyValueStore& c) { c.setValue("p", integer(7)); },
+       addOne,
+       false,
+       {{"n", integer(1)}, {"p", integer(7)}}},
+      {"removal",
+       [](InMemoryCloudServer& s, auto&) { s.setValue("n", integer(1)); },
+       [](const std::optional<StoreValue>&) { return std::optional<StoreValue>(); },
+       false,
+       {}},
+      {"change raises",
+       [](InMemoryCloudServer& s, auto&) { s.setValue("n", integer(5)); },
+       [](const std::optional<StoreValue>&) -> std::optional<StoreValue> { throw std::runtime_error("no"); },
+       true,
        {{"n", integer(5)}}},
       {"server unreachable", [](InMemoryCloudServer& s, auto&) { s.setReachable(false); }, addOne, true, {}},
-      {"over the size limit", [](auto&, auto&) {},
+      {"over the size limit",
+       [](auto&, auto&) {},
        [](const std::optional<StoreValue>&) {
          return std::optional<StoreValue>(StoreValue{std::string(CloudKeyValueStore::kMaximumTotalBytes, 'x')});
        },
-       true, {}},
+       true,
+       {}},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.why);

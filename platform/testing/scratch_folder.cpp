@@ -9,7 +9,8 @@ namespace ombrine {
 
 ScratchFolder::ScratchFolder(const std::string& name) {
   std::string pattern = (std::filesystem::temp_directory_path() / (name + "-XXXXXX")).string();
-  if (::mkdtemp(pattern.data()) == nullptr) throw std::system_error(errno, std::generic_category(), "mkdtemp " + pattern);
+  if (::mkdtemp(pattern.data()) == nullptr)
+    throw std::system_error(errno, std::generic_category(), "mkdtemp " + pattern);
   path_ = pattern;
 }
 

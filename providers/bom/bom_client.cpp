@@ -119,8 +119,7 @@ boost::urls::url BureauClient::requestUrl(BureauRequest request, const Location&
   segments.push_back("locations");
   segments.push_back(geohash(location.latitude(), location.longitude(), kBureauGeohashLength));
   switch (request) {
-    case BureauRequest::placeInformation:
-      break;
+    case BureauRequest::placeInformation: break;
     case BureauRequest::hourly:
       segments.push_back("forecasts");
       segments.push_back("hourly");
@@ -129,12 +128,8 @@ boost::urls::url BureauClient::requestUrl(BureauRequest request, const Location&
       segments.push_back("forecasts");
       segments.push_back("daily");
       break;
-    case BureauRequest::observations:
-      segments.push_back("observations");
-      break;
-    case BureauRequest::warnings:
-      segments.push_back("warnings");
-      break;
+    case BureauRequest::observations: segments.push_back("observations"); break;
+    case BureauRequest::warnings: segments.push_back("warnings"); break;
   }
   return url;
 }
@@ -163,7 +158,9 @@ Task<OneCallWeather> BureauClient::fetch(Location location, TimeZone timeZone) {
   };
   auto decodeInfo = [](std::string_view body, Answers& a) { a.timezone = decodeBomLocationInfo(body).data.timezone; };
   auto decodeHourly = [](std::string_view body, Answers& a) { a.bureau.hourly = decodeBomHourly(body).data; };
-  auto decodeDaily = [](std::string_view body, Answers& a) { a.bureau.daily = BOMPublishedDailyForecasts(decodeBomDaily(body)).forecasts; };
+  auto decodeDaily = [](std::string_view body, Answers& a) {
+    a.bureau.daily = BOMPublishedDailyForecasts(decodeBomDaily(body)).forecasts;
+  };
   auto decodeObservations = [](std::string_view body, Answers& a) {
     a.bureau.observations = decodeBomObservations(body).data;
   };

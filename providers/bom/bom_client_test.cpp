@@ -60,7 +60,7 @@ TEST_F(BureauClientTest, MergeOfTheTwoSourcesAndTheirFailures) {
       {nullptr, false, Expect::merged},
       {nullptr, true, Expect::bureauOnly},
       {"bom.daily=status=503", false, Expect::systemOnly},
-      {"bom.*=status=429", false, Expect::systemOnly},  // a 429 of one source is silent too
+      {"bom.*=status=429", false, Expect::systemOnly},        // a 429 of one source is silent too
       {"bom.warnings=status=500", true, Expect::bureauOnly},  // warnings never fail the Bureau
       {"bom.observations=malformed", true, Expect::request5001},
   };
@@ -90,8 +90,7 @@ TEST_F(BureauClientTest, MergeOfTheTwoSourcesAndTheirFailures) {
           EXPECT_EQ(name, nullptr);  // its own attribution
           EXPECT_EQ(record.current.pressure, 1011);
           break;
-        default:
-          ADD_FAILURE() << "fetched";
+        default: ADD_FAILURE() << "fetched";
       }
     } catch (const DomainError& error) {
       EXPECT_EQ(expect, Expect::request5001) << error.what();

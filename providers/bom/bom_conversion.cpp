@@ -5,8 +5,8 @@
 #include <cctype>
 #include <cmath>
 
-#include "core/values/errors.hpp"
 #include "core/record/sun_event_rows.hpp"
+#include "core/values/errors.hpp"
 #include "providers/common/glyph_table.hpp"
 
 namespace ombrine {

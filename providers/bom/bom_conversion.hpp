@@ -7,9 +7,9 @@
 #include <string_view>
 #include <vector>
 
+#include "core/record/one_call_weather.hpp"
 #include "core/values/date.hpp"
 #include "core/values/location.hpp"
-#include "core/record/one_call_weather.hpp"
 #include "core/values/time_zone.hpp"
 #include "providers/bom/bom_wire.hpp"
 

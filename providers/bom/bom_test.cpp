@@ -9,8 +9,8 @@
 #include <functional>
 #include <sstream>
 
-#include "core/values/errors.hpp"
 #include "core/record/one_call_weather_json.hpp"
+#include "core/values/errors.hpp"
 #include "platform/atomic_file.hpp"
 #include "providers/bom/bom_conversion.hpp"
 #include "providers/bom/bom_wire.hpp"
@@ -47,9 +47,9 @@ TEST(BureauGoldenTest, RealAnswersConvertToTheGoldenRecord) {
 
   EXPECT_EQ(record.current.temp.inCelsius(), 30.5);
   EXPECT_NEAR(record.current.windGust->inKilometersPerHour(), 13.0, 1e-9);  // "gust", not the hourly gust
-  EXPECT_EQ(record.current.windDeg.inDegrees(), 225.0);                      // "SW"
-  EXPECT_EQ(record.current.weather.front().symbolName, "cloud.sun");         // first hour "mostly_sunny"
-  EXPECT_EQ(record.current.sunrise, Date::fromUnix(1665089860));             // today's 20:57:40Z sunrise
+  EXPECT_EQ(record.current.windDeg.inDegrees(), 225.0);                     // "SW"
+  EXPECT_EQ(record.current.weather.front().symbolName, "cloud.sun");        // first hour "mostly_sunny"
+  EXPECT_EQ(record.current.sunrise, Date::fromUnix(1665089860));            // today's 20:57:40Z sunrise
   EXPECT_FALSE(record.current.pressure.has_value());
   EXPECT_EQ(record.daily.size(), 7u);
   EXPECT_EQ(record.daily[0].uvi, 12.0);
@@ -146,16 +146,15 @@ TEST(BureauMergeTest, FieldsComeFromTheirSide) {
       {"hour 0 pressure from B", [](const auto& m) { return m.hourly[0].pressure == 1000; }},
       {"hour 0 visibility B, else A", [](const auto& m) { return m.hourly[0].visibility == 9000; }},
       {"hour 0 clouds from B", [](const auto& m) { return m.hourly[0].clouds == 80; }},
-      {"hour 29 beyond B keeps its own", [](const auto& m) {
-         return !m.hourly[29].pressure && m.hourly[29].clouds == 10 && m.hourly.size() == 30;
-       }},
+      {"hour 29 beyond B keeps its own",
+       [](const auto& m) { return !m.hourly[29].pressure && m.hourly[29].clouds == 10 && m.hourly.size() == 30; }},
       {"day 0 max from A", [](const auto& m) { return m.daily[0].temp.max.inCelsius() == 25; }},
-      {"day 0 humidity, feels-like from B", [](const auto& m) {
-         return m.daily[0].humidity == 55 && m.daily[0].feelsLike.day.inCelsius() == 31;
-       }},
+      {"day 0 humidity, feels-like from B",
+       [](const auto& m) { return m.daily[0].humidity == 55 && m.daily[0].feelsLike.day.inCelsius() == 31; }},
       {"day 1 beyond B untouched", [](const auto& m) { return !m.daily[1].humidity; }},
       {"no tides", [](const auto& m) { return !m.tideData && !m.isPlaceholder; }},
-      {"joined attribution", [](const auto& m) {
+      {"joined attribution",
+       [](const auto& m) {
          const auto& name = std::get<WeatherServiceAttribution::NameAttribution>(m.attribution->source);
          return name.serviceName == "Bureau\u00A0of\u00A0Meteorology\u00A0&\u00A0\uF8FFWeather";
        }},

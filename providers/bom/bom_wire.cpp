@@ -108,7 +108,8 @@ BOM::Current decodeBomObservations(std::string_view text) {
   current.humidity = optionalInt(data, "humidity").value_or(0);
   current.wind = data.has("wind") ? wind(data.object("wind")) : BOM::Wind{};
   if (auto gust = data.optionalObject("gust")) {
-    if (auto speed = gust->optionalNumber("speed_kilometre")) current.gust = BOM::Gust{Speed::kilometersPerHour(*speed)};
+    if (auto speed = gust->optionalNumber("speed_kilometre"))
+      current.gust = BOM::Gust{Speed::kilometersPerHour(*speed)};
   }
   return {current};
 }
@@ -160,8 +161,8 @@ BOM::Daily decodeBomDaily(std::string_view text) {
 std::vector<BomWarning> decodeBomWarnings(std::string_view text) {
   Document document(text);
   return listOf(JsonFields(document.value, ""), [](const JsonFields& f) {
-    return BomWarning{f.string("id"), f.optionalString("type").value_or(""), f.string("title"),
-                      date(f, "issue_time"), optionalDate(f, "expiry_time")};
+    return BomWarning{f.string("id"), f.optionalString("type").value_or(""), f.string("title"), date(f, "issue_time"),
+                      optionalDate(f, "expiry_time")};
   });
 }
 

@@ -21,7 +21,8 @@ struct GlyphRule {
 // "cloud" with id 0); `text` is its main text and description.
 inline OneCallWeather::Glyph glyphByTable(std::span<const GlyphRule> rules, std::string_view code,
                                           const std::string& text, bool isDaylight) {
-  OneCallWeather::Glyph glyph{.id = 0, .main = text, .description = text, .symbolName = "cloud", .isDaylight = isDaylight};
+  OneCallWeather::Glyph glyph{
+      .id = 0, .main = text, .description = text, .symbolName = "cloud", .isDaylight = isDaylight};
   for (const GlyphRule& rule : rules) {
     if (rule.code == code) {
       glyph.symbolName = isDaylight ? rule.day : rule.night;

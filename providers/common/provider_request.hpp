@@ -12,9 +12,9 @@
 #include <string>
 #include <string_view>
 
+#include "platform/async/task.hpp"
 #include "platform/clock.hpp"
 #include "platform/http_client.hpp"
-#include "platform/async/task.hpp"
 
 namespace ombrine {
 

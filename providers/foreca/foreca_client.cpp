@@ -12,8 +12,8 @@
 #include <memory>
 #include <utility>
 
-#include "core/values/errors.hpp"
 #include "core/record/weather_derived.hpp"
+#include "core/values/errors.hpp"
 #include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 #include "platform/log.hpp"
@@ -61,18 +61,12 @@ const RequestForm& formOf(ForecaRequest request) {
       "air quality", {"air-quality", "forecast", "hourly"}, {{"periods", "36"}, {"lang", kLanguage}}};
   static const RequestForm kWarnings{"warnings", {"warning"}, {{"dataset", "full"}}};
   switch (request) {
-    case ForecaRequest::current:
-      return kCurrent;
-    case ForecaRequest::hourly:
-      return kHourly;
-    case ForecaRequest::daily:
-      return kDaily;
-    case ForecaRequest::minutely:
-      return kMinutely;
-    case ForecaRequest::airQuality:
-      return kAirQuality;
-    case ForecaRequest::warnings:
-      return kWarnings;
+    case ForecaRequest::current: return kCurrent;
+    case ForecaRequest::hourly: return kHourly;
+    case ForecaRequest::daily: return kDaily;
+    case ForecaRequest::minutely: return kMinutely;
+    case ForecaRequest::airQuality: return kAirQuality;
+    case ForecaRequest::warnings: return kWarnings;
   }
   return kCurrent;
 }
@@ -85,7 +79,6 @@ std::string shortestDecimal(double value) {
 }
 
 }  // namespace
-
 
 int forecaMinutelyProbability(const ForecaCurrent& current, std::span<const ForecaHourly> hourly) {
   return std::max({current.precipProb, hourly[1].precipProb, hourly[2].precipProb});
@@ -204,7 +197,9 @@ Task<OneCallWeather> ForecaClient::fetch(Location location, GeoDetails details, 
   };
   auto decodeCurrent = [](std::string_view body, const FetchState&) { return decodeForecaCurrent(body).current; };
   auto decodeHourly = [](std::string_view body, const FetchState&) { return decodeForecaHourly(body).forecast; };
-  auto decodeDaily = [](std::string_view body, const FetchState& s) { return decodeForecaDaily(body, s.zone).forecast; };
+  auto decodeDaily = [](std::string_view body, const FetchState& s) {
+    return decodeForecaDaily(body, s.zone).forecast;
+  };
   auto decodeMinutely = [](std::string_view body, const FetchState&) { return decodeForecaMinutely(body).forecast; };
   auto decodeAirQuality = [](std::string_view body, const FetchState&) {
     return decodeForecaAirQuality(body).forecast;

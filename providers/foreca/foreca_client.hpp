@@ -31,12 +31,12 @@
 #include <boost/url/url.hpp>
 
 #include "core/fetch/credentials.hpp"
-#include "core/values/location.hpp"
-#include "core/record/one_call_weather.hpp"
 #include "core/fetch/service_endpoints.hpp"
+#include "core/record/one_call_weather.hpp"
+#include "core/values/location.hpp"
+#include "platform/async/task.hpp"
 #include "platform/clock.hpp"
 #include "platform/http_client.hpp"
-#include "platform/async/task.hpp"
 #include "providers/foreca/foreca_wire.hpp"
 
 namespace ombrine {

@@ -13,9 +13,9 @@
 #include "platform/errors.hpp"
 #include "platform/icu_setup.hpp"
 #include "platform/linux/curl_http_client.hpp"
+#include "platform/log.hpp"
 #include "platform/runtime.hpp"
 #include "providers/foreca/foreca_conversion.hpp"
-#include "platform/log.hpp"
 #include "providers/foreca/foreca_test_support.hpp"
 #include "sim/pinned_clock.hpp"
 #include "sim/sim_server.hpp"
@@ -40,16 +40,13 @@ TEST(ForecaRequestTest, MinutelyIsWantedAbove19Percent) {
   };
   const Row rows[] = {
       {19, 19, 19, 100, false},  // all at 19: no request, empty list
-      {20, 0, 0, 0, true},
-      {0, 20, 0, 0, true},
-      {0, 0, 20, 0, true},
-      {0, 0, 0, 0, false},
+      {20, 0, 0, 0, true},      {0, 20, 0, 0, true}, {0, 0, 20, 0, true}, {0, 0, 0, 0, false},
   };
   for (const Row& row : rows) {
     ForecaCurrent current = testing_foreca::currentRow(kRecordedAt, row.current);
     std::vector<ForecaHourly> hourly = {testing_foreca::hourlyRow(kRecordedAt, "d000", row.first),
-                                       testing_foreca::hourlyRow(kRecordedAt, "d000", row.second),
-                                       testing_foreca::hourlyRow(kRecordedAt, "d000", row.third)};
+                                        testing_foreca::hourlyRow(kRecordedAt, "d000", row.second),
+                                        testing_foreca::hourlyRow(kRecordedAt, "d000", row.third)};
     EXPECT_EQ(forecaNeedsMinutely(forecaMinutelyProbability(current, hourly)), row.wanted)
         << row.current << " " << row.second << " " << row.third;
   }
@@ -57,11 +54,9 @@ TEST(ForecaRequestTest, MinutelyIsWantedAbove19Percent) {
 
 TEST(ForecaRequestTest, PointTextIsShortestDecimalLongitudeFirst) {
   const std::tuple<double, double, const char*> rows[] = {
-      {60.1699, 24.9384, "24.9384,60.1699"},
-      {25.0, -0.0, "-0,25"},
-      {-33.8688, 151.2093, "151.2093,-33.8688"},
-      {0.00001, -179.99999, "-179.99999,0.00001"},  // never an exponent
-      {0.1 + 0.2, 10, "10,0.30000000000000004"},    // every digit the double needs
+      {60.1699, 24.9384, "24.9384,60.1699"},     {25.0, -0.0, "-0,25"},
+      {-33.8688, 151.2093, "151.2093,-33.8688"}, {0.00001, -179.99999, "-179.99999,0.00001"},  // never an exponent
+      {0.1 + 0.2, 10, "10,0.30000000000000004"},  // every digit the double needs
   };
   for (const auto& [latitude, longitude, expected] : rows) {
     EXPECT_EQ(forecaPointText(Location(latitude, longitude)), expected);
@@ -79,7 +74,8 @@ TEST(ForecaRequestTest, UrlsHaveTheTablePathsAndQueryOrder) {
   const std::pair<ForecaRequest, const char*> rows[] = {
       {ForecaRequest::current, "/foreca/api/v1/current/25,60.5?token=tok&windunit=KMH&rounding=0&lang=fi"},
       {ForecaRequest::hourly,
-       "/foreca/api/v1/forecast/hourly/25,60.5?token=tok&windunit=KMH&rounding=0&dataset=full&periods=192&history=1&lang=fi"},
+       "/foreca/api/v1/forecast/hourly/"
+       "25,60.5?token=tok&windunit=KMH&rounding=0&dataset=full&periods=192&history=1&lang=fi"},
       {ForecaRequest::daily,
        "/foreca/api/v1/forecast/daily/25,60.5?token=tok&windunit=KMH&rounding=0&dataset=full&periods=11&lang=fi"},
       {ForecaRequest::minutely, "/foreca/api/v1/forecast/minutely/25,60.5?token=tok"},
@@ -89,14 +85,16 @@ TEST(ForecaRequestTest, UrlsHaveTheTablePathsAndQueryOrder) {
   for (const auto& [request, expected] : rows) {
     EXPECT_EQ(client.requestUrl(request, point, false).encoded_target(), expected);
   }
-  EXPECT_EQ(client.requestUrl(ForecaRequest::current, point, true).encoded_path(), "/foreca-alt/api/v1/current/25,60.5");
+  EXPECT_EQ(client.requestUrl(ForecaRequest::current, point, true).encoded_path(),
+            "/foreca-alt/api/v1/current/25,60.5");
   EXPECT_EQ(redactedForecaUrl(client.requestUrl(ForecaRequest::minutely, point, false)),
             "http://127.0.0.1:9/foreca/api/v1/forecast/minutely/25,60.5?token=%3Credacted%3E");
 }
 
 class ForecaClientTest : public testing::Test {
  protected:
-  ForecaClientTest() : kHelsinki{.name = "Helsinki", .region = Region{"FI"}, .timeZone = *TimeZone::named("Europe/Helsinki")} {}
+  ForecaClientTest()
+      : kHelsinki{.name = "Helsinki", .region = Region{"FI"}, .timeZone = *TimeZone::named("Europe/Helsinki")} {}
   ~ForecaClientTest() override { server_.stop(); }
 
   OneCallWeather fetch() { return fetch(kHelsinkiPoint, kHelsinki); }
@@ -182,7 +180,8 @@ TEST_F(ForecaClientTest, SendsMinutelyOnlyAbove19Percent) {
 
 TEST_F(ForecaClientTest, UsesTheSecondaryBaseWhenAsked) {
   fetch(kHelsinkiPoint, kHelsinki, true);
-  for (const auto& entry : server_.requestLog()) EXPECT_TRUE(entry.path.starts_with("/foreca-alt/api/v1/")) << entry.path;
+  for (const auto& entry : server_.requestLog())
+    EXPECT_TRUE(entry.path.starts_with("/foreca-alt/api/v1/")) << entry.path;
 }
 
 TEST_F(ForecaClientTest, FailuresOfTheRequestsAndTheirErrors) {

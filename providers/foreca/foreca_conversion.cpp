@@ -3,8 +3,8 @@
 #include <boost/url/parse.hpp>
 
 #include <unicode/locid.h>
-#include <unicode/unistr.h>
 #include <unicode/stringoptions.h>
+#include <unicode/unistr.h>
 
 #include <algorithm>
 #include <array>
@@ -198,8 +198,8 @@ std::vector<std::string_view> symbolNamesBetween(const std::vector<OneCallWeathe
 }
 
 OneCallWeather::Daily convertDay(const std::vector<ForecaDaily>& days, size_t index,
-                                 const std::vector<OneCallWeather::Hourly>& hourly,
-                                 PhraseCapitalizer& phrases, const PlaceCalendar& calendar) {
+                                 const std::vector<OneCallWeather::Hourly>& hourly, PhraseCapitalizer& phrases,
+                                 const PlaceCalendar& calendar) {
   const ForecaDaily& day = days[index];
   Date start = calendar.startOfDay(day.date);
   Date end = calendar.endOfDay(day.date);
@@ -317,8 +317,8 @@ OneCallWeather::Glyph forecaGlyph(std::string_view symbol, std::string_view symb
   return glyphWithPhrase(symbol, capitalizedFirstLetter(symbolPhrase, locale));
 }
 
-std::string representativeSymbolName(std::span<const OneCallWeather::Glyph> glyphs,
-                                     std::string_view fallbackSymbolName, double wetWeight) {
+std::string representativeSymbolName(std::span<const OneCallWeather::Glyph> glyphs, std::string_view fallbackSymbolName,
+                                     double wetWeight) {
   std::vector<std::string_view> names;
   names.reserve(glyphs.size());
   for (const auto& glyph : glyphs) names.push_back(glyph.symbolName);

@@ -10,9 +10,9 @@
 #include <string_view>
 #include <vector>
 
+#include "core/record/one_call_weather.hpp"
 #include "core/values/date.hpp"
 #include "core/values/location.hpp"
-#include "core/record/one_call_weather.hpp"
 #include "core/values/time_zone.hpp"
 #include "providers/foreca/foreca_wire.hpp"
 
@@ -47,15 +47,15 @@ OneCallWeather::Glyph forecaGlyph(std::string_view symbol, std::string_view symb
 // group is kept when `wetWeight` × its size is at least the size of the other group. The most
 // frequent name of the kept group wins, ties going to the name seen first; an empty group
 // leaves `fallbackSymbolName` (the day's own symbol).
-std::string representativeSymbolName(std::span<const OneCallWeather::Glyph> glyphs,
-                                     std::string_view fallbackSymbolName, double wetWeight);
+std::string representativeSymbolName(std::span<const OneCallWeather::Glyph> glyphs, std::string_view fallbackSymbolName,
+                                     double wetWeight);
 
 // What the conversion needs besides the answers.
 struct ForecaConversionContext {
-  Location location;        // the requested point: the record's coordinates
-  TimeZone timeZone;        // the place's zone (from GeoDetails)
-  Date now;                 // the present instant
-  std::string languageCode; // the device language, e.g. "en", "fi"; empty reads as "en"
+  Location location;         // the requested point: the record's coordinates
+  TimeZone timeZone;         // the place's zone (from GeoDetails)
+  Date now;                  // the present instant
+  std::string languageCode;  // the device language, e.g. "en", "fi"; empty reads as "en"
 };
 
 // The whole record. `minutely` and `alerts` are always present (possibly empty lists).

@@ -44,27 +44,42 @@ TEST(ForecaSymbolTest, FollowsTheTableInRuleOrder) {
     const char* expected;
   };
   const Row rows[] = {
-      {"d000", "sun.max"},          {"n000", "moon.stars"},
-      {"d007", "sun.max"},          // c is free when a and b are 0
-      {"d100", "cloud.sun"},        {"n200", "cloud.moon"},
-      {"d300", "cloud"},            {"n400", "cloud"},
-      {"d500", "cloud.sun"},        // a = 5 shows sun although 3 and 4 do not
-      {"n500", "cloud.moon"},       {"d600", "cloud.fog"},
-      {"d642", "cloud.fog"},        // fog comes before every precipitation rule
-      {"d220", "cloud.sun.rain"},   {"n220", "cloud.moon.rain"},
-      {"d320", "cloud.rain"},       // only a = 2 keeps the sun with rain of class 2
-      {"d120", "cloud.rain"},       {"d420", "cloud.rain"},
-      {"d210", "cloud.drizzle"},    {"n410", "cloud.drizzle"},
-      {"d011", "cloud.sleet"},      {"d221", "cloud.sleet"},
-      {"d331", "cloud.sleet"},      {"d412", "cloud.snow"},
-      {"d222", "cloud.snow"},       {"d430", "cloud.heavyrain"},
-      {"d440", "cloud.bolt.rain"},  {"n441", "cloud.bolt"},
-      {"d442", "cloud.bolt"},       {"d443", "cloud"},  // no rule for thunder of type 3
-      {"d150", "cloud"},            {"d013", "cloud"},
-      {"d", "cloud"},               {"", "cloud"},
-      {"d00", "cloud"},             {"dabc", "cloud"},
-      {"x000", "moon.stars"},       // only "d" picks the day form
-      {"d1000", "cloud.sun"},       // characters after the fourth are not read
+      {"d000", "sun.max"},
+      {"n000", "moon.stars"},
+      {"d007", "sun.max"},  // c is free when a and b are 0
+      {"d100", "cloud.sun"},
+      {"n200", "cloud.moon"},
+      {"d300", "cloud"},
+      {"n400", "cloud"},
+      {"d500", "cloud.sun"},  // a = 5 shows sun although 3 and 4 do not
+      {"n500", "cloud.moon"},
+      {"d600", "cloud.fog"},
+      {"d642", "cloud.fog"},  // fog comes before every precipitation rule
+      {"d220", "cloud.sun.rain"},
+      {"n220", "cloud.moon.rain"},
+      {"d320", "cloud.rain"},  // only a = 2 keeps the sun with rain of class 2
+      {"d120", "cloud.rain"},
+      {"d420", "cloud.rain"},
+      {"d210", "cloud.drizzle"},
+      {"n410", "cloud.drizzle"},
+      {"d011", "cloud.sleet"},
+      {"d221", "cloud.sleet"},
+      {"d331", "cloud.sleet"},
+      {"d412", "cloud.snow"},
+      {"d222", "cloud.snow"},
+      {"d430", "cloud.heavyrain"},
+      {"d440", "cloud.bolt.rain"},
+      {"n441", "cloud.bolt"},
+      {"d442", "cloud.bolt"},
+      {"d443", "cloud"},  // no rule for thunder of type 3
+      {"d150", "cloud"},
+      {"d013", "cloud"},
+      {"d", "cloud"},
+      {"", "cloud"},
+      {"d00", "cloud"},
+      {"dabc", "cloud"},
+      {"x000", "moon.stars"},  // only "d" picks the day form
+      {"d1000", "cloud.sun"},  // characters after the fourth are not read
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.symbol);
@@ -85,8 +100,8 @@ TEST(ForecaSymbolTest, GlyphTakesDaylightFromTheFirstLetterAndCapitalisesThePhra
       {"d", "overcast", "en", "cloud", true, "Overcast"},  // too short, still daylight
       {"", "", "en", "cloud", false, ""},
       {"n300", "cloudy", "en", "cloud", false, "Cloudy"},
-      {"d100", "ilık", "tr", "cloud.sun", true, "İlık"},         // Turkish dotted capital I
-      {"d100", "ijzel", "nl", "cloud.sun", true, "IJzel"},       // Dutch digraph
+      {"d100", "ilık", "tr", "cloud.sun", true, "İlık"},    // Turkish dotted capital I
+      {"d100", "ijzel", "nl", "cloud.sun", true, "IJzel"},  // Dutch digraph
       {"d100", "éclaircies", "fr", "cloud.sun", true, "Éclaircies"},
       {"d100", "partly CLOUDY", "en", "cloud.sun", true, "Partly CLOUDY"},  // rest unchanged
   };
@@ -181,7 +196,7 @@ TEST(ForecaDailyTest, EveningEdgeIsSunsetOrFiveInTheAfternoon) {
     const char* dayGlyph;
   };
   const Row rows[] = {
-      {std::nullopt, "sun.max"},  // 17:00: 9 sunny against 8 cloudy hours
+      {std::nullopt, "sun.max"},    // 17:00: 9 sunny against 8 cloudy hours
       {std::pair{19, 0}, "cloud"},  // 19:00: two more cloudy hours tip it
       {std::pair{17, 0}, "sun.max"},
   };
@@ -282,9 +297,8 @@ TEST(ForecaSunRowsTest, AddsOneRowPerFutureEventAndSortsStably) {
   EXPECT_EQ(rows[1]->weather[0].main, "Sunrise");
 
   // The synthetic row copies the values of its clock hour's row.
-  auto regular2200 = std::find_if(record.hourly.begin(), record.hourly.end(), [&](const auto& row) {
-    return row.dt == wall(helsinki, 2024, 6, 10, 22, 0);
-  });
+  auto regular2200 = std::find_if(record.hourly.begin(), record.hourly.end(),
+                                  [&](const auto& row) { return row.dt == wall(helsinki, 2024, 6, 10, 22, 0); });
   ASSERT_NE(regular2200, record.hourly.end());
   EXPECT_EQ(rows[0]->temp, regular2200->temp);
   EXPECT_EQ(rows[0]->pop, regular2200->pop);
@@ -292,9 +306,8 @@ TEST(ForecaSunRowsTest, AddsOneRowPerFutureEventAndSortsStably) {
   // Sorted by dt; on the tie at 04:00 the regular row stays first.
   EXPECT_TRUE(std::is_sorted(record.hourly.begin(), record.hourly.end(),
                              [](const auto& a, const auto& b) { return a.dt < b.dt; }));
-  auto at0400 = std::find_if(record.hourly.begin(), record.hourly.end(), [&](const auto& row) {
-    return row.dt == wall(helsinki, 2024, 6, 11, 4, 0);
-  });
+  auto at0400 = std::find_if(record.hourly.begin(), record.hourly.end(),
+                             [&](const auto& row) { return row.dt == wall(helsinki, 2024, 6, 11, 4, 0); });
   ASSERT_NE(at0400, record.hourly.end());
   EXPECT_FALSE(at0400->sunStateChange.has_value());
   EXPECT_TRUE((at0400 + 1)->sunStateChange.has_value());
@@ -421,7 +434,7 @@ TEST(ForecaCalendarTest, CountsDaysAndHoursAcrossTheDateLineAndDaylightSaving) {
 
 TEST(ForecaCalendarTest, ClockHoursFollowTheOffset) {
   PlaceCalendar kathmandu(zone("Asia/Kathmandu"));  // UTC+05:45
-  Date instant = Date::fromUnix(1718000000);         // 06:13:20Z = 11:58:20 local
+  Date instant = Date::fromUnix(1718000000);        // 06:13:20Z = 11:58:20 local
   EXPECT_EQ(kathmandu.startOfHour(instant).unixSeconds(), 1718000000 - 58 * 60 - 20);
   PlaceCalendar helsinki(zone("Europe/Helsinki"));
   // 03:30 local in the hour repeated after falling back, second time round (UTC+2): 01:30Z.
@@ -463,15 +476,15 @@ TEST(ForecaWarningsTest, KeepsCurrentWarningsInSignificanceThenLatestStartOrder)
   EXPECT_EQ(events, (std::vector<std::string>{"Purple", "Red", "Yellow late", "Yellow early", "Green"}));
   std::vector<std::optional<WeatherSeverity>> severities;
   for (const auto& alert : alerts) severities.push_back(alert.severity);
-  EXPECT_EQ(severities, (std::vector<std::optional<WeatherSeverity>>{
-                            WeatherSeverity::extreme, WeatherSeverity::severe, WeatherSeverity::minor,
-                            WeatherSeverity::minor, WeatherSeverity::unknown}));
+  EXPECT_EQ(severities, (std::vector<std::optional<WeatherSeverity>>{WeatherSeverity::extreme, WeatherSeverity::severe,
+                                                                     WeatherSeverity::minor, WeatherSeverity::minor,
+                                                                     WeatherSeverity::unknown}));
 }
 
 TEST(ForecaWarningsTest, SeverityFollowsSignificance) {
   using S = ForecaWarning::Significance;
   const std::pair<S, WeatherSeverity> rows[] = {
-      {S::green, WeatherSeverity::unknown}, {S::yellow, WeatherSeverity::minor},
+      {S::green, WeatherSeverity::unknown},   {S::yellow, WeatherSeverity::minor},
       {S::orange, WeatherSeverity::moderate}, {S::red, WeatherSeverity::severe},
       {S::purple, WeatherSeverity::extreme},
   };
@@ -489,13 +502,10 @@ TEST(ForecaWarningsTest, ChoosesTheDescriptionByLanguage) {
     const char* expected;  // nullptr: none
   };
   const Row rows[] = {
-      {{"en", "fi"}, "fi", "fi"},
-      {{"sv", "en", "fi"}, "de", "en"},  // no German: English
-      {{"sv", "fi"}, "de", "sv"},        // neither: the first of all
-      {{"fi", "en"}, "en", "en"},
-      {{"fi", "en"}, "", "en"},  // no device language reads as English
-      {{"fi", "fi"}, "fi", "fi"},
-      {{}, "fi", nullptr},
+      {{"en", "fi"}, "fi", "fi"}, {{"sv", "en", "fi"}, "de", "en"},  // no German: English
+      {{"sv", "fi"}, "de", "sv"},                                    // neither: the first of all
+      {{"fi", "en"}, "en", "en"}, {{"fi", "en"}, "", "en"},          // no device language reads as English
+      {{"fi", "fi"}, "fi", "fi"}, {{}, "fi", nullptr},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.device);

@@ -43,8 +43,8 @@ TEST(ForecaGoldenTest, RecordedAnswersConvertToTheGoldenRecords) {
       auto [at, _] = std::mismatch(encoded.begin(), encoded.end(), expected.begin(), expected.end());
       size_t offset = static_cast<size_t>(at - encoded.begin());
       size_t from = offset < 80 ? 0 : offset - 80;
-      ADD_FAILURE() << "differs from " << golden << " at byte " << offset << "\n  got:      "
-                    << encoded.substr(from, 160) << "\n  expected: " << expected.substr(from, 160);
+      ADD_FAILURE() << "differs from " << golden << " at byte " << offset
+                    << "\n  got:      " << encoded.substr(from, 160) << "\n  expected: " << expected.substr(from, 160);
     }
     // The golden text is a valid cache record that reads back as the same value.
     EXPECT_EQ(decodeOneCallWeather(expected), record);

@@ -12,16 +12,11 @@ constexpr std::string_view kDefaultLanguage = "en";
 
 WeatherSeverity severityOf(ForecaWarning::Significance significance) {
   switch (significance) {
-    case ForecaWarning::Significance::green:
-      return WeatherSeverity::unknown;
-    case ForecaWarning::Significance::yellow:
-      return WeatherSeverity::minor;
-    case ForecaWarning::Significance::orange:
-      return WeatherSeverity::moderate;
-    case ForecaWarning::Significance::red:
-      return WeatherSeverity::severe;
-    case ForecaWarning::Significance::purple:
-      return WeatherSeverity::extreme;
+    case ForecaWarning::Significance::green: return WeatherSeverity::unknown;
+    case ForecaWarning::Significance::yellow: return WeatherSeverity::minor;
+    case ForecaWarning::Significance::orange: return WeatherSeverity::moderate;
+    case ForecaWarning::Significance::red: return WeatherSeverity::severe;
+    case ForecaWarning::Significance::purple: return WeatherSeverity::extreme;
   }
   return WeatherSeverity::unknown;
 }

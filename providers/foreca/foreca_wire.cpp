@@ -48,8 +48,8 @@ bool isValidDay(int year, int month, int day) {
 std::optional<CivilDay> parseCivilDay(std::string_view text) {
   CivilDay day;
   if (text.size() < 10 || text[4] != '-' || text[7] != '-') return std::nullopt;
-  if (!readDigits(text, 0, 4, day.year) || !readDigits(text, 5, 2, day.month) ||
-      !readDigits(text, 8, 2, day.day) || !isValidDay(day.year, day.month, day.day)) {
+  if (!readDigits(text, 0, 4, day.year) || !readDigits(text, 5, 2, day.month) || !readDigits(text, 8, 2, day.day) ||
+      !isValidDay(day.year, day.month, day.day)) {
     return std::nullopt;
   }
   return day;

@@ -55,25 +55,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     ForecaWeather weather = baseWeather(reference);
     const TimeZone* zone = &helsinki;
     switch (data[0] % 6) {
-      case 0:
-        weather.current = decodeForecaCurrent(body).current;
-        break;
-      case 1:
-        weather.hourly = decodeForecaHourly(body).forecast;
-        break;
+      case 0: weather.current = decodeForecaCurrent(body).current; break;
+      case 1: weather.hourly = decodeForecaHourly(body).forecast; break;
       case 2:
         if ((data[0] / 6) % 2 != 0) zone = &kiritimati;
         weather.daily = decodeForecaDaily(body, *zone).forecast;
         break;
-      case 3:
-        weather.minutely = decodeForecaMinutely(body).forecast;
-        break;
-      case 4:
-        weather.airQuality = decodeForecaAirQuality(body).forecast;
-        break;
-      default:
-        weather.warnings = decodeForecaWarnings(body).warnings;
-        break;
+      case 3: weather.minutely = decodeForecaMinutely(body).forecast; break;
+      case 4: weather.airQuality = decodeForecaAirQuality(body).forecast; break;
+      default: weather.warnings = decodeForecaWarnings(body).warnings; break;
     }
     convert(weather, *zone);
   } catch (const DecodingError&) {

@@ -15,24 +15,16 @@ TEST(ForecaWireTest, ParsesTheAnswerDateTimeFormOnly) {
     std::optional<double> unix;
   };
   const Row rows[] = {
-      {"2024-03-05T14:00+02:00", 1709640000},
-      {"2024-03-05T12:00Z", 1709640000},
-      {"2024-03-05T14:00+0200", 1709640000},
-      {"2024-03-05T14:00+02", 1709640000},
-      {"2024-03-05T02:30-09:30", 1709640000},
-      {"2024-03-06T02:00+14:00", 1709640000},  // across the date line
-      {"2024-02-29T00:00Z", 1709164800},       // leap day
-      {"2023-02-29T00:00Z", std::nullopt},
-      {"2024-03-05T14:00", std::nullopt},      // no zone
-      {"2024-03-05T24:00Z", std::nullopt},
-      {"2024-03-05T14:60Z", std::nullopt},
-      {"2024-13-05T14:00Z", std::nullopt},
-      {"2024-03-05 14:00Z", std::nullopt},
+      {"2024-03-05T14:00+02:00", 1709640000},  {"2024-03-05T12:00Z", 1709640000},
+      {"2024-03-05T14:00+0200", 1709640000},   {"2024-03-05T14:00+02", 1709640000},
+      {"2024-03-05T02:30-09:30", 1709640000},  {"2024-03-06T02:00+14:00", 1709640000},  // across the date line
+      {"2024-02-29T00:00Z", 1709164800},                                                // leap day
+      {"2023-02-29T00:00Z", std::nullopt},     {"2024-03-05T14:00", std::nullopt},      // no zone
+      {"2024-03-05T24:00Z", std::nullopt},     {"2024-03-05T14:60Z", std::nullopt},
+      {"2024-13-05T14:00Z", std::nullopt},     {"2024-03-05 14:00Z", std::nullopt},
       {"2024-03-05T14:00:00Z", std::nullopt},  // seconds are not part of the form
-      {"2024-03-05T14:00+2:00", std::nullopt},
-      {"2024-03-05T14:00+19:00", std::nullopt},
-      {"2024-03-05T14:00Z ", std::nullopt},
-      {"", std::nullopt},
+      {"2024-03-05T14:00+2:00", std::nullopt}, {"2024-03-05T14:00+19:00", std::nullopt},
+      {"2024-03-05T14:00Z ", std::nullopt},    {"", std::nullopt},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.text);
@@ -101,10 +93,8 @@ TEST(ForecaWireTest, RefusesBadAnswersWithTheirPath) {
 TEST(ForecaWireTest, RefusesWrongValueKinds) {
   std::string hourly = kHourly;
   const std::pair<std::string, std::string> edits[] = {
-      {R"("precipType":"rain")", R"("precipType":"hail")"},
-      {R"("relHumidity":88)", R"("relHumidity":88.5)"},
-      {R"("windSpeed":36)", R"("windSpeed":"36")"},
-      {R"("symbol":"d320")", R"("symbol":320)"},
+      {R"("precipType":"rain")", R"("precipType":"hail")"}, {R"("relHumidity":88)", R"("relHumidity":88.5)"},
+      {R"("windSpeed":36)", R"("windSpeed":"36")"},         {R"("symbol":"d320")", R"("symbol":320)"},
       {R"("pressure":null)", R"("pressure":"high")"},
   };
   for (const auto& [from, to] : edits) {
@@ -180,8 +170,7 @@ TEST(ForecaWireTest, DecodesMinutesAndAirQuality) {
   ASSERT_EQ(air.forecast.size(), 1u);
   EXPECT_EQ(air.forecast[0].aqi, 42);
   EXPECT_EQ(air.forecast[0].time.unixSeconds(), 1718017200);
-  EXPECT_THROW(decodeForecaAirQuality(R"({"forecast":[{"time":"2024-06-10T14:00+03:00","aqi":42}]})"),
-               DecodingError);
+  EXPECT_THROW(decodeForecaAirQuality(R"({"forecast":[{"time":"2024-06-10T14:00+03:00","aqi":42}]})"), DecodingError);
 }
 
 constexpr const char* kWarnings = R"({"warnings":[

@@ -4,8 +4,8 @@
 #include <functional>
 #include <memory>
 
-#include "core/values/errors.hpp"
 #include "core/fetch/network_manager.hpp"
+#include "core/values/errors.hpp"
 #include "platform/async/coroutines.hpp"
 #include "platform/log.hpp"
 #include "providers/common/provider_request.hpp"
@@ -27,12 +27,9 @@ constexpr std::string_view kService = "OpenWeather";
 
 std::string_view nameOf(OpenWeatherRequest request) {
   switch (request) {
-    case OpenWeatherRequest::current:
-      return "current";
-    case OpenWeatherRequest::forecast:
-      return "forecast";
-    case OpenWeatherRequest::daily:
-      return "daily";
+    case OpenWeatherRequest::current: return "current";
+    case OpenWeatherRequest::forecast: return "forecast";
+    case OpenWeatherRequest::daily: return "daily";
   }
   return "current";
 }

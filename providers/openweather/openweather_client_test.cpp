@@ -27,8 +27,8 @@ class OpenWeatherClientTest : public testing::Test {
   Runtime runtime_{2};
   CurlHttpClient http_;
   sim::SimServer server_{sim::SimServer::Options{.seed = 0, .clock = &clock_}};
-  OpenWeatherClient client_{http_, ServiceEndpoints::simulator(server_.baseUrl()), Secret(kKey), Secret("foreca"),
-                            clock_, "de"};
+  OpenWeatherClient client_{
+      http_, ServiceEndpoints::simulator(server_.baseUrl()), Secret(kKey), Secret("foreca"), clock_, "de"};
 };
 
 TEST_F(OpenWeatherClientTest, RequestsAndTheRecord) {

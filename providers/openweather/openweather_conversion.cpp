@@ -20,12 +20,12 @@ struct IconRule {
 };
 
 constexpr IconRule kIconRules[] = {
-    {"01d", "sun.max", true},         {"02d", "sun.max", true},         {"01n", "moon.stars", false},
-    {"02n", "moon.stars", false},     {"03d", "cloud.sun", true},       {"03n", "cloud.moon", false},
-    {"04d", "cloud", true},           {"04n", "cloud", false},          {"09d", "cloud.rain", true},
-    {"09n", "cloud.rain", false},     {"10d", "cloud.sun.rain", true},  {"10n", "cloud.moon.rain", false},
-    {"11d", "cloud.bolt", true},      {"11n", "cloud.moon.bolt", false}, {"13d", "cloud.snow", true},
-    {"13n", "cloud.snow", false},     {"50d", "cloud.fog", true},       {"50n", "cloud.fog", false},
+    {"01d", "sun.max", true},     {"02d", "sun.max", true},          {"01n", "moon.stars", false},
+    {"02n", "moon.stars", false}, {"03d", "cloud.sun", true},        {"03n", "cloud.moon", false},
+    {"04d", "cloud", true},       {"04n", "cloud", false},           {"09d", "cloud.rain", true},
+    {"09n", "cloud.rain", false}, {"10d", "cloud.sun.rain", true},   {"10n", "cloud.moon.rain", false},
+    {"11d", "cloud.bolt", true},  {"11n", "cloud.moon.bolt", false}, {"13d", "cloud.snow", true},
+    {"13n", "cloud.snow", false}, {"50d", "cloud.fog", true},        {"50n", "cloud.fog", false},
 };
 
 std::vector<OneCallWeather::Glyph> glyphs(std::span<const OpenWeatherCondition> conditions) {

@@ -9,10 +9,10 @@
 #include <string_view>
 #include <vector>
 
+#include "core/record/one_call_weather.hpp"
 #include "core/values/air_quality.hpp"
 #include "core/values/date.hpp"
 #include "core/values/location.hpp"
-#include "core/record/one_call_weather.hpp"
 #include "core/values/time_zone.hpp"
 #include "providers/openweather/openweather_wire.hpp"
 

@@ -4,15 +4,15 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
-#include "core/values/errors.hpp"
 #include "core/record/one_call_weather_json.hpp"
+#include "core/values/errors.hpp"
 #include "platform/atomic_file.hpp"
 #include "providers/openweather/openweather_conversion.hpp"
 #include "providers/openweather/openweather_wire.hpp"
@@ -29,8 +29,8 @@ constexpr auto kKelvin = OpenWeatherUnits::standard;
 const Date kMunichNow = Date::fromUnix(1782853200 - 1800);  // 2026-06-30T20:30Z, 22:30 in Munich
 
 OneCallWeather munichRecord() {
-  auto current = decodeOpenWeatherCurrent(readText(kTestdata / "pyopenweathermap_weather_docs_example_zocca.json"),
-                                          kKelvin);
+  auto current =
+      decodeOpenWeatherCurrent(readText(kTestdata / "pyopenweathermap_weather_docs_example_zocca.json"), kKelvin);
   auto forecast = decodeOpenWeatherForecast(readText(kTestdata / "openhab_forecast_5day_munich.json"), kKelvin);
   auto daily = decodeOpenWeatherDaily(readText(kTestdata / "daily_munich_documented_shape.json"));
   std::vector<AirQuality> airQuality{{Date::fromUnix(1782853200), 42}, {Date::fromUnix(1782856800), 55}};
@@ -49,14 +49,14 @@ TEST(OpenWeatherGoldenTest, RealAnswersConvertToTheGoldenRecord) {
   EXPECT_EQ(encoded, readText(golden));
 
   // Spot checks of the rules behind the golden text.
-  EXPECT_NEAR(record.current.temp.inCelsius(), 25.33, 1e-9);  // 298.48 K
+  EXPECT_NEAR(record.current.temp.inCelsius(), 25.33, 1e-9);         // 298.48 K
   EXPECT_EQ(record.current.rain->rainVolume.inMillimeters(), 3.16);  // "1h"
   EXPECT_EQ(record.current.weather.front().symbolName, "cloud.sun.rain");
   EXPECT_FALSE(record.minutely.has_value());
   EXPECT_TRUE(record.alerts.has_value() && record.alerts->empty());
   // 40 three-hour items over 117 hours become 118 hourly rows plus sun rows.
-  size_t regular = std::count_if(record.hourly.begin(), record.hourly.end(),
-                                 [](const auto& row) { return !row.sunStateChange; });
+  size_t regular =
+      std::count_if(record.hourly.begin(), record.hourly.end(), [](const auto& row) { return !row.sunStateChange; });
   EXPECT_EQ(regular, 118u);
   EXPECT_EQ(record.hourly.front().airQuality->aqi, 42);
   // The first item: 0.44 mm in 3 h (its span is 3 by rule), probability 0.66.
@@ -101,8 +101,7 @@ TEST(OpenWeatherConversionTest, DewPointAndWindDirection) {
       {350.0, 10.0, 0.5, 0.0},    // across north, not through south
       {10.0, 350.0, 0.25, 5.0},   // backwards across north
       {90.0, 270.0, 0.5, 180.0},  // half a turn either way: atan2 picks +180
-      {std::nullopt, 40.0, 0.5, 40.0},
-      {40.0, std::nullopt, 0.5, 40.0},
+      {std::nullopt, 40.0, 0.5, 40.0}, {40.0, std::nullopt, 0.5, 40.0},
   };
   for (const Case& c : cases) {
     auto result = interpolateDirection(c.a, c.b, c.f);
@@ -182,7 +181,8 @@ TEST(OpenWeatherWireTest, MalformedAnswersNameTheirPath) {
     }
   }
   // A list item without weather and without wind still decodes, as a row without glyph.
-  auto forecast = decodeOpenWeatherForecast(R"({"list":[{"dt":0,"main":{"temp":1,"feels_like":1,"pressure":1,"humidity":0},"weather":[]}]})");
+  auto forecast = decodeOpenWeatherForecast(
+      R"({"list":[{"dt":0,"main":{"temp":1,"feels_like":1,"pressure":1,"humidity":0},"weather":[]}]})");
   auto samples = openWeatherSamples(forecast.list);
   EXPECT_TRUE(samples.front().weather.empty());
   EXPECT_EQ(samples.front().windDirection, 0.0);

@@ -35,8 +35,8 @@ std::vector<OpenWeatherCondition> conditions(const JsonFields& fields) {
   result.reserve(list.size());
   for (size_t i = 0; i < list.size(); ++i) {
     JsonFields item = fields.element("weather", list[i], i);
-    result.push_back({static_cast<int>(item.integer("id")), item.string("main"), item.string("description"),
-                      item.string("icon")});
+    result.push_back(
+        {static_cast<int>(item.integer("id")), item.string("main"), item.string("description"), item.string("icon")});
   }
   return result;
 }

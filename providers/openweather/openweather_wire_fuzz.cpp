@@ -23,15 +23,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   OpenWeatherDailyResponse daily;
   try {
     switch (data[0] % 3) {
-      case 0:
-        current = decodeOpenWeatherCurrent(body);
-        break;
-      case 1:
-        forecast = decodeOpenWeatherForecast(body);
-        break;
-      default:
-        daily = decodeOpenWeatherDaily(body);
-        break;
+      case 0: current = decodeOpenWeatherCurrent(body); break;
+      case 1: forecast = decodeOpenWeatherForecast(body); break;
+      default: daily = decodeOpenWeatherDaily(body); break;
     }
   } catch (const DecodingError&) {
     return 0;

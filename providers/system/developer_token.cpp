@@ -142,10 +142,8 @@ std::string signDeveloperToken(const DeveloperKey& key, const DeveloperTokenClai
                                std::chrono::seconds lifetime) {
   const auto issuedAt = static_cast<std::int64_t>(std::floor(now.unixSeconds()));
   boost::json::object header{{"alg", "ES256"}, {"kid", claims.keyId}, {"id", claims.teamId + "." + claims.serviceId}};
-  boost::json::object payload{{"iss", claims.teamId},
-                              {"iat", issuedAt},
-                              {"exp", issuedAt + lifetime.count()},
-                              {"sub", claims.serviceId}};
+  boost::json::object payload{
+      {"iss", claims.teamId}, {"iat", issuedAt}, {"exp", issuedAt + lifetime.count()}, {"sub", claims.serviceId}};
   std::string signingInput =
       base64UrlEncode(boost::json::serialize(header)) + "." + base64UrlEncode(boost::json::serialize(payload));
 
@@ -153,8 +151,8 @@ std::string signDeveloperToken(const DeveloperKey& key, const DeveloperTokenClai
   size_t length = 0;
   std::vector<unsigned char> der;
   bool ok = context && EVP_DigestSignInit(context, nullptr, EVP_sha256(), nullptr, key.get()) == 1 &&
-            EVP_DigestSign(context, nullptr, &length,
-                           reinterpret_cast<const unsigned char*>(signingInput.data()), signingInput.size()) == 1;
+            EVP_DigestSign(context, nullptr, &length, reinterpret_cast<const unsigned char*>(signingInput.data()),
+                           signingInput.size()) == 1;
   if (ok) {
     der.resize(length);
     ok = EVP_DigestSign(context, der.data(), &length, reinterpret_cast<const unsigned char*>(signingInput.data()),

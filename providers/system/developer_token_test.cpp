@@ -65,8 +65,8 @@ TEST(DeveloperTokenTest, SignatureVerifiesOnlyWithItsOwnKey) {
   EXPECT_FALSE(verifies(tampered, key.publicPem()));
 
   EXPECT_EQ(part(token, 0), boost::json::parse(R"({"alg":"ES256","kid":"KEY123","id":"TEAM42.com.example.weather"})"));
-  EXPECT_EQ(part(token, 1), boost::json::parse(
-                                R"({"iss":"TEAM42","iat":1700000000,"exp":1700003600,"sub":"com.example.weather"})"));
+  EXPECT_EQ(part(token, 1),
+            boost::json::parse(R"({"iss":"TEAM42","iat":1700000000,"exp":1700003600,"sub":"com.example.weather"})"));
   // A key written out and read back signs tokens the same public key accepts.
   DeveloperKey reread = DeveloperKey::fromPem(key.privatePem());
   EXPECT_TRUE(verifies(signDeveloperToken(reread, {"K", "T", "S"}, now), key.publicPem()));
@@ -100,8 +100,14 @@ TEST(DeveloperTokenTest, UnusableKeysAreRefused) {
     std::string text;
     std::optional<std::string> bytes;
   };
-  const Case cases[] = {{"", ""}, {"Zg", "f"}, {"Zm8", "fo"}, {"Zm9v", "foo"}, {"-_8", "\xfb\xff"}, {"Z", std::nullopt},
-                        {"Zm9v=", std::nullopt}, {"a+b/", std::nullopt}};
+  const Case cases[] = {{"", ""},
+                        {"Zg", "f"},
+                        {"Zm8", "fo"},
+                        {"Zm9v", "foo"},
+                        {"-_8", "\xfb\xff"},
+                        {"Z", std::nullopt},
+                        {"Zm9v=", std::nullopt},
+                        {"a+b/", std::nullopt}};
   for (const Case& c : cases) {
     EXPECT_EQ(base64UrlDecode(c.text), c.bytes) << c.text;
     if (c.bytes) EXPECT_EQ(base64UrlEncode(*c.bytes), c.text);

@@ -3,9 +3,9 @@
 #include <functional>
 #include <memory>
 
+#include "core/record/weather_derived.hpp"
 #include "core/values/errors.hpp"
 #include "core/values/iso8601.hpp"
-#include "core/record/weather_derived.hpp"
 #include "platform/async/coroutines.hpp"
 #include "platform/errors.hpp"
 #include "platform/log.hpp"
@@ -58,8 +58,7 @@ Task<void> fetchInto(HttpClient& http, const Clock& clock, boost::urls::url url,
 
 [[noreturn]] void notConfigured(std::string_view what) {
   logDetail("System weather is not configured: {}", what);
-  throw DomainError(kRequestErrorDomain, kRequestErrorCode,
-                    "System weather is not configured: " + std::string(what));
+  throw DomainError(kRequestErrorDomain, kRequestErrorCode, "System weather is not configured: " + std::string(what));
 }
 
 }  // namespace
@@ -128,12 +127,14 @@ Task<OneCallWeather> SystemWeatherClient::fetch(Location location, Region region
 SystemWeatherClient systemWeatherClient(HttpClient& http, const ServiceEndpoints& endpoints,
                                         const Credentials& credentials, Clock& clock, std::string languageCode) {
   if (!credentials.weatherKitKey && !credentials.weatherKitKeyFile) {
-    notConfigured("no developer key (set OMBRINE_WEATHERKIT_KEY_FILE or \"weatherkit_key_file = ...\" in "
-                  "~/.config/ombrine/credentials)");
+    notConfigured(
+        "no developer key (set OMBRINE_WEATHERKIT_KEY_FILE or \"weatherkit_key_file = ...\" in "
+        "~/.config/ombrine/credentials)");
   }
   if (!credentials.weatherKitKeyId || !credentials.weatherKitTeamId || !credentials.weatherKitServiceId) {
-    notConfigured("the key id, team id and service id are needed (weatherkit_key_id, weatherkit_team_id, "
-                  "weatherkit_service_id in ~/.config/ombrine/credentials)");
+    notConfigured(
+        "the key id, team id and service id are needed (weatherkit_key_id, weatherkit_team_id, "
+        "weatherkit_service_id in ~/.config/ombrine/credentials)");
   }
   std::optional<DeveloperKey> key;
   try {

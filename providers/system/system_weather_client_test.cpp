@@ -8,8 +8,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include "core/values/errors.hpp"
 #include "core/record/weather_derived.hpp"
+#include "core/values/errors.hpp"
 #include "platform/errors.hpp"
 #include "platform/linux/curl_http_client.hpp"
 #include "platform/runtime.hpp"
@@ -70,9 +70,9 @@ TEST_F(SystemWeatherClientTest, FailuresAndTheirErrors) {
       fetch(key_);
       ADD_FAILURE() << "fetched";
     } catch (const NetworkError& error) {
-      EXPECT_TRUE(expect == Expect::apiLimit ? error.which() == NetworkError::exceededApiLimit
-                                             : (expect == Expect::decoding &&
-                                                error.which() == NetworkError::invalidResponse));
+      EXPECT_TRUE(expect == Expect::apiLimit
+                      ? error.which() == NetworkError::exceededApiLimit
+                      : (expect == Expect::decoding && error.which() == NetworkError::invalidResponse));
     } catch (const DomainError& error) {
       EXPECT_EQ(expect, Expect::request5001) << error.what();
     } catch (const DecodingError& error) {

@@ -8,8 +8,8 @@
 
 #include "core/record/sun_event_rows.hpp"
 #include "core/values/saturating_int.hpp"
-#include "providers/system/aw_alert_details.hpp"
 #include "providers/common/glyph_table.hpp"
+#include "providers/system/aw_alert_details.hpp"
 
 namespace ombrine {
 
@@ -94,14 +94,11 @@ OneCallWeather::Hourly hourRow(const WeatherKitHour& hour) {
              hour.uvIndex, hour.windSpeed, hour.windGust, hour.windDirection);
   row.pop = hour.precipitationChance;
   switch (systemWeatherPrecipitationKind(hour.precipitationType)) {
-    case PrecipitationKind::none:
-      break;
+    case PrecipitationKind::none: break;
     case PrecipitationKind::snow:
       row.snow = OneCallWeather::Snow{Precipitation::millimeters(hour.precipitationAmount)};
       break;
-    default:
-      row.rain = OneCallWeather::Rain{Precipitation::millimeters(hour.precipitationAmount)};
-      break;
+    default: row.rain = OneCallWeather::Rain{Precipitation::millimeters(hour.precipitationAmount)}; break;
   }
   row.weather = {systemWeatherGlyph(hour.conditionCode, hour.daylight)};
   return row;
@@ -149,8 +146,8 @@ OneCallWeather convertSystemWeather(const AppleWeather& weather, const SystemWea
     now.dt = c.asOf;
     now.temp = c.temperature;
     now.feelsLike = c.temperatureApparent;
-    fillCommon(now, c.pressure, c.humidity, c.cloudCover, c.visibility, c.temperatureDewPoint, c.uvIndex,
-               c.windSpeed, c.windGust, c.windDirection);
+    fillCommon(now, c.pressure, c.humidity, c.cloudCover, c.visibility, c.temperatureDewPoint, c.uvIndex, c.windSpeed,
+               c.windGust, c.windDirection);
     now.weather = {systemWeatherGlyph(c.conditionCode, c.daylight)};
     if (c.precipitationIntensity > 0.0) {
       now.rain = OneCallWeather::Rain{Precipitation::millimeters(c.precipitationIntensity)};

@@ -6,9 +6,9 @@
 
 #include <string_view>
 
+#include "core/record/one_call_weather.hpp"
 #include "core/values/date.hpp"
 #include "core/values/location.hpp"
-#include "core/record/one_call_weather.hpp"
 #include "core/values/time_zone.hpp"
 #include "providers/system/weatherkit_wire.hpp"
 

@@ -8,9 +8,9 @@
 #include <fstream>
 #include <sstream>
 
-#include "core/values/errors.hpp"
 #include "core/record/one_call_weather_json.hpp"
 #include "core/record/weather_derived.hpp"
+#include "core/values/errors.hpp"
 #include "platform/atomic_file.hpp"
 #include "providers/system/aw_alert_details.hpp"
 #include "providers/system/weatherkit_conversion.hpp"

@@ -117,7 +117,8 @@ WeatherKitAlert alert(const JsonFields& f) {
                          .responses = {}};
   const json::array& responses = f.optionalArray("responses");
   for (size_t i = 0; i < responses.size(); ++i) {
-    if (!responses[i].is_string()) JsonFields::failAt(f.pathOf("responses") + "[" + std::to_string(i) + "]", "expected a string");
+    if (!responses[i].is_string())
+      JsonFields::failAt(f.pathOf("responses") + "[" + std::to_string(i) + "]", "expected a string");
     result.responses.emplace_back(responses[i].get_string());
   }
   return result;
