@@ -125,12 +125,7 @@ std::vector<HistoryData::History> historyMonths(const NASAPowerHistoryData& nasa
   return months;
 }
 
-std::string encodeHistoryData(const HistoryData& history) {
-  std::string out;
-  JsonWriter writer(out);
-  writeJson(writer, history);
-  return out;
-}
+std::string encodeHistoryData(const HistoryData& history) { return encodeJson(history); }
 
 HistoryData decodeHistoryData(std::string_view text) {
   boost::json::monotonic_resource arena;

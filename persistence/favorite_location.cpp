@@ -30,19 +30,9 @@ void decodeJson(const boost::json::value& value, const JsonPath& path, FavoriteL
   out.region = region ? std::optional<Region>(Region{*region}) : std::nullopt;
 }
 
-std::string encodeFavoriteLocation(const FavoriteLocation& favorite) {
-  std::string out;
-  JsonWriter writer(out);
-  writeJson(writer, favorite);
-  return out;
-}
+std::string encodeFavoriteLocation(const FavoriteLocation& favorite) { return encodeJson(favorite); }
 
-std::string encodeFavoriteLocations(const std::vector<FavoriteLocation>& favorites) {
-  std::string out;
-  JsonWriter writer(out);
-  writeJson(writer, favorites);
-  return out;
-}
+std::string encodeFavoriteLocations(const std::vector<FavoriteLocation>& favorites) { return encodeJson(favorites); }
 
 FavoriteLocation decodeFavoriteLocation(std::string_view json) {
   const boost::json::value document = parseJson(json);

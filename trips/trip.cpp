@@ -53,14 +53,6 @@ boost::json::value sortedKeys(const boost::json::value& value) {
 }
 
 template <class T>
-std::string encodeOne(const T& value) {
-  std::string out;
-  JsonWriter writer(out);
-  writeJson(writer, value);
-  return out;
-}
-
-template <class T>
 T decodeOne(std::string_view json) {
   boost::json::monotonic_resource resource;
   const boost::json::value document = parseJson(json, &resource);
@@ -152,9 +144,9 @@ void writeJson(JsonWriter& writer, const Trip& trip) {
   writer.endObject();
 }
 
-std::string encodeTrip(const Trip& trip) { return encodeOne(trip); }
+std::string encodeTrip(const Trip& trip) { return encodeJson(trip); }
 Trip decodeTrip(std::string_view json) { return decodeOne<Trip>(json); }
-std::string encodeTrips(const std::vector<Trip>& trips) { return encodeOne(trips); }
+std::string encodeTrips(const std::vector<Trip>& trips) { return encodeJson(trips); }
 std::vector<Trip> decodeTrips(std::string_view json) { return decodeOne<std::vector<Trip>>(json); }
 
 std::string encodeTripSortedKeys(const Trip& trip) {

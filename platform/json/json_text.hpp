@@ -71,4 +71,14 @@ class JsonWriter {
   bool needsComma_ = false;
 };
 
+// The JSON text of `value`, through the `writeJson(JsonWriter&, const T&)` overload declared
+// beside its type (found by argument-dependent lookup).
+template <class T>
+std::string encodeJson(const T& value) {
+  std::string out;
+  JsonWriter writer(out);
+  writeJson(writer, value);
+  return out;
+}
+
 }  // namespace ombrine

@@ -5,12 +5,7 @@
 
 namespace ombrine {
 
-std::string encodeAWAlertDetails(const AWAlertDetails& details) {
-  std::string out;
-  JsonWriter writer(out);
-  writeJson(writer, details);
-  return out;
-}
+std::string encodeAWAlertDetails(const AWAlertDetails& details) { return encodeJson(details); }
 
 AWAlertDetails decodeAWAlertDetails(std::string_view json) {
   boost::json::monotonic_resource arena;
