@@ -34,6 +34,12 @@ constexpr std::size_t kSpareEasyHandles = 16;
 // Upper bound of one curl_multi_poll; curl shortens it to its own next timeout and a wakeup
 // ends it at once, so this only matters for an idle client.
 constexpr int kIdlePollMilliseconds = 1000;
+// The bound while transfers run. The libcurl of Debian 12 (7.88) sometimes sleeps through the
+// moment a transfer can go on (seen with transfers queued behind the per-host connection
+// limit: the poll ran its whole second with transfers running and nothing queued), so a busy
+// loop looks again at least this often. It costs a few wake-ups per second only while
+// transfers are in flight.
+constexpr int kBusyPollMilliseconds = 5;
 constexpr char kUserAgent[] = "Ombrine/0.1";
 
 using Completion = asio::any_completion_handler<void(std::exception_ptr, HttpResponse)>;
@@ -294,7 +300,8 @@ class CurlHttpClient::Loop {
       int running = 0;
       curlLibrary().multi_perform(multi_, &running);
       collectFinished();
-      auto polled = curlLibrary().multi_poll(multi_, nullptr, 0, kIdlePollMilliseconds, nullptr);
+      const int wait = active_.empty() ? kIdlePollMilliseconds : kBusyPollMilliseconds;
+      auto polled = curlLibrary().multi_poll(multi_, nullptr, 0, wait, nullptr);
       if (polled != CURLM_OK) {
         // Not expected to happen; pausing keeps a persistent failure from spinning a core.
         logf("HTTP network thread: {}", curlLibrary().multi_strerror(polled));
