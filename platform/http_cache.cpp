@@ -2,6 +2,9 @@
 
 #include <sqlite3.h>
 
+#include <chrono>
+#include <thread>
+
 #include <list>
 #include <mutex>
 #include <unordered_map>
@@ -120,7 +123,7 @@ class HttpCache::Disk {
       return;
     }
     sqlite3_busy_timeout(db_, 5000);
-    if (!execute("PRAGMA journal_mode=WAL") || !execute("PRAGMA synchronous=NORMAL") ||
+    if (!switchToWriteAheadLog() || !execute("PRAGMA synchronous=NORMAL") ||
         !execute("CREATE TABLE IF NOT EXISTS responses(url TEXT PRIMARY KEY, status INTEGER NOT NULL, "
                  "headers TEXT NOT NULL, body BLOB NOT NULL, response_time REAL NOT NULL, "
                  "last_access REAL NOT NULL, cost INTEGER NOT NULL)") ||
@@ -250,6 +253,22 @@ class HttpCache::Disk {
       usage -= std::min(usage, cost);
     }
     return true;
+  }
+
+  // Two processes opening a new database at once both ask for the write-ahead log; SQLite may
+  // answer one of them "database is locked" at once, without waiting through the busy timeout,
+  // when waiting could deadlock. The mode is stored in the file, so asking again after the other
+  // process is through succeeds (or finds it already set). Gives up after the busy timeout.
+  bool switchToWriteAheadLog() REQUIRES(mutex_) {
+    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    for (;;) {
+      if (sqlite3_exec(db_, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr) == SQLITE_OK) return true;
+      const int code = sqlite3_errcode(db_) & 0xff;
+      if ((code != SQLITE_BUSY && code != SQLITE_LOCKED) || std::chrono::steady_clock::now() > giveUp) {
+        return execute("PRAGMA journal_mode=WAL");  // once more, to log why
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
   }
 
   bool execute(const char* sql) REQUIRES(mutex_) {
