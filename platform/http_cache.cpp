@@ -260,12 +260,14 @@ class HttpCache::Disk {
   // when waiting could deadlock. The mode is stored in the file, so asking again after the other
   // process is through succeeds (or finds it already set). Gives up after the busy timeout.
   bool switchToWriteAheadLog() REQUIRES(mutex_) {
+    static constexpr char kSql[] = "PRAGMA journal_mode=WAL";
     const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(5);
     for (;;) {
-      if (sqlite3_exec(db_, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr) == SQLITE_OK) return true;
+      if (sqlite3_exec(db_, kSql, nullptr, nullptr, nullptr) == SQLITE_OK) return true;
       const int code = sqlite3_errcode(db_) & 0xff;
       if ((code != SQLITE_BUSY && code != SQLITE_LOCKED) || std::chrono::steady_clock::now() > giveUp) {
-        return execute("PRAGMA journal_mode=WAL");  // once more, to log why
+        fail(kSql);
+        return false;
       }
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
